@@ -1,0 +1,97 @@
+#include "driver/actions.h"
+
+#include "config/configure.h"
+#include "driver/case_mapping.h"
+#include "driver/console_log.h"
+#include "driver/usage.h"
+#include "proc/process_lists.h"
+#include "proc/services.h"
+#include "registry/registry_setting.h"
+#include "registry/service_parameters.h"
+
+#include <windows.h>
+
+#include <exception>
+#include <string>
+#include <string_view>
+
+namespace {
+
+constexpr std::uint32_t DefaultActions = ActionStop | ActionConfigure | ActionStart;
+
+struct Option {
+    std::wstring_view text;
+    std::uint32_t actions;
+};
+
+constexpr Option Options[] = {
+    {L"/STOP", ActionStop},
+    {L"/CONFIGURE", ActionConfigure},
+    {L"/START", ActionStart},
+    {L"/DISABLE", ActionDisable},
+};
+
+void RunSteps(std::uint32_t actions) {
+    if (actions & ActionStop) {
+        StopEntries(StopList);
+    }
+    bool secured = true;
+    if (actions & ActionConfigure) {
+        secured = Configure();
+    }
+    if ((actions & ActionStart) && secured) {
+        StartEntries(StartList);
+    }
+    if ((actions & ActionDisable) && secured) {
+        DisableServices();
+    }
+}
+
+}  // namespace
+
+void RunActions(int argumentCount, const wchar_t* const* arguments) {
+    ConsolePrint("\r\nFIRST RUN - START\r\n\r\n");
+    try {
+        RunSteps(ChooseActions(argumentCount, arguments));
+    } catch (const std::exception& error) {
+        // No failure of the platform comes this way, only a want of memory. There is nothing left
+        // to try then, but an installer must not see the program crash, nor its reader a log cut
+        // off.
+        ConsolePrint("\r\nFIRST RUN - ENDED EARLY: %s\r\n", error.what());
+    }
+    ConsolePrint("\r\n\r\nFIRST RUN - FINISHED\r\n");
+}
+
+std::uint32_t ChooseActions(int argumentCount, const wchar_t* const* arguments) {
+    const std::uint32_t registryActions = GetDwordWithDefault(
+        HKEY_LOCAL_MACHINE, ServiceParametersKey, L"FinasetAction", DefaultActions);
+    if (argumentCount < 2) {
+        return registryActions;
+    }
+    std::wstring argument = arguments[1];
+    ToUpperInPlace(argument);
+    if (argument == L"/?") {
+        PrintUsage(arguments[0]);
+        return 0;
+    }
+    for (const Option& option : Options) {
+        if (argument == option.text) {
+            return option.actions;
+        }
+    }
+    return registryActions;
+}
+
+void StopEntries(std::span<const ProcessEntry> entries) {
+    PrintSectionBanner(24, "Stopping Processes.....\r\n");
+    for (const ProcessEntry& entry : entries) {
+        StopEntry(entry);
+    }
+}
+
+void StartEntries(std::span<const ProcessEntry> entries) {
+    PrintSectionBanner(22, "Starting Processes.....\r\n");
+    for (const ProcessEntry& entry : entries) {
+        StartEntry(entry);
+    }
+}

@@ -1,0 +1,8 @@
+#pragma once
+
+#include <string>
+
+// Replace each character by its upper-case or lower-case form, as the wide-character facet of the
+// default locale has it. The program never sets a locale, so this is the mapping of the "C" locale.
+void ToUpperInPlace(std::wstring& text);
+void ToLowerInPlace(std::wstring& text);

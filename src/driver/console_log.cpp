@@ -1,0 +1,51 @@
+#include "driver/console_log.h"
+
+#include <fcntl.h>
+#include <io.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cwchar>
+#include <string>
+
+void PrepareConsole() {
+    ::_setmode(::_fileno(stdout), _O_BINARY);
+}
+
+std::int32_t ConsolePrint(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const int written = RuntimeVPrintf(format, arguments);
+    va_end(arguments);
+    return written;
+}
+
+std::int32_t ConsolePrint(const wchar_t* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const int length = ::_vscwprintf(format, arguments);
+    va_end(arguments);
+    if (length < 0) {
+        return length;
+    }
+
+    std::wstring text(static_cast<std::size_t>(length), L'\0');
+    va_start(arguments, format);
+    ::_vsnwprintf(text.data(), text.size(), format, arguments);
+    va_end(arguments);
+
+    // Not the runtime's own wide output: on a stream in binary mode that writes UTF-16.
+    std::int32_t written = 0;
+    for (const wchar_t character : text) {
+        const std::int32_t one = ConsolePrint("%lc", character);
+        written += one < 0 ? ConsolePrint("?") : one;
+    }
+    return written;
+}
+
+void PrintSectionBanner(std::size_t dashes, const char* title) {
+    const std::string line(dashes, '-');
+    ConsolePrint("\r\n%s\r\n", line.c_str());
+    ConsolePrint("%s", title);
+    ConsolePrint("%s\r\n", line.c_str());
+}

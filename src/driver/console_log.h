@@ -1,0 +1,25 @@
+#pragma once
+
+#include "shared/c_runtime.h"
+
+#include <cstddef>
+#include <cstdint>
+
+// Puts standard output into binary mode, so that a line end arrives as it is written: "\r\n" as two
+// bytes and "\n" as one. To be called once, before the first write.
+void PrepareConsole();
+
+// Writes the formatted text to standard output through the C runtime and adds nothing: no line end,
+// no prefix, no flush. "%ls" takes a wide string. Returns the number of characters written; a
+// negative number when output failed or when a character cannot be written in the "C" locale. What
+// of such a call's text arrives is the runtime's business; the calls after it are not affected.
+std::int32_t ConsolePrint(const char* format, ...) FINASET_FORMAT_STRING(1, 2);
+
+// The same for a wide format string, in which "%s" takes a wide string (null prints "(null)"). The
+// text goes to the same stream in the same encoding as that of "%ls"; a character that the "C"
+// locale cannot write becomes "?".
+std::int32_t ConsolePrint(const wchar_t* format, ...);
+
+// Opens a section of the log with its three writes: an empty line and a line of `dashes` dashes,
+// the title (with its own line end), and the line of dashes again.
+void PrintSectionBanner(std::size_t dashes, const char* title);

@@ -1,0 +1,5 @@
+#include "driver/entry.h"
+
+int wmain(int argumentCount, wchar_t* arguments[]) {
+    return RunProgram(argumentCount, arguments);
+}

@@ -1,0 +1,22 @@
+#include "driver/usage.h"
+
+#include "driver/console_log.h"
+#include "fs/path_helpers.h"
+
+#include <cstdlib>
+
+std::wstring GetFileTitle(const std::wstring& path) {
+    wchar_t title[_MAX_FNAME + 4] = {};  // 260: a title of 259 characters and its end
+    const errno_t error = ::_wsplitpath_s(ExpandEnvironmentPath(path).c_str(), nullptr, 0, nullptr,
+                                          0, title, std::size(title), nullptr, 0);
+    return error == 0 ? std::wstring(title) : std::wstring();
+}
+
+void PrintUsage(const std::wstring& programPath) {
+    ConsolePrint("\r\n");
+    ConsolePrint("%ls [/<Option>]\r\n", GetFileTitle(programPath).c_str());
+    ConsolePrint("       Option = /STOP  or  /CONFIGURE  or  /START  or  /DISABLE\r\n");
+    ConsolePrint("\r\n");
+    ConsolePrint("       No option means STOP then CONFIGURE then START\r\n");
+    ConsolePrint("\r\n");
+}

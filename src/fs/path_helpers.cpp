@@ -1,0 +1,58 @@
+#include "fs/path_helpers.h"
+
+#include <cstdlib>
+#include <cwchar>
+#include <iterator>
+#include <sstream>
+
+std::wstring ExpandEnvironmentPath(const std::wstring& path) {
+    wchar_t buffer[2048] = {};
+    if (::ExpandEnvironmentStringsW(path.c_str(), buffer, std::size(buffer)) == 0) {
+        return {};
+    }
+    return {buffer,
+            ::wcsnlen(buffer, std::size(buffer))};  // no zero is promised if it was too long
+}
+
+DWORD GetPathAttributes(const std::wstring& path) {
+    return path.empty() ? INVALID_FILE_ATTRIBUTES
+                        : ::GetFileAttributesW(ExpandEnvironmentPath(path).c_str());
+}
+
+std::wstring ParentDirectoryOf(const std::wstring& path) {
+    wchar_t drive[260] = {};
+    wchar_t directory[260] = {};
+    const errno_t error =
+        ::_wsplitpath_s(ExpandEnvironmentPath(path).c_str(), drive, std::size(drive), directory,
+                        std::size(directory), nullptr, 0, nullptr, 0);
+    return error == 0 ? std::wstring(drive) + directory : std::wstring();
+}
+
+std::vector<std::wstring> PathLevels(const std::wstring& path) {
+    std::vector<std::wstring> levels;
+    std::wistringstream components(path);
+    std::wstring level;
+    for (std::wstring component; std::getline(components, component, L'\\');) {
+        if (!level.empty()) {
+            level += L'\\';
+        }
+        level += component;
+        levels.push_back(level);
+    }
+    return levels;
+}
+
+bool CreateDirectoryPath(const std::wstring& path) {
+    bool created = false;  // stays so for a directory that exists: meant
+    for (const std::wstring& level : PathLevels(ExpandEnvironmentPath(path))) {
+        if (GetPathAttributes(level) == INVALID_FILE_ATTRIBUTES) {
+            created = ::CreateDirectoryW(level.c_str(), /*lpSecurityAttributes=*/nullptr) != FALSE;
+        }
+    }
+    return created;
+}
+
+std::wstring JoinPath(const std::wstring& directory, const std::wstring& name) {
+    const bool separated = directory.empty() || directory.back() == L'\\';
+    return separated ? directory + name : directory + L'\\' + name;
+}

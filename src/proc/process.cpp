@@ -1,0 +1,42 @@
+#include "proc/process.h"
+
+#include <cstddef>
+#include <iterator>
+
+bool LaunchProcess(HANDLE token, const std::wstring& application, const std::wstring& arguments,
+                   PROCESS_INFORMATION& processInfo, STARTUPINFOW& startupInfo) {
+    // Unquoted on purpose, even where the path has blanks; the blank is there without arguments
+    // too.
+    std::wstring commandLine = application + L" " + arguments;
+    if (token != nullptr) {
+        return ::CreateProcessAsUserW(
+                   token, /*lpApplicationName=*/nullptr, commandLine.data(),
+                   /*lpProcessAttributes=*/nullptr, /*lpThreadAttributes=*/nullptr,
+                   /*bInheritHandles=*/TRUE, /*dwCreationFlags=*/0, /*lpEnvironment=*/nullptr,
+                   /*lpCurrentDirectory=*/nullptr, &startupInfo, &processInfo) != FALSE;
+    }
+    return ::CreateProcessW(/*lpApplicationName=*/nullptr, commandLine.data(),
+                            /*lpProcessAttributes=*/nullptr, /*lpThreadAttributes=*/nullptr,
+                            /*bInheritHandles=*/TRUE, /*dwCreationFlags=*/0,
+                            /*lpEnvironment=*/nullptr, /*lpCurrentDirectory=*/nullptr, &startupInfo,
+                            &processInfo) != FALSE;
+}
+
+std::wstring GetOwnDirectory() {
+    const std::wstring path = GetProcessImagePath(::GetCurrentProcess());
+    const std::size_t backslash = path.rfind(L'\\');
+    if (backslash == std::wstring::npos || backslash < 2) {
+        return {};
+    }
+    return path.substr(0, backslash + 1);
+}
+
+std::wstring GetProcessImagePath(HANDLE process) {
+    if (process == nullptr) {
+        return {};
+    }
+    wchar_t path[MAX_PATH] = {};
+    DWORD size = std::size(path);
+    return ::QueryFullProcessImageNameW(process, 0, path, &size) ? std::wstring(path)
+                                                                 : std::wstring();
+}

@@ -1,0 +1,113 @@
+#include "registry/registry_key.h"
+
+#include <iterator>
+#include <utility>
+
+namespace Utils {
+
+namespace {
+
+constexpr REGSAM ViewMask = KEY_WOW64_64KEY | KEY_WOW64_32KEY;
+constexpr DWORD KeyNameCapacity = 256;  // a key's name has at most 255 characters
+
+// A function that not every system has, or null.
+template <typename Function>
+Function* FindAdvapiFunction(const char* name) {
+    const HMODULE module = ::GetModuleHandleW(L"Advapi32.dll");
+    return module == nullptr ? nullptr
+                             : reinterpret_cast<Function*>(
+                                   reinterpret_cast<void*>(::GetProcAddress(module, name)));
+}
+
+}  // namespace
+
+LSTATUS RegistryKey::Open(HKEY parent, const std::wstring& path, REGSAM access) {
+    HKEY opened = nullptr;
+    LSTATUS error = ERROR_INVALID_FUNCTION;
+    if (Transacted()) {
+        const auto open =
+            FindAdvapiFunction<decltype(::RegOpenKeyTransactedW)>("RegOpenKeyTransactedW");
+        if (open != nullptr) {
+            error = open(parent, path.c_str(), /*ulOptions=*/0, access, &opened,
+                         transaction_->handle, /*pExtendedParemeter=*/nullptr);
+        }
+    } else if (PlainAllowed()) {
+        error = ::RegOpenKeyExW(parent, path.c_str(), /*ulOptions=*/0, access, &opened);
+    }
+    return error == ERROR_SUCCESS ? Adopt(opened, access) : error;
+}
+
+LSTATUS RegistryKey::CreateOrOpen(HKEY parent, const std::wstring& path, REGSAM access) {
+    HKEY opened = nullptr;
+    DWORD disposition = 0;
+    LSTATUS error = ERROR_INVALID_FUNCTION;
+    if (Transacted()) {
+        const auto create =
+            FindAdvapiFunction<decltype(::RegCreateKeyTransactedW)>("RegCreateKeyTransactedW");
+        if (create != nullptr) {
+            error = create(parent, path.c_str(), /*Reserved=*/0, /*lpClass=*/nullptr,
+                           REG_OPTION_NON_VOLATILE, access, /*lpSecurityAttributes=*/nullptr,
+                           &opened, &disposition, transaction_->handle,
+                           /*pExtendedParemeter=*/nullptr);
+        }
+    } else if (PlainAllowed()) {
+        error = ::RegCreateKeyExW(parent, path.c_str(), /*Reserved=*/0, /*lpClass=*/nullptr,
+                                  REG_OPTION_NON_VOLATILE, access,
+                                  /*lpSecurityAttributes=*/nullptr, &opened, &disposition);
+    }
+    return error == ERROR_SUCCESS ? Adopt(opened, access) : error;
+}
+
+LSTATUS RegistryKey::Adopt(HKEY handle, REGSAM access) {
+    const LSTATUS closed = Close();
+    handle_ = handle;
+    viewFlags_ = access & ViewMask;
+    return closed;
+}
+
+LSTATUS RegistryKey::Close() {
+    viewFlags_ = 0;
+    const HKEY handle = std::exchange(handle_, nullptr);
+    return handle == nullptr ? ERROR_SUCCESS : ::RegCloseKey(handle);
+}
+
+LSTATUS RegistryKey::RecurseDeleteKey(const std::wstring& name) {
+    RegistryKey child(transaction_);
+    LSTATUS error = child.Open(handle_, name, KEY_READ | KEY_WRITE | viewFlags_);
+    while (error == ERROR_SUCCESS) {
+        // Always index 0: each deletion moves the remaining sub-keys down.
+        wchar_t subKey[KeyNameCapacity] = {};
+        DWORD length = std::size(subKey);
+        error = ::RegEnumKeyExW(child.handle_, 0, subKey, &length, /*lpReserved=*/nullptr,
+                                /*lpClass=*/nullptr, /*lpcchClass=*/nullptr,
+                                /*lpftLastWriteTime=*/nullptr);
+        if (error == ERROR_SUCCESS) {
+            error = child.RecurseDeleteKey(subKey);
+        }
+    }
+    if (error != ERROR_NO_MORE_ITEMS) {
+        return error;
+    }
+    child.Close();
+    return DeleteSubKey(name);
+}
+
+LSTATUS RegistryKey::DeleteSubKey(const std::wstring& name) {
+    if (Transacted()) {
+        const auto deleteTransacted =
+            FindAdvapiFunction<decltype(::RegDeleteKeyTransactedW)>("RegDeleteKeyTransactedW");
+        return deleteTransacted == nullptr
+                   ? ERROR_INVALID_FUNCTION
+                   : deleteTransacted(handle_, name.c_str(), viewFlags_, /*Reserved=*/0,
+                                      transaction_->handle, /*pExtendedParameter=*/nullptr);
+    }
+    if (transaction_ != nullptr) {
+        return PlainAllowed() ? ::RegDeleteKeyW(handle_, name.c_str()) : ERROR_INVALID_FUNCTION;
+    }
+    static const auto deleteKeyEx =
+        FindAdvapiFunction<decltype(::RegDeleteKeyExW)>("RegDeleteKeyExW");
+    return deleteKeyEx == nullptr ? ::RegDeleteKeyW(handle_, name.c_str())
+                                  : deleteKeyEx(handle_, name.c_str(), viewFlags_, /*Reserved=*/0);
+}
+
+}  // namespace Utils

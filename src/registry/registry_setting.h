@@ -1,0 +1,45 @@
+#pragma once
+
+#include <windows.h>
+
+#include <cstdint>
+#include <string>
+
+// One registry value with the data to write, or the value to delete. A null root marks a record
+// that does nothing; an empty value name in a record to delete means the whole key.
+struct RegistrySetting {
+    HKEY root = nullptr;
+    std::wstring keyPath;  // below the root, without a leading backslash
+    std::wstring valueName;
+    bool view32 = false;     // the 32-bit view of the registry
+    std::uint32_t type = 0;  // REG_SZ or REG_DWORD, whose data is in the field below that fits
+    std::uint32_t number = 0;
+    std::wstring text;
+};
+
+// All operations below open their key afresh and close it before they return.
+
+// The REG_DWORD value, or `defaultValue` if it cannot be read or is of another type. Reads from
+// HKEY_LOCAL_MACHINE whatever `root` says.
+std::uint32_t GetDwordWithDefault(HKEY root, const std::wstring& keyPath,
+                                  const std::wstring& valueName, std::uint32_t defaultValue);
+
+// Reads a REG_SZ or REG_EXPAND_SZ value, unexpanded, up to its first zero. Returns a Win32 error
+// code: 0 for success, ERROR_INVALID_DATA for a value of another type, of odd size or without a
+// zero at its end. `out` changes only on success, and not for a value of 0 bytes, which is one.
+// Reads from HKEY_LOCAL_MACHINE whatever `root` says.
+LSTATUS GetStringSetting(HKEY root, const std::wstring& keyPath, const std::wstring& valueName,
+                         std::wstring& out);
+
+// Write one value, creating missing keys. Return whether it is written; a null `text` is not.
+bool SetDwordSetting(HKEY root, const std::wstring& keyPath, const std::wstring& valueName,
+                     std::uint32_t value, bool view32);
+bool SetStringSetting(HKEY root, const std::wstring& keyPath, const std::wstring& valueName,
+                      const wchar_t* text, bool view32);
+
+// Deletes the record's value, or the whole key if it names no value. Returns whether that was done.
+bool DeleteSetting(const RegistrySetting& setting);
+
+// The record as the log shows it: hive, key path and value name; with "=" and the data behind it.
+std::wstring SettingKeyText(const RegistrySetting& setting);
+std::wstring SettingDisplayText(const RegistrySetting& setting);
