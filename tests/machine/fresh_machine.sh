@@ -1,0 +1,39 @@
+#!/usr/bin/env bash
+# Runs a Windows program on a Windows machine of its own: a fresh Wine prefix without display and
+# network, whose service manager and registry nobody else uses. Ends with the program's exit code,
+# after the machine is taken down. Any number of machines can run side by side.
+#
+#   fresh_machine.sh PROGRAM [ARGUMENT...]
+#
+# With FINASET_KEEP_MACHINE=DIRECTORY the machine is built there and left as it is.
+set -euo pipefail
+
+wine=/usr/lib/wine/wine64
+wineserver=/usr/lib/wine/wineserver64
+
+machine=${FINASET_KEEP_MACHINE:-$(mktemp -d "${TMPDIR:-/tmp}/finaset-machine.XXXXXX")}
+export WINEPREFIX=$machine/prefix
+mkdir -p "$WINEPREFIX"
+
+take_down() {
+    "$wineserver" -k || true # it may have ended already
+    "$wineserver" -w
+    rm -rf "$machine"
+}
+if [[ -z ${FINASET_KEEP_MACHINE:-} ]]; then
+    trap take_down EXIT
+    trap 'exit 130' INT TERM
+fi
+
+# The machine is not to see, nor to link to, anything of the person who runs it.
+export HOME=$machine LC_ALL=C.UTF-8
+unset DISPLAY WAYLAND_DISPLAY
+export WINEDEBUG=${WINEDEBUG:--all}
+export WINEDLLOVERRIDES='mscoree,mshtml=;winemenubuilder.exe=d'
+
+"$wine" wineboot -i >/dev/null 2>&1 </dev/null
+"$wine" reg add 'HKCU\Software\Wine\Drivers' /v Graphics /d null /f >/dev/null
+# Until all of it has ended, a program started now could meet a second service manager.
+"$wineserver" -w
+
+"$wine" "$@"

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+
+// What the stand-ins for the product's programs share.
+
+namespace stand_in {
+
+// What stands behind the program's name on the command line, as it stands there.
+inline std::wstring RestOfCommandLine() {
+    const wchar_t* line = ::GetCommandLineW();
+    const wchar_t end = *line == L'"' ? *line++ : L' ';
+    while (*line != L'\0' && *line != end) {
+        ++line;
+    }
+    if (*line == L'"') {
+        ++line;
+    }
+    return *line == L'\0' ? L"" : line + 1;
+}
+
+// Appends the command line in UTF-8, and a line end, to the file that is named like the program
+// with
+// ".started" behind it.
+inline void RecordStart() {
+    wchar_t path[MAX_PATH] = {};
+    ::GetModuleFileNameW(nullptr, path, MAX_PATH);
+    const std::wstring line = std::wstring(::GetCommandLineW()) + L"\r\n";
+    char text[4096];
+    const int length = ::WideCharToMultiByte(CP_UTF8, 0, line.data(), static_cast<int>(line.size()),
+                                             text, sizeof(text), nullptr, nullptr);
+    const HANDLE file = ::CreateFileW((std::wstring(path) + L".started").c_str(), FILE_APPEND_DATA,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
+                                      FILE_ATTRIBUTE_NORMAL, nullptr);
+    DWORD written = 0;
+    ::WriteFile(file, text, static_cast<DWORD>(length), &written, nullptr);
+    ::CloseHandle(file);
+}
+
+}  // namespace stand_in

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+namespace test {
+
+// Runs `action` and returns, byte for byte, what it wrote to standard output. The action must hold
+// no assertion: what that prints would be captured too.
+std::string Printed(const std::function<void()>& action);
+
+}  // namespace test

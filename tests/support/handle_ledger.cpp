@@ -1,0 +1,138 @@
+#include "support/handle_ledger.h"
+
+#include <cstdint>
+
+namespace test {
+
+HandleLedger::HandleLedger()
+    : openKey_([this](HKEY parent, LPCWSTR path, DWORD options, REGSAM access, PHKEY key) {
+          const LSTATUS error = openKey_.Forward(parent, path, options, access, key);
+          if (error == ERROR_SUCCESS) {
+              Enter(Kind::RegistryKey, *key, "RegOpenKeyExW");
+          }
+          return error;
+      }),
+      createKey_([this](HKEY parent, LPCWSTR path, DWORD reserved, LPWSTR keyClass, DWORD options,
+                        REGSAM access, auto* security, PHKEY key, DWORD* disposition) {
+          const LSTATUS error = createKey_.Forward(parent, path, reserved, keyClass, options,
+                                                   access, security, key, disposition);
+          if (error == ERROR_SUCCESS) {
+              Enter(Kind::RegistryKey, *key, "RegCreateKeyExW");
+          }
+          return error;
+      }),
+      closeKey_([this](HKEY key) {
+          const LSTATUS error = closeKey_.Forward(key);
+          Strike(Kind::RegistryKey, key, error == ERROR_SUCCESS, "RegCloseKey");
+          return error;
+      }),
+      openManager_([this](LPCWSTR machine, LPCWSTR database, DWORD access) {
+          const SC_HANDLE manager = openManager_.Forward(machine, database, access);
+          if (manager != nullptr) {
+              Enter(Kind::Service, manager, "OpenSCManagerW");
+          }
+          return manager;
+      }),
+      openService_([this](SC_HANDLE manager, LPCWSTR name, DWORD access) {
+          const SC_HANDLE service = openService_.Forward(manager, name, access);
+          if (service != nullptr) {
+              Enter(Kind::Service, service, "OpenServiceW");
+          }
+          return service;
+      }),
+      closeService_([this](SC_HANDLE handle) {
+          const BOOL closed = closeService_.Forward(handle);
+          Strike(Kind::Service, handle, closed != FALSE, "CloseServiceHandle");
+          return closed;
+      }),
+      openProcess_([this](DWORD access, BOOL inherit, DWORD id) {
+          const HANDLE process = openProcess_.Forward(access, inherit, id);
+          if (process != nullptr) {
+              Enter(Kind::Kernel, process, "OpenProcess");
+          }
+          return process;
+      }),
+      openToken_([this](HANDLE process, DWORD access, PHANDLE token) {
+          const BOOL opened = openToken_.Forward(process, access, token);
+          if (opened && *token != nullptr) {
+              Enter(Kind::Kernel, *token, "OpenProcessToken");
+          }
+          return opened;
+      }),
+      createProcess_([this](LPCWSTR application, LPWSTR commandLine, auto* processSecurity,
+                            auto* threadSecurity, BOOL inherit, DWORD flags, LPVOID environment,
+                            LPCWSTR directory, LPSTARTUPINFOW startup, LPPROCESS_INFORMATION info) {
+          const BOOL created =
+              createProcess_.Forward(application, commandLine, processSecurity, threadSecurity,
+                                     inherit, flags, environment, directory, startup, info);
+          if (created) {
+              Enter(Kind::Kernel, info->hProcess, "CreateProcessW");
+              Enter(Kind::Kernel, info->hThread, "CreateProcessW");
+          }
+          return created;
+      }),
+      createProcessAsUser_([this](HANDLE token, LPCWSTR application, LPWSTR commandLine,
+                                  auto* processSecurity, auto* threadSecurity, BOOL inherit,
+                                  DWORD flags, LPVOID environment, LPCWSTR directory,
+                                  LPSTARTUPINFOW startup, LPPROCESS_INFORMATION info) {
+          const BOOL created = createProcessAsUser_.Forward(
+              token, application, commandLine, processSecurity, threadSecurity, inherit, flags,
+              environment, directory, startup, info);
+          if (created) {
+              Enter(Kind::Kernel, info->hProcess, "CreateProcessAsUserW");
+              Enter(Kind::Kernel, info->hThread, "CreateProcessAsUserW");
+          }
+          return created;
+      }),
+      closeHandle_([this](HANDLE handle) {
+          const BOOL closed = closeHandle_.Forward(handle);
+          Strike(Kind::Kernel, handle, closed != FALSE, "CloseHandle");
+          return closed;
+      }),
+      initialiseCom_([this](LPVOID reserved, DWORD model) {
+          const HRESULT result = initialiseCom_.Forward(reserved, model);
+          if (SUCCEEDED(result)) {
+              Enter(Kind::Com, reinterpret_cast<void*>(++comInitialisations_), "CoInitializeEx");
+          }
+          return result;
+      }),
+      uninitialiseCom_([this] {
+          uninitialiseCom_.Forward();
+          const bool balanced = comInitialisations_ > 0;
+          Strike(Kind::Com, reinterpret_cast<void*>(comInitialisations_), balanced,
+                 "CoUninitialize");
+          comInitialisations_ -= balanced ? 1 : 0;
+      }) {}
+
+void HandleLedger::Enter(Kind kind, void* handle, const char* opener) {
+    ++opened_;
+    open_[{kind, handle}].push_back(opener);
+}
+
+void HandleLedger::Strike(Kind kind, void* handle, bool released, const char* releaser) {
+    if (!released) {
+        refused_.push_back(std::string(releaser) + " refused");
+        return;
+    }
+    // Handles of kinds that the product does not use are released by the same functions.
+    const auto entry = open_.find({kind, handle});
+    if (entry == open_.end()) {
+        return;
+    }
+    entry->second.pop_back();
+    if (entry->second.empty()) {
+        open_.erase(entry);
+    }
+}
+
+std::vector<std::string> HandleLedger::Findings() const {
+    std::vector<std::string> findings = refused_;
+    for (const auto& [handle, openers] : open_) {
+        for (const char* opener : openers) {
+            findings.push_back(std::string("never released: handle of ") + opener);
+        }
+    }
+    return findings;
+}
+
+}  // namespace test

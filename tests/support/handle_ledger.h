@@ -1,0 +1,58 @@
+#pragma once
+
+#include "support/import_hook.h"
+
+#include <windows.h>
+
+#include <objbase.h>
+
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace test {
+
+// While it lives, enters every handle that this program opens and strikes out every one that it
+// releases, for each kind of handle that the product uses. Ledgers nest. The test programs keep one
+// around every test.
+class HandleLedger {
+public:
+    // How many handles were opened so far.
+    [[nodiscard]] std::size_t Opened() const { return opened_; }
+
+    // What is wrong: each handle that is open still, by the function that opened it, and each
+    // release that the platform refused (as it does the second one of a handle).
+    [[nodiscard]] std::vector<std::string> Findings() const;
+
+private:
+    enum class Kind { RegistryKey, Service, Kernel, Com };
+
+    void Enter(Kind kind, void* handle, const char* opener);
+    void Strike(Kind kind, void* handle, bool released, const char* releaser);
+
+    // COM has no handle of its own: initialisations are numbered.
+    std::size_t comInitialisations_ = 0;
+    std::size_t opened_ = 0;
+    std::map<std::pair<Kind, void*>, std::vector<const char*>> open_;
+    std::vector<std::string> refused_;
+
+    ImportHook<&::RegOpenKeyExW> openKey_;
+    ImportHook<&::RegCreateKeyExW> createKey_;
+    ImportHook<&::RegCloseKey> closeKey_;
+    ImportHook<&::OpenSCManagerW> openManager_;
+    ImportHook<&::OpenServiceW> openService_;
+    ImportHook<&::CloseServiceHandle> closeService_;
+    ImportHook<&::OpenProcess> openProcess_;
+    ImportHook<&::OpenProcessToken> openToken_;
+    ImportHook<&::CreateProcessW> createProcess_;
+    ImportHook<&::CreateProcessAsUserW> createProcessAsUser_;
+    ImportHook<&::CloseHandle> closeHandle_;
+    ImportHook<&::CoInitializeEx> initialiseCom_;
+    ImportHook<&::CoUninitialize> uninitialiseCom_;
+
+public:
+    HandleLedger();
+};
+
+}  // namespace test

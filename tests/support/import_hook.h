@@ -1,0 +1,69 @@
+#pragma once
+
+#include <windows.h>
+
+#include <functional>
+#include <stdexcept>
+#include <utility>
+
+namespace test {
+
+// The slot in this program's import address table through which `function` is called. Takes the
+// address as the program sees it: that of the import itself, or that of the little jump that the
+// linker makes for a function declared without dllimport. Throws if the program does not import it.
+void** FindImportSlot(void* function);
+
+template <auto Function, typename Signature = std::remove_pointer_t<decltype(Function)>>
+class ImportHook;
+
+// While it lives, every call that this program makes of an imported function goes to `replacement`
+// instead. Hooks of one function nest, and must end in the reverse order, as scopes do. Inside a
+// replacement, Forward calls what the hook replaced: the hook around it, or the platform.
+//
+//     ImportHook<&::Sleep> hook([&](DWORD milliseconds) { slept += milliseconds; });
+template <auto Function, typename Result, typename... Arguments>
+class ImportHook<Function, Result(Arguments...)> {
+public:
+    explicit ImportHook(std::function<Result(Arguments...)> replacement)
+        : replacement_(std::move(replacement)), outer_(innermost_) {
+        if (outer_ == nullptr) {
+            slot_ = FindImportSlot(reinterpret_cast<void*>(Function));
+            platform_ = reinterpret_cast<Result (*)(Arguments...)>(*slot_);
+            WriteSlot(reinterpret_cast<void*>(&Dispatch));
+        }
+        innermost_ = this;
+    }
+    ImportHook(const ImportHook&) = delete;
+    ImportHook& operator=(const ImportHook&) = delete;
+    ~ImportHook() {
+        innermost_ = outer_;
+        if (outer_ == nullptr) {
+            WriteSlot(reinterpret_cast<void*>(platform_));
+        }
+    }
+
+    Result Forward(Arguments... arguments) {
+        return outer_ != nullptr ? outer_->replacement_(arguments...) : platform_(arguments...);
+    }
+
+private:
+    static Result Dispatch(Arguments... arguments) {
+        return innermost_->replacement_(arguments...);
+    }
+
+    static void WriteSlot(void* value) {
+        DWORD protection = 0;
+        ::VirtualProtect(slot_, sizeof(*slot_), PAGE_READWRITE, &protection);
+        *slot_ = value;
+        ::VirtualProtect(slot_, sizeof(*slot_), protection, &protection);
+    }
+
+    static inline ImportHook* innermost_ = nullptr;
+    static inline void** slot_ = nullptr;
+    static inline Result (*platform_)(Arguments...) = nullptr;
+
+    std::function<Result(Arguments...)> replacement_;
+    ImportHook* outer_;
+};
+
+}  // namespace test

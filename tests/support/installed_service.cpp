@@ -1,0 +1,132 @@
+#include "support/installed_service.h"
+
+#include "shared/owner.h"
+
+#include <chrono>
+#include <cstddef>
+#include <stdexcept>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace test {
+
+namespace {
+
+using Utils::KernelHandle;
+using Utils::ServiceHandle;
+
+ServiceHandle Manager() {
+    return ServiceHandle(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
+}
+
+ServiceHandle OpenInstalled(const std::wstring& name) {
+    ServiceHandle service(::OpenServiceW(Manager().Get(), name.c_str(), SERVICE_ALL_ACCESS));
+    if (!service) {
+        throw std::runtime_error("a service that was installed is not there");
+    }
+    return service;
+}
+
+SERVICE_STATUS_PROCESS Status(SC_HANDLE service) {
+    SERVICE_STATUS_PROCESS status = {};
+    DWORD needed = 0;
+    ::QueryServiceStatusEx(service, SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status),
+                           sizeof(status), &needed);
+    return status;
+}
+
+// The service manager has no event for a change of state that Wine would know.
+void Pause() {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+}
+
+void EndProcess(DWORD id) {
+    const KernelHandle process(::OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, id));
+    if (process) {
+        ::TerminateProcess(process.Get(), 1);
+        ::WaitForSingleObject(process.Get(), INFINITE);
+    }
+}
+
+std::wstring Text(const wchar_t* text) {
+    return text == nullptr ? std::wstring() : std::wstring(text);
+}
+
+// A list of strings, ended by an empty one, with its zeros.
+std::wstring MultiText(const wchar_t* list) {
+    std::wstring text;
+    while (list != nullptr && *list != L'\0') {
+        const std::wstring item = list;
+        text += item + L'\0';
+        list += item.size() + 1;
+    }
+    return text;
+}
+
+}  // namespace
+
+InstalledService::InstalledService(std::wstring name, const std::wstring& ways, DWORD startType,
+                                   std::wstring program)
+    : name_(std::move(name)) {
+    if (program.empty()) {
+        program = BesideThisProgram(L"stand_in_service.exe");
+    }
+    const std::wstring binaryPath = L"\"" + program + L"\" " + ways;
+    const ServiceHandle service(::CreateServiceW(
+        Manager().Get(), name_.c_str(), (name_ + L" (stand-in)").c_str(), SERVICE_ALL_ACCESS,
+        SERVICE_WIN32_OWN_PROCESS, startType, SERVICE_ERROR_NORMAL, binaryPath.c_str(), nullptr,
+        nullptr, nullptr, nullptr, nullptr));
+    if (!service) {
+        throw std::runtime_error("a service cannot be installed, error " +
+                                 std::to_string(::GetLastError()));
+    }
+}
+
+InstalledService::~InstalledService() {
+    const ServiceHandle service = OpenInstalled(name_);
+    // Deleted first, so that nothing can start it again; it goes when its process has gone.
+    ::DeleteService(service.Get());
+    EndProcess(Status(service.Get()).dwProcessId);
+}
+
+ServiceDescription InstalledService::Describe() const {
+    const ServiceHandle service = OpenInstalled(name_);
+    DWORD needed = 0;
+    ::QueryServiceConfigW(service.Get(), nullptr, 0, &needed);
+    std::vector<std::byte> buffer(needed);
+    auto* config = reinterpret_cast<QUERY_SERVICE_CONFIGW*>(buffer.data());
+    if (!::QueryServiceConfigW(service.Get(), config, needed, &needed)) {
+        throw std::runtime_error("a service's configuration cannot be read");
+    }
+    return {.serviceType = config->dwServiceType,
+            .startType = config->dwStartType,
+            .errorControl = config->dwErrorControl,
+            .binaryPath = Text(config->lpBinaryPathName),
+            .loadOrderGroup = Text(config->lpLoadOrderGroup),
+            .tagId = config->dwTagId,
+            .dependencies = MultiText(config->lpDependencies),
+            .account = Text(config->lpServiceStartName),
+            .displayName = Text(config->lpDisplayName),
+            .state = Status(service.Get()).dwCurrentState};
+}
+
+void InstalledService::Start() const {
+    const ServiceHandle service = OpenInstalled(name_);
+    if (!::StartServiceW(service.Get(), 0, nullptr)) {
+        throw std::runtime_error("a service cannot be started, error " +
+                                 std::to_string(::GetLastError()));
+    }
+    while (Status(service.Get()).dwCurrentState == SERVICE_START_PENDING) {
+        Pause();
+    }
+}
+
+std::wstring BesideThisProgram(const std::wstring& fileName) {
+    wchar_t path[MAX_PATH] = {};
+    ::GetModuleFileNameW(nullptr, path, MAX_PATH);
+    const std::wstring own = path;
+    return own.substr(0, own.rfind(L'\\') + 1) + fileName;
+}
+
+}  // namespace test

@@ -1,0 +1,31 @@
+#include "support/private_registry.h"
+
+#include <stdexcept>
+#include <string>
+
+namespace test {
+
+namespace {
+
+std::wstring RootPath() {
+    return L"Software\\FinasetTests\\" + std::to_wstring(::GetCurrentProcessId());
+}
+
+}  // namespace
+
+PrivateRegistry::PrivateRegistry() {
+    ::RegDeleteTreeW(HKEY_CURRENT_USER, RootPath().c_str());
+    if (::RegCreateKeyExW(HKEY_CURRENT_USER, RootPath().c_str(), 0, nullptr, 0, KEY_ALL_ACCESS,
+                          nullptr, &root_, nullptr) != ERROR_SUCCESS ||
+        ::RegOverridePredefKey(HKEY_LOCAL_MACHINE, root_) != ERROR_SUCCESS) {
+        throw std::runtime_error("no private registry root can be made");
+    }
+}
+
+PrivateRegistry::~PrivateRegistry() {
+    ::RegOverridePredefKey(HKEY_LOCAL_MACHINE, nullptr);
+    ::RegCloseKey(root_);
+    ::RegDeleteTreeW(HKEY_CURRENT_USER, RootPath().c_str());
+}
+
+}  // namespace test
