@@ -1,7 +1,7 @@
 // A service whose ways are set by the arguments of its binary path:
 //
 //   --start-pending=MS   is start-pending for so long before it runs
-//   --stop-pending=MS    is stop-pending for so long before it has stopped
+//   --stop-pending=MS    is stop-pending for so long before it has stopped (200 if not given)
 //   --never-stops        stays stop-pending
 //   --dies-on-start      stops instead of running
 //   --refuses-stop       does not accept the stop control
@@ -16,7 +16,9 @@ namespace {
 
 struct Ways {
     DWORD startPendingMs = 0;
-    DWORD stopPendingMs = 0;
+    // Not less: Wine drops the connection to a service that says it has stopped, and with it the
+    // answer to the stop control if that is still on its way. The request then seems to have failed.
+    DWORD stopPendingMs = 200;
     bool neverStops = false;
     bool diesOnStart = false;
     bool refusesStop = false;
@@ -57,8 +59,7 @@ void Report(DWORD state) {
 
 DWORD WINAPI HandleControl(DWORD control, DWORD /*type*/, void* /*data*/, void* /*context*/) {
     if (control == SERVICE_CONTROL_STOP) {
-        const bool pending = ways.neverStops || ways.stopPendingMs > 0;
-        Report(pending ? SERVICE_STOP_PENDING : SERVICE_STOPPED);
+        Report(SERVICE_STOP_PENDING);
         ::SetEvent(stopRequested);
     }
     return NO_ERROR;
@@ -66,10 +67,8 @@ DWORD WINAPI HandleControl(DWORD control, DWORD /*type*/, void* /*data*/, void* 
 
 void WINAPI ServiceMain(DWORD /*argumentCount*/, wchar_t** arguments) {
     statusHandle = ::RegisterServiceCtrlHandlerExW(arguments[0], &HandleControl, nullptr);
-    if (ways.startPendingMs > 0) {
-        Report(SERVICE_START_PENDING);
-        ::Sleep(ways.startPendingMs);
-    }
+    Report(SERVICE_START_PENDING);
+    ::Sleep(ways.startPendingMs);
     if (ways.diesOnStart) {
         Report(SERVICE_STOPPED);
         return;
@@ -79,10 +78,8 @@ void WINAPI ServiceMain(DWORD /*argumentCount*/, wchar_t** arguments) {
     if (ways.neverStops) {
         ::Sleep(INFINITE);
     }
-    if (ways.stopPendingMs > 0) {
-        ::Sleep(ways.stopPendingMs);
-        Report(SERVICE_STOPPED);
-    }
+    ::Sleep(ways.stopPendingMs);
+    Report(SERVICE_STOPPED);
 }
 
 }  // namespace

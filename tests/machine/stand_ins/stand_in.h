@@ -21,6 +21,17 @@ inline std::wstring RestOfCommandLine() {
     return *line == L'\0' ? L"" : line + 1;
 }
 
+// The event that says that a stand-in is ready: it has its window, or has recorded its start.
+// Whoever comes first creates it; it is there for as long as one of them keeps its handle.
+inline HANDLE ReadyEvent(DWORD processId) {
+    const std::wstring name = L"StandInReady." + std::to_wstring(processId);
+    return ::CreateEventW(nullptr, TRUE, FALSE, name.c_str());
+}
+
+inline void SayReady() {
+    ::SetEvent(ReadyEvent(::GetCurrentProcessId()));  // and keep the handle
+}
+
 // Appends the command line in UTF-8, and a line end, to the file that is named like the program
 // with
 // ".started" behind it.
@@ -37,6 +48,7 @@ inline void RecordStart() {
     DWORD written = 0;
     ::WriteFile(file, text, static_cast<DWORD>(length), &written, nullptr);
     ::CloseHandle(file);
+    SayReady();
 }
 
 }  // namespace stand_in

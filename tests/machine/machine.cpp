@@ -1,0 +1,283 @@
+#include "machine/machine.h"
+
+#include "machine/stand_ins/stand_in.h"
+
+#include <windows.h>
+
+#include <psapi.h>
+
+#include <algorithm>
+#include <cstring>
+#include <cwctype>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <utility>
+
+namespace test {
+
+const std::vector<std::wstring> ProductServices = {
+    L"brisko network service x64",
+    L"hvnetsvc",
+    L"Corvo",
+    L"TarselHubService",
+    L"Tarsel Nimbus Network Service",
+    L"Ardex",
+    L"Tarsel Metrics Service",
+    L"Tarsel Data Relay Service",
+};
+
+namespace {
+
+using Utils::KernelHandle;
+
+constexpr wchar_t ServiceKey[] =
+    L"SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service";
+constexpr wchar_t ParametersKey[] =
+    L"SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service\\Parameters";
+constexpr DWORD RunLimitMs = 180'000;   // no run lasts so long
+constexpr DWORD ReadyLimitMs = 30'000;  // no stand-in needs so long to be ready
+
+// The running processes whose program lies in `directory`, by the program's file name.
+std::multimap<std::wstring, DWORD> ProcessesFrom(const std::filesystem::path& directory) {
+    std::multimap<std::wstring, DWORD> found;
+    std::vector<DWORD> ids(1024);
+    DWORD bytes = 0;
+    ::K32EnumProcesses(ids.data(), static_cast<DWORD>(ids.size() * sizeof(DWORD)), &bytes);
+    ids.resize(bytes / sizeof(DWORD));
+    for (const DWORD id : ids) {
+        const KernelHandle process(::OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, id));
+        wchar_t image[MAX_PATH] = {};
+        DWORD size = std::size(image);
+        if (process && ::QueryFullProcessImageNameW(process.Get(), 0, image, &size) &&
+            std::filesystem::path(image).parent_path() == directory) {
+            found.emplace(std::filesystem::path(image).filename(), id);
+        }
+    }
+    return found;
+}
+
+void EndProcess(DWORD id) {
+    const KernelHandle process(::OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, id));
+    if (process) {
+        ::TerminateProcess(process.Get(), 1);
+        ::WaitForSingleObject(process.Get(), INFINITE);
+    }
+}
+
+struct StartedProcess {
+    KernelHandle process;
+    DWORD id = 0;
+};
+
+StartedProcess StartProcess(std::wstring commandLine, HANDLE output, DWORD flags) {
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof(startup);
+    if (output != nullptr) {
+        startup.dwFlags = STARTF_USESTDHANDLES;
+        startup.hStdOutput = output;
+        startup.hStdError = output;
+    }
+    PROCESS_INFORMATION info = {};
+    if (!::CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, output != nullptr, flags,
+                          nullptr, nullptr, &startup, &info)) {
+        throw std::runtime_error("a program cannot be started, error " +
+                                 std::to_string(::GetLastError()));
+    }
+    const KernelHandle thread(info.hThread);
+    return {KernelHandle(info.hProcess), info.dwProcessId};
+}
+
+void WaitUntilReady(DWORD id) {
+    const KernelHandle ready(stand_in::ReadyEvent(id));
+    if (::WaitForSingleObject(ready.Get(), ReadyLimitMs) != WAIT_OBJECT_0) {
+        throw std::runtime_error("a stand-in is not ready");
+    }
+}
+
+std::string ReadFile(const std::filesystem::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::wstring SettingText(DWORD type, const std::vector<BYTE>& data) {
+    if (type == REG_DWORD && data.size() == sizeof(DWORD)) {
+        DWORD number = 0;
+        std::memcpy(&number, data.data(), sizeof(number));
+        return std::to_wstring(number);
+    }
+    if (type == REG_SZ || type == REG_EXPAND_SZ) {
+        std::wstring text(data.size() / sizeof(wchar_t), L'\0');
+        std::memcpy(text.data(), data.data(), text.size() * sizeof(wchar_t));
+        return text.c_str();
+    }
+    return std::to_wstring(data.size()) + L" bytes of type " + std::to_wstring(type);
+}
+
+std::map<std::wstring, std::wstring> ReadSettings() {
+    std::map<std::wstring, std::wstring> settings;
+    HKEY key = nullptr;
+    if (::RegOpenKeyExW(HKEY_LOCAL_MACHINE, ParametersKey, 0, KEY_READ, &key) != ERROR_SUCCESS) {
+        return settings;
+    }
+    for (DWORD index = 0;; ++index) {
+        wchar_t name[256] = {};
+        DWORD nameLength = std::size(name);
+        std::vector<BYTE> data(65'536);
+        DWORD type = 0;
+        DWORD size = static_cast<DWORD>(data.size());
+        if (::RegEnumValueW(key, index, name, &nameLength, nullptr, &type, data.data(), &size) !=
+            ERROR_SUCCESS) {
+            break;
+        }
+        data.resize(size);
+        settings[name] = SettingText(type, data);
+    }
+    ::RegCloseKey(key);
+    return settings;
+}
+
+}  // namespace
+
+Machine::Machine(std::filesystem::path programDirectory) : directory_(std::move(programDirectory)) {
+    std::filesystem::create_directories(directory_);
+    std::filesystem::copy_file(BesideThisProgram(L"Finaset.exe"), directory_ / L"Finaset.exe");
+}
+
+Machine::~Machine() {
+    services_.clear();
+    for (const auto& [name, id] : ProcessesFrom(directory_)) {
+        EndProcess(id);
+    }
+    std::error_code ignored;  // a leftover shows in the next machine's constructor
+    std::filesystem::remove_all(directory_, ignored);
+    ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, ParametersKey);
+    ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, ServiceKey);
+}
+
+void Machine::InstallProduct(const std::wstring& ways) {
+    InstallProgram(L"stand_in_application.exe", L"ZEFIR.exe");
+    InstallProgram(L"stand_in_quit_helper.exe", L"Quitline.exe");
+    InstallProgram(L"stand_in_companion.exe", L"BriskoLU.exe");
+    for (const std::wstring& name : ProductServices) {
+        InstallService(name, ways);
+    }
+    WriteSetting(L"FirstRun", 1);
+}
+
+void Machine::InstallProgram(const std::wstring& standIn, const std::wstring& fileName) {
+    std::filesystem::copy_file(BesideThisProgram(standIn), directory_ / fileName,
+                               std::filesystem::copy_options::overwrite_existing);
+}
+
+void Machine::RemoveProgram(const std::wstring& fileName) {
+    std::filesystem::remove(directory_ / fileName);
+}
+
+InstalledService& Machine::InstallService(const std::wstring& name, const std::wstring& ways) {
+    RemoveService(name);
+    return services_.try_emplace(name, name, ways, SERVICE_AUTO_START).first->second;
+}
+
+void Machine::RemoveService(const std::wstring& name) {
+    services_.erase(name);
+}
+
+KernelHandle Machine::StartProduct() {
+    for (const auto& [name, service] : services_) {
+        service.Start();
+    }
+    return StartApplication(L"ZEFIR.exe");
+}
+
+KernelHandle Machine::StartApplication(const std::wstring& fileName, const std::wstring& title) {
+    StartedProcess application =
+        StartProcess(L"\"" + (directory_ / fileName).wstring() + L"\" " + title, nullptr, 0);
+    WaitUntilReady(application.id);
+    return std::move(application.process);
+}
+
+void Machine::StartBackgroundProgram(const std::wstring& fileName) const {
+    StartProcess(L"\"" + (directory_ / fileName).wstring() + L"\"", nullptr, DETACHED_PROCESS);
+}
+
+void Machine::WriteSetting(const std::wstring& name, DWORD type, std::string_view bytes) {
+    if (::RegSetKeyValueW(HKEY_LOCAL_MACHINE, ParametersKey, name.c_str(), type, bytes.data(),
+                          static_cast<DWORD>(bytes.size())) != ERROR_SUCCESS) {
+        throw std::runtime_error("a setting cannot be written");
+    }
+}
+
+void Machine::WriteSetting(const std::wstring& name, std::uint32_t number) {
+    WriteSetting(name, REG_DWORD, {reinterpret_cast<const char*>(&number), sizeof(number)});
+}
+
+FinishedRun Machine::Run(const std::wstring& arguments) const {
+    // Into a file: the companion inherits the handle and outlives the program, and whoever read a
+    // pipe would wait for it.
+    const std::filesystem::path path = std::filesystem::temp_directory_path() / L"finaset.log";
+    FinishedRun run;
+    {
+        SECURITY_ATTRIBUTES inheritable = {sizeof(inheritable), nullptr, TRUE};
+        const KernelHandle file(::CreateFileW(
+            path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+            &inheritable, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+        const auto start = std::chrono::steady_clock::now();
+        run.exitCode = Run(arguments, file.Get());
+        run.duration = std::chrono::duration_cast<std::chrono::milliseconds>(
+            std::chrono::steady_clock::now() - start);
+    }
+    run.log = ReadFile(path);
+    std::filesystem::remove(path);
+    return run;
+}
+
+DWORD Machine::Run(const std::wstring& arguments, HANDLE output) const {
+    const std::wstring program = (directory_ / L"Finaset.exe").wstring();
+    const StartedProcess started =
+        StartProcess(L"\"" + program + L"\" " + arguments, output, DETACHED_PROCESS);
+    if (::WaitForSingleObject(started.process.Get(), RunLimitMs) != WAIT_OBJECT_0) {
+        EndProcess(started.id);
+        throw std::runtime_error("the program does not end");
+    }
+    DWORD exitCode = 0;
+    ::GetExitCodeProcess(started.process.Get(), &exitCode);
+    return exitCode;
+}
+
+MachineState Machine::Describe() const {
+    MachineState state;
+    for (const auto& [name, service] : services_) {
+        state.services[name] = service.Describe();
+    }
+    for (const auto& [name, id] : ProcessesFrom(directory_)) {
+        state.applications.push_back(name);
+    }
+    state.settings = ReadSettings();
+    return state;
+}
+
+const InstalledService& Machine::Service(const std::wstring& name) const {
+    return services_.at(name);
+}
+
+std::vector<std::string> Machine::StartsOf(const std::wstring& fileName) const {
+    // One that is running may be about to record its start still.
+    const auto running = ProcessesFrom(directory_);
+    for (auto [name, last] = running.equal_range(fileName); name != last; ++name) {
+        WaitUntilReady(name->second);
+    }
+    std::ifstream file(directory_ / (fileName + L".started"), std::ios::binary);
+    std::vector<std::string> starts;
+    for (std::string line; std::getline(file, line);) {
+        line.pop_back();  // the carriage return
+        starts.push_back(line);
+    }
+    return starts;
+}
+
+bool Ended(const KernelHandle& process, std::chrono::milliseconds limit) {
+    return ::WaitForSingleObject(process.Get(), static_cast<DWORD>(limit.count())) == WAIT_OBJECT_0;
+}
+
+}  // namespace test

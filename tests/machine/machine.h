@@ -1,0 +1,93 @@
+#pragma once
+
+#include "shared/owner.h"
+#include "support/installed_service.h"
+
+#include <windows.h>
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace test {
+
+// The services of the product, in the order in which a run stops them.
+extern const std::vector<std::wstring> ProductServices;
+
+// A finished run of the program.
+struct FinishedRun {
+    DWORD exitCode = 0;
+    std::string log;
+    std::chrono::milliseconds duration{};
+};
+
+// What can be seen of the machine, apart from its services.
+struct MachineState {
+    std::map<std::wstring, ServiceDescription> services;
+    std::vector<std::wstring> applications;         // running ones, by file name, sorted
+    std::map<std::wstring, std::wstring> settings;  // of the service's Parameters key, as text
+};
+
+// The machine that this program runs on, with the product on it: the shipping program, and small
+// real programs that stand in for the product's others. It starts out without the product, and has
+// nothing of it left at the end.
+class Machine {
+public:
+    explicit Machine(
+        std::filesystem::path programDirectory = L"C:\\Program Files\\Tarsel\\Lumetra");
+    Machine(const Machine&) = delete;
+    Machine& operator=(const Machine&) = delete;
+    ~Machine();
+
+    // The programs, the services and the first-run marker. `ways` are those of each service's
+    // stand-in.
+    void InstallProduct(const std::wstring& ways = {});
+
+    // A single piece of it. A program that is there is replaced.
+    void InstallProgram(const std::wstring& standIn, const std::wstring& fileName);
+    void RemoveProgram(const std::wstring& fileName);
+    InstalledService& InstallService(const std::wstring& name, const std::wstring& ways = {});
+    void RemoveService(const std::wstring& name);
+
+    // Everything that runs on a machine in use: all services, and the application with its window,
+    // whose process is returned.
+    Utils::KernelHandle StartProduct();
+
+    // Starts a program of the product that has a window, and returns when the window is there.
+    // `title` is the window's title, the product's if empty.
+    Utils::KernelHandle StartApplication(const std::wstring& fileName,
+                                         const std::wstring& title = {});
+
+    // Starts a program of the product that has no window.
+    void StartBackgroundProgram(const std::wstring& fileName) const;
+
+    void WriteSetting(const std::wstring& name, DWORD type, std::string_view bytes);
+    void WriteSetting(const std::wstring& name, std::uint32_t number);
+
+    // Runs the program with the rest of its command line as given, and waits for it.
+    [[nodiscard]] FinishedRun Run(const std::wstring& arguments = {}) const;
+
+    // The same, with standard output going to `output`, which must be inheritable.
+    [[nodiscard]] DWORD Run(const std::wstring& arguments, HANDLE output) const;
+
+    [[nodiscard]] MachineState Describe() const;
+    [[nodiscard]] const InstalledService& Service(const std::wstring& name) const;
+
+    // The command lines with which a program was started that records them, in order.
+    [[nodiscard]] std::vector<std::string> StartsOf(const std::wstring& fileName) const;
+
+    [[nodiscard]] const std::filesystem::path& ProgramDirectory() const { return directory_; }
+
+private:
+    std::filesystem::path directory_;
+    std::map<std::wstring, InstalledService> services_;
+};
+
+// Whether the process has ended, or does within `limit`.
+bool Ended(const Utils::KernelHandle& process, std::chrono::milliseconds limit);
+
+}  // namespace test

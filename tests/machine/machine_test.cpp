@@ -1,0 +1,485 @@
+#include "machine/machine.h"
+
+#include "support/on_wine.h"
+
+#include <chrono>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+using namespace std::chrono_literals;
+using test::Ended;
+using test::FinishedRun;
+using test::Machine;
+using test::MachineState;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::Ge;
+using testing::IsEmpty;
+using testing::Lt;
+using testing::UnorderedElementsAre;
+
+constexpr DWORD Stopped = SERVICE_STOPPED;
+constexpr DWORD StopPending = SERVICE_STOP_PENDING;
+constexpr DWORD Running = SERVICE_RUNNING;
+
+constexpr std::chrono::seconds QuitLimit{10};  // for an application that was asked to quit
+
+// The bytes of a log: every "\n" stands for the line end of the log.
+std::string Log(std::string_view lines) {
+    std::string log;
+    for (const char character : lines) {
+        log += character == '\n' ? "\r\n" : std::string(1, character);
+    }
+    return log;
+}
+
+// The whole log of a run that has these sections.
+std::string WholeLog(std::string_view sections) {
+    return Log("\nFIRST RUN - START\n\n" + std::string(sections) + "\n\nFIRST RUN - FINISHED\n");
+}
+
+std::string StopSection(std::string_view lines) {
+    return "\n------------------------\nStopping Processes.....\n------------------------\n" +
+           std::string(lines);
+}
+
+std::string StartSection(std::string_view lines) {
+    return "\n----------------------\nStarting Processes.....\n----------------------\n" +
+           std::string(lines);
+}
+
+// How the item of an application that was asked to quit ends.
+constexpr std::string_view AskedToQuit =
+    "Stopping Application ZEFIR.exe....with Window Title Tarsel\xAE Lumetra  Process Quitline.exe "
+    "Started in context of ZEFIR.exe application to send QUIT Message - Success=True\n";
+constexpr std::string_view NotAskedToQuit =
+    "Stopping Application ZEFIR.exe....with Window Title Tarsel\xAE Lumetra  Process Quitline.exe "
+    "Started in context of ZEFIR.exe application to send QUIT Message - Success=False\n";
+constexpr std::string_view ApplicationNotFound =
+    "Stopping Application ZEFIR.exe....with Window Title Tarsel\xAE Lumetra  application not "
+    "found!\n";
+constexpr std::string_view NoServiceStopped =
+    "Stopping brisko network service x64....stop failed!\n"
+    "Stopping hvnetsvc....stop failed!\n"
+    "Stopping Corvo....stop failed!\n"
+    "Stopping TarselHubService....stop failed!\n"
+    "Stopping Tarsel Nimbus Network Service....stop failed!\n"
+    "Stopping Ardex....stop failed!\n"
+    "Stopping Tarsel Metrics Service....stop failed!\n"
+    "Stopping Tarsel Data Relay Service....stop failed!\n";
+constexpr std::string_view AllServicesStopped =
+    "Stopping brisko network service x64....stopped\n"
+    "Stopping hvnetsvc....stopped\n"
+    "Stopping Corvo....stopped\n"
+    "Stopping TarselHubService....stopped\n"
+    "Stopping Tarsel Nimbus Network Service....stopped\n"
+    "Stopping Ardex....stopped\n"
+    "Stopping Tarsel Metrics Service....stopped\n"
+    "Stopping Tarsel Data Relay Service....stopped\n";
+constexpr std::string_view AllStarted =
+    "Starting Application BriskoLU.exe with command line -u....started\n"
+    "Starting Ardex....started\n"
+    "Starting Tarsel Metrics Service....started\n"
+    "Starting Tarsel Nimbus Network Service....started\n"
+    "Starting Tarsel Data Relay Service....started\n";
+constexpr std::string_view NothingStarted =
+    "Starting Application BriskoLU.exe with command line -u....start failed!\n"
+    "Starting Ardex....start failed!\n"
+    "Starting Tarsel Metrics Service....start failed!\n"
+    "Starting Tarsel Nimbus Network Service....start failed!\n"
+    "Starting Tarsel Data Relay Service....start failed!\n";
+constexpr std::string_view DisableSection =
+    "\n------------------------\nDisabling Processes....\n------------------------\n"
+    "Disabling Service Corvo....Disabled\n"
+    "Disabling Service TarselHubService....Disabled\n"
+    "Disabling Service Ardex....Disabled\n"
+    "Disabling Service Tarsel Metrics Service....Disabled\n"
+    "Disabling Service Tarsel Nimbus Network Service....Disabled\n"
+    "Disabling Service Tarsel Data Relay Service....Disabled\n";
+
+// The log of a run that stops and starts, on a machine that has nothing of the product.
+std::string DefaultLogOfAnEmptyMachine() {
+    return WholeLog(StopSection(std::string(ApplicationNotFound) + std::string(NoServiceStopped)) +
+                    StartSection(NothingStarted));
+}
+
+// The state of each service, in the product's order.
+std::vector<DWORD> ServiceStates(const MachineState& state) {
+    std::vector<DWORD> states;
+    for (const std::wstring& name : test::ProductServices) {
+        states.push_back(state.services.at(name).state);
+    }
+    return states;
+}
+
+// The command line that a program with blanks in its path is started with, as it arrives there.
+std::string Started(const std::filesystem::path& program, const std::string& arguments) {
+    const std::string quote = test::OnWine() ? "\"" : "";
+    return quote + program.string() + quote + " " + arguments;
+}
+
+void ExpectLog(const FinishedRun& run, const std::string& log) {
+    EXPECT_EQ(run.log, log);
+    EXPECT_EQ(run.exitCode, 0U);
+}
+
+TEST(Machine, TheDefaultRunQuitsTheApplicationStopsAllServicesAndStartsWhatIsToRun) {
+    Machine machine;
+    machine.InstallProduct();
+    const Utils::KernelHandle application = machine.StartProduct();
+    const MachineState before = machine.Describe();
+    EXPECT_THAT(ServiceStates(before), ElementsAre(Running, Running, Running, Running, Running,
+                                                   Running, Running, Running));
+
+    ExpectLog(machine.Run(),
+              "\r\n"
+              "FIRST RUN - START\r\n"
+              "\r\n"
+              "\r\n"
+              "------------------------\r\n"
+              "Stopping Processes.....\r\n"
+              "------------------------\r\n"
+              "Stopping Application ZEFIR.exe....with Window Title Tarsel\xAE Lumetra  Process "
+              "Quitline.exe Started in context of ZEFIR.exe application to send QUIT Message - "
+              "Success=True\r\n"
+              "Stopping brisko network service x64....stopped\r\n"
+              "Stopping hvnetsvc....stopped\r\n"
+              "Stopping Corvo....stopped\r\n"
+              "Stopping TarselHubService....stopped\r\n"
+              "Stopping Tarsel Nimbus Network Service....stopped\r\n"
+              "Stopping Ardex....stopped\r\n"
+              "Stopping Tarsel Metrics Service....stopped\r\n"
+              "Stopping Tarsel Data Relay Service....stopped\r\n"
+              "\r\n"
+              "----------------------\r\n"
+              "Starting Processes.....\r\n"
+              "----------------------\r\n"
+              "Starting Application BriskoLU.exe with command line -u....started\r\n"
+              "Starting Ardex....started\r\n"
+              "Starting Tarsel Metrics Service....started\r\n"
+              "Starting Tarsel Nimbus Network Service....started\r\n"
+              "Starting Tarsel Data Relay Service....started\r\n"
+              "\r\n"
+              "\r\n"
+              "FIRST RUN - FINISHED\r\n");
+
+    EXPECT_TRUE(Ended(application, QuitLimit));
+    const MachineState after = machine.Describe();
+    EXPECT_THAT(ServiceStates(after), ElementsAre(Stopped, Stopped, Stopped, Stopped, Running,
+                                                  Running, Running, Running));
+    EXPECT_THAT(after.applications, ElementsAre(L"BriskoLU.exe"));
+    EXPECT_EQ(after.settings, before.settings);
+    EXPECT_THAT(machine.StartsOf(L"Quitline.exe"),
+                ElementsAre("Quitline.exe Tarsel\u00AE Lumetra"));
+    EXPECT_THAT(machine.StartsOf(L"BriskoLU.exe"),
+                ElementsAre(Started(machine.ProgramDirectory() / L"BriskoLU.exe", "-u")));
+}
+
+TEST(Machine, ASecondRunFindsTheApplicationGoneAndSomeServicesStopped) {
+    Machine machine;
+    machine.InstallProduct();
+    const Utils::KernelHandle application = machine.StartProduct();
+    ASSERT_EQ(machine.Run().exitCode, 0U);
+    ASSERT_TRUE(Ended(application, QuitLimit));
+
+    ExpectLog(machine.Run(),
+              WholeLog(StopSection(std::string(ApplicationNotFound) +
+                                   "Stopping brisko network service x64....stop failed!\n"
+                                   "Stopping hvnetsvc....stop failed!\n"
+                                   "Stopping Corvo....stop failed!\n"
+                                   "Stopping TarselHubService....stop failed!\n"
+                                   "Stopping Tarsel Nimbus Network Service....stopped\n"
+                                   "Stopping Ardex....stopped\n"
+                                   "Stopping Tarsel Metrics Service....stopped\n"
+                                   "Stopping Tarsel Data Relay Service....stopped\n") +
+                       StartSection(AllStarted)));
+    EXPECT_THAT(ServiceStates(machine.Describe()), ElementsAre(Stopped, Stopped, Stopped, Stopped,
+                                                               Running, Running, Running, Running));
+}
+
+TEST(Machine, ARunWithNothingInstalledFailsEverywhereAndGoesOnToTheEnd) {
+    const Machine machine;
+    const FinishedRun run = machine.Run();
+    ExpectLog(run, DefaultLogOfAnEmptyMachine());
+    EXPECT_LT(run.duration, 10s);  // nothing was waited for
+}
+
+TEST(Machine, TheProgramNeedsNoFileBesideIt) {
+    const Machine machine;
+    const std::vector<std::filesystem::path> files(
+        std::filesystem::directory_iterator(machine.ProgramDirectory()), {});
+    EXPECT_THAT(files, ElementsAre(machine.ProgramDirectory() / L"Finaset.exe"));
+    EXPECT_EQ(machine.Run(L"/?").exitCode, 0U);
+}
+
+TEST(Machine, TheOptionStopOnlyStops) {
+    Machine machine;
+    machine.InstallProduct();
+    const Utils::KernelHandle application = machine.StartProduct();
+    ExpectLog(machine.Run(L"/sToP"),
+              WholeLog(StopSection(std::string(AskedToQuit) + std::string(AllServicesStopped))));
+    EXPECT_TRUE(Ended(application, QuitLimit));
+    const MachineState after = machine.Describe();
+    EXPECT_THAT(ServiceStates(after), ElementsAre(Stopped, Stopped, Stopped, Stopped, Stopped,
+                                                  Stopped, Stopped, Stopped));
+    EXPECT_THAT(after.applications, IsEmpty());
+}
+
+TEST(Machine, TheOptionStartOnlyStarts) {
+    Machine machine;
+    machine.InstallProduct();
+    ExpectLog(machine.Run(L"/StArT"), WholeLog(StartSection(AllStarted)));
+    EXPECT_THAT(ServiceStates(machine.Describe()), ElementsAre(Stopped, Stopped, Stopped, Stopped,
+                                                               Running, Running, Running, Running));
+    EXPECT_THAT(machine.StartsOf(L"Quitline.exe"), IsEmpty());
+}
+
+TEST(Machine, TheOptionDisableChangesTheStartTypeOfSixServicesAndNothingElse) {
+    Machine machine;
+    machine.InstallProduct();
+    const Utils::KernelHandle application = machine.StartProduct();
+    MachineState expected = machine.Describe();
+    for (const wchar_t* name : {L"Corvo", L"TarselHubService", L"Ardex", L"Tarsel Metrics Service",
+                                L"Tarsel Nimbus Network Service", L"Tarsel Data Relay Service"}) {
+        expected.services[name].startType = SERVICE_DISABLED;
+    }
+    ExpectLog(machine.Run(L"/dIsAbLe"), WholeLog(DisableSection));
+    const MachineState after = machine.Describe();
+    EXPECT_EQ(after.services, expected.services);  // running on, among other things
+    EXPECT_EQ(after.applications, expected.applications);
+    EXPECT_EQ(after.settings, expected.settings);
+}
+
+TEST(Machine, TheOptionConfigureRunsNoOtherStep) {
+    Machine machine;
+    machine.InstallProduct();
+    const MachineState before = machine.Describe();
+    ExpectLog(machine.Run(L"/configure"), WholeLog(""));
+    EXPECT_EQ(machine.Describe().services, before.services);
+}
+
+TEST(Machine, TheUsageTextIsPrintedAndNothingIsDone) {
+    Machine machine;
+    machine.WriteSetting(L"FinasetAction", 255);
+    ExpectLog(machine.Run(L"/?"),
+              WholeLog("\n"
+                       "Finaset [/<Option>]\n"
+                       "       Option = /STOP  or  /CONFIGURE  or  /START  or  /DISABLE\n"
+                       "\n"
+                       "       No option means STOP then CONFIGURE then START\n"
+                       "\n"));
+}
+
+// Command lines and values of FinasetAction, with what a machine without the product then logs.
+struct Choice {
+    const char* name;
+    std::wstring arguments;
+    DWORD type = REG_NONE;
+    std::string_view value;
+    std::string log;
+};
+
+void PrintTo(const Choice& choice, std::ostream* out) {
+    *out << choice.name;
+}
+
+class MachineChoices : public testing::TestWithParam<Choice> {};
+
+TEST_P(MachineChoices, DecideWhatRuns) {
+    const Choice& choice = GetParam();
+    Machine machine;
+    if (choice.type != REG_NONE) {
+        machine.WriteSetting(L"FinasetAction", choice.type, choice.value);
+    }
+    ExpectLog(machine.Run(choice.arguments), choice.log);
+}
+
+std::string LogOfAFailedStop() {
+    return WholeLog(StopSection(std::string(ApplicationNotFound) + std::string(NoServiceStopped)));
+}
+
+std::string FailedDisableSection() {
+    std::string section(DisableSection);
+    for (std::size_t at = 0; (at = section.find("....Disabled", at)) != std::string::npos;) {
+        section.replace(at, 12, "....Disable  failed!");
+    }
+    return section;
+}
+
+using namespace std::string_view_literals;
+
+INSTANTIATE_TEST_SUITE_P(
+    All, MachineChoices,
+    testing::Values(
+        Choice{"UnknownOption", L"/STOPX", REG_NONE, {}, DefaultLogOfAnEmptyMachine()},
+        Choice{"EmptyArgument", L"\"\"", REG_NONE, {}, DefaultLogOfAnEmptyMachine()},
+        Choice{"TwoOptions", L"/STOP /START", REG_NONE, {}, LogOfAFailedStop()},
+        Choice{"UnknownBeforeKnown", L"/X /STOP", REG_NONE, {}, DefaultLogOfAnEmptyMachine()},
+        Choice{"ActionNone", L"", REG_DWORD, "\0\0\0\0"sv, WholeLog("")},
+        Choice{"ActionUnknownBit", L"", REG_DWORD, "\2\0\0\0"sv, WholeLog("")},
+        Choice{"ActionDisable", L"", REG_DWORD, "\x10\0\0\0"sv, WholeLog(FailedDisableSection())},
+        Choice{
+            "ActionAll", L"", REG_DWORD, "\xFF\0\0\0"sv,
+            WholeLog(StopSection(std::string(ApplicationNotFound) + std::string(NoServiceStopped)) +
+                     StartSection(NothingStarted) + FailedDisableSection())},
+        Choice{"ActionOfTypeString", L"", REG_SZ, "1\0\0\0"sv, DefaultLogOfAnEmptyMachine()},
+        Choice{"ActionOf64Bits", L"", REG_QWORD, "\1\0\0\0\0\0\0\0"sv,
+               DefaultLogOfAnEmptyMachine()},
+        Choice{"OptionBeforeAction", L"/STOP", REG_DWORD, "\x10\0\0\0"sv, LogOfAFailedStop()}),
+    [](const auto& choice) { return std::string(choice.param.name); });
+
+TEST(Machine, AServiceThatNeverStopsIsGivenUpAfter30SecondsAndTheNextOneIsStopped) {
+    Machine machine;
+    machine.InstallProduct();
+    machine.InstallService(L"Corvo", L"--never-stops");
+    const Utils::KernelHandle application = machine.StartProduct();
+    const FinishedRun run = machine.Run(L"/STOP");
+    ExpectLog(run, WholeLog(StopSection(std::string(AskedToQuit) +
+                                        "Stopping brisko network service x64....stopped\n"
+                                        "Stopping hvnetsvc....stopped\n"
+                                        "Stopping Corvo....stop failed!\n"
+                                        "Stopping TarselHubService....stopped\n"
+                                        "Stopping Tarsel Nimbus Network Service....stopped\n"
+                                        "Stopping Ardex....stopped\n"
+                                        "Stopping Tarsel Metrics Service....stopped\n"
+                                        "Stopping Tarsel Data Relay Service....stopped\n")));
+    EXPECT_THAT(run.duration, AllOf(Ge(30s), Lt(50s)));
+    EXPECT_THAT(
+        ServiceStates(machine.Describe()),
+        ElementsAre(Stopped, Stopped, StopPending, Stopped, Stopped, Stopped, Stopped, Stopped));
+}
+
+TEST(Machine, AServiceThatDiesOnStartIsGivenUpAfter10SecondsAndTheNextOneIsStarted) {
+    Machine machine;
+    machine.InstallProduct();
+    machine.InstallService(L"Ardex", L"--start-pending=300 --dies-on-start");
+    const FinishedRun run = machine.Run(L"/START");
+    ExpectLog(run, WholeLog(StartSection(
+                       "Starting Application BriskoLU.exe with command line -u....started\n"
+                       "Starting Ardex....start failed!\n"
+                       "Starting Tarsel Metrics Service....started\n"
+                       "Starting Tarsel Nimbus Network Service....started\n"
+                       "Starting Tarsel Data Relay Service....started\n")));
+    EXPECT_THAT(run.duration, AllOf(Ge(10s), Lt(25s)));
+}
+
+TEST(Machine, ServicesThatTakeTheirTimeAreWaitedFor) {
+    Machine machine;
+    machine.InstallProduct(L"--start-pending=700 --stop-pending=700");
+    machine.StartProduct();
+    ExpectLog(machine.Run(),
+              WholeLog(StopSection(std::string(AskedToQuit) + std::string(AllServicesStopped)) +
+                       StartSection(AllStarted)));
+}
+
+TEST(Machine, AServiceThatRefusesToStopFailsAndRunsOn) {
+    Machine machine;
+    machine.InstallService(L"Ardex", L"--refuses-stop").Start();
+    const FinishedRun run = machine.Run(L"/STOP");
+    ExpectLog(run, LogOfAFailedStop());
+    EXPECT_EQ(machine.Service(L"Ardex").State(), Running);
+    EXPECT_LT(run.duration, 10s);  // it was not waited for
+}
+
+TEST(Machine, AServiceThatRunsAlreadyFailsToStart) {
+    Machine machine;
+    machine.InstallService(L"Tarsel Metrics Service").Start();
+    ExpectLog(machine.Run(L"/START"), WholeLog(StartSection(NothingStarted)));
+    EXPECT_EQ(machine.Service(L"Tarsel Metrics Service").State(), Running);
+}
+
+TEST(Machine, TheApplicationIsFoundInAnyCaseAndAsPartOfALongerName) {
+    for (const wchar_t* fileName : {L"zefir.EXE", L"AZEFIR.EXE"}) {
+        SCOPED_TRACE(testing::PrintToString(std::wstring(fileName)));
+        Machine machine;
+        machine.InstallProgram(L"stand_in_quit_helper.exe", L"Quitline.exe");
+        machine.InstallProgram(L"stand_in_application.exe", fileName);
+        const Utils::KernelHandle application = machine.StartApplication(fileName);
+        ExpectLog(machine.Run(L"/STOP"),
+                  WholeLog(StopSection(std::string(AskedToQuit) + std::string(NoServiceStopped))));
+        EXPECT_TRUE(Ended(application, QuitLimit));
+    }
+}
+
+TEST(Machine, OfTwoInstancesOneIsAskedToQuit) {
+    Machine machine;
+    machine.InstallProgram(L"stand_in_quit_helper.exe", L"Quitline.exe");
+    machine.InstallProgram(L"stand_in_application.exe", L"ZEFIR.exe");
+    const Utils::KernelHandle first = machine.StartApplication(L"ZEFIR.exe");
+    const Utils::KernelHandle second = machine.StartApplication(L"ZEFIR.exe");
+    ExpectLog(machine.Run(L"/STOP"),
+              WholeLog(StopSection(std::string(AskedToQuit) + std::string(NoServiceStopped))));
+    EXPECT_THAT(machine.StartsOf(L"Quitline.exe"),
+                ElementsAre("Quitline.exe Tarsel\u00AE Lumetra"));
+    const HANDLE both[] = {first.Get(), second.Get()};
+    EXPECT_NE(::WaitForMultipleObjects(2, both, FALSE, 10'000), static_cast<DWORD>(WAIT_TIMEOUT));
+    EXPECT_NE(Ended(first, 0ms), Ended(second, 0ms));
+}
+
+TEST(Machine, AnApplicationWithAnotherTitleIsLeftRunning) {
+    Machine machine;
+    machine.InstallProgram(L"stand_in_quit_helper.exe", L"Quitline.exe");
+    machine.InstallProgram(L"stand_in_application.exe", L"ZEFIR.exe");
+    const Utils::KernelHandle application =
+        machine.StartApplication(L"ZEFIR.exe", L"Another window with blanks");
+    // The helper's ending in time is all that the verdict speaks of.
+    ExpectLog(machine.Run(L"/STOP"),
+              WholeLog(StopSection(std::string(AskedToQuit) + std::string(NoServiceStopped))));
+    EXPECT_FALSE(Ended(application, 0ms));
+}
+
+TEST(Machine, WithoutTheHelperTheApplicationIsLeftRunning) {
+    Machine machine;
+    machine.InstallProduct();
+    machine.RemoveProgram(L"Quitline.exe");
+    const Utils::KernelHandle application = machine.StartProduct();
+    ExpectLog(machine.Run(L"/STOP"),
+              WholeLog(StopSection(std::string(NotAskedToQuit) + std::string(AllServicesStopped))));
+    EXPECT_FALSE(Ended(application, 0ms));
+}
+
+TEST(Machine, AHelperThatHangsIsGivenUpAfter30SecondsAndLeftRunning) {
+    Machine machine;
+    machine.InstallProgram(L"stand_in_companion.exe", L"Quitline.exe");
+    machine.InstallProgram(L"stand_in_application.exe", L"ZEFIR.exe");
+    const Utils::KernelHandle application = machine.StartApplication(L"ZEFIR.exe");
+    const FinishedRun run = machine.Run(L"/STOP");
+    ExpectLog(run,
+              WholeLog(StopSection(std::string(NotAskedToQuit) + std::string(NoServiceStopped))));
+    EXPECT_THAT(run.duration, AllOf(Ge(30s), Lt(50s)));
+    EXPECT_THAT(machine.Describe().applications,
+                UnorderedElementsAre(L"Quitline.exe", L"ZEFIR.exe"));
+}
+
+TEST(Machine, WithoutTheCompanionTheServicesAreStartedAllTheSame) {
+    Machine machine;
+    machine.InstallProduct();
+    machine.RemoveProgram(L"BriskoLU.exe");
+    ExpectLog(machine.Run(L"/START"),
+              WholeLog(StartSection(
+                  "Starting Application BriskoLU.exe with command line -u....start failed!\n"
+                  "Starting Ardex....started\n"
+                  "Starting Tarsel Metrics Service....started\n"
+                  "Starting Tarsel Nimbus Network Service....started\n"
+                  "Starting Tarsel Data Relay Service....started\n")));
+}
+
+TEST(Machine, AProgramDirectoryWithManyBlanksServes) {
+    Machine machine(L"C:\\A place  with\\many blanks in it");
+    machine.InstallProduct();
+    const Utils::KernelHandle application = machine.StartProduct();
+    ExpectLog(machine.Run(),
+              WholeLog(StopSection(std::string(AskedToQuit) + std::string(AllServicesStopped)) +
+                       StartSection(AllStarted)));
+    EXPECT_TRUE(Ended(application, QuitLimit));
+    EXPECT_THAT(machine.StartsOf(L"BriskoLU.exe"),
+                ElementsAre(Started(machine.ProgramDirectory() / L"BriskoLU.exe", "-u")));
+}
+
+}  // namespace

@@ -1,0 +1,201 @@
+// Runs the program on a machine on which the product is installed and in use, and shows the machine
+// before, the log as it comes, and the machine after.
+//
+//   show_run DEVICE [--keep] [OPTION...]
+//
+// Everything goes to DEVICE, the path of a character device: there the C runtime writes each piece
+// of the log at once, where it would collect that for a file. With --keep the product stays
+// installed, and in use as the program left it. The options are the program's.
+
+#include "machine/machine.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <iterator>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace {
+
+using test::MachineState;
+using test::ServiceDescription;
+
+constexpr int NameWidth = 33;
+constexpr int ValueWidth = 24;
+constexpr std::chrono::seconds QuitLimit{5};
+
+class Device {
+public:
+    explicit Device(const wchar_t* path) {
+        SECURITY_ATTRIBUTES inheritable = {sizeof(inheritable), nullptr, TRUE};
+        handle_ = ::CreateFileW(path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                &inheritable, OPEN_EXISTING, 0, nullptr);
+    }
+    [[nodiscard]] HANDLE Get() const { return handle_; }
+
+    void Line(const std::wstring& text = {}) const {
+        const std::wstring line = text + L"\r\n";
+        char bytes[1024];
+        const int length =
+            ::WideCharToMultiByte(CP_UTF8, 0, line.data(), static_cast<int>(line.size()), bytes,
+                                  sizeof(bytes), nullptr, nullptr);
+        DWORD written = 0;
+        ::WriteFile(handle_, bytes, static_cast<DWORD>(length), &written, nullptr);
+    }
+
+private:
+    HANDLE handle_ = nullptr;
+};
+
+std::wstring Padded(std::wstring text, std::size_t width) {
+    text.resize(std::max(text.size() + 1, width), L' ');
+    return text;
+}
+
+std::wstring StartTypeName(DWORD startType) {
+    switch (startType) {
+        case SERVICE_AUTO_START:
+            return L"automatic";
+        case SERVICE_DEMAND_START:
+            return L"manual";
+        case SERVICE_DISABLED:
+            return L"disabled";
+        default:
+            return L"start type " + std::to_wstring(startType);
+    }
+}
+
+std::wstring StateName(DWORD state) {
+    switch (state) {
+        case SERVICE_STOPPED:
+            return L"stopped";
+        case SERVICE_START_PENDING:
+            return L"start-pending";
+        case SERVICE_STOP_PENDING:
+            return L"stop-pending";
+        case SERVICE_RUNNING:
+            return L"running";
+        default:
+            return L"state " + std::to_wstring(state);
+    }
+}
+
+// One line of the table: a name, and what belongs to it.
+struct Row {
+    std::wstring section;
+    std::wstring name;
+    std::wstring value;
+};
+
+std::vector<Row> Rows(const MachineState& state, const std::set<std::wstring>& settingNames) {
+    std::vector<Row> rows;
+    for (const std::wstring& name : test::ProductServices) {
+        const ServiceDescription& service = state.services.at(name);
+        rows.push_back({L"Services", name,
+                        Padded(StartTypeName(service.startType), 11) + StateName(service.state)});
+    }
+    for (const wchar_t* name : {L"ZEFIR.exe", L"BriskoLU.exe"}) {
+        const auto running = std::ranges::count(state.applications, name);
+        rows.push_back({L"Applications", name, running > 0 ? L"running" : L"not running"});
+    }
+    for (const std::wstring& name : settingNames) {
+        const auto setting = state.settings.find(name);
+        rows.push_back(
+            {L"Settings", name, setting == state.settings.end() ? L"absent" : setting->second});
+    }
+    return rows;
+}
+
+void ShowTable(const Device& device, const std::wstring& title, const std::vector<Row>& before,
+               const std::vector<Row>& after) {
+    device.Line(L"== " + title);
+    std::wstring section;
+    for (std::size_t index = 0; index < before.size(); ++index) {
+        const Row& row = before[index];
+        if (row.section != section) {
+            section = row.section;
+            device.Line(section);
+        }
+        const std::wstring& now = after[index].value;
+        const std::wstring change =
+            now == row.value ? row.value : Padded(row.value, ValueWidth) + L"\u2192 " + now;
+        device.Line(L"  " + Padded(row.name, NameWidth) + change);
+    }
+    device.Line();
+}
+
+std::set<std::wstring> SettingNames(const MachineState& before, const MachineState& after) {
+    std::set<std::wstring> names;
+    for (const MachineState* state : {&before, &after}) {
+        for (const auto& [name, value] : state->settings) {
+            names.insert(name);
+        }
+    }
+    return names;
+}
+
+// This program's arguments from `first` on, as a command line.
+std::wstring ProgramOptions(int argumentCount, wchar_t** arguments, int first) {
+    std::wstring options;
+    for (int index = first; index < argumentCount; ++index) {
+        const std::wstring argument = arguments[index];
+        const bool quoted = argument.empty() || argument.find(L' ') != std::wstring::npos;
+        options += quoted ? L"\"" + argument + L"\" " : argument + L" ";
+    }
+    return options;
+}
+
+DWORD Show(test::Machine& machine, const Device& device, const std::wstring& options) {
+    machine.InstallProduct(L"--start-pending=300 --stop-pending=300");
+    const Utils::KernelHandle application = machine.StartProduct();
+
+    const MachineState before = machine.Describe();
+    const std::vector<Row> rowsBefore = Rows(before, SettingNames(before, before));
+    ShowTable(device, L"The machine before", rowsBefore, rowsBefore);
+
+    device.Line(L"== Finaset.exe " + options);
+    const DWORD exitCode = machine.Run(options, device.Get());
+    device.Line();
+    device.Line(L"== Exit code " + std::to_wstring(exitCode));
+    device.Line();
+
+    // The helper only posts the request: the application may need a moment more.
+    if (!machine.StartsOf(L"Quitline.exe").empty()) {
+        test::Ended(application, QuitLimit);
+    }
+    const MachineState after = machine.Describe();
+    const std::set<std::wstring> names = SettingNames(before, after);
+    ShowTable(device, L"The machine after, with what was before where it differs",
+              Rows(before, names), Rows(after, names));
+    return exitCode;
+}
+
+}  // namespace
+
+int wmain(int argumentCount, wchar_t** arguments) {
+    if (argumentCount < 2) {
+        return 2;
+    }
+    const Device device(arguments[1]);
+    const bool keep = argumentCount > 2 && std::wstring(arguments[2]) == L"--keep";
+    try {
+        auto machine = std::make_unique<test::Machine>();
+        const DWORD exitCode =
+            Show(*machine, device, ProgramOptions(argumentCount, arguments, keep ? 3 : 2));
+        if (keep) {
+            // Services run for as long as an ordinary program does.
+            machine->InstallProgram(L"stand_in_companion.exe", L"KeepsTheMachineUp.exe");
+            machine->StartBackgroundProgram(L"KeepsTheMachineUp.exe");
+            static_cast<void>(machine.release());  // never taken down
+        }
+        return static_cast<int>(exitCode);
+    } catch (const std::exception& error) {
+        const std::string reason = error.what();
+        device.Line(L"show_run: " + std::wstring(reason.begin(), reason.end()));
+        return 1;
+    }
+}
