@@ -11,6 +11,7 @@
 
 #include <windows.h>
 
+#include <cstddef>
 #include <exception>
 #include <string>
 #include <string_view>
@@ -18,6 +19,9 @@
 namespace {
 
 constexpr std::uint32_t DefaultActions = ActionStop | ActionConfigure | ActionStart;
+
+constexpr std::size_t StopBannerDashes = 24;
+constexpr std::size_t StartBannerDashes = 22;
 
 struct Option {
     std::wstring_view text;
@@ -83,14 +87,14 @@ std::uint32_t ChooseActions(int argumentCount, const wchar_t* const* arguments) 
 }
 
 void StopEntries(std::span<const ProcessEntry> entries) {
-    PrintSectionBanner(24, "Stopping Processes.....\r\n");
+    PrintSectionBanner(StopBannerDashes, "Stopping Processes.....\r\n");
     for (const ProcessEntry& entry : entries) {
         StopEntry(entry);
     }
 }
 
 void StartEntries(std::span<const ProcessEntry> entries) {
-    PrintSectionBanner(22, "Starting Processes.....\r\n");
+    PrintSectionBanner(StartBannerDashes, "Starting Processes.....\r\n");
     for (const ProcessEntry& entry : entries) {
         StartEntry(entry);
     }

@@ -13,7 +13,7 @@ void PrepareConsole() {
 }
 
 std::int32_t ConsolePrint(const char* format, ...) {
-    va_list arguments;
+    va_list arguments;  // NOLINT(cppcoreguidelines-init-variables): va_start does
     va_start(arguments, format);
     const int written = RuntimeVPrintf(format, arguments);
     va_end(arguments);
@@ -21,7 +21,7 @@ std::int32_t ConsolePrint(const char* format, ...) {
 }
 
 std::int32_t ConsolePrint(const wchar_t* format, ...) {
-    va_list arguments;
+    va_list arguments;  // NOLINT(cppcoreguidelines-init-variables): va_start does
     va_start(arguments, format);
     const int length = ::_vscwprintf(format, arguments);
     va_end(arguments);
@@ -37,7 +37,7 @@ std::int32_t ConsolePrint(const wchar_t* format, ...) {
     // Not the runtime's own wide output: on a stream in binary mode that writes UTF-16.
     std::int32_t written = 0;
     for (const wchar_t character : text) {
-        const std::int32_t one = ConsolePrint("%lc", character);
+        const std::int32_t one = ConsolePrint("%lc", static_cast<wint_t>(character));
         written += one < 0 ? ConsolePrint("?") : one;
     }
     return written;

@@ -3,10 +3,18 @@
 #include "driver/console_log.h"
 #include "fs/path_helpers.h"
 
+#include <cstddef>
 #include <cstdlib>
+#include <iterator>
+
+namespace {
+
+constexpr std::size_t TitleCapacity = 260;  // with the zero at its end
+
+}  // namespace
 
 std::wstring GetFileTitle(const std::wstring& path) {
-    wchar_t title[_MAX_FNAME + 4] = {};  // 260: a title of 259 characters and its end
+    wchar_t title[TitleCapacity] = {};
     const errno_t error = ::_wsplitpath_s(ExpandEnvironmentPath(path).c_str(), nullptr, 0, nullptr,
                                           0, title, std::size(title), nullptr, 0);
     return error == 0 ? std::wstring(title) : std::wstring();

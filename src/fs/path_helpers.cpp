@@ -1,12 +1,20 @@
 #include "fs/path_helpers.h"
 
+#include <cstddef>
 #include <cstdlib>
 #include <cwchar>
 #include <iterator>
 #include <sstream>
 
+namespace {
+
+constexpr std::size_t ExpansionCapacity = 2048;
+constexpr std::size_t PathPartCapacity = 260;
+
+}  // namespace
+
 std::wstring ExpandEnvironmentPath(const std::wstring& path) {
-    wchar_t buffer[2048] = {};
+    wchar_t buffer[ExpansionCapacity] = {};
     if (::ExpandEnvironmentStringsW(path.c_str(), buffer, std::size(buffer)) == 0) {
         return {};
     }
@@ -20,8 +28,8 @@ DWORD GetPathAttributes(const std::wstring& path) {
 }
 
 std::wstring ParentDirectoryOf(const std::wstring& path) {
-    wchar_t drive[260] = {};
-    wchar_t directory[260] = {};
+    wchar_t drive[PathPartCapacity] = {};
+    wchar_t directory[PathPartCapacity] = {};
     const errno_t error =
         ::_wsplitpath_s(ExpandEnvironmentPath(path).c_str(), drive, std::size(drive), directory,
                         std::size(directory), nullptr, 0, nullptr, 0);

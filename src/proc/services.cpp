@@ -7,9 +7,12 @@
 
 #include <windows.h>
 
+#include <cstddef>
 #include <string>
 
 namespace {
+
+constexpr std::size_t DisableBannerDashes = 24;
 
 // How a service is brought into another state, and the texts of its line.
 struct Transition {
@@ -73,7 +76,7 @@ bool DisableServices() {
 }
 
 bool DisableServices(std::span<const ProcessEntry> entries) {
-    PrintSectionBanner(24, "Disabling Processes....\r\n");
+    PrintSectionBanner(DisableBannerDashes, "Disabling Processes....\r\n");
     for (const ProcessEntry& entry : entries) {
         if (entry.name.empty() || entry.kind != EntryKind::Service) {
             continue;

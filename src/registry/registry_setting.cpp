@@ -132,7 +132,7 @@ std::wstring SettingKeyText(const RegistrySetting& setting) {
 }
 
 std::wstring SettingDisplayText(const RegistrySetting& setting) {
-    const std::wstring text = SettingKeyText(setting);
+    std::wstring text = SettingKeyText(setting);
     switch (setting.type) {
         case REG_SZ:
             return text + L"=" + setting.text;

@@ -109,7 +109,7 @@ std::wstring SettingText(DWORD type, const std::vector<BYTE>& data) {
     if (type == REG_SZ || type == REG_EXPAND_SZ) {
         std::wstring text(data.size() / sizeof(wchar_t), L'\0');
         std::memcpy(text.data(), data.data(), text.size() * sizeof(wchar_t));
-        return text.c_str();
+        return text.substr(0, text.find(L'\0'));
     }
     return std::to_wstring(data.size()) + L" bytes of type " + std::to_wstring(type);
 }

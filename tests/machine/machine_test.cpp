@@ -112,6 +112,7 @@ std::string DefaultLogOfAnEmptyMachine() {
 // The state of each service, in the product's order.
 std::vector<DWORD> ServiceStates(const MachineState& state) {
     std::vector<DWORD> states;
+    states.reserve(test::ProductServices.size());
     for (const std::wstring& name : test::ProductServices) {
         states.push_back(state.services.at(name).state);
     }

@@ -20,8 +20,12 @@ ServiceHandle Manager() {
     return ServiceHandle(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
 }
 
+ServiceHandle Open(const std::wstring& name) {
+    return ServiceHandle(::OpenServiceW(Manager().Get(), name.c_str(), SERVICE_ALL_ACCESS));
+}
+
 ServiceHandle OpenInstalled(const std::wstring& name) {
-    ServiceHandle service(::OpenServiceW(Manager().Get(), name.c_str(), SERVICE_ALL_ACCESS));
+    ServiceHandle service = Open(name);
     if (!service) {
         throw std::runtime_error("a service that was installed is not there");
     }
@@ -84,7 +88,7 @@ InstalledService::InstalledService(std::wstring name, const std::wstring& ways, 
 }
 
 InstalledService::~InstalledService() {
-    const ServiceHandle service = OpenInstalled(name_);
+    const ServiceHandle service = Open(name_);
     // Deleted first, so that nothing can start it again; it goes when its process has gone.
     ::DeleteService(service.Get());
     EndProcess(Status(service.Get()).dwProcessId);

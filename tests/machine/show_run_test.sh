@@ -1,0 +1,33 @@
+#!/usr/bin/env bash
+# Tests what show_run shows: the machine before, the log, and the machine after.
+#
+#   show_run_test.sh SHOW_RUN_EXE
+set -euo pipefail
+
+shown=$(mktemp)
+trap 'rm -f "$shown"' EXIT
+"$(dirname "$0")/fresh_machine.sh" "$1" "Z:${shown//\//\\}" /sToP
+
+failures=0
+expect() {
+    tr -d '\r' <"$shown" | grep --text --quiet -- "$1" || {
+        echo "not shown: $1"
+        failures=1
+    }
+}
+
+expect '^== The machine before$'
+expect '^  Tarsel Nimbus Network Service    automatic  running *$'
+expect '^  FirstRun                         1$'
+expect '^== Finaset.exe /sToP'
+expect '^FIRST RUN - START$'
+expect '^Stopping Corvo....stopped$'
+expect '^FIRST RUN - FINISHED$'
+expect '^== Exit code 0$'
+expect '^== The machine after'
+expect '^  Corvo                            automatic  running      → automatic  stopped$'
+expect '^  ZEFIR.exe                        running                 → not running$'
+expect '^  BriskoLU.exe                     not running$'
+
+((failures == 0)) || cat "$shown"
+exit "$failures"
