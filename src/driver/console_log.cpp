@@ -9,7 +9,10 @@
 #include <string>
 
 void PrepareConsole() {
-    ::_setmode(::_fileno(stdout), _O_BINARY);
+    const int descriptor = ::_fileno(stdout);
+    if (descriptor >= 0) {  // negative in a process that was started without standard output
+        ::_setmode(descriptor, _O_BINARY);
+    }
 }
 
 std::int32_t ConsolePrint(const char* format, ...) {

@@ -71,7 +71,7 @@ public:
     // Runs the program with the rest of its command line as given, and waits for it.
     [[nodiscard]] FinishedRun Run(const std::wstring& arguments = {}) const;
 
-    // The same, with standard output going to `output`, which must be inheritable.
+    // The same, with standard output going to `output`, which must be inheritable, or none if null.
     [[nodiscard]] DWORD Run(const std::wstring& arguments, HANDLE output) const;
 
     [[nodiscard]] MachineState Describe() const;

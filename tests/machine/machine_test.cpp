@@ -471,6 +471,14 @@ TEST(Machine, WithoutTheCompanionTheServicesAreStartedAllTheSame) {
                   "Starting Tarsel Data Relay Service....started\n")));
 }
 
+TEST(Machine, ARunWithoutStandardOutputDoesItsWorkAllTheSame) {
+    Machine machine;
+    machine.InstallProduct();
+    EXPECT_EQ(machine.Run(L"/START", nullptr), 0U);
+    EXPECT_THAT(ServiceStates(machine.Describe()),
+                ElementsAre(Stopped, Stopped, Stopped, Stopped, Running, Running, Running, Running));
+}
+
 TEST(Machine, AProgramDirectoryWithManyBlanksServes) {
     Machine machine(L"C:\\A place  with\\many blanks in it");
     machine.InstallProduct();
