@@ -22,7 +22,7 @@ take_down() {
 }
 if [[ -z ${FINASET_KEEP_MACHINE:-} ]]; then
     trap take_down EXIT
-    trap 'exit 130' INT TERM
+    trap 'exit 130' HUP INT TERM
 fi
 
 # The machine is not to see, nor to link to, anything of the person who runs it.
@@ -36,4 +36,9 @@ export WINEDLLOVERRIDES='mscoree,mshtml=;winemenubuilder.exe=d'
 # Until all of it has ended, a program started now could meet a second service manager.
 "$wineserver" -w
 
-"$wine" "$@"
+if [[ -n ${FINASET_KEEP_MACHINE:-} ]]; then
+    # Out of reach of the hang-up that ends what a terminal leaves behind.
+    setsid --wait "$wine" "$@"
+else
+    "$wine" "$@"
+fi
