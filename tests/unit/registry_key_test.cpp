@@ -594,7 +594,7 @@ void PrintDeletions(DeleteKeyEx system) {
     top.Open(HKEY_LOCAL_MACHINE, L"top", KEY_READ | KEY_WRITE | View32);
     const auto key = [&](HKEY handle) { return handle == top.Get() ? "top" : "another key"; };
 
-    MockDeleteEx deleteEx;
+    testing::NiceMock<MockDeleteEx> deleteEx;
     ON_CALL(deleteEx, Call).WillByDefault([&](HKEY parent, LPCWSTR name, REGSAM view, DWORD zero) {
         std::fprintf(stderr, "RegDeleteKeyExW(%s, %ls, 0x%lX, %lu)\n", key(parent), name, view,
                      zero);

@@ -1,0 +1,677 @@
+#include "registry/registry_setting.h"
+
+#include "support/import_hook.h"
+#include "support/private_registry.h"
+#include "support/registry_contents.h"
+#include "support/registry_mocks.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using test::DwordValue;
+using test::ImportHook;
+using test::KeyExists;
+using test::MakeKey;
+using test::MockImport;
+using test::PrivateRegistry;
+using test::PutValue;
+using test::RegistryValue;
+using test::TextBytes;
+using test::TextValue;
+using test::ValueOf;
+using testing::_;
+using testing::InSequence;
+using testing::Lt;
+using testing::NotNull;
+using testing::Pointee;
+using testing::Return;
+using testing::StrEq;
+
+const std::wstring Key = L"Software\\key";
+
+void PutHere(const RegistryValue& value) {
+    PutValue(HKEY_LOCAL_MACHINE, Key, L"name", value);
+}
+
+std::optional<RegistryValue> ValueHere() {
+    return ValueOf(HKEY_LOCAL_MACHINE, Key, L"name");
+}
+
+// The last one is none that the platform knows.
+constexpr DWORD AllTypes[] = {REG_NONE,  REG_SZ,   REG_EXPAND_SZ,        REG_BINARY,
+                              REG_DWORD, REG_LINK, REG_DWORD_BIG_ENDIAN, REG_MULTI_SZ,
+                              REG_QWORD, 0x1234};
+constexpr DWORD TextTypes[] = {REG_SZ, REG_EXPAND_SZ};
+
+bool IsText(DWORD type) {
+    return std::ranges::find(TextTypes, type) != std::end(TextTypes);
+}
+
+// A record without data; without a name, one that stands for the whole key.
+RegistrySetting Record(HKEY root, const std::wstring& path, const std::wstring& name,
+                       bool view32 = false) {
+    RegistrySetting record;
+    record.root = root;
+    record.keyPath = path;
+    record.valueName = name;
+    record.view32 = view32;
+    return record;
+}
+
+using CreateHook = ImportHook<&::RegCreateKeyExW>;
+
+LSTATUS RefuseToCreate(HKEY /*parent*/, LPCWSTR /*path*/, DWORD /*reserved*/, LPWSTR /*class*/,
+                       DWORD /*options*/, REGSAM /*access*/, LPSECURITY_ATTRIBUTES /*security*/,
+                       PHKEY /*key*/, LPDWORD /*disposition*/) {
+    return ERROR_ACCESS_DENIED;
+}
+
+// Expects the key "key" below a root to be created or opened once, with an access mask.
+class ExpectedCreation {
+public:
+    ExpectedCreation(HKEY root, REGSAM access) {
+        EXPECT_CALL(create_, Call(root, StrEq(Key), 0, nullptr, 0, access, nullptr, NotNull(), _))
+            .Times(1);
+    }
+
+private:
+    MockImport<&::RegCreateKeyExW> create_;
+};
+
+// ---- GetDwordWithDefault
+
+TEST(GetDwordWithDefault, ReadsANumber) {
+    const PrivateRegistry registry;
+    for (const DWORD number : {0UL, 1UL, 0x12345678UL, 4294967295UL}) {
+        PutHere(DwordValue(number));
+        EXPECT_EQ(GetDwordWithDefault(HKEY_LOCAL_MACHINE, Key, L"name", 7), number);
+    }
+}
+
+TEST(GetDwordWithDefault, IgnoresTheRoot) {
+    const PrivateRegistry registry;
+    PutHere(DwordValue(42));
+    EXPECT_EQ(GetDwordWithDefault(HKEY_CURRENT_USER, Key, L"name", 7), 42U);
+    EXPECT_EQ(GetDwordWithDefault(nullptr, Key, L"name", 7), 42U);
+}
+
+TEST(GetDwordWithDefault, OpensToReadInTheDefaultView) {
+    const PrivateRegistry registry;
+    PutHere(DwordValue(42));
+    MockImport<&::RegOpenKeyExW> open;
+    EXPECT_CALL(open, Call(HKEY_LOCAL_MACHINE, StrEq(Key), 0, 0x20019, NotNull())).Times(1);
+    EXPECT_EQ(GetDwordWithDefault(nullptr, Key, L"name", 7), 42U);
+}
+
+TEST(GetDwordWithDefault, QueriesOnceInto4Bytes) {
+    const PrivateRegistry registry;
+    PutHere(DwordValue(42));
+    MockImport<&::RegQueryValueExW> query;
+    EXPECT_CALL(query, Call(_, StrEq(L"name"), nullptr, NotNull(), NotNull(), Pointee(DWORD{4})))
+        .Times(1);
+    EXPECT_EQ(GetDwordWithDefault(nullptr, Key, L"name", 7), 42U);
+}
+
+TEST(GetDwordWithDefault, GivesTheDefaultIfNothingIsThere) {
+    const PrivateRegistry registry;
+    EXPECT_EQ(GetDwordWithDefault(nullptr, Key, L"name", 7), 7U);
+    MakeKey(HKEY_LOCAL_MACHINE, Key);
+    EXPECT_EQ(GetDwordWithDefault(nullptr, Key, L"name", 4294967295), 4294967295U);
+    PutHere(DwordValue(42));
+    EXPECT_EQ(GetDwordWithDefault(nullptr, Key, L"other", 7), 7U);
+}
+
+TEST(GetDwordWithDefault, GivesTheDefaultForEveryOtherTypeAndSize) {
+    const PrivateRegistry registry;
+    for (const DWORD type : AllTypes) {
+        for (const std::size_t size : {0U, 1U, 3U, 4U, 5U, 8U}) {
+            if (type == REG_DWORD && size == sizeof(DWORD)) {
+                continue;
+            }
+            SCOPED_TRACE(testing::Message() << size << " bytes of type " << type);
+            PutHere({type, std::vector<BYTE>(size, 1)});
+            EXPECT_EQ(GetDwordWithDefault(nullptr, Key, L"name", 7), 7U);
+        }
+    }
+}
+
+TEST(GetDwordWithDefault, GivesTheDefaultIfTheQueryFailsThoughAllElseFits) {
+    const PrivateRegistry registry;
+    PutHere(DwordValue(42));
+    ImportHook<&::RegQueryValueExW> query([&](auto... arguments) {
+        EXPECT_EQ(query.Forward(arguments...), ERROR_SUCCESS);
+        return ERROR_ACCESS_DENIED;
+    });
+    EXPECT_EQ(GetDwordWithDefault(nullptr, Key, L"name", 7), 7U);
+}
+
+// ---- GetStringSetting
+
+// What is read of the value "name", or the error.
+struct Reading {
+    LSTATUS error = ERROR_SUCCESS;
+    std::wstring out;
+
+    bool operator==(const Reading&) const = default;
+};
+
+void PrintTo(const Reading& reading, std::ostream* out) {
+    *out << "error " << reading.error << ", " << reading.out.size() << " characters "
+         << testing::PrintToString(reading.out.substr(0, 40));
+}
+
+const std::wstring Before = L"as it was";
+
+Reading Read(HKEY root = HKEY_LOCAL_MACHINE) {
+    Reading reading{.error = ERROR_SUCCESS, .out = Before};
+    reading.error = GetStringSetting(root, Key, L"name", reading.out);
+    return reading;
+}
+
+Reading Success(const std::wstring& text) {
+    return {.error = ERROR_SUCCESS, .out = text};
+}
+
+// An error that leaves the output as it was.
+Reading Failure(LSTATUS error) {
+    return {.error = error, .out = Before};
+}
+
+TEST(GetStringSetting, ReadsATextOfAnyLength) {
+    const PrivateRegistry registry;
+    for (const std::size_t length : {1U, 5U, 4000U, 100000U}) {
+        const std::wstring text(length, L'\u00E4');
+        PutHere(TextValue(text));
+        EXPECT_EQ(Read(), Success(text));
+    }
+}
+
+TEST(GetStringSetting, LeavesVariablesUnexpanded) {
+    const PrivateRegistry registry;
+    PutHere(TextValue(L"%windir%\\a", REG_EXPAND_SZ));
+    EXPECT_EQ(Read(), Success(L"%windir%\\a"));
+}
+
+TEST(GetStringSetting, EndsAtTheFirstZero) {
+    const PrivateRegistry registry;
+    PutHere(TextValue(std::wstring(L"text\0more", 9)));
+    EXPECT_EQ(Read(), Success(L"text"));
+    PutHere(TextValue(std::wstring(L"text\0", 5)));
+    EXPECT_EQ(Read(), Success(L"text"));
+    PutHere(TextValue(std::wstring(L"\0more", 5)));
+    EXPECT_EQ(Read(), Success(L""));
+}
+
+TEST(GetStringSetting, IsEmptyForNothingButTheTerminatingZero) {
+    const PrivateRegistry registry;
+    PutHere(TextValue(L""));
+    EXPECT_EQ(Read(), Success(L""));
+}
+
+TEST(GetStringSetting, SucceedsAndLeavesTheOutputForAValueOf0Bytes) {
+    const PrivateRegistry registry;
+    for (const DWORD type : TextTypes) {
+        PutHere({type, {}});
+        EXPECT_EQ(Read(), Success(Before));
+    }
+}
+
+TEST(GetStringSetting, RefusesEveryOtherType) {
+    const PrivateRegistry registry;
+    for (const DWORD type : AllTypes) {
+        if (IsText(type)) {
+            continue;
+        }
+        SCOPED_TRACE(type);
+        PutHere(TextValue(L"text", type));
+        EXPECT_EQ(Read(), Failure(13));
+        PutHere({type, {}});
+        EXPECT_EQ(Read(), Failure(13));
+    }
+}
+
+TEST(GetStringSetting, RefusesAValueWithoutATerminatingZero) {
+    const PrivateRegistry registry;
+    for (const DWORD type : TextTypes) {
+        for (const std::wstring& text :
+             {std::wstring(L"t"), std::wstring(L"text"), std::wstring(L"te\0xt", 5)}) {
+            PutHere({type, TextBytes(text)});
+            ASSERT_EQ(ValueHere()->bytes, TextBytes(text)) << "the platform added a zero";
+            EXPECT_EQ(Read(), Failure(13));
+        }
+    }
+}
+
+TEST(GetStringSetting, RefusesAnOddNumberOfBytes) {
+    const PrivateRegistry registry;
+    for (const std::vector<BYTE>& bytes :
+         {std::vector<BYTE>{0}, {'a', 0, 0}, {'a', 0, 0, 0, 0}, {'a', 0, 'b', 0, 0}}) {
+        PutHere({REG_SZ, bytes});
+        ASSERT_EQ(ValueHere()->bytes, bytes);
+        EXPECT_EQ(Read(), Failure(13));
+    }
+}
+
+TEST(GetStringSetting, IgnoresTheRoot) {
+    const PrivateRegistry registry;
+    PutHere(TextValue(L"text"));
+    EXPECT_EQ(Read(HKEY_CURRENT_USER), Success(L"text"));
+    EXPECT_EQ(Read(nullptr), Success(L"text"));
+}
+
+TEST(GetStringSetting, OpensToReadInTheDefaultView) {
+    const PrivateRegistry registry;
+    PutHere(TextValue(L"text"));
+    MockImport<&::RegOpenKeyExW> open;
+    EXPECT_CALL(open, Call(HKEY_LOCAL_MACHINE, StrEq(Key), 0, 0x20019, NotNull())).Times(1);
+    EXPECT_EQ(Read(nullptr), Success(L"text"));
+}
+
+TEST(GetStringSetting, PassesOnThatNothingIsThere) {
+    const PrivateRegistry registry;
+    EXPECT_EQ(Read(), Failure(ERROR_FILE_NOT_FOUND));
+    MakeKey(HKEY_LOCAL_MACHINE, Key);
+    EXPECT_EQ(Read(), Failure(ERROR_FILE_NOT_FOUND));
+}
+
+TEST(GetStringSetting, PassesTheErrorOfOpeningOn) {
+    const ImportHook<&::RegOpenKeyExW> open(
+        [](HKEY, LPCWSTR, DWORD, REGSAM, PHKEY) { return ERROR_ACCESS_DENIED; });
+    EXPECT_EQ(Read(), Failure(ERROR_ACCESS_DENIED));
+}
+
+// The two queries of one reading: the first for the size, without a buffer.
+class GetStringSettingQueries : public testing::Test {
+protected:
+    GetStringSettingQueries() { PutHere(TextValue(L"text")); }
+
+    auto& ExpectFirstQuery() {
+        return EXPECT_CALL(query_, Call(_, StrEq(L"name"), nullptr, _, nullptr, NotNull()))
+            .InSequence(order_);
+    }
+    auto& ExpectSecondQuery(const testing::Matcher<DWORD>& size) {
+        return EXPECT_CALL(query_,
+                           Call(_, StrEq(L"name"), nullptr, NotNull(), NotNull(), Pointee(size)))
+            .InSequence(order_);
+    }
+
+    // Puts `value` in place of what the first query has measured.
+    auto MeasureThenPut(const RegistryValue& value) {
+        return [this, value](auto... arguments) {
+            const LSTATUS error = measure_.Forward(arguments...);
+            PutHere(value);
+            return error;
+        };
+    }
+
+    PrivateRegistry registry_;
+    testing::Sequence order_;
+    // Only there for what it forwards to: the platform.
+    ImportHook<&::RegQueryValueExW> measure_{
+        [this](auto... arguments) { return measure_.Forward(arguments...); }};
+    MockImport<&::RegQueryValueExW> query_;
+};
+
+TEST_F(GetStringSettingQueries, TakeTheSizeInBytes) {
+    ExpectFirstQuery();
+    ExpectSecondQuery(10);
+    EXPECT_EQ(Read(), Success(L"text"));
+}
+
+TEST_F(GetStringSettingQueries, TakeMoreDataForASize) {
+    ExpectFirstQuery().WillOnce([this](auto... arguments) {
+        measure_.Forward(arguments...);
+        return ERROR_MORE_DATA;
+    });
+    ExpectSecondQuery(10);
+    EXPECT_EQ(Read(), Success(L"text"));
+}
+
+TEST_F(GetStringSettingQueries, TakeNoSizeFromAnotherError) {
+    PutHere(TextValue(L""));
+    ExpectFirstQuery().WillOnce([](HKEY, LPCWSTR, LPDWORD, LPDWORD, LPBYTE, LPDWORD size) {
+        *size = 1000;
+        return ERROR_ACCESS_DENIED;
+    });
+    ExpectSecondQuery(Lt(1000U));
+    EXPECT_EQ(Read(), Success(L""));
+}
+
+TEST_F(GetStringSettingQueries, OfferRoomForAValueOfAnOddSize) {
+    PutHere({REG_SZ, {'a', 0, 0, 0, 0}});
+    ExpectFirstQuery();
+    ExpectSecondQuery(testing::Ge(5U));
+    EXPECT_EQ(Read(), Failure(13));
+}
+
+TEST_F(GetStringSettingQueries, PassTheErrorOfTheSecondOn) {
+    ExpectFirstQuery();
+    ExpectSecondQuery(10).WillOnce(Return(ERROR_ACCESS_DENIED));
+    EXPECT_EQ(Read(), Failure(ERROR_ACCESS_DENIED));
+}
+
+TEST_F(GetStringSettingQueries, PassOnThatTheValueHasGrown) {
+    ExpectFirstQuery().WillOnce(MeasureThenPut(TextValue(L"text of more characters")));
+    ExpectSecondQuery(10);
+    EXPECT_EQ(Read(), Failure(ERROR_MORE_DATA));
+}
+
+TEST_F(GetStringSettingQueries, ReadAValueThatHasShrunk) {
+    ExpectFirstQuery().WillOnce(MeasureThenPut(TextValue(L"te")));
+    ExpectSecondQuery(10);
+    EXPECT_EQ(Read(), Success(L"te"));
+}
+
+// The rest of the buffer is zero, which must not pass for the value's own end.
+TEST_F(GetStringSettingQueries, RefuseAValueThatHasShrunkAndLostItsEnd) {
+    ExpectFirstQuery().WillOnce(MeasureThenPut({REG_SZ, TextBytes(L"te")}));
+    ExpectSecondQuery(10);
+    EXPECT_EQ(Read(), Failure(13));
+}
+
+TEST_F(GetStringSettingQueries, LeaveTheOutputIfTheValueHasShrunkToNothing) {
+    ExpectFirstQuery().WillOnce(MeasureThenPut({REG_SZ, {}}));
+    ExpectSecondQuery(10);
+    EXPECT_EQ(Read(), Success(Before));
+}
+
+// ---- SetDwordSetting, SetStringSetting
+
+TEST(SetDwordSetting, WritesTheFourBytesAndTheKeyThatIsMissing) {
+    const PrivateRegistry registry;
+    for (const DWORD number : {0UL, 0x12345678UL, 4294967295UL}) {
+        EXPECT_TRUE(SetDwordSetting(HKEY_LOCAL_MACHINE, Key, L"name", number, false));
+        EXPECT_EQ(ValueHere(), DwordValue(number));
+    }
+}
+
+TEST(SetDwordSetting, CreatesWithTheRightToWriteInTheView) {
+    const PrivateRegistry registry;
+    for (const bool view32 : {false, true}) {
+        const ExpectedCreation creation(HKEY_LOCAL_MACHINE, view32 ? 0x20206 : 0x20006);
+        EXPECT_TRUE(SetDwordSetting(HKEY_LOCAL_MACHINE, Key, L"name", 1, view32));
+    }
+}
+
+TEST(SetDwordSetting, FailsIfThePlatformFails) {
+    const PrivateRegistry registry;
+    {
+        const CreateHook create(&RefuseToCreate);
+        EXPECT_FALSE(SetDwordSetting(HKEY_LOCAL_MACHINE, Key, L"name", 1, false));
+    }
+    MockImport<&::RegSetValueExW> set;
+    EXPECT_CALL(set, Call(NotNull(), StrEq(L"name"), 0, REG_DWORD, NotNull(), 4))
+        .WillOnce(Return(ERROR_ACCESS_DENIED));
+    EXPECT_FALSE(SetDwordSetting(HKEY_LOCAL_MACHINE, Key, L"name", 1, false));
+}
+
+TEST(SetStringSetting, WritesTheTextWithItsTerminatingZeroAndTheKeyThatIsMissing) {
+    const PrivateRegistry registry;
+    for (const std::wstring& text :
+         {std::wstring(L"%windir%\\a"), std::wstring(), std::wstring(4000, L'\u00E4')}) {
+        EXPECT_TRUE(SetStringSetting(HKEY_LOCAL_MACHINE, Key, L"name", text.c_str(), false));
+        EXPECT_EQ(ValueHere(), TextValue(text));
+    }
+}
+
+TEST(SetStringSetting, HandsThePlatformTheTerminatingZero) {
+    const PrivateRegistry registry;
+    MockImport<&::RegSetValueExW> set;
+    EXPECT_CALL(set, Call(NotNull(), StrEq(L"name"), 0, REG_SZ, NotNull(), 10));
+    EXPECT_TRUE(SetStringSetting(HKEY_LOCAL_MACHINE, Key, L"name", L"text", false));
+}
+
+TEST(SetStringSetting, CreatesWithTheRightToWriteInTheView) {
+    const PrivateRegistry registry;
+    for (const bool view32 : {false, true}) {
+        const ExpectedCreation creation(HKEY_LOCAL_MACHINE, view32 ? 0x20206 : 0x20006);
+        EXPECT_TRUE(SetStringSetting(HKEY_LOCAL_MACHINE, Key, L"name", L"text", view32));
+    }
+}
+
+TEST(SetStringSetting, FailsIfThePlatformFails) {
+    const PrivateRegistry registry;
+    {
+        const CreateHook create(&RefuseToCreate);
+        EXPECT_FALSE(SetStringSetting(HKEY_LOCAL_MACHINE, Key, L"name", L"text", false));
+    }
+    const ImportHook<&::RegSetValueExW> set(
+        [](HKEY, LPCWSTR, DWORD, DWORD, const BYTE*, DWORD) { return ERROR_ACCESS_DENIED; });
+    EXPECT_FALSE(SetStringSetting(HKEY_LOCAL_MACHINE, Key, L"name", L"text", false));
+}
+
+TEST(SetStringSetting, FailsWithoutATextButAfterTheKeyIsCreated) {
+    const PrivateRegistry registry;
+    EXPECT_FALSE(SetStringSetting(HKEY_LOCAL_MACHINE, Key, L"name", nullptr, false));
+    EXPECT_TRUE(KeyExists(HKEY_LOCAL_MACHINE, Key));
+    EXPECT_EQ(ValueHere(), std::nullopt);
+}
+
+TEST(SetSettings, WriteBelowTheRootTheyAreGiven) {
+    const PrivateRegistry registry;
+    const std::wstring path = L"Software\\FinasetTests key";
+    EXPECT_TRUE(SetDwordSetting(HKEY_CURRENT_USER, path, L"number", 1, false));
+    EXPECT_TRUE(SetStringSetting(HKEY_CURRENT_USER, path, L"text", L"a", false));
+    EXPECT_EQ(ValueOf(HKEY_CURRENT_USER, path, L"number"), DwordValue(1));
+    EXPECT_EQ(ValueOf(HKEY_CURRENT_USER, path, L"text"), TextValue(L"a"));
+    EXPECT_TRUE(DeleteSetting(Record(HKEY_CURRENT_USER, path, L"")));
+    EXPECT_FALSE(KeyExists(HKEY_CURRENT_USER, path));
+}
+
+// ---- DeleteSetting
+
+RegistrySetting ValueToDelete(bool view32 = false) {
+    return Record(HKEY_LOCAL_MACHINE, Key, L"name", view32);
+}
+
+RegistrySetting KeyToDelete(bool view32 = false) {
+    return Record(HKEY_LOCAL_MACHINE, Key, L"", view32);
+}
+
+TEST(DeleteSetting, DeletesAValueAndNothingElse) {
+    const PrivateRegistry registry;
+    PutHere(DwordValue(1));
+    PutValue(HKEY_LOCAL_MACHINE, Key, L"", DwordValue(2));
+    MakeKey(HKEY_LOCAL_MACHINE, Key + L"\\name");
+    EXPECT_TRUE(DeleteSetting(ValueToDelete()));
+    EXPECT_EQ(ValueHere(), std::nullopt);
+    EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, Key, L""), DwordValue(2));
+    EXPECT_TRUE(KeyExists(HKEY_LOCAL_MACHINE, Key + L"\\name"));
+}
+
+TEST(DeleteSetting, DeletesTheWholeKeyIfItNamesNoValue) {
+    const PrivateRegistry registry;
+    MakeKey(HKEY_LOCAL_MACHINE, Key + L"\\1\\2\\3\\4\\5");
+    MakeKey(HKEY_LOCAL_MACHINE, Key + L"\\6");
+    PutHere(DwordValue(1));
+    EXPECT_TRUE(DeleteSetting(KeyToDelete()));
+    EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, Key));
+    EXPECT_TRUE(KeyExists(HKEY_LOCAL_MACHINE, L"Software"));
+}
+
+TEST(DeleteSetting, DoesNothingWithoutARoot) {
+    MockImport<&::RegCreateKeyExW> create;
+    EXPECT_CALL(create, Call).Times(0);
+    EXPECT_FALSE(DeleteSetting(Record(nullptr, Key, L"name")));
+    EXPECT_FALSE(DeleteSetting(Record(nullptr, Key, L"")));
+}
+
+TEST(DeleteSetting, CreatesAMissingKeyAndFailsOnItsMissingValue) {
+    const PrivateRegistry registry;
+    EXPECT_FALSE(DeleteSetting(ValueToDelete()));
+    EXPECT_TRUE(KeyExists(HKEY_LOCAL_MACHINE, Key));
+}
+
+TEST(DeleteSetting, CreatesAMissingKeyAndDeletesIt) {
+    const PrivateRegistry registry;
+    EXPECT_TRUE(DeleteSetting(KeyToDelete()));
+    EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, Key));
+    EXPECT_TRUE(KeyExists(HKEY_LOCAL_MACHINE, L"Software"));
+}
+
+TEST(DeleteSetting, CreatesWithTheRightToWriteInTheView) {
+    const PrivateRegistry registry;
+    for (const bool view32 : {false, true}) {
+        for (const RegistrySetting& record : {ValueToDelete(view32), KeyToDelete(view32)}) {
+            PutHere(DwordValue(1));
+            const ExpectedCreation creation(HKEY_LOCAL_MACHINE, view32 ? 0x20206 : 0x20006);
+            EXPECT_TRUE(DeleteSetting(record));
+        }
+    }
+}
+
+TEST(DeleteSetting, FailsIfTheKeyCannotBeCreated) {
+    const PrivateRegistry registry;
+    PutHere(DwordValue(1));
+    const CreateHook create(&RefuseToCreate);
+    EXPECT_FALSE(DeleteSetting(ValueToDelete()));
+    EXPECT_FALSE(DeleteSetting(KeyToDelete()));
+    EXPECT_EQ(ValueHere(), DwordValue(1));
+}
+
+TEST(DeleteSetting, FailsIfTheValueCannotBeDeleted) {
+    const PrivateRegistry registry;
+    MockImport<&::RegDeleteValueW> deleteValue;
+    EXPECT_CALL(deleteValue, Call(NotNull(), StrEq(L"name"))).WillOnce(Return(ERROR_ACCESS_DENIED));
+    EXPECT_FALSE(DeleteSetting(ValueToDelete()));
+}
+
+TEST(DeleteSetting, FailsIfTheKeyCannotBeDeleted) {
+    const PrivateRegistry registry;
+    MakeKey(HKEY_LOCAL_MACHINE, Key);
+    {
+        MockImport<&::RegEnumKeyExW> enumerate;
+        EXPECT_CALL(enumerate, Call).WillOnce(Return(ERROR_ACCESS_DENIED));
+        EXPECT_FALSE(DeleteSetting(KeyToDelete()));
+    }
+    EXPECT_TRUE(KeyExists(HKEY_LOCAL_MACHINE, Key));
+}
+
+// ---- The two views, in the machine's own registry: a private one has no second view
+
+class RegistryViews : public testing::Test {
+protected:
+    RegistryViews() { Clear(); }
+    ~RegistryViews() override { Clear(); }
+
+    static void Clear() {
+        ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, Path.c_str());
+        ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, Path32.c_str());
+    }
+
+    static inline const std::wstring Path = L"SOFTWARE\\FinasetTests";
+    static inline const std::wstring Path32 = L"SOFTWARE\\Wow6432Node\\FinasetTests";
+};
+
+TEST_F(RegistryViews, AValueIsWrittenAndDeletedInTheViewOfItsRecord) {
+    for (const bool view32 : {true, false}) {
+        const std::wstring& path = view32 ? Path32 : Path;
+        const std::wstring& other = view32 ? Path : Path32;
+        EXPECT_TRUE(SetDwordSetting(HKEY_LOCAL_MACHINE, Path, L"number", 1, view32));
+        EXPECT_TRUE(SetStringSetting(HKEY_LOCAL_MACHINE, Path, L"text", L"a", view32));
+        EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, path, L"number"), DwordValue(1));
+        EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, path, L"text"), TextValue(L"a"));
+        EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, other));
+
+        EXPECT_FALSE(DeleteSetting(Record(HKEY_LOCAL_MACHINE, Path, L"number", !view32)));
+        EXPECT_TRUE(DeleteSetting(Record(HKEY_LOCAL_MACHINE, Path, L"number", view32)));
+        EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, path, L"number"), std::nullopt);
+        Clear();
+    }
+}
+
+TEST_F(RegistryViews, ValuesAreReadInTheDefaultView) {
+    SetDwordSetting(HKEY_LOCAL_MACHINE, Path, L"number", 1, true);
+    SetStringSetting(HKEY_LOCAL_MACHINE, Path, L"text", L"a", true);
+    std::wstring text;
+    EXPECT_EQ(GetDwordWithDefault(nullptr, Path, L"number", 7), 7U);
+    EXPECT_EQ(GetStringSetting(nullptr, Path, L"text", text), ERROR_FILE_NOT_FOUND);
+}
+
+TEST_F(RegistryViews, AKeyIsDeletedInTheViewOfItsRecord) {
+    for (const bool view32 : {true, false}) {
+        MakeKey(HKEY_LOCAL_MACHINE, Path + L"\\1\\2");
+        MakeKey(HKEY_LOCAL_MACHINE, Path32 + L"\\1\\2");
+        EXPECT_TRUE(DeleteSetting(Record(HKEY_LOCAL_MACHINE, Path, L"", view32)));
+        EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, view32 ? Path32 : Path));
+        EXPECT_TRUE(KeyExists(HKEY_LOCAL_MACHINE, (view32 ? Path : Path32) + L"\\1\\2"));
+    }
+}
+
+// ---- SettingKeyText, SettingDisplayText
+
+// The predefined root of a number, which the platform widens with its sign.
+HKEY Root(std::uint32_t number) {
+    return reinterpret_cast<HKEY>(static_cast<std::intptr_t>(static_cast<std::int32_t>(number)));
+}
+
+TEST(SettingKeyText, NamesTheHive) {
+    const std::pair<HKEY, std::wstring> rows[] = {
+        {Root(0x80000000), L"HKEY_CLASSES_ROOT"},
+        {Root(0x80000001), L"HKEY_CURRENT_USER"},
+        {Root(0x80000002), L"HKEY_LOCAL_MACHINE"},
+        {Root(0x80000003), L"HKEY_USERS"},
+        {Root(0x80000004), L"HKEY_PERFORMANCE_DATA"},
+        {Root(0x80000050), L"HKEY_PERFORMANCE_TEXT"},
+        {Root(0x80000060), L"HKEY_PERFORMANCE_NLSTEXT"},
+        {Root(0x80000005), L"HKEY_CURRENT_CONFIG"},
+        {Root(0x80000006), L"HKEY_DYN_DATA"},
+        {Root(0x80000007), L"HKEY_CURRENT_USER_LOCAL_SETTINGS"},
+        {Root(0x80000008), L""},
+        {Root(0x1234), L""},
+        {nullptr, L""},
+    };
+    for (const auto& [root, hive] : rows) {
+        EXPECT_EQ(SettingKeyText(Record(root, L"a\\b", L"name")), hive + L"\\a\\b\\name");
+        EXPECT_EQ(SettingKeyText(Record(root, L"a\\b", L"name", true)),
+                  L"32Bit Registry Hive - " + hive + L"\\a\\b\\name");
+    }
+}
+
+TEST(SettingKeyText, KeepsTheBackslashesOfAnEmptyPathAndName) {
+    EXPECT_EQ(SettingKeyText(Record(HKEY_USERS, L"", L"")), L"HKEY_USERS\\\\");
+    EXPECT_EQ(SettingKeyText(Record(nullptr, L"", L"")), L"\\\\");
+}
+
+TEST(SettingDisplayText, AddsTheDataOfTheType) {
+    const struct {
+        DWORD type;
+        DWORD number;
+        const wchar_t* text;
+        const wchar_t* data;
+    } rows[] = {
+        {1, 5, L"a text, 100 %", L"=a text, 100 %"},
+        {1, 5, L"", L"="},
+        {4, 0, L"text", L"=0"},
+        {4, 1234567, L"", L"=1234567"},
+        {4, 4294967295, L"text", L"=4294967295"},
+        {0, 5, L"text", L""},
+        {2, 5, L"text", L""},
+        {3, 5, L"text", L""},
+        {5, 5, L"text", L""},
+        {7, 5, L"text", L""},
+        {11, 5, L"text", L""},
+    };
+    for (const auto& [type, number, text, data] : rows) {
+        for (const bool view32 : {false, true}) {
+            RegistrySetting setting = Record(HKEY_LOCAL_MACHINE, L"key", L"name", view32);
+            setting.type = type;
+            setting.number = number;
+            setting.text = text;
+            EXPECT_EQ(SettingDisplayText(setting), SettingKeyText(setting) + data);
+        }
+    }
+}
+
+}  // namespace
