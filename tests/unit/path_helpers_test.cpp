@@ -1,7 +1,7 @@
 #include "fs/path_helpers.h"
 
 #include "support/import_hook.h"
-#include "support/registry_mocks.h"
+#include "support/registry_calls.h"
 #include "support/temporary_directory.h"
 
 #include <windows.h>
@@ -16,13 +16,13 @@
 
 namespace {
 
+using test::Call;
+using test::Calls;
 using test::ImportHook;
-using test::MockImport;
+using test::RecordedImport;
+using test::Some;
 using testing::Each;
 using testing::ElementsAre;
-using testing::NotNull;
-using testing::Return;
-using testing::StrEq;
 
 // A variable of the environment, unset at the end.
 class Variable {
@@ -75,9 +75,9 @@ TEST(ExpandEnvironmentPath, IsEmptyIfThePlatformFails) {
 }
 
 TEST(ExpandEnvironmentPath, OffersABufferOf2048Characters) {
-    MockImport<&::ExpandEnvironmentStringsW> expand;
-    EXPECT_CALL(expand, Call(StrEq(L"C:\\a"), NotNull(), 2048)).Times(1);
+    const RecordedImport<&::ExpandEnvironmentStringsW> expand;
     EXPECT_EQ(ExpandEnvironmentPath(L"C:\\a"), L"C:\\a");
+    EXPECT_EQ(expand.Made(), Calls{Call(L"C:\\a", Some, 2048)});
 }
 
 TEST(ExpandEnvironmentPath, HoldsUpTo2047Characters) {
@@ -126,18 +126,18 @@ TEST(GetPathAttributes, TellsWhatIsThere) {
 }
 
 TEST(GetPathAttributes, AsksThePlatformNothingAboutAnEmptyPath) {
-    MockImport<&::ExpandEnvironmentStringsW> expand;
-    MockImport<&::GetFileAttributesW> attributes;
-    EXPECT_CALL(expand, Call).Times(0);
-    EXPECT_CALL(attributes, Call).Times(0);
+    const RecordedImport<&::ExpandEnvironmentStringsW> expand;
+    const RecordedImport<&::GetFileAttributesW> attributes;
     EXPECT_EQ(GetPathAttributes(L""), 0xFFFFFFFF);
+    EXPECT_EQ(expand.Made(), Calls{});
+    EXPECT_EQ(attributes.Made(), Calls{});
 }
 
 TEST(GetPathAttributes, AsksAboutTheExpandedPathOnce) {
     const Variable variable(L"FinasetTests", L"C:\\here");
-    MockImport<&::GetFileAttributesW> attributes;
-    EXPECT_CALL(attributes, Call(StrEq(L"C:\\here\\a"))).WillOnce(Return(0x1234));
+    const RecordedImport<&::GetFileAttributesW> attributes([](LPCWSTR) { return 0x1234U; });
     EXPECT_EQ(GetPathAttributes(L"%FinasetTests%\\a"), 0x1234U);
+    EXPECT_EQ(attributes.Made(), Calls{Call(L"C:\\here\\a")});
 }
 
 TEST(GetPathAttributes, FindsNothingIfTheExpansionFails) {
@@ -188,10 +188,9 @@ TEST(ParentDirectoryOf, IsNotLimitedByTheName) {
 }
 
 TEST(ParentDirectoryOf, AsksForDriveAndDirectoryOnly) {
-    MockImport<SplitPath> split;
-    EXPECT_CALL(split,
-                Call(StrEq(L"C:\\a\\b"), NotNull(), 260, NotNull(), 260, nullptr, 0, nullptr, 0));
+    const RecordedImport<SplitPath> split;
     EXPECT_EQ(ParentDirectoryOf(L"C:\\a\\b"), L"C:\\a\\");
+    EXPECT_EQ(split.Made(), Calls{Call(L"C:\\a\\b", Some, 260, Some, 260, nullptr, 0, nullptr, 0)});
 }
 
 TEST(ParentDirectoryOf, IsEmptyIfTheSplitFails) {
@@ -245,13 +244,13 @@ TEST(CreateDirectoryPath, CreatesEveryMissingLevel) {
 
 TEST(CreateDirectoryPath, CallsNothingAndReturnsFalseIfAllIsThere) {
     const test::TemporaryDirectory directory;
-    MockImport<&::CreateDirectoryW> create;
-    EXPECT_CALL(create, Call).Times(0);
+    const RecordedImport<&::CreateDirectoryW> create;
     EXPECT_FALSE(CreateDirectoryPath(directory.Path()));
     EXPECT_FALSE(CreateDirectoryPath(directory.Path() + L"\\"));
     EXPECT_FALSE(CreateDirectoryPath(L"C:"));
     EXPECT_FALSE(CreateDirectoryPath(L"C:\\"));
     EXPECT_FALSE(CreateDirectoryPath(L""));
+    EXPECT_EQ(create.Made(), Calls{});
 }
 
 TEST(CreateDirectoryPath, TakesAFileForALevelThatIsThere) {
@@ -263,16 +262,16 @@ TEST(CreateDirectoryPath, TakesAFileForALevelThatIsThere) {
 
 TEST(CreateDirectoryPath, CreatesNothingIfTheExpansionFails) {
     const ExpandHook hook(&FailToExpand);
-    MockImport<&::CreateDirectoryW> create;
-    EXPECT_CALL(create, Call).Times(0);
+    const RecordedImport<&::CreateDirectoryW> create;
     EXPECT_FALSE(CreateDirectoryPath(L"C:\\FinasetTests missing"));
+    EXPECT_EQ(create.Made(), Calls{});
 }
 
 TEST(CreateDirectoryPath, GivesNoSecurityAttributes) {
     const test::TemporaryDirectory directory;
-    MockImport<&::CreateDirectoryW> create;
-    EXPECT_CALL(create, Call(StrEq(directory / L"a"), nullptr)).Times(1);
+    const RecordedImport<&::CreateDirectoryW> create;
     EXPECT_TRUE(CreateDirectoryPath(directory / L"a"));
+    EXPECT_EQ(create.Made(), Calls{Call(directory / L"a", nullptr)});
 }
 
 // A file system of which only the calls are seen.

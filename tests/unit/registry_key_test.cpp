@@ -2,8 +2,8 @@
 
 #include "support/import_hook.h"
 #include "support/private_registry.h"
+#include "support/registry_calls.h"
 #include "support/registry_contents.h"
-#include "support/registry_mocks.h"
 
 #include <windows.h>
 
@@ -12,21 +12,21 @@
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <map>
 #include <string>
 #include <utility>
 
 namespace {
 
+using test::Call;
+using test::Calls;
 using test::ImportHook;
 using test::KeyExists;
 using test::MakeKey;
-using test::MockImport;
-using testing::_;
-using testing::InSequence;
-using testing::NotNull;
-using testing::Pointee;
-using testing::Return;
-using testing::StrEq;
+using test::RecordedImport;
+using test::Some;
+using testing::ElementsAre;
+using testing::EndsWith;
 using Utils::RegistryKey;
 using Utils::RegistryTransaction;
 
@@ -37,48 +37,78 @@ constexpr REGSAM View32 = 0x200;
 const auto Transaction = reinterpret_cast<HANDLE>(0x7A7A);
 const auto Advapi = reinterpret_cast<HMODULE>(0xAD7A);
 
-// Answers the look-up of one function of Advapi32.dll. Makes itself the last hook: finding a slot
-// needs the platform's own GetModuleHandleW.
-class Lookup {
-public:
-    Lookup(const char* function, FARPROC address, int times) {
-        EXPECT_CALL(module_, Call(StrEq(L"Advapi32.dll")))
-            .Times(times)
-            .WillRepeatedly(Return(Advapi));
-        EXPECT_CALL(function_, Call(Advapi, StrEq(function)))
-            .Times(times)
-            .WillRepeatedly(Return(address));
-    }
-
-private:
-    MockImport<&::GetProcAddress> function_;
-    MockImport<&::GetModuleHandleW> module_;
-};
-
-// A function that not every system has, to be handed out by a look-up.
+// A function that not every system has, to be handed out by a look-up. Its calls are recorded.
 template <typename Signature>
-class MockFunctionOfAdvapi;
+class FunctionOfAdvapi;
 
 template <typename Result, typename... Arguments>
-class MockFunctionOfAdvapi<Result(Arguments...)>
-    : public testing::MockFunction<Result(Arguments...)> {
+class FunctionOfAdvapi<Result(Arguments...)> {
 public:
-    MockFunctionOfAdvapi() { instance_ = this; }
+    explicit FunctionOfAdvapi(std::function<Result(Arguments...)> body) : body_(std::move(body)) {
+        instance_ = this;
+    }
 
+    [[nodiscard]] const Calls& Made() const { return calls_; }
     [[nodiscard]] FARPROC Address() const {
         return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&Dispatch));
     }
 
 private:
-    static Result Dispatch(Arguments... arguments) { return instance_->Call(arguments...); }
+    static Result Dispatch(Arguments... arguments) {
+        instance_->calls_.push_back(Call(arguments...));
+        return instance_->body_(arguments...);
+    }
 
-    static inline MockFunctionOfAdvapi* instance_ = nullptr;
+    static inline FunctionOfAdvapi* instance_ = nullptr;
+
+    Calls calls_;
+    std::function<Result(Arguments...)> body_;
 };
 
-using MockOpenTransacted = MockFunctionOfAdvapi<decltype(::RegOpenKeyTransactedW)>;
-using MockCreateTransacted = MockFunctionOfAdvapi<decltype(::RegCreateKeyTransactedW)>;
-using MockDeleteTransacted = MockFunctionOfAdvapi<decltype(::RegDeleteKeyTransactedW)>;
-using MockDeleteEx = MockFunctionOfAdvapi<decltype(::RegDeleteKeyExW)>;
+using OpenTransacted = FunctionOfAdvapi<decltype(::RegOpenKeyTransactedW)>;
+using CreateTransacted = FunctionOfAdvapi<decltype(::RegCreateKeyTransactedW)>;
+using DeleteTransacted = FunctionOfAdvapi<decltype(::RegDeleteKeyTransactedW)>;
+using DeleteEx = FunctionOfAdvapi<decltype(::RegDeleteKeyExW)>;
+
+LSTATUS OpenRoot(PHKEY key) {
+    return ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"", 0, KEY_READ, key);
+}
+
+// Answers the look-ups of modules and functions, and records them.
+class Lookups {
+public:
+    explicit Lookups(std::map<std::string, FARPROC> functions, HMODULE module = Advapi)
+        : functions_(std::move(functions)), module_(module) {}
+
+    [[nodiscard]] const Calls& Made() const { return made_; }
+
+    // From now on there is no module any more.
+    void Unload() { module_ = nullptr; }
+
+private:
+    Calls made_;
+    std::map<std::string, FARPROC> functions_;
+    HMODULE module_;
+    ImportHook<&::GetProcAddress> findFunction_{[this](HMODULE module, LPCSTR name) {
+        made_.push_back(Call(module, name));
+        return functions_[name];
+    }};
+    // The last one: to hook a function takes the platform's own answer.
+    ImportHook<&::GetModuleHandleW> findModule_{[this](LPCWSTR name) {
+        made_.push_back(Call(name));
+        return module_;
+    }};
+};
+
+// What the product's look-up of one function is made of.
+Calls LookupOf(const char* function) {
+    return {Call(L"Advapi32.dll"), Call(Advapi, function)};
+}
+
+Calls operator+(Calls calls, const Calls& more) {
+    calls.insert(calls.end(), more.begin(), more.end());
+    return calls;
+}
 
 // Stands for the plain functions that open a key; both call `replacement` with the access mask and
 // with what goes on to the platform.
@@ -133,9 +163,9 @@ protected:
         const REGSAM flags = key.ViewFlags();
         EXPECT_NE(handle, nullptr);
         EXPECT_NE(flags, 0U);
-        MockImport<&::RegCloseKey> close;
-        EXPECT_CALL(close, Call).Times(0);
+        const RecordedImport<&::RegCloseKey> close;
         EXPECT_EQ(openAnother(), error);
+        EXPECT_EQ(close.Made(), Calls{});
         EXPECT_EQ(key.Get(), handle);
         EXPECT_EQ(key.ViewFlags(), flags);
     }
@@ -198,8 +228,10 @@ TEST_P(RegistryKeyOpening, InATransactionNeedsTheTransactedFunction) {
     Open(key, L"before", KEY_READ | View64);
     transaction.handle = Transaction;
     ExpectNoChange(key, ERROR_INVALID_FUNCTION, [&] {
-        const Lookup lookup(GetParam().transacted, /*address=*/nullptr, /*times=*/1);
-        return Open(key, L"after", KEY_READ);
+        const Lookups lookups({});
+        const LSTATUS error = Open(key, L"after", KEY_READ);
+        EXPECT_EQ(lookups.Made(), LookupOf(GetParam().transacted));
+        return error;
     });
 }
 
@@ -209,11 +241,10 @@ TEST_P(RegistryKeyOpening, InATransactionNeedsTheModuleOfTheTransactedFunction) 
     Open(key, L"before", KEY_READ | View64);
     transaction.handle = Transaction;
     ExpectNoChange(key, ERROR_INVALID_FUNCTION, [&] {
-        MockImport<&::GetProcAddress> function;
-        MockImport<&::GetModuleHandleW> module;
-        EXPECT_CALL(function, Call).Times(0);
-        EXPECT_CALL(module, Call(StrEq(L"Advapi32.dll"))).WillOnce(Return(nullptr));
-        return Open(key, L"after", KEY_READ);
+        const Lookups lookups({}, /*module=*/nullptr);
+        const LSTATUS error = Open(key, L"after", KEY_READ);
+        EXPECT_EQ(lookups.Made(), Calls{Call(L"Advapi32.dll")});
+        return error;
     });
 }
 
@@ -232,36 +263,36 @@ TEST_P(RegistryKeyOpening, IsRefusedWithoutATransactionHandleUnlessThePlainWayIs
 // ---- Opening: what each function is called with
 
 TEST(RegistryKey, HoldsNothingAtFirst) {
-    MockImport<&::RegCloseKey> close;
-    EXPECT_CALL(close, Call).Times(0);
-    const RegistryKey key;
-    EXPECT_EQ(key.Get(), nullptr);
-    EXPECT_EQ(key.ViewFlags(), 0U);
+    const RecordedImport<&::RegCloseKey> close;
+    {
+        const RegistryKey key;
+        EXPECT_EQ(key.Get(), nullptr);
+        EXPECT_EQ(key.ViewFlags(), 0U);
+    }
+    EXPECT_EQ(close.Made(), Calls{});
 }
 
 TEST(RegistryKey, OpensWithTheMaskAndNoOptions) {
-    MockImport<&::RegOpenKeyExW> open;
-    EXPECT_CALL(open,
-                Call(HKEY_CURRENT_USER, StrEq(L"FinasetTests\\missing"), 0, 0x20219, NotNull()))
-        .Times(1);
+    const RecordedImport<&::RegOpenKeyExW> open;
     RegistryKey key;
     EXPECT_EQ(key.Open(HKEY_CURRENT_USER, L"FinasetTests\\missing", KEY_READ | View32),
               ERROR_FILE_NOT_FOUND);
     EXPECT_EQ(key.Get(), nullptr);
     EXPECT_EQ(key.ViewFlags(), 0U);
+    EXPECT_EQ(open.Made(),
+              Calls{Call(HKEY_CURRENT_USER, L"FinasetTests\\missing", 0, 0x20219, Some)});
 }
 
 TEST(RegistryKey, CreatesWithoutClassOptionsAndSecurity) {
     const test::PrivateRegistry registry;
-    MockImport<&::RegCreateKeyExW> create;
-    EXPECT_CALL(create, Call(HKEY_LOCAL_MACHINE, StrEq(L"a\\b"), 0, nullptr, 0, 0x20206, nullptr,
-                             NotNull(), NotNull()))
-        .Times(2);
-    RegistryKey key;
     for (const char* time : {"missing at first", "there by now"}) {
         SCOPED_TRACE(time);
+        const RecordedImport<&::RegCreateKeyExW> create;
+        RegistryKey key;
         EXPECT_EQ(key.CreateOrOpen(HKEY_LOCAL_MACHINE, L"a\\b", KEY_WRITE | View32), ERROR_SUCCESS);
         EXPECT_EQ(key.ViewFlags(), View32);
+        EXPECT_EQ(create.Made(), Calls{Call(HKEY_LOCAL_MACHINE, L"a\\b", 0, nullptr, 0, 0x20206,
+                                            nullptr, Some, Some)});
     }
     EXPECT_TRUE(KeyExists(HKEY_LOCAL_MACHINE, L"a\\b"));
 }
@@ -269,67 +300,70 @@ TEST(RegistryKey, CreatesWithoutClassOptionsAndSecurity) {
 TEST(RegistryKey, OpensInTheTransactionAndLooksTheFunctionUpEachTime) {
     const test::PrivateRegistry registry;
     const RegistryTransaction transaction{.handle = Transaction, .plainAllowed = false};
-    MockOpenTransacted open;
-    EXPECT_CALL(
-        open, Call(HKEY_LOCAL_MACHINE, StrEq(L"a\\b"), 0, 0x20319, NotNull(), Transaction, nullptr))
-        .WillOnce(Return(ERROR_ACCESS_DENIED))
-        .WillOnce([&](HKEY, LPCWSTR, DWORD, REGSAM, PHKEY opened, HANDLE, PVOID) {
-            return ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"", 0, KEY_READ, opened);
-        });
+    LSTATUS error = ERROR_ACCESS_DENIED;
+    const OpenTransacted open([&](HKEY, LPCWSTR, DWORD, REGSAM, PHKEY opened, HANDLE, PVOID) {
+        return error != ERROR_SUCCESS ? error : OpenRoot(opened);
+    });
+    const Lookups lookups({{"RegOpenKeyTransactedW", open.Address()}});
     RegistryKey key(&transaction);
-    const Lookup lookup("RegOpenKeyTransactedW", open.Address(), /*times=*/2);
-    const auto openKey = [&] {
-        return key.Open(HKEY_LOCAL_MACHINE, L"a\\b", KEY_READ | View32 | View64);
-    };
-    EXPECT_EQ(openKey(), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(key.Open(HKEY_LOCAL_MACHINE, L"a\\b", 0x20319), error);
     EXPECT_EQ(key.Get(), nullptr);
-    EXPECT_EQ(openKey(), ERROR_SUCCESS);
+    error = ERROR_SUCCESS;
+    EXPECT_EQ(key.Open(HKEY_LOCAL_MACHINE, L"a\\b", 0x20319), error);
     EXPECT_NE(key.Get(), nullptr);
     EXPECT_EQ(key.ViewFlags(), View32 | View64);
+    EXPECT_EQ(open.Made(),
+              Calls(2, Call(HKEY_LOCAL_MACHINE, L"a\\b", 0, 0x20319, Some, Transaction, nullptr)));
+    EXPECT_EQ(lookups.Made(),
+              LookupOf("RegOpenKeyTransactedW") + LookupOf("RegOpenKeyTransactedW"));
 }
 
 TEST(RegistryKey, CreatesInTheTransactionAndLooksTheFunctionUpEachTime) {
     const test::PrivateRegistry registry;
     const RegistryTransaction transaction{.handle = Transaction, .plainAllowed = false};
-    MockCreateTransacted create;
-    EXPECT_CALL(create, Call(HKEY_LOCAL_MACHINE, StrEq(L"a\\b"), 0, nullptr, 0, 0x20306, nullptr,
-                             NotNull(), NotNull(), Transaction, nullptr))
-        .WillOnce(Return(ERROR_ACCESS_DENIED))
-        .WillOnce(
-            [&](HKEY, LPCWSTR, DWORD, LPWSTR, DWORD, REGSAM, auto*, PHKEY opened, DWORD*, HANDLE,
-                PVOID) { return ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"", 0, KEY_READ, opened); });
+    LSTATUS error = ERROR_ACCESS_DENIED;
+    const CreateTransacted create(
+        [&](HKEY, LPCWSTR, DWORD, LPWSTR, DWORD, REGSAM, auto*, PHKEY opened, DWORD*, HANDLE,
+            PVOID) { return error != ERROR_SUCCESS ? error : OpenRoot(opened); });
+    const Lookups lookups({{"RegCreateKeyTransactedW", create.Address()}});
     RegistryKey key(&transaction);
-    const Lookup lookup("RegCreateKeyTransactedW", create.Address(), /*times=*/2);
-    const auto createKey = [&] {
-        return key.CreateOrOpen(HKEY_LOCAL_MACHINE, L"a\\b", KEY_WRITE | View32 | View64);
-    };
-    EXPECT_EQ(createKey(), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(key.CreateOrOpen(HKEY_LOCAL_MACHINE, L"a\\b", 0x20306), error);
     EXPECT_EQ(key.Get(), nullptr);
-    EXPECT_EQ(createKey(), ERROR_SUCCESS);
+    error = ERROR_SUCCESS;
+    EXPECT_EQ(key.CreateOrOpen(HKEY_LOCAL_MACHINE, L"a\\b", 0x20306), error);
     EXPECT_NE(key.Get(), nullptr);
     EXPECT_EQ(key.ViewFlags(), View32 | View64);
+    EXPECT_EQ(create.Made(), Calls(2, Call(HKEY_LOCAL_MACHINE, L"a\\b", 0, nullptr, 0, 0x20306,
+                                           nullptr, Some, Some, Transaction, nullptr)));
+    EXPECT_EQ(lookups.Made(),
+              LookupOf("RegCreateKeyTransactedW") + LookupOf("RegCreateKeyTransactedW"));
 }
 
 // ---- Closing
 
 TEST(RegistryKey, ClosesOnceAndHoldsNothingAfterwards) {
     const test::PrivateRegistry registry;
+    const RecordedImport<&::RegCloseKey> close;
     RegistryKey key;
     ASSERT_EQ(key.Open(HKEY_LOCAL_MACHINE, L"", KEY_READ | View64), ERROR_SUCCESS);
-    MockImport<&::RegCloseKey> close;
-    EXPECT_CALL(close, Call(key.Get())).Times(1);
+    const HKEY handle = key.Get();
     key.Close();
     EXPECT_EQ(key.Get(), nullptr);
     EXPECT_EQ(key.ViewFlags(), 0U);
     key.Close();
+    EXPECT_EQ(close.Made(), Calls{Call(handle)});
 }
 
 TEST(RegistryKey, ClosesAtTheEndOfItsScope) {
     const test::PrivateRegistry registry;
-    MockImport<&::RegCloseKey> close;
-    RegistryKey key;
-    ASSERT_EQ(key.Open(HKEY_LOCAL_MACHINE, L"", KEY_READ), ERROR_SUCCESS);
-    EXPECT_CALL(close, Call(key.Get())).Times(1);
+    const RecordedImport<&::RegCloseKey> close;
+    HKEY handle = nullptr;
+    {
+        RegistryKey key;
+        ASSERT_EQ(key.Open(HKEY_LOCAL_MACHINE, L"", KEY_READ), ERROR_SUCCESS);
+        handle = key.Get();
+    }
+    EXPECT_EQ(close.Made(), Calls{Call(handle)});
 }
 
 // ---- Deleting
@@ -382,22 +416,28 @@ TEST_F(RecurseDeleteKey, OpensSubKeysToReadAndWriteInTheViewOfTheirParent) {
     for (const REGSAM view : {REGSAM{0}, View32}) {
         MakeKey(HKEY_LOCAL_MACHINE, L"top\\1\\2");
         OpenKey(L"top", view);
-        MockImport<&::RegOpenKeyExW> open;
-        EXPECT_CALL(open, Call).Times(testing::AnyNumber());  // the deletion's own
-        EXPECT_CALL(open, Call(key_.Get(), StrEq(L"1"), 0, 0x2001F | view, NotNull())).Times(1);
-        EXPECT_CALL(open, Call(_, StrEq(L"2"), 0, 0x2001F | view, NotNull())).Times(1);
+        const RecordedImport<&::RegOpenKeyExW> open;
         EXPECT_EQ(key_.RecurseDeleteKey(L"1"), ERROR_SUCCESS);
+        // There may be more: those of the platform's deletion.
+        EXPECT_THAT(open.Made(), testing::IsSupersetOf<testing::Matcher<std::string>>(
+                                     {Call(key_.Get(), L"1", 0, 0x2001F | view, Some),
+                                      EndsWith(Call(L"2", 0, 0x2001F | view, Some))}));
     }
 }
 
-TEST_F(RecurseDeleteKey, AlwaysAsksForTheFirstSubKey) {
+TEST_F(RecurseDeleteKey, AlwaysAsksForTheFirstSubKeyWithRoomForTheLongestName) {
     MakeKey(HKEY_LOCAL_MACHINE, L"top\\1\\2");
     MakeKey(HKEY_LOCAL_MACHINE, L"top\\1\\3");
     OpenKey(L"top");
-    MockImport<&::RegEnumKeyExW> enumerate;
-    EXPECT_CALL(enumerate, Call(_, 0, NotNull(), Pointee(256U), nullptr, nullptr, nullptr, nullptr))
-        .Times(5);  // for key 1 three times, for the keys below it once
+    Calls made;
+    ImportHook<&::RegEnumKeyExW> enumerate(
+        [&](HKEY key, DWORD index, LPWSTR name, LPDWORD length, auto... unused) {
+            made.push_back(Call(index, *length, unused...));
+            return enumerate.Forward(key, index, name, length, unused...);
+        });
     EXPECT_EQ(key_.RecurseDeleteKey(L"1"), ERROR_SUCCESS);
+    // For key 1 three times, for each of the keys below it once.
+    EXPECT_EQ(made, Calls(5, Call(0, 256, nullptr, nullptr, nullptr, nullptr)));
 }
 
 TEST_F(RecurseDeleteKey, PassesAMissingSubKeyOn) {
@@ -411,10 +451,11 @@ TEST_F(RecurseDeleteKey, EndsAtTheFirstErrorOfAnEnumeration) {
     MakeKey(HKEY_LOCAL_MACHINE, L"top\\1\\3");
     OpenKey(L"top");
     {
-        MockImport<&::RegEnumKeyExW> enumerate;
-        const InSequence order;
-        EXPECT_CALL(enumerate, Call).Times(2);  // finds 2 in 1, and nothing in 2
-        EXPECT_CALL(enumerate, Call).WillOnce(Return(ERROR_NOT_ENOUGH_MEMORY));
+        int calls = 0;
+        ImportHook<&::RegEnumKeyExW> enumerate([&](auto... arguments) {
+            // Finds 2 in 1, then nothing in 2.
+            return ++calls <= 2 ? enumerate.Forward(arguments...) : ERROR_NOT_ENOUGH_MEMORY;
+        });
         EXPECT_EQ(key_.RecurseDeleteKey(L"1"), ERROR_NOT_ENOUGH_MEMORY);
     }
     EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, L"top\\1\\2"));
@@ -445,10 +486,10 @@ TEST_F(RecurseDeleteKey, EndsAtTheFirstSubKeyThatCannotBeDeleted) {
     OpenKey(L"top");
     {
         // A key that has sub-keys cannot be deleted; those of key 2 are withheld.
-        MockImport<&::RegEnumKeyExW> enumerate;
-        const InSequence order;
-        EXPECT_CALL(enumerate, Call);
-        EXPECT_CALL(enumerate, Call).WillOnce(Return(ERROR_NO_MORE_ITEMS));
+        int calls = 0;
+        ImportHook<&::RegEnumKeyExW> enumerate([&](auto... arguments) {
+            return ++calls == 2 ? ERROR_NO_MORE_ITEMS : enumerate.Forward(arguments...);
+        });
         EXPECT_EQ(key_.RecurseDeleteKey(L"1"), ERROR_ACCESS_DENIED);
     }
     EXPECT_TRUE(KeyExists(HKEY_LOCAL_MACHINE, L"top\\1\\2\\below"));
@@ -466,73 +507,64 @@ protected:
                   ERROR_SUCCESS);
     }
 
-    // From now on the transaction has a handle, and opening in it is opening in the plain way.
-    void Begin() {
-        transaction_ = {.handle = Transaction, .plainAllowed = true};
-        ON_CALL(open_, Call)
-            .WillByDefault([](HKEY parent, LPCWSTR path, DWORD, REGSAM access, PHKEY key, HANDLE,
-                              PVOID) { return ::RegOpenKeyExW(parent, path, 0, access, key); });
-    }
-
     test::PrivateRegistry registry_;
     RegistryTransaction transaction_{.handle = nullptr, .plainAllowed = true};
     RegistryKey top_{&transaction_};
-    testing::NiceMock<MockOpenTransacted> open_;
-    MockDeleteTransacted delete_;
+    // Opening in the transaction is opening in the plain way.
+    OpenTransacted open_{[](HKEY parent, LPCWSTR path, DWORD, REGSAM access, PHKEY key, HANDLE,
+                            PVOID) { return ::RegOpenKeyExW(parent, path, 0, access, key); }};
 };
 
 TEST_F(TransactedDeletion, OpensAndDeletesInTheTransactionAndLooksBothUpEachTime) {
     MakeKey(HKEY_LOCAL_MACHINE, L"top\\1\\2");
-    Begin();
-    EXPECT_CALL(open_, Call(top_.Get(), StrEq(L"1"), 0, 0x2021F, NotNull(), Transaction, nullptr));
-    EXPECT_CALL(open_, Call(_, StrEq(L"2"), 0, 0x2021F, NotNull(), Transaction, nullptr));
-    {
-        const InSequence order;
-        EXPECT_CALL(delete_, Call(_, StrEq(L"2"), _, 0, Transaction, nullptr))
-            .WillOnce([](HKEY key, LPCWSTR name, REGSAM, DWORD, HANDLE, PVOID) {
-                return ::RegDeleteKeyW(key, name);
-            });
-        EXPECT_CALL(delete_, Call(top_.Get(), StrEq(L"1"), _, 0, Transaction, nullptr))
-            .WillOnce(Return(ERROR_INVALID_HANDLE));
-    }
-    MockImport<&::GetProcAddress> function;
-    MockImport<&::GetModuleHandleW> module;
-    EXPECT_CALL(module, Call(StrEq(L"Advapi32.dll"))).Times(4).WillRepeatedly(Return(Advapi));
-    EXPECT_CALL(function, Call(Advapi, StrEq("RegOpenKeyTransactedW")))
-        .Times(2)
-        .WillRepeatedly(Return(open_.Address()));
-    EXPECT_CALL(function, Call(Advapi, StrEq("RegDeleteKeyTransactedW")))
-        .Times(2)
-        .WillRepeatedly(Return(delete_.Address()));
+    transaction_.handle = Transaction;
+    Calls made;
+    const DeleteTransacted deletion(
+        [&](HKEY key, LPCWSTR name, REGSAM, DWORD reserved, HANDLE transaction, PVOID more) {
+            made.push_back(Call(name, reserved, transaction, more));
+            return key == top_.Get() ? ERROR_INVALID_HANDLE : ::RegDeleteKeyW(key, name);
+        });
+    const Lookups lookups({{"RegOpenKeyTransactedW", open_.Address()},
+                           {"RegDeleteKeyTransactedW", deletion.Address()}});
     EXPECT_EQ(top_.RecurseDeleteKey(L"1"), ERROR_INVALID_HANDLE);
+    EXPECT_THAT(open_.Made(),
+                ElementsAre(Call(top_.Get(), L"1", 0, 0x2021F, Some, Transaction, nullptr),
+                            EndsWith(Call(L"2", 0, 0x2021F, Some, Transaction, nullptr))));
+    EXPECT_THAT(made, ElementsAre(Call(L"2", 0, Transaction, nullptr),
+                                  Call(L"1", 0, Transaction, nullptr)));
+    EXPECT_EQ(lookups.Made(),
+              LookupOf("RegOpenKeyTransactedW") + LookupOf("RegOpenKeyTransactedW") +
+                  LookupOf("RegDeleteKeyTransactedW") + LookupOf("RegDeleteKeyTransactedW"));
 }
 
 TEST_F(TransactedDeletion, NeedsTheTransactedFunction) {
-    Begin();
-    MockImport<&::RegDeleteKeyW> plain;
-    EXPECT_CALL(plain, Call).Times(0);
+    transaction_ = {.handle = Transaction, .plainAllowed = true};
+    const RecordedImport<&::RegDeleteKeyW> plain;
     {
-        MockImport<&::GetProcAddress> function;
-        EXPECT_CALL(function, Call(_, StrEq("RegOpenKeyTransactedW")))
-            .WillOnce(Return(open_.Address()));
-        EXPECT_CALL(function, Call(_, StrEq("RegDeleteKeyTransactedW"))).WillOnce(Return(nullptr));
+        const Lookups lookups({{"RegOpenKeyTransactedW", open_.Address()}});
         EXPECT_EQ(top_.RecurseDeleteKey(L"1"), ERROR_INVALID_FUNCTION);
+        EXPECT_EQ(lookups.Made(),
+                  LookupOf("RegOpenKeyTransactedW") + LookupOf("RegDeleteKeyTransactedW"));
     }
+    EXPECT_EQ(plain.Made(), Calls{});
     EXPECT_TRUE(KeyExists(HKEY_LOCAL_MACHINE, L"top\\1"));
 }
 
 TEST_F(TransactedDeletion, NeedsTheModuleOfTheTransactedFunction) {
-    Begin();
+    transaction_ = {.handle = Transaction, .plainAllowed = true};
+    const RecordedImport<&::RegDeleteKeyW> plain;
     {
-        MockImport<&::GetProcAddress> function;
-        MockImport<&::GetModuleHandleW> module;
-        EXPECT_CALL(function, Call(Advapi, StrEq("RegOpenKeyTransactedW")))
-            .WillOnce(Return(open_.Address()));
-        EXPECT_CALL(module, Call(StrEq(L"Advapi32.dll")))
-            .WillOnce(Return(Advapi))
-            .WillOnce(Return(nullptr));
+        Lookups* known = nullptr;
+        const ImportHook<&::RegEnumKeyExW> enumerate([&](auto...) {
+            known->Unload();  // after the sub-key was opened
+            return ERROR_NO_MORE_ITEMS;
+        });
+        Lookups lookups({{"RegOpenKeyTransactedW", open_.Address()}});
+        known = &lookups;
         EXPECT_EQ(top_.RecurseDeleteKey(L"1"), ERROR_INVALID_FUNCTION);
+        EXPECT_EQ(lookups.Made(), LookupOf("RegOpenKeyTransactedW") + Calls{Call(L"Advapi32.dll")});
     }
+    EXPECT_EQ(plain.Made(), Calls{});
     EXPECT_TRUE(KeyExists(HKEY_LOCAL_MACHINE, L"top\\1"));
 }
 
@@ -544,28 +576,22 @@ TEST_F(TransactedDeletion, WithoutAHandleIsPlainIfThatIsAllowedAndClosesTheSubKe
             opened = path == std::wstring(L"1") && parent == top_.Get() ? *key : opened;
             return error;
         });
-    bool closed = false;
-    ImportHook<&::RegCloseKey> close([&](HKEY key) {
-        closed = closed || key == opened;
-        return close.Forward(key);
-    });
-    MockImport<&::RegDeleteKeyW> plain;
-    EXPECT_CALL(plain, Call(top_.Get(), StrEq(L"1"))).WillOnce([&](HKEY, LPCWSTR) {
-        EXPECT_TRUE(closed);
+    const RecordedImport<&::RegCloseKey> close;
+    const RecordedImport<&::RegDeleteKeyW> plain([&](HKEY, LPCWSTR) {
+        EXPECT_THAT(close.Made(), ElementsAre(Call(opened)));
         return ERROR_SUCCESS;
     });
     EXPECT_EQ(top_.RecurseDeleteKey(L"1"), ERROR_SUCCESS);
+    EXPECT_EQ(plain.Made(), Calls{Call(top_.Get(), L"1")});
 }
 
 TEST_F(TransactedDeletion, WithoutAHandlePassesTheErrorOfThePlainWayOn) {
-    MockImport<&::RegDeleteKeyW> plain;
-    EXPECT_CALL(plain, Call).WillOnce(Return(ERROR_ACCESS_DENIED));
+    const ImportHook<&::RegDeleteKeyW> plain([](HKEY, LPCWSTR) { return ERROR_ACCESS_DENIED; });
     EXPECT_EQ(top_.RecurseDeleteKey(L"1"), ERROR_ACCESS_DENIED);
 }
 
 TEST_F(TransactedDeletion, WithoutAHandleIsRefusedUnlessThePlainWayIsAllowed) {
-    MockImport<&::RegDeleteKeyW> plain;
-    EXPECT_CALL(plain, Call).Times(0);
+    const RecordedImport<&::RegDeleteKeyW> plain;
     {
         // Opening the sub-key is allowed still.
         ImportHook<&::RegEnumKeyExW> enumerate([&](auto...) {
@@ -575,6 +601,7 @@ TEST_F(TransactedDeletion, WithoutAHandleIsRefusedUnlessThePlainWayIsAllowed) {
         EXPECT_EQ(top_.RecurseDeleteKey(L"1"), ERROR_INVALID_FUNCTION);
     }
     EXPECT_EQ(top_.RecurseDeleteKey(L"1"), ERROR_INVALID_FUNCTION);
+    EXPECT_EQ(plain.Made(), Calls{});
     EXPECT_TRUE(KeyExists(HKEY_LOCAL_MACHINE, L"top\\1"));
 }
 
@@ -594,10 +621,9 @@ void PrintDeletions(DeleteKeyEx system) {
     top.Open(HKEY_LOCAL_MACHINE, L"top", KEY_READ | KEY_WRITE | View32);
     const auto key = [&](HKEY handle) { return handle == top.Get() ? "top" : "another key"; };
 
-    testing::NiceMock<MockDeleteEx> deleteEx;
-    ON_CALL(deleteEx, Call).WillByDefault([&](HKEY parent, LPCWSTR name, REGSAM view, DWORD zero) {
+    const DeleteEx deleteEx([&](HKEY parent, LPCWSTR name, REGSAM view, DWORD reserved) {
         std::fprintf(stderr, "RegDeleteKeyExW(%s, %ls, 0x%lX, %lu)\n", key(parent), name, view,
-                     zero);
+                     reserved);
         return ERROR_ACCESS_DENIED;
     });
     const ImportHook<&::RegDeleteKeyW> plain([&](HKEY parent, LPCWSTR name) {

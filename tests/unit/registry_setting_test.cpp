@@ -2,13 +2,14 @@
 
 #include "support/import_hook.h"
 #include "support/private_registry.h"
+#include "support/registry_calls.h"
 #include "support/registry_contents.h"
-#include "support/registry_mocks.h"
 
 #include <windows.h>
 
 #include <algorithm>
 #include <cstdint>
+#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <iterator>
@@ -19,24 +20,22 @@
 
 namespace {
 
+using test::Call;
+using test::Calls;
 using test::DwordValue;
 using test::ImportHook;
 using test::KeyExists;
 using test::MakeKey;
-using test::MockImport;
 using test::PrivateRegistry;
 using test::PutValue;
+using test::RecordedImport;
 using test::RegistryValue;
+using test::Some;
 using test::TextBytes;
 using test::TextValue;
 using test::ValueOf;
-using testing::_;
-using testing::InSequence;
-using testing::Lt;
-using testing::NotNull;
-using testing::Pointee;
-using testing::Return;
-using testing::StrEq;
+using testing::ElementsAre;
+using testing::EndsWith;
 
 const std::wstring Key = L"Software\\key";
 
@@ -77,16 +76,45 @@ LSTATUS RefuseToCreate(HKEY /*parent*/, LPCWSTR /*path*/, DWORD /*reserved*/, LP
     return ERROR_ACCESS_DENIED;
 }
 
-// Expects the key "key" below a root to be created or opened once, with an access mask.
-class ExpectedCreation {
+using SetHook = ImportHook<&::RegSetValueExW>;
+
+LSTATUS RefuseToSet(HKEY /*key*/, LPCWSTR /*name*/, DWORD /*reserved*/, DWORD /*type*/,
+                    const BYTE* /*data*/, DWORD /*size*/) {
+    return ERROR_ACCESS_DENIED;
+}
+
+// The calls that create or open the key once in the local machine.
+Calls OneCreation(REGSAM access) {
+    return {Call(HKEY_LOCAL_MACHINE, Key, 0, nullptr, 0, access, nullptr, Some, Some)};
+}
+
+// The calls that open the key once to read, in the default view.
+Calls OneOpeningToRead() {
+    return {Call(HKEY_LOCAL_MACHINE, Key, 0, 0x20019, Some)};
+}
+
+// Records the queries of values: name, what is reserved, the buffer and, if there is one, its size.
+// The first one goes to `first`, if that is given, which may pass it on.
+class Queries {
 public:
-    ExpectedCreation(HKEY root, REGSAM access) {
-        EXPECT_CALL(create_, Call(root, StrEq(Key), 0, nullptr, 0, access, nullptr, NotNull(), _))
-            .Times(1);
-    }
+    using Hook = ImportHook<&::RegQueryValueExW>;
+    using Query = std::function<LSTATUS()>;
+
+    explicit Queries(std::function<LSTATUS(const Query& forward, DWORD& size)> first = {})
+        : first_(std::move(first)) {}
+
+    [[nodiscard]] const Calls& Made() const { return made_; }
 
 private:
-    MockImport<&::RegCreateKeyExW> create_;
+    std::function<LSTATUS(const Query& forward, DWORD& size)> first_;
+    Calls made_;
+    Hook hook_{[this](HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data,
+                      LPDWORD size) {
+        made_.push_back(data == nullptr ? Call(name, reserved, data)
+                                        : Call(name, reserved, data, *size));
+        const Query forward = [&] { return hook_.Forward(key, name, reserved, type, data, size); };
+        return made_.size() == 1 && first_ ? first_(forward, *size) : forward();
+    }};
 };
 
 // ---- GetDwordWithDefault
@@ -109,18 +137,17 @@ TEST(GetDwordWithDefault, IgnoresTheRoot) {
 TEST(GetDwordWithDefault, OpensToReadInTheDefaultView) {
     const PrivateRegistry registry;
     PutHere(DwordValue(42));
-    MockImport<&::RegOpenKeyExW> open;
-    EXPECT_CALL(open, Call(HKEY_LOCAL_MACHINE, StrEq(Key), 0, 0x20019, NotNull())).Times(1);
+    const RecordedImport<&::RegOpenKeyExW> open;
     EXPECT_EQ(GetDwordWithDefault(nullptr, Key, L"name", 7), 42U);
+    EXPECT_EQ(open.Made(), OneOpeningToRead());
 }
 
 TEST(GetDwordWithDefault, QueriesOnceInto4Bytes) {
     const PrivateRegistry registry;
     PutHere(DwordValue(42));
-    MockImport<&::RegQueryValueExW> query;
-    EXPECT_CALL(query, Call(_, StrEq(L"name"), nullptr, NotNull(), NotNull(), Pointee(DWORD{4})))
-        .Times(1);
+    const Queries queries;
     EXPECT_EQ(GetDwordWithDefault(nullptr, Key, L"name", 7), 42U);
+    EXPECT_EQ(queries.Made(), Calls{Call(L"name", nullptr, Some, 4)});
 }
 
 TEST(GetDwordWithDefault, GivesTheDefaultIfNothingIsThere) {
@@ -273,9 +300,9 @@ TEST(GetStringSetting, IgnoresTheRoot) {
 TEST(GetStringSetting, OpensToReadInTheDefaultView) {
     const PrivateRegistry registry;
     PutHere(TextValue(L"text"));
-    MockImport<&::RegOpenKeyExW> open;
-    EXPECT_CALL(open, Call(HKEY_LOCAL_MACHINE, StrEq(Key), 0, 0x20019, NotNull())).Times(1);
+    const RecordedImport<&::RegOpenKeyExW> open;
     EXPECT_EQ(Read(nullptr), Success(L"text"));
+    EXPECT_EQ(open.Made(), OneOpeningToRead());
 }
 
 TEST(GetStringSetting, PassesOnThatNothingIsThere) {
@@ -291,99 +318,91 @@ TEST(GetStringSetting, PassesTheErrorOfOpeningOn) {
     EXPECT_EQ(Read(), Failure(ERROR_ACCESS_DENIED));
 }
 
-// The two queries of one reading: the first for the size, without a buffer.
-class GetStringSettingQueries : public testing::Test {
-protected:
-    GetStringSettingQueries() { PutHere(TextValue(L"text")); }
+// ---- GetStringSetting asks twice: for the size, then for the text
 
-    auto& ExpectFirstQuery() {
-        return EXPECT_CALL(query_, Call(_, StrEq(L"name"), nullptr, _, nullptr, NotNull()))
-            .InSequence(order_);
-    }
-    auto& ExpectSecondQuery(const testing::Matcher<DWORD>& size) {
-        return EXPECT_CALL(query_,
-                           Call(_, StrEq(L"name"), nullptr, NotNull(), NotNull(), Pointee(size)))
-            .InSequence(order_);
-    }
+const std::string SizeQuery = Call(L"name", nullptr, nullptr);
 
-    // Puts `value` in place of what the first query has measured.
-    auto MeasureThenPut(const RegistryValue& value) {
-        return [this, value](auto... arguments) {
-            const LSTATUS error = measure_.Forward(arguments...);
-            PutHere(value);
-            return error;
-        };
-    }
-
-    PrivateRegistry registry_;
-    testing::Sequence order_;
-    // Only there for what it forwards to: the platform.
-    ImportHook<&::RegQueryValueExW> measure_{
-        [this](auto... arguments) { return measure_.Forward(arguments...); }};
-    MockImport<&::RegQueryValueExW> query_;
-};
-
-TEST_F(GetStringSettingQueries, TakeTheSizeInBytes) {
-    ExpectFirstQuery();
-    ExpectSecondQuery(10);
-    EXPECT_EQ(Read(), Success(L"text"));
+std::string TextQuery(DWORD size) {
+    return Call(L"name", nullptr, Some, size);
 }
 
-TEST_F(GetStringSettingQueries, TakeMoreDataForASize) {
-    ExpectFirstQuery().WillOnce([this](auto... arguments) {
-        measure_.Forward(arguments...);
+// Reads the text "text" while `value` takes its place after the first query.
+Reading ReadWhileItChangesTo(const RegistryValue& value) {
+    PutHere(TextValue(L"text"));
+    const Queries queries([&](const Queries::Query& forward, DWORD& /*size*/) {
+        const LSTATUS error = forward();
+        PutHere(value);
+        return error;
+    });
+    const Reading reading = Read();
+    EXPECT_THAT(queries.Made(), ElementsAre(SizeQuery, TextQuery(10)));
+    return reading;
+}
+
+TEST(GetStringSetting, AsksForTheSizeAndThenIntoABufferOfThatSizeInBytes) {
+    const PrivateRegistry registry;
+    PutHere(TextValue(L"text"));
+    const Queries queries;
+    EXPECT_EQ(Read(), Success(L"text"));
+    EXPECT_THAT(queries.Made(), ElementsAre(SizeQuery, TextQuery(10)));
+}
+
+TEST(GetStringSetting, OffersRoomForAnOddNumberOfBytes) {
+    const PrivateRegistry registry;
+    PutHere({REG_SZ, {'a', 0, 0, 0, 0}});
+    const Queries queries;
+    EXPECT_EQ(Read(), Failure(13));
+    EXPECT_THAT(queries.Made(), ElementsAre(SizeQuery, TextQuery(6)));
+}
+
+TEST(GetStringSetting, TakesTheSizeThatComesWithMoreData) {
+    const PrivateRegistry registry;
+    PutHere(TextValue(L"text"));
+    const Queries queries([](const Queries::Query& forward, DWORD& /*size*/) {
+        forward();
         return ERROR_MORE_DATA;
     });
-    ExpectSecondQuery(10);
     EXPECT_EQ(Read(), Success(L"text"));
+    EXPECT_THAT(queries.Made(), ElementsAre(SizeQuery, TextQuery(10)));
 }
 
-TEST_F(GetStringSettingQueries, TakeNoSizeFromAnotherError) {
+TEST(GetStringSetting, TakesNoSizeThatComesWithAnotherErrorAndAsksAgainAllTheSame) {
+    const PrivateRegistry registry;
     PutHere(TextValue(L""));
-    ExpectFirstQuery().WillOnce([](HKEY, LPCWSTR, LPDWORD, LPDWORD, LPBYTE, LPDWORD size) {
-        *size = 1000;
+    const Queries queries([](const Queries::Query& /*forward*/, DWORD& size) {
+        size = 1000;
         return ERROR_ACCESS_DENIED;
     });
-    ExpectSecondQuery(Lt(1000U));
     EXPECT_EQ(Read(), Success(L""));
+    EXPECT_THAT(queries.Made(), ElementsAre(SizeQuery, TextQuery(2)));
 }
 
-TEST_F(GetStringSettingQueries, OfferRoomForAValueOfAnOddSize) {
-    PutHere({REG_SZ, {'a', 0, 0, 0, 0}});
-    ExpectFirstQuery();
-    ExpectSecondQuery(testing::Ge(5U));
-    EXPECT_EQ(Read(), Failure(13));
-}
-
-TEST_F(GetStringSettingQueries, PassTheErrorOfTheSecondOn) {
-    ExpectFirstQuery();
-    ExpectSecondQuery(10).WillOnce(Return(ERROR_ACCESS_DENIED));
+TEST(GetStringSetting, PassesTheErrorOfTheSecondQueryOn) {
+    const PrivateRegistry registry;
+    PutHere(TextValue(L"text"));
+    ImportHook<&::RegQueryValueExW> query(
+        [&](HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD size) {
+            const LSTATUS error = query.Forward(key, name, reserved, type, data, size);
+            return data == nullptr ? error : ERROR_ACCESS_DENIED;
+        });
     EXPECT_EQ(Read(), Failure(ERROR_ACCESS_DENIED));
 }
 
-TEST_F(GetStringSettingQueries, PassOnThatTheValueHasGrown) {
-    ExpectFirstQuery().WillOnce(MeasureThenPut(TextValue(L"text of more characters")));
-    ExpectSecondQuery(10);
-    EXPECT_EQ(Read(), Failure(ERROR_MORE_DATA));
+TEST(GetStringSetting, PassesOnThatTheValueHasGrown) {
+    const PrivateRegistry registry;
+    EXPECT_EQ(ReadWhileItChangesTo(TextValue(L"text of more characters")),
+              Failure(ERROR_MORE_DATA));
 }
 
-TEST_F(GetStringSettingQueries, ReadAValueThatHasShrunk) {
-    ExpectFirstQuery().WillOnce(MeasureThenPut(TextValue(L"te")));
-    ExpectSecondQuery(10);
-    EXPECT_EQ(Read(), Success(L"te"));
+TEST(GetStringSetting, ReadsAValueThatHasShrunk) {
+    const PrivateRegistry registry;
+    EXPECT_EQ(ReadWhileItChangesTo(TextValue(L"te")), Success(L"te"));
+    EXPECT_EQ(ReadWhileItChangesTo({REG_SZ, {}}), Success(Before));
 }
 
-// The rest of the buffer is zero, which must not pass for the value's own end.
-TEST_F(GetStringSettingQueries, RefuseAValueThatHasShrunkAndLostItsEnd) {
-    ExpectFirstQuery().WillOnce(MeasureThenPut({REG_SZ, TextBytes(L"te")}));
-    ExpectSecondQuery(10);
-    EXPECT_EQ(Read(), Failure(13));
-}
-
-TEST_F(GetStringSettingQueries, LeaveTheOutputIfTheValueHasShrunkToNothing) {
-    ExpectFirstQuery().WillOnce(MeasureThenPut({REG_SZ, {}}));
-    ExpectSecondQuery(10);
-    EXPECT_EQ(Read(), Success(Before));
+TEST(GetStringSetting, TakesNoZeroOfTheBufferForTheEndOfAValueThatHasShrunk) {
+    const PrivateRegistry registry;
+    EXPECT_EQ(ReadWhileItChangesTo({REG_SZ, TextBytes(L"te")}), Failure(13));
 }
 
 // ---- SetDwordSetting, SetStringSetting
@@ -396,11 +415,19 @@ TEST(SetDwordSetting, WritesTheFourBytesAndTheKeyThatIsMissing) {
     }
 }
 
+TEST(SetDwordSetting, HandsThePlatformFourBytes) {
+    const PrivateRegistry registry;
+    const RecordedImport<&::RegSetValueExW> set;
+    EXPECT_TRUE(SetDwordSetting(HKEY_LOCAL_MACHINE, Key, L"name", 1, false));
+    EXPECT_THAT(set.Made(), ElementsAre(EndsWith(Call(L"name", 0, REG_DWORD, Some, 4))));
+}
+
 TEST(SetDwordSetting, CreatesWithTheRightToWriteInTheView) {
     const PrivateRegistry registry;
     for (const bool view32 : {false, true}) {
-        const ExpectedCreation creation(HKEY_LOCAL_MACHINE, view32 ? 0x20206 : 0x20006);
+        const RecordedImport<&::RegCreateKeyExW> create;
         EXPECT_TRUE(SetDwordSetting(HKEY_LOCAL_MACHINE, Key, L"name", 1, view32));
+        EXPECT_EQ(create.Made(), OneCreation(view32 ? 0x20206 : 0x20006));
     }
 }
 
@@ -410,9 +437,7 @@ TEST(SetDwordSetting, FailsIfThePlatformFails) {
         const CreateHook create(&RefuseToCreate);
         EXPECT_FALSE(SetDwordSetting(HKEY_LOCAL_MACHINE, Key, L"name", 1, false));
     }
-    MockImport<&::RegSetValueExW> set;
-    EXPECT_CALL(set, Call(NotNull(), StrEq(L"name"), 0, REG_DWORD, NotNull(), 4))
-        .WillOnce(Return(ERROR_ACCESS_DENIED));
+    const SetHook set(&RefuseToSet);
     EXPECT_FALSE(SetDwordSetting(HKEY_LOCAL_MACHINE, Key, L"name", 1, false));
 }
 
@@ -427,16 +452,17 @@ TEST(SetStringSetting, WritesTheTextWithItsTerminatingZeroAndTheKeyThatIsMissing
 
 TEST(SetStringSetting, HandsThePlatformTheTerminatingZero) {
     const PrivateRegistry registry;
-    MockImport<&::RegSetValueExW> set;
-    EXPECT_CALL(set, Call(NotNull(), StrEq(L"name"), 0, REG_SZ, NotNull(), 10));
+    const RecordedImport<&::RegSetValueExW> set;
     EXPECT_TRUE(SetStringSetting(HKEY_LOCAL_MACHINE, Key, L"name", L"text", false));
+    EXPECT_THAT(set.Made(), ElementsAre(EndsWith(Call(L"name", 0, REG_SZ, Some, 10))));
 }
 
 TEST(SetStringSetting, CreatesWithTheRightToWriteInTheView) {
     const PrivateRegistry registry;
     for (const bool view32 : {false, true}) {
-        const ExpectedCreation creation(HKEY_LOCAL_MACHINE, view32 ? 0x20206 : 0x20006);
+        const RecordedImport<&::RegCreateKeyExW> create;
         EXPECT_TRUE(SetStringSetting(HKEY_LOCAL_MACHINE, Key, L"name", L"text", view32));
+        EXPECT_EQ(create.Made(), OneCreation(view32 ? 0x20206 : 0x20006));
     }
 }
 
@@ -446,8 +472,7 @@ TEST(SetStringSetting, FailsIfThePlatformFails) {
         const CreateHook create(&RefuseToCreate);
         EXPECT_FALSE(SetStringSetting(HKEY_LOCAL_MACHINE, Key, L"name", L"text", false));
     }
-    const ImportHook<&::RegSetValueExW> set(
-        [](HKEY, LPCWSTR, DWORD, DWORD, const BYTE*, DWORD) { return ERROR_ACCESS_DENIED; });
+    const SetHook set(&RefuseToSet);
     EXPECT_FALSE(SetStringSetting(HKEY_LOCAL_MACHINE, Key, L"name", L"text", false));
 }
 
@@ -501,10 +526,10 @@ TEST(DeleteSetting, DeletesTheWholeKeyIfItNamesNoValue) {
 }
 
 TEST(DeleteSetting, DoesNothingWithoutARoot) {
-    MockImport<&::RegCreateKeyExW> create;
-    EXPECT_CALL(create, Call).Times(0);
+    const RecordedImport<&::RegCreateKeyExW> create;
     EXPECT_FALSE(DeleteSetting(Record(nullptr, Key, L"name")));
     EXPECT_FALSE(DeleteSetting(Record(nullptr, Key, L"")));
+    EXPECT_EQ(create.Made(), Calls{});
 }
 
 TEST(DeleteSetting, CreatesAMissingKeyAndFailsOnItsMissingValue) {
@@ -525,8 +550,9 @@ TEST(DeleteSetting, CreatesWithTheRightToWriteInTheView) {
     for (const bool view32 : {false, true}) {
         for (const RegistrySetting& record : {ValueToDelete(view32), KeyToDelete(view32)}) {
             PutHere(DwordValue(1));
-            const ExpectedCreation creation(HKEY_LOCAL_MACHINE, view32 ? 0x20206 : 0x20006);
+            const RecordedImport<&::RegCreateKeyExW> create;
             EXPECT_TRUE(DeleteSetting(record));
+            EXPECT_EQ(create.Made(), OneCreation(view32 ? 0x20206 : 0x20006));
         }
     }
 }
@@ -542,17 +568,17 @@ TEST(DeleteSetting, FailsIfTheKeyCannotBeCreated) {
 
 TEST(DeleteSetting, FailsIfTheValueCannotBeDeleted) {
     const PrivateRegistry registry;
-    MockImport<&::RegDeleteValueW> deleteValue;
-    EXPECT_CALL(deleteValue, Call(NotNull(), StrEq(L"name"))).WillOnce(Return(ERROR_ACCESS_DENIED));
+    const RecordedImport<&::RegDeleteValueW> deleteValue(
+        [](HKEY, LPCWSTR) { return ERROR_ACCESS_DENIED; });
     EXPECT_FALSE(DeleteSetting(ValueToDelete()));
+    EXPECT_THAT(deleteValue.Made(), ElementsAre(EndsWith(Call(L"name"))));
 }
 
 TEST(DeleteSetting, FailsIfTheKeyCannotBeDeleted) {
     const PrivateRegistry registry;
     MakeKey(HKEY_LOCAL_MACHINE, Key);
     {
-        MockImport<&::RegEnumKeyExW> enumerate;
-        EXPECT_CALL(enumerate, Call).WillOnce(Return(ERROR_ACCESS_DENIED));
+        const ImportHook<&::RegEnumKeyExW> enumerate([](auto...) { return ERROR_ACCESS_DENIED; });
         EXPECT_FALSE(DeleteSetting(KeyToDelete()));
     }
     EXPECT_TRUE(KeyExists(HKEY_LOCAL_MACHINE, Key));

@@ -1,0 +1,97 @@
+#pragma once
+
+#include "support/import_hook.h"
+
+#include <windows.h>
+
+#include <concepts>
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace test {
+
+// Calls of the platform are compared as texts, one a call. (Mock functions would do as well, but
+// cost the linker half a minute: they are made of thousands of sections.)
+
+// Stands for a pointer that is not null and whose place does not matter.
+struct SomePointer {};
+inline constexpr SomePointer Some;
+
+// One argument of a call as text: strings by their content, handles by their value.
+std::string Shown(unsigned long long number);
+std::string Shown(const wchar_t* text);
+std::string Shown(const char* text);
+std::string ShownHandle(const void* handle);
+
+template <std::integral Number>
+std::string Shown(Number number) {
+    return Shown(static_cast<unsigned long long>(number));
+}
+
+inline std::string Shown(std::nullptr_t) {
+    return "null";
+}
+
+inline std::string Shown(SomePointer) {
+    return "some";
+}
+
+inline std::string Shown(const std::wstring& text) {
+    return Shown(text.c_str());
+}
+
+inline std::string Shown(HANDLE handle) {
+    return ShownHandle(handle);
+}
+
+inline std::string Shown(HKEY handle) {
+    return ShownHandle(handle);
+}
+
+// Any other pointer is one to something that the platform fills.
+template <typename Target>
+std::string Shown(Target* pointer) {
+    return pointer == nullptr ? Shown(nullptr) : Shown(Some);
+}
+
+// A call with these arguments.
+template <typename... Arguments>
+std::string Call(const Arguments&... arguments) {
+    std::string text;
+    ((text += text.empty() ? Shown(arguments) : ", " + Shown(arguments)), ...);
+    return text;
+}
+
+using Calls = std::vector<std::string>;
+
+template <auto Function, typename Signature = std::remove_pointer_t<decltype(Function)>>
+class RecordedImport;
+
+// An imported function whose calls are recorded. They go on to the platform, or to `replacement`.
+template <auto Function, typename Result, typename... Arguments>
+class RecordedImport<Function, Result(Arguments...)> {
+public:
+    RecordedImport()
+        : RecordedImport([this](Arguments... arguments) { return Forward(arguments...); }) {}
+    explicit RecordedImport(std::function<Result(Arguments...)> replacement)
+        : replacement_(std::move(replacement)) {}
+
+    // So far; for a replacement, its own is the last one.
+    [[nodiscard]] const Calls& Made() const { return calls_; }
+
+    Result Forward(Arguments... arguments) { return hook_.Forward(arguments...); }
+
+private:
+    Calls calls_;
+    std::function<Result(Arguments...)> replacement_;
+    ImportHook<Function> hook_{[this](Arguments... arguments) {
+        calls_.push_back(Call(arguments...));
+        return replacement_(arguments...);
+    }};
+};
+
+}  // namespace test
