@@ -145,6 +145,10 @@ struct Opening {
     const char* transacted;
 };
 
+void PrintTo(const Opening& opening, std::ostream* out) {
+    *out << opening.name;
+}
+
 class RegistryKeyOpening : public testing::TestWithParam<Opening> {
 protected:
     RegistryKeyOpening() {
@@ -187,12 +191,11 @@ TEST_P(RegistryKeyOpening, HoldsTheKey) {
 }
 
 TEST_P(RegistryKeyOpening, KeepsTheViewBitsOfTheAccessMask) {
-    const OpeningHook withoutViews([](REGSAM access, const OpeningHook::Forward& forward) {
-        return forward(access & ~(View32 | View64));
-    });
+    const OpeningHook allowed(
+        [](REGSAM, const OpeningHook::Forward& forward) { return forward(KEY_READ); });
     for (const REGSAM view : {REGSAM{0}, View64, View32, View32 | View64}) {
         RegistryKey key;
-        EXPECT_EQ(Open(key, L"before", KEY_ALL_ACCESS | view), ERROR_SUCCESS);
+        EXPECT_EQ(Open(key, L"before", 0xFFFFFCFF | view), ERROR_SUCCESS);
         EXPECT_EQ(key.ViewFlags(), view);
     }
 }
