@@ -1,0 +1,83 @@
+#include "support/fake_services.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <initializer_list>
+
+namespace test {
+
+namespace {
+
+std::string Given(const void* pointer) {
+    return pointer == nullptr ? "null" : "given";
+}
+
+// How many of the pointers are null.
+std::string AllNull(std::initializer_list<const void*> pointers) {
+    const bool all = std::ranges::all_of(pointers, [](const void* pointer) { return !pointer; });
+    return all ? "all null" : "not all null";
+}
+
+}  // namespace
+
+SC_HANDLE FakeServices::Open(const char* kind, std::size_t& count) {
+    handles_.push_back(kind + std::to_string(++count));
+    return reinterpret_cast<SC_HANDLE>(handles_.size());
+}
+
+std::string FakeServices::Name(SC_HANDLE handle) const {
+    const auto number = reinterpret_cast<std::uintptr_t>(handle);
+    return number == 0 || number > handles_.size() ? "unknown handle" : handles_[number - 1];
+}
+
+std::string FakeServices::Zeroed(const SERVICE_STATUS& status) {
+    const SERVICE_STATUS zero = {};
+    return std::memcmp(&status, &zero, sizeof(zero)) == 0 ? "zeroed" : "not zeroed";
+}
+
+FakeServices::FakeServices()
+    : connect_([this](LPCWSTR machine, LPCWSTR database, DWORD access) -> SC_HANDLE {
+          calls.Add("OpenSCManagerW", Given(machine), Given(database), access);
+          onConnect();
+          return connects ? Open("manager ", managers_) : nullptr;
+      }),
+      open_([this](SC_HANDLE manager, LPCWSTR name, DWORD access) -> SC_HANDLE {
+          calls.Add("OpenServiceW", Name(manager), std::wstring(name), access);
+          onOpen();
+          return opens ? Open("service ", services_) : nullptr;
+      }),
+      start_([this](SC_HANDLE service, DWORD count, LPCWSTR* arguments) -> BOOL {
+          calls.Add("StartServiceW", Name(service), count, Given(arguments));
+          return accepts;
+      }),
+      control_([this](SC_HANDLE service, DWORD control, SERVICE_STATUS* status) -> BOOL {
+          calls.Add("ControlService", Name(service), control, Zeroed(*status));
+          return accepts;
+      }),
+      change_([this](SC_HANDLE service, DWORD type, DWORD startType, DWORD errorControl,
+                     LPCWSTR path, LPCWSTR group, LPDWORD tag, LPCWSTR dependencies,
+                     LPCWSTR account, LPCWSTR password, LPCWSTR displayName) -> BOOL {
+          calls.Add("ChangeServiceConfigW", Name(service), type, startType, errorControl,
+                    AllNull({path, group, tag, dependencies, account, password, displayName}));
+          return accepts;
+      }),
+      query_([this](SC_HANDLE service, SERVICE_STATUS* status) -> BOOL {
+          calls.Add("QueryServiceStatus", Name(service), Zeroed(*status));
+          onPoll();
+          const auto state = states[std::min(polls_++, states.size() - 1)];
+          // Whatever else a call may leave there, a failing one too, is not to be looked at.
+          std::memset(status, state ? 0xFF : 0, sizeof(*status));
+          status->dwCurrentState = state.value_or(SERVICE_RUNNING);
+          return state.has_value();
+      }),
+      close_([this](SC_HANDLE handle) -> BOOL {
+          calls.Add("CloseServiceHandle", Name(handle));
+          return TRUE;
+      }),
+      sleep_([this](DWORD milliseconds) {
+          calls.Add("Sleep", milliseconds);
+          sleep_.Forward(milliseconds);
+      }) {}
+
+}  // namespace test

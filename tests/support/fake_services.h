@@ -1,0 +1,58 @@
+#pragma once
+
+#include "support/call_log.h"
+#include "support/import_hook.h"
+#include "support/virtual_clock.h"
+
+#include <windows.h>
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace test {
+
+// Takes the place of the service manager: answers as it is set and enters each call, with its
+// arguments, in a log. Managers and services are numbered in the order in which they are opened.
+// Sleeps are entered too, and cost no time.
+class FakeServices {
+public:
+    bool connects = true;
+    bool opens = true;
+    bool accepts = true;  // any request: start, stop, change
+    // The state that each poll shows in turn; none if it fails. The last one stays.
+    std::vector<std::optional<DWORD>> states = {0};
+
+    // What takes time, or fails in its own way, before the call is answered.
+    std::function<void()> onConnect = [] {};
+    std::function<void()> onOpen = [] {};
+    std::function<void()> onPoll = [] {};
+
+    VirtualClock clock;
+    CallLog calls;
+
+private:
+    SC_HANDLE Open(const char* kind, std::size_t& count);
+    std::string Name(SC_HANDLE handle) const;
+    static std::string Zeroed(const SERVICE_STATUS& status);
+
+    std::vector<std::string> handles_;
+    std::size_t managers_ = 0;
+    std::size_t services_ = 0;
+    std::size_t polls_ = 0;
+
+    ImportHook<&::OpenSCManagerW> connect_;
+    ImportHook<&::OpenServiceW> open_;
+    ImportHook<&::StartServiceW> start_;
+    ImportHook<&::ControlService> control_;
+    ImportHook<&::ChangeServiceConfigW> change_;
+    ImportHook<&::QueryServiceStatus> query_;
+    ImportHook<&::CloseServiceHandle> close_;
+    ImportHook<&::Sleep> sleep_;
+
+public:
+    FakeServices();
+};
+
+}  // namespace test
