@@ -1,0 +1,382 @@
+#include "driver/actions.h"
+
+#include "support/call_log.h"
+#include "support/console_capture.h"
+#include "support/fake_services.h"
+#include "support/import_hook.h"
+#include "support/print_hook.h"
+#include "support/private_registry.h"
+
+#include <windows.h>
+
+#include <cstdint>
+#include <cstring>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <new>
+#include <ostream>
+#include <span>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using test::ImportHook;
+using test::Printed;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr wchar_t ParametersKey[] =
+    L"SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service\\Parameters";
+
+constexpr char Started[] = "\r\nFIRST RUN - START\r\n\r\n";
+constexpr char Finished[] = "\r\n\r\nFIRST RUN - FINISHED\r\n";
+
+constexpr char StopBanner[] =
+    "\r\n------------------------\r\n"
+    "Stopping Processes.....\r\n"
+    "------------------------\r\n";
+constexpr char StopLines[] =
+    "Stopping Application ZEFIR.exe....with Window Title Tarsel\xAE Lumetra "
+    " application not found!\r\n"
+    "Stopping brisko network service x64....stop failed!\r\n"
+    "Stopping hvnetsvc....stop failed!\r\n"
+    "Stopping Corvo....stop failed!\r\n"
+    "Stopping TarselHubService....stop failed!\r\n"
+    "Stopping Tarsel Nimbus Network Service....stop failed!\r\n"
+    "Stopping Ardex....stop failed!\r\n"
+    "Stopping Tarsel Metrics Service....stop failed!\r\n"
+    "Stopping Tarsel Data Relay Service....stop failed!\r\n";
+
+// No step of the configure action has joined the program yet.
+constexpr char ConfigureSection[] = "";
+
+constexpr char StartBanner[] =
+    "\r\n----------------------\r\n"
+    "Starting Processes.....\r\n"
+    "----------------------\r\n";
+constexpr char StartLines[] =
+    "Starting Application BriskoLU.exe with command line -u....start failed!\r\n"
+    "Starting Ardex....start failed!\r\n"
+    "Starting Tarsel Metrics Service....start failed!\r\n"
+    "Starting Tarsel Nimbus Network Service....start failed!\r\n"
+    "Starting Tarsel Data Relay Service....start failed!\r\n";
+
+constexpr char DisableSection[] =
+    "\r\n------------------------\r\n"
+    "Disabling Processes....\r\n"
+    "------------------------\r\n"
+    "Disabling Service Corvo....Disable  failed!\r\n"
+    "Disabling Service TarselHubService....Disable  failed!\r\n"
+    "Disabling Service Ardex....Disable  failed!\r\n"
+    "Disabling Service Tarsel Metrics Service....Disable  failed!\r\n"
+    "Disabling Service Tarsel Nimbus Network Service....Disable  failed!\r\n"
+    "Disabling Service Tarsel Data Relay Service....Disable  failed!\r\n";
+
+constexpr char UsageText[] =
+    "\r\n"
+    "Finaset [/<Option>]\r\n"
+    "       Option = /STOP  or  /CONFIGURE  or  /START  or  /DISABLE\r\n"
+    "\r\n"
+    "       No option means STOP then CONFIGURE then START\r\n"
+    "\r\n";
+
+// The log of a run with these bits on a machine without the product.
+std::string LogOf(std::uint32_t actions) {
+    return std::string(Started) + (actions & 1 ? std::string(StopBanner) + StopLines : "") +
+           (actions & 4 ? ConfigureSection : "") +
+           (actions & 8 ? std::string(StartBanner) + StartLines : "") +
+           (actions & 16 ? DisableSection : "") + Finished;
+}
+
+// The arguments of wmain.
+class Arguments {
+public:
+    explicit Arguments(std::vector<std::wstring> options) : texts_(std::move(options)) {
+        texts_.insert(texts_.begin(), L"C:\\Program Files\\X\\Finaset.exe");
+        for (const std::wstring& text : texts_) {
+            pointers_.push_back(text.c_str());
+        }
+        pointers_.push_back(nullptr);
+    }
+
+    [[nodiscard]] int Count() const { return static_cast<int>(texts_.size()); }
+    [[nodiscard]] const wchar_t* const* Vector() const { return pointers_.data(); }
+
+private:
+    std::vector<std::wstring> texts_;
+    std::vector<const wchar_t*> pointers_;
+};
+
+std::string LogOfRun(std::vector<std::wstring> options) {
+    const Arguments arguments(std::move(options));
+    return Printed([&] { RunActions(arguments.Count(), arguments.Vector()); });
+}
+
+// The registry of a machine, empty but for what a test puts there.
+class ActionsTest : public testing::Test {
+protected:
+    void SetRegistry(DWORD type, const std::string& data,
+                     const wchar_t* valueName = L"FinasetAction",
+                     const wchar_t* keyPath = ParametersKey) const {
+        HKEY key = nullptr;
+        ASSERT_EQ(::RegCreateKeyExW(registry_.Root(), keyPath, 0, nullptr, 0, KEY_WRITE, nullptr,
+                                    &key, nullptr),
+                  ERROR_SUCCESS);
+        EXPECT_EQ(
+            ::RegSetValueExW(key, valueName, 0, type, reinterpret_cast<const BYTE*>(data.data()),
+                             static_cast<DWORD>(data.size())),
+            ERROR_SUCCESS);
+        ::RegCloseKey(key);
+    }
+
+    void SetRegistry(std::uint32_t actions) const {
+        std::string data(sizeof(actions), '\0');
+        std::memcpy(data.data(), &actions, sizeof(actions));
+        SetRegistry(REG_DWORD, data);
+    }
+
+    // The choice, and that it prints nothing.
+    static std::uint32_t Choose(std::vector<std::wstring> options) {
+        const Arguments arguments(std::move(options));
+        std::uint32_t chosen = 0;
+        EXPECT_EQ(Printed([&] { chosen = ChooseActions(arguments.Count(), arguments.Vector()); }),
+                  "");
+        return chosen;
+    }
+
+private:
+    test::PrivateRegistry registry_;
+};
+
+TEST_F(ActionsTest, AreNumbered) {
+    EXPECT_EQ(ActionStop, 1U);
+    EXPECT_EQ(ActionConfigure, 4U);
+    EXPECT_EQ(ActionStart, 8U);
+    EXPECT_EQ(ActionDisable, 16U);
+}
+
+// The first argument, and what it chooses where the registry has RegistryActions.
+struct Choice {
+    const char* name;
+    std::wstring argument;
+    std::uint32_t actions;
+};
+
+constexpr std::uint32_t RegistryActions = 0x40;
+
+void PrintTo(const Choice& choice, std::ostream* out) {
+    *out << choice.name;
+}
+
+class ActionsOfAnArgument : public ActionsTest, public testing::WithParamInterface<Choice> {};
+
+TEST_P(ActionsOfAnArgument, AreThoseOfTheOptionOrTheRegistrys) {
+    SetRegistry(RegistryActions);
+    EXPECT_EQ(Choose({GetParam().argument}), GetParam().actions);
+}
+
+TEST_P(ActionsOfAnArgument, IgnoreFurtherArguments) {
+    SetRegistry(RegistryActions);
+    for (const wchar_t* second : {L"/STOP", L"/DISABLE", L"/?", L"x"}) {
+        EXPECT_EQ(Choose({GetParam().argument, second, L"/START"}), GetParam().actions);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Options, ActionsOfAnArgument,
+    testing::Values(Choice{"Stop", L"/STOP", 1}, Choice{"StopLower", L"/stop", 1},
+                    Choice{"StopMixed", L"/Stop", 1}, Choice{"Configure", L"/CONFIGURE", 4},
+                    Choice{"ConfigureLower", L"/configure", 4},
+                    Choice{"ConfigureMixed", L"/cOnFiGuRe", 4}, Choice{"Start", L"/START", 8},
+                    Choice{"StartLower", L"/start", 8}, Choice{"StartMixed", L"/StArT", 8},
+                    Choice{"Disable", L"/DISABLE", 16}, Choice{"DisableLower", L"/disable", 16},
+                    Choice{"DisableMixed", L"/Disable", 16}),
+    testing::PrintToStringParamName());
+
+INSTANTIATE_TEST_SUITE_P(
+    NoOptions, ActionsOfAnArgument,
+    testing::Values(
+        Choice{"Empty", L"", RegistryActions}, Choice{"Unknown", L"/FOO", RegistryActions},
+        Choice{"TooLong", L"/STOPX", RegistryActions}, Choice{"TooShort", L"/STO", RegistryActions},
+        Choice{"JustTheSlash", L"/", RegistryActions}, Choice{"Dash", L"-STOP", RegistryActions},
+        Choice{"NoSlash", L"STOP", RegistryActions},
+        Choice{"BlankBehind", L"/STOP ", RegistryActions},
+        Choice{"BlankBefore", L" /STOP", RegistryActions},
+        Choice{"BlankInside", L"/ST OP", RegistryActions},
+        Choice{"TwoInOne", L"/STOP /START", RegistryActions},
+        Choice{"UsageAndBlank", L"/? ", RegistryActions},
+        Choice{"UsageAndMore", L"/??", RegistryActions},
+        Choice{"QuestionMark", L"?", RegistryActions}, Choice{"Help", L"/HELP", RegistryActions},
+        // In the wide, but not in the "C" locale, the capital of U+017F is S.
+        Choice{"LongS", L"/\u017Ftop", RegistryActions},
+        Choice{"VeryLong", std::wstring(30'000, L'/'), RegistryActions}),
+    testing::PrintToStringParamName());
+
+TEST_F(ActionsTest, AreTheRegistrysWithoutAnArgument) {
+    for (const std::uint32_t actions : {0U, 2U, 16U, 255U, 0xFFFF'FFFFU}) {
+        SetRegistry(actions);
+        EXPECT_EQ(Choose({}), actions);
+        EXPECT_EQ(Choose({L"/FOO"}), actions);
+        EXPECT_EQ(ChooseActions(0, nullptr), actions);
+    }
+}
+
+TEST_F(ActionsTest, AreStopConfigureAndStartWithoutAKeyOrValue) {
+    EXPECT_EQ(Choose({}), 15U);  // 2 means nothing
+    SetRegistry(REG_DWORD, {"\x10\0\0\0", 4}, L"FinasetActions");
+    EXPECT_EQ(Choose({}), 15U);
+    EXPECT_EQ(Choose({L"/FOO"}), 15U);
+}
+
+TEST_F(ActionsTest, AreTheDefaultsForAValueThatIsNoNumberOf32Bits) {
+    const struct {
+        DWORD type;
+        std::string data;
+    } rows[] = {
+        {REG_SZ, {"1\0\0\0", 4}},
+        {REG_BINARY, {"\x10\0\0\0", 4}},
+        {REG_QWORD, {"\x10\0\0\0\0\0\0\0", 8}},
+        {REG_DWORD_BIG_ENDIAN, {"\0\0\0\x10", 4}},
+        {REG_NONE, {"\x10\0\0\0", 4}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.type);
+        SetRegistry(row.type, row.data);
+        EXPECT_EQ(Choose({}), 15U);
+    }
+}
+
+TEST_F(ActionsTest, AreReadFromTheServicesParameters) {
+    test::CallLog calls;
+    ImportHook<&::RegOpenKeyExW> open(
+        [&](HKEY root, LPCWSTR path, DWORD options, REGSAM access, PHKEY key) {
+            calls.Add("RegOpenKeyExW", std::string(root == HKEY_LOCAL_MACHINE ? "HKLM" : "other"),
+                      std::wstring(path));
+            return open.Forward(root, path, options, access, key);
+        });
+    ImportHook<&::RegQueryValueExW> query(
+        [&](HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD size) {
+            calls.Add("RegQueryValueExW", std::wstring(name));
+            return query.Forward(key, name, reserved, type, data, size);
+        });
+    SetRegistry(16);
+    EXPECT_EQ(Choose({}), 16U);
+    EXPECT_THAT(calls.Lines(),
+                ElementsAre("RegOpenKeyExW(HKLM, " + test::Narrow(ParametersKey) + ")",
+                            "RegQueryValueExW(FinasetAction)"));
+}
+
+TEST_F(ActionsTest, AreNoneForTheUsageText) {
+    SetRegistry(255);
+    const Arguments arguments({L"/?"});
+    std::uint32_t chosen = 255;
+    EXPECT_EQ(Printed([&] { chosen = ChooseActions(arguments.Count(), arguments.Vector()); }),
+              UsageText);
+    EXPECT_EQ(chosen, 0U);
+}
+
+TEST_F(ActionsTest, RunInTheirOrderWhateverTheyAreCombinedWith) {
+    for (std::uint32_t bits = 0; bits < 16; ++bits) {
+        // The four bits that mean something; those between them are set with every second one.
+        const std::uint32_t actions =
+            (bits & 1) | (bits & 0xE) << 1 | (bits & 1 ? 0xFFFF'FFE2U : 0U);
+        SCOPED_TRACE(actions);
+        SetRegistry(actions);
+        EXPECT_EQ(LogOfRun({}), LogOf(actions));
+    }
+}
+
+TEST_F(ActionsTest, RunForEachOption) {
+    SetRegistry(0);
+    EXPECT_EQ(LogOfRun({L"/stop"}), LogOf(1));
+    EXPECT_EQ(LogOfRun({L"/configure"}), LogOf(4));
+    EXPECT_EQ(LogOfRun({L"/start"}), LogOf(8));
+    EXPECT_EQ(LogOfRun({L"/disable"}), LogOf(16));
+    EXPECT_EQ(LogOfRun({L"/FOO"}), LogOf(0));
+}
+
+TEST_F(ActionsTest, RunByDefaultWithoutDisabling) {
+    EXPECT_EQ(LogOfRun({}), LogOf(1 | 4 | 8));
+}
+
+TEST_F(ActionsTest, RunAllFor255) {
+    SetRegistry(255);
+    EXPECT_EQ(LogOfRun({}), LogOf(1 | 4 | 8 | 16));
+}
+
+TEST_F(ActionsTest, DoNotRunForTheUsageText) {
+    SetRegistry(255);
+    EXPECT_EQ(LogOfRun({L"/?"}), std::string(Started) + UsageText + Finished);
+}
+
+TEST_F(ActionsTest, EndWithTheFinishBannerAfterAWantOfMemory) {
+    constexpr char EndedEarly[] = "\r\nFIRST RUN - ENDED EARLY: std::bad_alloc\r\n";
+    SetRegistry(16);
+    {
+        ImportHook<&::OpenSCManagerW> connect(
+            [](LPCWSTR, LPCWSTR, DWORD) -> SC_HANDLE { throw std::bad_alloc(); });
+        EXPECT_EQ(LogOfRun({}), std::string(Started) +
+                                    "\r\n------------------------\r\nDisabling Processes....\r\n"
+                                    "------------------------\r\nDisabling Service Corvo...." +
+                                    EndedEarly + Finished);
+    }
+    ImportHook<&::RegOpenKeyExW> open(
+        [](HKEY, LPCWSTR, DWORD, REGSAM, PHKEY) -> LSTATUS { throw std::bad_alloc(); });
+    EXPECT_EQ(LogOfRun({}), std::string(Started) + EndedEarly + Finished);
+}
+
+// A walk over a list: what it prints for an empty one, and the kind that it has no use for.
+struct Walk {
+    void (*run)(std::span<const ProcessEntry> entries);
+    const char* banner;
+    EntryKind useless;
+};
+
+class EntryWalks : public testing::TestWithParam<Walk> {
+protected:
+    static std::string RunOver(const std::vector<ProcessEntry>& entries) {
+        return Printed([&] { GetParam().run(entries); });
+    }
+};
+
+TEST_P(EntryWalks, PrintJustTheBannerForAnEmptyList) {
+    EXPECT_EQ(RunOver({}), GetParam().banner);
+}
+
+TEST_P(EntryWalks, PrintNothingForEntriesTheyHaveNoUseFor) {
+    test::FakeServices fake;
+    EXPECT_EQ(RunOver({{GetParam().useless, L"App.exe", L"extra"},
+                       {EntryKind::Service, L"", L""},
+                       {static_cast<EntryKind>(7), L"Odd", L"extra"}}),
+              GetParam().banner);
+    EXPECT_THAT(fake.calls.Lines(), IsEmpty());
+}
+
+TEST_P(EntryWalks, GoOnInOrderAfterAFailure) {
+    test::FakeServices fake;
+    fake.opens = false;
+    RunOver({{EntryKind::Service, L"b", L""},
+             {EntryKind::Service, L"", L""},
+             {EntryKind::Service, L"a", L""}});
+    EXPECT_THAT(fake.calls.Of("OpenServiceW"),
+                ElementsAre(testing::HasSubstr(", b, "), testing::HasSubstr(", a, ")));
+}
+
+TEST_P(EntryWalks, OpenWithABannerOfThreeWrites) {
+    std::vector<std::string> writes;
+    const std::string printed = Printed([&] {
+        const test::PrintHook prints([&](const std::string& text) { writes.push_back(text); });
+        GetParam().run({});
+    });
+    ASSERT_THAT(writes, testing::SizeIs(3));
+    EXPECT_EQ(writes[0], "\r\n" + writes[2]);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, EntryWalks,
+                         testing::Values(Walk{&StopEntries, StopBanner, EntryKind::LaunchApp},
+                                         Walk{&StartEntries, StartBanner, EntryKind::QuitApp}),
+                         [](const auto& walk) { return walk.index == 0 ? "Stop" : "Start"; });
+
+}  // namespace

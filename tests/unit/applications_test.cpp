@@ -140,7 +140,7 @@ TEST_F(StopApplicationTest, CountsWholeIdentifiersOnly) {
 }
 
 TEST_F(StopApplicationTest, LooksAtAllOf4096Processes) {
-    fake.running.assign(4095, {.id = 8, .path = L"C:\\other.exe"});
+    fake.running.assign(4095, {.id = 8, .path = L"", .opens = false});
     fake.running.push_back({.id = 12, .path = L"C:\\ZEFIR.exe"});
     EXPECT_EQ(Stop(), StopItem + HelperStarted("True"));
     EXPECT_THAT(fake.calls.Of("OpenProcess"), SizeIs(4096));

@@ -1,0 +1,62 @@
+#include "driver/case_mapping.h"
+
+#include <cwctype>
+#include <gtest/gtest.h>
+#include <string>
+
+namespace {
+
+std::wstring Upper(std::wstring text) {
+    ToUpperInPlace(text);
+    return text;
+}
+
+std::wstring Lower(std::wstring text) {
+    ToLowerInPlace(text);
+    return text;
+}
+
+std::wstring EveryCharacter() {
+    std::wstring text;
+    for (unsigned character = 0; character <= 0xFFFF; ++character) {
+        text += static_cast<wchar_t>(character);
+    }
+    return text;
+}
+
+TEST(CaseMapping, MapsAsciiLetters) {
+    EXPECT_EQ(Upper(L"abcdefghijklmnopqrstuvwxyz"), L"ABCDEFGHIJKLMNOPQRSTUVWXYZ");
+    EXPECT_EQ(Upper(L"ABCDEFGHIJKLMNOPQRSTUVWXYZ"), L"ABCDEFGHIJKLMNOPQRSTUVWXYZ");
+    EXPECT_EQ(Lower(L"ABCDEFGHIJKLMNOPQRSTUVWXYZ"), L"abcdefghijklmnopqrstuvwxyz");
+    EXPECT_EQ(Lower(L"abcdefghijklmnopqrstuvwxyz"), L"abcdefghijklmnopqrstuvwxyz");
+}
+
+TEST(CaseMapping, LeavesWhatIsNoLetter) {
+    const std::wstring text = L" /?0123456789-_.:;@[\\]^`{|}~\t\r\n";
+    EXPECT_EQ(Upper(text), text);
+    EXPECT_EQ(Lower(text), text);
+}
+
+TEST(CaseMapping, TakesAnEmptyString) {
+    EXPECT_EQ(Upper(L""), L"");
+    EXPECT_EQ(Lower(L""), L"");
+}
+
+TEST(CaseMapping, GoesOnBehindAnEmbeddedZero) {
+    EXPECT_EQ(Upper(std::wstring(L"a\0b", 3)), std::wstring(L"A\0B", 3));
+    EXPECT_EQ(Lower(std::wstring(L"A\0B", 3)), std::wstring(L"a\0b", 3));
+}
+
+// Each character for itself, as in the "C" locale, which the tests run in as the program does.
+TEST(CaseMapping, IsTheCLocales) {
+    std::wstring upper;
+    std::wstring lower;
+    for (const wchar_t character : EveryCharacter()) {
+        upper += static_cast<wchar_t>(std::towupper(character));
+        lower += static_cast<wchar_t>(std::towlower(character));
+    }
+    EXPECT_TRUE(Upper(EveryCharacter()) == upper);  // EXPECT_EQ would print 64 K characters
+    EXPECT_TRUE(Lower(EveryCharacter()) == lower);
+}
+
+}  // namespace

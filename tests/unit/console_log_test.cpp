@@ -1,0 +1,191 @@
+#include "driver/console_log.h"
+
+#include "support/console_capture.h"
+#include "support/import_hook.h"
+#include "support/print_hook.h"
+
+#include <fcntl.h>
+#include <io.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cwchar>
+#include <functional>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+// The format attribute of a function that is hooked has no place in the type of the hook.
+#pragma GCC diagnostic ignored "-Wignored-attributes"
+
+namespace {
+
+using test::Printed;
+using testing::ElementsAre;
+
+constexpr int StandardOutput = 1;
+
+// What a call printed, and what it returned.
+struct Outcome {
+    std::string text;
+    std::int32_t result = 0;
+
+    bool operator==(const Outcome&) const = default;
+};
+
+Outcome Print(const std::function<std::int32_t()>& call) {
+    Outcome outcome;
+    outcome.text = Printed([&] { outcome.result = call(); });
+    return outcome;
+}
+
+void PrintTo(const Outcome& outcome, std::ostream* out) {
+    *out << outcome.result << " characters: " << testing::PrintToString(outcome.text);
+}
+
+Outcome Text(const std::string& text) {
+    return {text, static_cast<std::int32_t>(text.size())};
+}
+
+TEST(ConsolePrint, WritesJustTheFormattedText) {
+    EXPECT_EQ(Print([] { return ConsolePrint("%s", ""); }), Text(""));
+    EXPECT_EQ(Print([] { return ConsolePrint("text"); }), Text("text"));
+    EXPECT_EQ(Print([] { return ConsolePrint("%d %s %c %%\t", -5, "x", 'y'); }),
+              Text("-5 x y %\t"));
+}
+
+TEST(ConsolePrint, WritesLineEndsAsTheyStand) {
+    EXPECT_EQ(Print([] { return ConsolePrint("a\r\nb\nc\r\r\n"); }), Text("a\r\nb\nc\r\r\n"));
+}
+
+TEST(ConsolePrint, WritesWideArguments) {
+    EXPECT_EQ(Print([] { return ConsolePrint("<%ls> - %ls\r\n", L"name", L"Success"); }),
+              Text("<name> - Success\r\n"));
+}
+
+TEST(ConsolePrint, WritesNothingForAnEmptyWideArgument) {
+    EXPECT_EQ(Print([] { return ConsolePrint("a%lsb", L""); }), Text("ab"));
+}
+
+TEST(ConsolePrint, WritesLatin1AsOneByte) {
+    EXPECT_EQ(Print([] { return ConsolePrint("%ls", L"Tarsel\u00AE \u00FF"); }),
+              Text("Tarsel\xAE \xFF"));
+}
+
+TEST(ConsolePrint, WritesALongText) {
+    const std::wstring text(100'000, L'x');
+    EXPECT_EQ(Print([&] { return ConsolePrint("%ls", text.c_str()); }),
+              Text(std::string(100'000, 'x')));
+}
+
+// What arrives of the call that fails is the runtime's business.
+TEST(ConsolePrint, FailsForACharacterBeyondLatin1AndGoesOnWithTheNextCall) {
+    std::int32_t result = 0;
+    std::int32_t next = 0;
+    EXPECT_THAT(Printed([&] {
+                    ConsolePrint("before ");
+                    result = ConsolePrint("a%lsb\r\n", L"c\u20ACd");
+                    next = ConsolePrint("the next\r\n");
+                }),
+                testing::AllOf(testing::StartsWith("before "), testing::EndsWith("the next\r\n")));
+    EXPECT_LT(result, 0);
+    EXPECT_EQ(next, 10);
+}
+
+TEST(ConsolePrint, DoesNotFlush) {
+    long inFile = -1;
+    EXPECT_EQ(Printed([&] {
+                  ConsolePrint("text\r\n");
+                  ConsolePrint(L"wide\r\n");
+                  inFile = ::_filelength(StandardOutput);
+              }),
+              "text\r\nwide\r\n");
+    EXPECT_EQ(inFile, 0);
+}
+
+TEST(ConsolePrint, OutlivesAClosedStandardOutput) {
+    EXPECT_THAT(Printed([] {
+                    const int saved = ::_dup(StandardOutput);
+                    ::_close(StandardOutput);
+                    for (int i = 0; i < 2000; ++i) {  // more than any buffer holds
+                        ConsolePrint("lost\r\n");
+                        ConsolePrint(L"lost\r\n");
+                    }
+                    ::_dup2(saved, StandardOutput);
+                    ::_close(saved);
+                    std::clearerr(stdout);
+                    ConsolePrint("the next");
+                }),
+                testing::EndsWith("the next"));
+}
+
+TEST(ConsolePrintWide, TakesWideStringsForTheConversionsOfBothNames) {
+    EXPECT_EQ(Print([] { return ConsolePrint(L"<%s> <%ls>\r\n", L"one", L"two"); }),
+              Text("<one> <two>\r\n"));
+}
+
+TEST(ConsolePrintWide, NamesANullString) {
+    const wchar_t* const none = nullptr;
+    EXPECT_EQ(Print([&] { return ConsolePrint(L"<%s>", none); }), Text("<(null)>"));
+}
+
+TEST(ConsolePrintWide, WritesNumbersAndLineEndsAsTheyStand) {
+    EXPECT_EQ(Print([] { return ConsolePrint(L"0x%08x %d\n\r\n", 0x8004100Eu, 7); }),
+              Text("0x8004100e 7\n\r\n"));
+}
+
+TEST(ConsolePrintWide, WritesNothingForAnEmptyText) {
+    EXPECT_EQ(Print([] { return ConsolePrint(L"%s", L""); }), Text(""));
+}
+
+TEST(ConsolePrintWide, WritesLatin1AsOneByte) {
+    EXPECT_EQ(Print([] { return ConsolePrint(L"\u00AE%s", L"\u00FF"); }), Text("\xAE\xFF"));
+}
+
+TEST(ConsolePrintWide, WritesAQuestionMarkForWhatIsBeyondLatin1) {
+    EXPECT_EQ(Print([] { return ConsolePrint(L"a\u20ACb%sc\u0100", L"\u4E2D"); }), Text("a?b?c?"));
+}
+
+TEST(ConsolePrintWide, WritesALongText) {
+    const std::wstring text(100'000, L'x');
+    EXPECT_EQ(Print([&] { return ConsolePrint(L"%s\r\n", text.c_str()); }),
+              Text(std::string(100'000, 'x') + "\r\n"));
+}
+
+TEST(ConsolePrintWide, FailsWithoutOutputIfTheTextCannotBeFormatted) {
+    test::ImportHook<&::_vscwprintf> format([](const wchar_t*, va_list) { return -1; });
+    EXPECT_EQ(Print([] { return ConsolePrint(L"text"); }), (Outcome{"", -1}));
+}
+
+TEST(PrintSectionBanner, IsThreeWrites) {
+    std::vector<std::string> writes;
+    EXPECT_EQ(
+        Printed([&] {
+            const test::PrintHook prints([&](const std::string& text) { writes.push_back(text); });
+            PrintSectionBanner(5, "Title %d 100%\r\n");
+        }),
+        "\r\n-----\r\nTitle %d 100%\r\n-----\r\n");
+    EXPECT_THAT(writes, ElementsAre("\r\n-----\r\n", "Title %d 100%\r\n", "-----\r\n"));
+}
+
+TEST(PrintSectionBanner, HasAsManyDashesAsItIsTold) {
+    for (const std::size_t dashes : {0U, 22U, 24U, 26U, 55U}) {
+        const std::string line = std::string(dashes, '-') + "\r\n";
+        EXPECT_EQ(Printed([&] { PrintSectionBanner(dashes, "T\r\n"); }),
+                  "\r\n" + line + "T\r\n" + line);
+    }
+}
+
+TEST(PrepareConsole, PutsStandardOutputIntoBinaryMode) {
+    int before = 0;
+    EXPECT_EQ(Printed([&] {
+                  ::_setmode(StandardOutput, _O_TEXT);
+                  PrepareConsole();
+                  before = ::_setmode(StandardOutput, _O_BINARY);
+              }),
+              "");
+    EXPECT_EQ(before, _O_BINARY);
+}
+
+}  // namespace

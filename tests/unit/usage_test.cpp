@@ -1,0 +1,93 @@
+#include "driver/usage.h"
+
+#include "support/console_capture.h"
+#include "support/import_hook.h"
+
+#include <windows.h>
+
+#include <gtest/gtest.h>
+#include <string>
+
+namespace {
+
+// A variable of this program's environment.
+class Variable {
+public:
+    Variable(const wchar_t* name, const wchar_t* value) : name_(name) {
+        ::SetEnvironmentVariableW(name, value);
+    }
+    Variable(const Variable&) = delete;
+    Variable& operator=(const Variable&) = delete;
+    ~Variable() { ::SetEnvironmentVariableW(name_, nullptr); }
+
+private:
+    const wchar_t* name_;
+};
+
+TEST(GetFileTitle, DropsDirectoryAndExtension) {
+    const struct {
+        const wchar_t* path;
+        const wchar_t* title;
+    } rows[] = {
+        {L"C:\\Program Files\\X\\Finaset.exe", L"Finaset"},
+        {L"..\\Finaset.exe", L"Finaset"},
+        {L"C:/a/Finaset.exe", L"Finaset"},
+        {L"C:Finaset.exe", L"Finaset"},
+        {L"\\\\server\\share\\Finaset.EXE", L"Finaset"},
+        {L"Finaset.exe", L"Finaset"},
+        {L"Finaset", L"Finaset"},
+        {L"C:\\a.b\\Finaset", L"Finaset"},
+        {L"C:\\a.b\\one.two.three.exe", L"one.two.three"},
+        {L"one.", L"one"},
+        {L".exe", L""},
+        {L"C:\\a b\\", L""},
+        {L"C:", L""},
+        {L"", L""},
+        {L"C:\\a\\Tarsel\u00AE x.exe", L"Tarsel\u00AE x"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(GetFileTitle(row.path), row.title);
+    }
+}
+
+TEST(GetFileTitle, ExpandsVariables) {
+    const Variable variable(L"FINASET_TEST", L"C:\\some where\\title.txt");
+    EXPECT_EQ(GetFileTitle(L"%FINASET_TEST%"), L"title");
+    EXPECT_EQ(GetFileTitle(L"%FINASET_TEST%.exe"), L"title.txt");
+    EXPECT_EQ(GetFileTitle(L"%FINASET_NO_SUCH_TEST%.exe"), L"%FINASET_NO_SUCH_TEST%");
+}
+
+// Directory and extension are short of their own limits here.
+TEST(GetFileTitle, HoldsUpTo259Characters) {
+    const std::wstring longest(259, L'x');
+    EXPECT_EQ(GetFileTitle(L"C:\\" + longest + L".exe"), longest);
+    EXPECT_EQ(GetFileTitle(L"C:\\" + longest + L"x.exe"), L"");
+    EXPECT_EQ(GetFileTitle(L"C:\\" + std::wstring(1000, L'x')), L"");
+}
+
+TEST(GetFileTitle, DoesNotMindALongDirectoryOrExtension) {
+    EXPECT_EQ(GetFileTitle(std::wstring(500, L'd') + L"\\Finaset." + std::wstring(500, L'e')),
+              L"Finaset");
+}
+
+TEST(GetFileTitle, IsEmptyIfTheExpansionFails) {
+    test::ImportHook<&::ExpandEnvironmentStringsW> expand(
+        [](LPCWSTR, LPWSTR, DWORD) { return 0u; });
+    EXPECT_EQ(GetFileTitle(L"C:\\Finaset.exe"), L"");
+}
+
+TEST(PrintUsage, NamesTheProgramAndItsOptions) {
+    EXPECT_EQ(test::Printed([] { PrintUsage(L"C:\\Program Files\\X\\The Program.exe"); }),
+              "\r\n"
+              "The Program [/<Option>]\r\n"
+              "       Option = /STOP  or  /CONFIGURE  or  /START  or  /DISABLE\r\n"
+              "\r\n"
+              "       No option means STOP then CONFIGURE then START\r\n"
+              "\r\n");
+}
+
+TEST(PrintUsage, NamesNothingIfThereIsNoTitle) {
+    EXPECT_TRUE(test::Printed([] { PrintUsage(L""); }).starts_with("\r\n [/<Option>]\r\n"));
+}
+
+}  // namespace
