@@ -18,7 +18,7 @@
 
 namespace {
 
-constexpr std::uint32_t DefaultActions = ActionStop | ActionConfigure | ActionStart;
+constexpr std::uint32_t DefaultActions = 15;  // stop, configure, start, and a bit without meaning
 
 constexpr std::size_t StopBannerDashes = 24;
 constexpr std::size_t StartBannerDashes = 22;

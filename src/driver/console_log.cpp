@@ -41,7 +41,7 @@ std::int32_t ConsolePrint(const wchar_t* format, ...) {
     std::int32_t written = 0;
     for (const wchar_t character : text) {
         const std::int32_t one = ConsolePrint("%lc", static_cast<wint_t>(character));
-        written += one < 0 ? ConsolePrint("?") : one;
+        written += one == 1 ? one : ConsolePrint("?");
     }
     return written;
 }
