@@ -209,7 +209,7 @@ INSTANTIATE_TEST_SUITE_P(
         Choice{"UsageAndBlank", L"/? ", RegistryActions},
         Choice{"UsageAndMore", L"/??", RegistryActions},
         Choice{"QuestionMark", L"?", RegistryActions}, Choice{"Help", L"/HELP", RegistryActions},
-        // In the wide, but not in the "C" locale, the capital of U+017F is S.
+        // Elsewhere, but not in the "C" locale, the capital of U+017F is S.
         Choice{"LongS", L"/\u017Ftop", RegistryActions},
         Choice{"VeryLong", std::wstring(30'000, L'/'), RegistryActions}),
     testing::PrintToStringParamName());

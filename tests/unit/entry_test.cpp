@@ -78,12 +78,9 @@ TEST_F(RunProgramWithFakeCom, PreparesTheOutputThenComAndThenRuns) {
             calls.Add("RegOpenKeyExW");
             return firstCallOfTheDriver.Forward(root, path, options, access, key);
         });
-    Printed([] {
-        // The capture sets the mode too.
-        RunUsage();
-    });
+    Printed([] { RunUsage(); });
     const std::string binary = "_setmode(1, " + std::to_string(_O_BINARY) + ", nothing printed)";
-    // 0 is the multithreaded model.
+    // The capture sets the mode before and after. 0 is the multithreaded model.
     EXPECT_THAT(
         calls.Lines(),
         ElementsAre(testing::StartsWith("_setmode("), binary,

@@ -5,6 +5,9 @@
 
 #include <windows.h>
 
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <string>
 
@@ -57,7 +60,6 @@ TEST(GetFileTitle, ExpandsVariables) {
     EXPECT_EQ(GetFileTitle(L"%FINASET_NO_SUCH_TEST%.exe"), L"%FINASET_NO_SUCH_TEST%");
 }
 
-// Directory and extension are short of their own limits here.
 TEST(GetFileTitle, HoldsUpTo259Characters) {
     const std::wstring longest(259, L'x');
     EXPECT_EQ(GetFileTitle(L"C:\\" + longest + L".exe"), longest);
@@ -68,6 +70,17 @@ TEST(GetFileTitle, HoldsUpTo259Characters) {
 TEST(GetFileTitle, DoesNotMindALongDirectoryOrExtension) {
     EXPECT_EQ(GetFileTitle(std::wstring(500, L'd') + L"\\Finaset." + std::wstring(500, L'e')),
               L"Finaset");
+}
+
+TEST(GetFileTitle, IsEmptyIfThePathCannotBeSplitWhateverTheBufferHolds) {
+    using Split = errno_t(const wchar_t*, wchar_t*, std::size_t, wchar_t*, std::size_t, wchar_t*,
+                          std::size_t, wchar_t*, std::size_t);  // it has overloads
+    test::ImportHook<static_cast<Split*>(&::_wsplitpath_s)> split(
+        [](auto, auto, auto, auto, auto, wchar_t* title, auto...) {
+            title[0] = L'x';
+            return ERANGE;
+        });
+    EXPECT_EQ(GetFileTitle(L"C:\\Finaset.exe"), L"");
 }
 
 TEST(GetFileTitle, IsEmptyIfTheExpansionFails) {
