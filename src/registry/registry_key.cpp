@@ -74,19 +74,25 @@ LSTATUS RegistryKey::Close() {
 LSTATUS RegistryKey::RecurseDeleteKey(const std::wstring& name) {
     RegistryKey child(transaction_);
     LSTATUS error = child.Open(handle_, name, KEY_READ | KEY_WRITE | viewFlags_);
-    while (error == ERROR_SUCCESS) {
+    if (error != ERROR_SUCCESS) {
+        return error;
+    }
+    for (;;) {
         // Always index 0: each deletion moves the remaining sub-keys down.
         wchar_t subKey[KeyNameCapacity] = {};
         DWORD length = std::size(subKey);
         error = ::RegEnumKeyExW(child.handle_, 0, subKey, &length, /*lpReserved=*/nullptr,
                                 /*lpClass=*/nullptr, /*lpcchClass=*/nullptr,
                                 /*lpftLastWriteTime=*/nullptr);
+        if (error == ERROR_NO_MORE_ITEMS) {
+            break;
+        }
         if (error == ERROR_SUCCESS) {
             error = child.RecurseDeleteKey(subKey);
         }
-    }
-    if (error != ERROR_NO_MORE_ITEMS) {
-        return error;
+        if (error != ERROR_SUCCESS) {
+            return error;
+        }
     }
     child.Close();
     return DeleteSubKey(name);

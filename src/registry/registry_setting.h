@@ -9,12 +9,12 @@
 // that does nothing; an empty value name in a record to delete means the whole key.
 struct RegistrySetting {
     HKEY root = nullptr;
-    std::wstring keyPath;  // below the root, without a leading backslash
-    std::wstring valueName;
+    std::wstring keyPath{};  // below the root, without a leading backslash
+    std::wstring valueName{};
     bool view32 = false;     // the 32-bit view of the registry
     std::uint32_t type = 0;  // REG_SZ or REG_DWORD, whose data is in the field below that fits
     std::uint32_t number = 0;
-    std::wstring text;
+    std::wstring text{};
 };
 
 // All operations below open their key afresh and close it before they return.

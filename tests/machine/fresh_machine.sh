@@ -29,7 +29,8 @@ fi
 export HOME=$machine LC_ALL=C.UTF-8
 unset DISPLAY WAYLAND_DISPLAY
 export WINEDEBUG=${WINEDEBUG:--all}
-export WINEDLLOVERRIDES='mscoree,mshtml=;winemenubuilder.exe=d'
+# Nothing to install, no menus, and no debugger: it would keep a program that has crashed waiting.
+export WINEDLLOVERRIDES='mscoree,mshtml=;winemenubuilder.exe,winedbg.exe=d'
 
 "$wine" wineboot -i >/dev/null 2>&1 </dev/null
 "$wine" reg add 'HKCU\Software\Wine\Drivers' /v Graphics /d null /f >/dev/null

@@ -475,8 +475,8 @@ TEST(Machine, ARunWithoutStandardOutputDoesItsWorkAllTheSame) {
     Machine machine;
     machine.InstallProduct();
     EXPECT_EQ(machine.Run(L"/START", nullptr), 0U);
-    EXPECT_THAT(ServiceStates(machine.Describe()),
-                ElementsAre(Stopped, Stopped, Stopped, Stopped, Running, Running, Running, Running));
+    EXPECT_THAT(ServiceStates(machine.Describe()), ElementsAre(Stopped, Stopped, Stopped, Stopped,
+                                                               Running, Running, Running, Running));
 }
 
 TEST(Machine, AProgramDirectoryWithManyBlanksServes) {

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 #include <initializer_list>
 
 namespace test {
@@ -14,8 +13,10 @@ std::string NullOr(const void* pointer, const char* otherwise) {
 }
 
 std::string Text(const STARTUPINFOW& startup) {
-    const STARTUPINFOW zero = {};
-    return std::memcmp(&startup, &zero, sizeof(zero)) == 0 ? "startup all zero" : "startup set";
+    const auto* bytes = reinterpret_cast<const char*>(&startup);
+    return std::all_of(bytes, bytes + sizeof(startup), [](char byte) { return byte == 0; })
+               ? "startup all zero"
+               : "startup set";
 }
 
 }  // namespace

@@ -66,4 +66,12 @@ private:
     ImportHook* outer_;
 };
 
+// For Clang, noexcept is part of what a function of the C runtime is.
+template <auto Function, typename Result, typename... Arguments>
+class ImportHook<Function, Result(Arguments...) noexcept>
+    : public ImportHook<Function, Result(Arguments...)> {
+public:
+    using ImportHook<Function, Result(Arguments...)>::ImportHook;
+};
+
 }  // namespace test

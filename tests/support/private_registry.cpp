@@ -7,8 +7,10 @@ namespace test {
 
 namespace {
 
+constexpr wchar_t RootsPath[] = L"Software\\FinasetTests";
+
 std::wstring RootPath() {
-    return L"Software\\FinasetTests\\" + std::to_wstring(::GetCurrentProcessId());
+    return std::wstring(RootsPath) + L"\\" + std::to_wstring(::GetCurrentProcessId());
 }
 
 }  // namespace
@@ -26,6 +28,7 @@ PrivateRegistry::~PrivateRegistry() {
     ::RegOverridePredefKey(HKEY_LOCAL_MACHINE, nullptr);
     ::RegCloseKey(root_);
     ::RegDeleteTreeW(HKEY_CURRENT_USER, RootPath().c_str());
+    ::RegDeleteKeyW(HKEY_CURRENT_USER, RootsPath);  // fails as long as another process has a root
 }
 
 }  // namespace test

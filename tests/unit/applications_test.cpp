@@ -18,7 +18,6 @@
 
 namespace {
 
-using test::FakeProcess;
 using test::FakeProcesses;
 using test::Printed;
 using testing::AllOf;

@@ -2,6 +2,7 @@
 
 #include "support/import_hook.h"
 #include "support/registry_calls.h"
+#include "support/split_path.h"
 #include "support/temporary_directory.h"
 
 #include <windows.h>
@@ -145,10 +146,6 @@ TEST(GetPathAttributes, FindsNothingIfTheExpansionFails) {
     EXPECT_EQ(GetPathAttributes(L"C:\\"), INVALID_FILE_ATTRIBUTES);
 }
 
-// Not the overload of the same name for arrays.
-constexpr errno_t (*SplitPath)(const wchar_t*, wchar_t*, size_t, wchar_t*, size_t, wchar_t*, size_t,
-                               wchar_t*, size_t) = &::_wsplitpath_s;
-
 TEST(ParentDirectoryOf, IsDriveAndDirectoryWithTheTrailingBackslash) {
     const Variable variable(L"FinasetTests", L"C:\\here\\below");
     const std::pair<const wchar_t*, const wchar_t*> rows[] = {
@@ -188,17 +185,18 @@ TEST(ParentDirectoryOf, IsNotLimitedByTheName) {
 }
 
 TEST(ParentDirectoryOf, AsksForDriveAndDirectoryOnly) {
-    const RecordedImport<SplitPath> split;
+    const RecordedImport<static_cast<test::SplitPath*>(&::_wsplitpath_s)> split;
     EXPECT_EQ(ParentDirectoryOf(L"C:\\a\\b"), L"C:\\a\\");
     EXPECT_EQ(split.Made(), Calls{Call(L"C:\\a\\b", Some, 260, Some, 260, nullptr, 0, nullptr, 0)});
 }
 
 TEST(ParentDirectoryOf, IsEmptyIfTheSplitFails) {
-    const ImportHook<SplitPath> hook([](const wchar_t*, wchar_t* drive, size_t, wchar_t* directory,
-                                        size_t, wchar_t*, size_t, wchar_t*, size_t) -> errno_t {
-        drive[0] = directory[0] = L'x';
-        return EINVAL;
-    });
+    const ImportHook<static_cast<test::SplitPath*>(&::_wsplitpath_s)> hook(
+        [](const wchar_t*, wchar_t* drive, size_t, wchar_t* directory, size_t, wchar_t*, size_t,
+           wchar_t*, size_t) -> errno_t {
+            drive[0] = directory[0] = L'x';
+            return EINVAL;
+        });
     EXPECT_EQ(ParentDirectoryOf(L"C:\\a\\b"), L"");
 }
 

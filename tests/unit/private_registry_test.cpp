@@ -35,7 +35,7 @@ TEST(PrivateRegistry, GivesTheLocalMachineBackAndLeavesNothing) {
     }
     EXPECT_TRUE(KeyExists(HKEY_LOCAL_MACHINE, L"SYSTEM"));
     EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, L"FinasetTests key"));
-    EXPECT_FALSE(KeyExists(HKEY_CURRENT_USER, PlaceBelowTheUser()));
+    EXPECT_FALSE(KeyExists(HKEY_CURRENT_USER, L"Software\\FinasetTests"));
 }
 
 TEST(PrivateRegistry, IsEmptyEvenIfAnEarlierProgramLeftSomething) {

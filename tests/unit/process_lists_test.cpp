@@ -18,6 +18,7 @@ static_assert(std::is_same_v<std::underlying_type_t<ActionBits>, std::uint32_t>)
 
 std::vector<Row> Rows(const std::vector<ProcessEntry>& list) {
     std::vector<Row> rows;
+    rows.reserve(list.size());
     for (const auto& [kind, name, extra] : list) {
         rows.emplace_back(static_cast<std::int32_t>(kind), name, extra);
     }

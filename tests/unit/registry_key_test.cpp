@@ -483,6 +483,22 @@ TEST_F(RecurseDeleteKey, EndsAtTheFirstSubKeyThatCannotBeOpened) {
     EXPECT_TRUE(KeyExists(HKEY_LOCAL_MACHINE, L"top\\1\\4"));
 }
 
+TEST_F(RecurseDeleteKey, TakesOnlyTheEnumerationsWordForItsEnd) {
+    MakeKey(HKEY_LOCAL_MACHINE, L"top\\1\\2");
+    OpenKey(L"top");
+    for (const wchar_t* name : {L"1", L"2"}) {
+        ImportHook<&::RegOpenKeyExW> open([&](HKEY parent, LPCWSTR path, DWORD options,
+                                              REGSAM access, PHKEY key) {
+            return path == std::wstring(name) ? ERROR_NO_MORE_ITEMS
+                                              : open.Forward(parent, path, options, access, key);
+        });
+        const RecordedImport<&::RegEnumKeyExW> enumerate;
+        EXPECT_EQ(key_.RecurseDeleteKey(L"1"), ERROR_NO_MORE_ITEMS);
+        EXPECT_THAT(enumerate.Made(), testing::SizeIs(name == std::wstring(L"1") ? 0 : 1));
+    }
+    EXPECT_TRUE(KeyExists(HKEY_LOCAL_MACHINE, L"top\\1\\2"));
+}
+
 TEST_F(RecurseDeleteKey, EndsAtTheFirstSubKeyThatCannotBeDeleted) {
     MakeKey(HKEY_LOCAL_MACHINE, L"top\\1\\2\\below");
     MakeKey(HKEY_LOCAL_MACHINE, L"top\\1\\3");

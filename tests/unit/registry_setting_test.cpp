@@ -334,7 +334,7 @@ Reading ReadWhileItChangesTo(const RegistryValue& value) {
         PutHere(value);
         return error;
     });
-    const Reading reading = Read();
+    Reading reading = Read();
     EXPECT_THAT(queries.Made(), ElementsAre(SizeQuery, TextQuery(10)));
     return reading;
 }

@@ -21,7 +21,6 @@ using test::Printed;
 using testing::AllOf;
 using testing::Each;
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 using testing::IsEmpty;
 using testing::SizeIs;
 

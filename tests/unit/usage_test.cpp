@@ -2,6 +2,7 @@
 
 #include "support/console_capture.h"
 #include "support/import_hook.h"
+#include "support/split_path.h"
 
 #include <windows.h>
 
@@ -73,9 +74,7 @@ TEST(GetFileTitle, DoesNotMindALongDirectoryOrExtension) {
 }
 
 TEST(GetFileTitle, IsEmptyIfThePathCannotBeSplitWhateverTheBufferHolds) {
-    using Split = errno_t(const wchar_t*, wchar_t*, std::size_t, wchar_t*, std::size_t, wchar_t*,
-                          std::size_t, wchar_t*, std::size_t);  // it has overloads
-    test::ImportHook<static_cast<Split*>(&::_wsplitpath_s)> split(
+    test::ImportHook<static_cast<test::SplitPath*>(&::_wsplitpath_s)> split(
         [](auto, auto, auto, auto, auto, wchar_t* title, auto...) {
             title[0] = L'x';
             return ERANGE;

@@ -17,7 +17,8 @@ namespace {
 struct Ways {
     DWORD startPendingMs = 0;
     // Not less: Wine drops the connection to a service that says it has stopped, and with it the
-    // answer to the stop control if that is still on its way. The request then seems to have failed.
+    // answer to the stop control if that is still on its way. The request then seems to have
+    // failed.
     DWORD stopPendingMs = 200;
     bool neverStops = false;
     bool diesOnStart = false;
