@@ -87,7 +87,8 @@ FakeProcesses::FakeProcesses()
       }),
       openToken_([this](HANDLE process, DWORD access, PHANDLE token) -> BOOL {
           calls.Add("OpenProcessToken", Name(process), access);
-          *token = givesToken && !tokenIsNull ? Hand("token") : nullptr;
+          // A refused call may leave anything.
+          *token = !givesToken ? INVALID_HANDLE_VALUE : tokenIsNull ? nullptr : Hand("token");
           return givesToken;
       }),
       create_([this](LPCWSTR application, LPWSTR commandLine, auto* processSecurity,
@@ -111,6 +112,10 @@ FakeProcesses::FakeProcesses()
           }
           calls.Add("WaitForSingleObject", Name(handle), milliseconds);
           return waitResult;
+      }),
+      terminate_([this](HANDLE process, UINT code) -> BOOL {
+          calls.Add("TerminateProcess", Name(process), code);
+          return TRUE;
       }),
       close_([this](HANDLE handle) -> BOOL {
           if (!open_.contains(handle)) {

@@ -57,6 +57,7 @@ private:
     ImportHook<&::CreateProcessW> create_;
     ImportHook<&::CreateProcessAsUserW> createAsUser_;
     ImportHook<&::WaitForSingleObject> wait_;
+    ImportHook<&::TerminateProcess> terminate_;
     ImportHook<&::CloseHandle> close_;
 
 public:

@@ -173,6 +173,7 @@ TEST_F(StopApplicationTest, CountsEveryEndOfTheWaitButATimeoutAsSuccess) {
         EXPECT_EQ(result, row.success);
         EXPECT_TRUE(fake.AllClosed());
     }
+    EXPECT_THAT(fake.calls.Of("TerminateProcess"), IsEmpty());  // a late helper is left running
 }
 
 TEST_F(StopApplicationTest, WaitsForNothingIfTheHelperCannotBeStarted) {
