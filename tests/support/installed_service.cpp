@@ -40,9 +40,12 @@ SERVICE_STATUS_PROCESS Status(SC_HANDLE service) {
     return status;
 }
 
-// The service manager has no event for a change of state that Wine would know.
-void Pause() {
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+// Returns once the service runs, or has failed to.
+void WaitUntilStarted(SC_HANDLE service) {
+    while (Status(service).dwCurrentState == SERVICE_START_PENDING) {
+        // Wine's service manager has no event for a change of state.
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
 }
 
 void EndProcess(DWORD id) {
@@ -89,8 +92,10 @@ InstalledService::InstalledService(std::wstring name, const std::wstring& ways, 
 
 InstalledService::~InstalledService() {
     const ServiceHandle service = Open(name_);
-    // Deleted first, so that nothing can start it again; it goes when its process has gone.
+    // Deleted first, so that nothing can start it again; it goes when its process has gone, which
+    // cannot be told while it starts.
     ::DeleteService(service.Get());
+    WaitUntilStarted(service.Get());
     EndProcess(Status(service.Get()).dwProcessId);
 }
 
@@ -121,9 +126,7 @@ void InstalledService::Start() const {
         throw std::runtime_error("a service cannot be started, error " +
                                  std::to_string(::GetLastError()));
     }
-    while (Status(service.Get()).dwCurrentState == SERVICE_START_PENDING) {
-        Pause();
-    }
+    WaitUntilStarted(service.Get());
 }
 
 std::wstring BesideThisProgram(const std::wstring& fileName) {
