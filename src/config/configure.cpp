@@ -1,6 +1,86 @@
 #include "config/configure.h"
 
-// No step of the configure action has joined yet: it does nothing, prints nothing and never fails.
+#include "config/service_parameter_names.h"
+#include "config/service_parameters.h"
+#include "config/settings_tables.h"
+#include "driver/console_log.h"
+#include "fs/directory_security.h"
+#include "fs/file_operations.h"
+#include "fs/security_response.h"
+#include "registry/registry_key.h"
+
+#include <windows.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace {
+
+constexpr std::size_t BannerDashes = 55;
+
+bool WriteSetting(const RegistrySetting& setting) {
+    if (setting.root == nullptr) {
+        return false;
+    }
+    switch (setting.type) {
+        case REG_SZ:
+            return SetStringSetting(setting.root, setting.keyPath, setting.valueName,
+                                    setting.text.c_str(), setting.view32);
+        case REG_DWORD:
+            return SetDwordSetting(setting.root, setting.keyPath, setting.valueName, setting.number,
+                                   setting.view32);
+        default:
+            return false;
+    }
+}
+
+// Nothing is said of the outcome.
+void ClearFirstRunMarker() {
+    SetDwordSetting(HKEY_LOCAL_MACHINE, ServiceParametersKey, ServiceParameter::FirstRun, 0,
+                    /*view32=*/false);
+}
+
+}  // namespace
+
 bool Configure() {
-    return true;
+    PrintSectionBanner(BannerDashes, "Setting Up Configuration Settings and Environment....\r\n");
+
+    ConsolePrint("Delete Registry Settings.....\r\n");
+    DeleteSettings(DeleteList);
+
+    ConsolePrint("\r\nCopyFiles.....\r\n");
+    RunFileOperations();
+
+    ConsolePrint("\r\nSecureFilesDirectories.....\r\n");
+    const bool secured = SecureDirectories();
+    if (secured) {
+        ConsolePrint("\r\nWrite Registry Settings.....\r\n");
+        WriteSettings(WriteList);
+        ConsolePrint("Computing Tarsel HW Bitmask\r\n");
+        ConsolePrint("Enabling Features by Tarsel HW Bitmask\r\n");
+        ConsolePrint("\r\nScheduling Tasks.....\r\n");
+    } else {
+        std::wstring reason =
+            L"Security Vulnerability Securing Directories due to Failure Setting ACLs or Links "
+            L"Detected";
+        RespondToSecurityFailure(reason);
+    }
+
+    ClearFirstRunMarker();
+    return secured;
+}
+
+void DeleteSettings(std::span<const RegistrySetting> settings) {
+    for (const RegistrySetting& setting : settings) {
+        ConsolePrint("Deleting Registry Setting %ls \t - \t", SettingDisplayText(setting).c_str());
+        PrintVerdict(DeleteSetting(setting));
+    }
+}
+
+void WriteSettings(std::span<const RegistrySetting> settings) {
+    for (const RegistrySetting& setting : settings) {
+        ConsolePrint("Writing Registry Setting %ls \t - \t", SettingDisplayText(setting).c_str());
+        PrintVerdict(WriteSetting(setting));
+    }
 }

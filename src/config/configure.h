@@ -1,5 +1,14 @@
 #pragma once
 
-// The configure action. Returns whether the machine is secured, without which nothing is started or
-// disabled afterwards.
+#include "registry/registry_setting.h"
+
+#include <span>
+
+// The configure action: prepares the machine for the product's service, and clears its first-run
+// marker whatever became of the rest. Returns whether the product's directories are secured. If
+// they are not, nothing more is configured, and the product is uninstalled.
 bool Configure();
+
+// Delete or write each setting in order, one line of the log each, whatever becomes of the others.
+void DeleteSettings(std::span<const RegistrySetting> settings);
+void WriteSettings(std::span<const RegistrySetting> settings);

@@ -1,13 +1,13 @@
 #include "driver/actions.h"
 
 #include "config/configure.h"
+#include "config/service_parameters.h"
 #include "driver/case_mapping.h"
 #include "driver/console_log.h"
 #include "driver/usage.h"
 #include "proc/process_lists.h"
 #include "proc/services.h"
 #include "registry/registry_setting.h"
-#include "registry/service_parameters.h"
 
 #include <windows.h>
 

@@ -46,6 +46,10 @@ std::int32_t ConsolePrint(const wchar_t* format, ...) {
     return written;
 }
 
+void PrintVerdict(bool success) {
+    ConsolePrint("%ls\r\n", success ? L"Success" : L"Failure");
+}
+
 void PrintSectionBanner(std::size_t dashes, const char* title) {
     const std::string line(dashes, '-');
     ConsolePrint("\r\n%s\r\n", line.c_str());

@@ -20,6 +20,9 @@ std::int32_t ConsolePrint(const char* format, ...) FINASET_FORMAT_STRING(1, 2);
 // locale cannot write becomes "?".
 std::int32_t ConsolePrint(const wchar_t* format, ...);
 
+// Ends the line of a file, directory or registry item: "Success" or "Failure".
+void PrintVerdict(bool success);
+
 // Opens a section of the log with its three writes: an empty line and a line of `dashes` dashes,
 // the title (with its own line end), and the line of dashes again.
 void PrintSectionBanner(std::size_t dashes, const char* title);

@@ -27,6 +27,10 @@ DWORD GetPathAttributes(const std::wstring& path) {
                         : ::GetFileAttributesW(ExpandEnvironmentPath(path).c_str());
 }
 
+bool PathExists(const std::wstring& path) {
+    return GetPathAttributes(path) != INVALID_FILE_ATTRIBUTES;
+}
+
 std::wstring ParentDirectoryOf(const std::wstring& path) {
     wchar_t drive[PathPartCapacity] = {};
     wchar_t directory[PathPartCapacity] = {};
@@ -53,7 +57,7 @@ std::vector<std::wstring> PathLevels(const std::wstring& path) {
 bool CreateDirectoryPath(const std::wstring& path) {
     bool created = false;  // stays so for a directory that exists: meant
     for (const std::wstring& level : PathLevels(ExpandEnvironmentPath(path))) {
-        if (GetPathAttributes(level) == INVALID_FILE_ATTRIBUTES) {
+        if (!PathExists(level)) {
             created = ::CreateDirectoryW(level.c_str(), /*lpSecurityAttributes=*/nullptr) != FALSE;
         }
     }

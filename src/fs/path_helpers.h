@@ -16,6 +16,8 @@ std::wstring ExpandEnvironmentPath(const std::wstring& path);
 // The file attributes, or INVALID_FILE_ATTRIBUTES if there is no such path.
 DWORD GetPathAttributes(const std::wstring& path);
 
+bool PathExists(const std::wstring& path);
+
 // Drive and directory of the path, with the trailing backslash, or empty if it cannot be split.
 std::wstring ParentDirectoryOf(const std::wstring& path);
 

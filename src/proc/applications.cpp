@@ -48,19 +48,6 @@ Utils::KernelHandle OpenPrimaryToken(HANDLE process) {
                                                             : Utils::KernelHandle();
 }
 
-// Starts the helper and waits for it. A helper that is still running at the end is left alone.
-bool RunQuitHelper(HANDLE token, const std::wstring& windowTitle) {
-    PROCESS_INFORMATION info = {};
-    STARTUPINFOW startup = {};  // all zero on purpose, its size field included
-    if (!LaunchProcess(token, QuitHelper, windowTitle, info, startup)) {
-        return false;
-    }
-    const Utils::KernelHandle thread(info.hThread);
-    const Utils::KernelHandle process(info.hProcess);
-    // A wait that fails counts as ended.
-    return ::WaitForSingleObject(process.Get(), QuitHelperTimeoutMs) != WAIT_TIMEOUT;
-}
-
 bool LaunchFromOwnDirectory(const std::wstring& name, const std::wstring& arguments) {
     const std::wstring directory = GetOwnDirectory();
     PROCESS_INFORMATION info = {};
@@ -91,7 +78,7 @@ bool StopApplication(const std::wstring& name, const std::wstring& windowTitle) 
     if (!token) {
         return false;  // without ending the line: meant
     }
-    const bool quit = RunQuitHelper(token.Get(), windowTitle);
+    const bool quit = RunProcess(token.Get(), QuitHelper, windowTitle, QuitHelperTimeoutMs);
     ConsolePrint(
         " Process %ls Started in context of %ls application to send QUIT Message - Success=%ls\r\n",
         QuitHelper, name.c_str(), quit ? L"True" : L"False");

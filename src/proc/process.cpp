@@ -1,5 +1,7 @@
 #include "proc/process.h"
 
+#include "shared/owner.h"
+
 #include <cstddef>
 #include <iterator>
 
@@ -20,6 +22,18 @@ bool LaunchProcess(HANDLE token, const std::wstring& application, const std::wst
                             /*bInheritHandles=*/TRUE, /*dwCreationFlags=*/0,
                             /*lpEnvironment=*/nullptr, /*lpCurrentDirectory=*/nullptr, &startupInfo,
                             &processInfo) != FALSE;
+}
+
+bool RunProcess(HANDLE token, const std::wstring& application, const std::wstring& arguments,
+                DWORD timeoutMs) {
+    PROCESS_INFORMATION info = {};
+    STARTUPINFOW startup = {};  // all zero on purpose, its size field included
+    if (!LaunchProcess(token, application, arguments, info, startup)) {
+        return false;
+    }
+    const Utils::KernelHandle thread(info.hThread);
+    const Utils::KernelHandle process(info.hProcess);
+    return ::WaitForSingleObject(process.Get(), timeoutMs) != WAIT_TIMEOUT;
 }
 
 std::wstring GetOwnDirectory() {

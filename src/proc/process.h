@@ -10,6 +10,12 @@
 bool LaunchProcess(HANDLE token, const std::wstring& application, const std::wstring& arguments,
                    PROCESS_INFORMATION& processInfo, STARTUPINFOW& startupInfo);
 
+// Starts a program as LaunchProcess does and waits until it ends, for at most `timeoutMs`
+// milliseconds; one that takes longer is left running. Returns whether it was started and ended in
+// time. A wait that fails counts as ended.
+bool RunProcess(HANDLE token, const std::wstring& application, const std::wstring& arguments,
+                DWORD timeoutMs);
+
 // The directory of this program's executable with a trailing backslash, or empty if it cannot be
 // told.
 std::wstring GetOwnDirectory();

@@ -49,7 +49,28 @@ struct ServiceHandlePolicy {
     static void Release(Handle handle) noexcept { ::CloseServiceHandle(handle); }
 };
 
+struct FileHandlePolicy {
+    using Handle = HANDLE;
+    static inline const HANDLE None = INVALID_HANDLE_VALUE;
+    static void Release(Handle handle) noexcept { ::CloseHandle(handle); }
+};
+
+struct SearchHandlePolicy {
+    using Handle = HANDLE;
+    static inline const HANDLE None = INVALID_HANDLE_VALUE;
+    static void Release(Handle handle) noexcept { ::FindClose(handle); }
+};
+
+struct EventSourcePolicy {
+    using Handle = HANDLE;
+    static constexpr Handle None = nullptr;
+    static void Release(Handle handle) noexcept { ::DeregisterEventSource(handle); }
+};
+
 using KernelHandle = Owner<KernelHandlePolicy>;    // process, thread, token
 using ServiceHandle = Owner<ServiceHandlePolicy>;  // service manager, service
+using FileHandle = Owner<FileHandlePolicy>;
+using SearchHandle = Owner<SearchHandlePolicy>;
+using EventSource = Owner<EventSourcePolicy>;
 
 }  // namespace Utils

@@ -84,9 +84,42 @@ HandleLedger::HandleLedger()
           }
           return created;
       }),
+      createFile_([this](LPCWSTR path, DWORD access, DWORD share, auto* security, DWORD disposition,
+                         DWORD flags, HANDLE pattern) {
+          const HANDLE file =
+              createFile_.Forward(path, access, share, security, disposition, flags, pattern);
+          if (file != INVALID_HANDLE_VALUE) {
+              Enter(Kind::Kernel, file, "CreateFileW");
+          }
+          return file;
+      }),
       closeHandle_([this](HANDLE handle) {
           const BOOL closed = closeHandle_.Forward(handle);
           Strike(Kind::Kernel, handle, closed != FALSE, "CloseHandle");
+          return closed;
+      }),
+      findFirst_([this](LPCWSTR pattern, LPWIN32_FIND_DATAW entry) {
+          const HANDLE search = findFirst_.Forward(pattern, entry);
+          if (search != INVALID_HANDLE_VALUE) {
+              Enter(Kind::Search, search, "FindFirstFileW");
+          }
+          return search;
+      }),
+      findClose_([this](HANDLE search) {
+          const BOOL closed = findClose_.Forward(search);
+          Strike(Kind::Search, search, closed != FALSE, "FindClose");
+          return closed;
+      }),
+      registerSource_([this](LPCWSTR server, LPCWSTR source) {
+          const HANDLE handle = registerSource_.Forward(server, source);
+          if (handle != nullptr) {
+              Enter(Kind::EventSource, handle, "RegisterEventSourceW");
+          }
+          return handle;
+      }),
+      deregisterSource_([this](HANDLE handle) {
+          const BOOL closed = deregisterSource_.Forward(handle);
+          Strike(Kind::EventSource, handle, closed != FALSE, "DeregisterEventSource");
           return closed;
       }),
       initialiseCom_([this](LPVOID reserved, DWORD model) {

@@ -26,7 +26,7 @@ public:
     [[nodiscard]] std::vector<std::string> Findings() const;
 
 private:
-    enum class Kind { RegistryKey, Service, Kernel, Com };
+    enum class Kind { RegistryKey, Service, Kernel, Search, EventSource, Com };
 
     void Enter(Kind kind, void* handle, const char* opener);
     void Strike(Kind kind, void* handle, bool released, const char* releaser);
@@ -47,7 +47,12 @@ private:
     ImportHook<&::OpenProcessToken> openToken_;
     ImportHook<&::CreateProcessW> createProcess_;
     ImportHook<&::CreateProcessAsUserW> createProcessAsUser_;
+    ImportHook<&::CreateFileW> createFile_;
     ImportHook<&::CloseHandle> closeHandle_;
+    ImportHook<&::FindFirstFileW> findFirst_;
+    ImportHook<&::FindClose> findClose_;
+    ImportHook<&::RegisterEventSourceW> registerSource_;
+    ImportHook<&::DeregisterEventSource> deregisterSource_;
     ImportHook<&::CoInitializeEx> initialiseCom_;
     ImportHook<&::CoUninitialize> uninitialiseCom_;
 

@@ -61,6 +61,17 @@ void CloseKernelHandle(void* handle) {
     ::CloseHandle(handle);
 }
 
+void* OpenOwnProgram() {
+    wchar_t path[MAX_PATH] = {};
+    ::GetModuleFileNameW(nullptr, path, MAX_PATH);
+    return ::CreateFileW(path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+}
+
+void* FindWindowsDirectory() {
+    WIN32_FIND_DATAW entry = {};
+    return ::FindFirstFileW(L"C:\\windows", &entry);
+}
+
 void* OpenManager() {
     return ::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
 }
@@ -84,6 +95,12 @@ INSTANTIATE_TEST_SUITE_P(
                     LedgerKind{"OpenSCManagerW", &OpenManager, &CloseService},
                     LedgerKind{"OpenProcess", &OpenOwnProcess, &CloseKernelHandle},
                     LedgerKind{"OpenProcessToken", &OpenOwnToken, &CloseKernelHandle},
+                    LedgerKind{"CreateFileW", &OpenOwnProgram, &CloseKernelHandle},
+                    LedgerKind{"FindFirstFileW", &FindWindowsDirectory,
+                               [](void* search) { ::FindClose(search); }},
+                    LedgerKind{"RegisterEventSourceW",
+                               [] { return ::RegisterEventSourceW(nullptr, L"Finaset test"); },
+                               [](void* source) { ::DeregisterEventSource(source); }},
                     LedgerKind{"CoInitializeEx",
                                [] {
                                    ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);

@@ -1,0 +1,24 @@
+#pragma once
+
+#include "config/service_parameters.h"
+
+#include <string>
+
+// Turns a file or sub-path name into a full path: the directory that a value of the service
+// parameters key names, or its default if that cannot be read; a backslash; the name; and the
+// environment variables in all of it expanded. Empty if the expansion fails. A directory that ends
+// in a backslash already is given another one: accepted.
+struct PathResolver {
+    const wchar_t* directoryName;
+    const wchar_t* defaultDirectory;
+    bool separatorBeforeEmptyName;  // whether an empty name leaves the directory with a backslash
+
+    std::wstring operator()(const std::wstring& name) const;
+};
+
+inline constexpr PathResolver ConfigurationFilesResolver = {
+    ConfigurationFilesDirectoryName, ConfigurationFilesDefaultDirectory, true};
+inline constexpr PathResolver ImageCacheResolver = {ImageCacheDirectoryName,
+                                                    ImageCacheDefaultDirectory, false};
+inline constexpr PathResolver ActivityLogResolver = {ActivityLogDirectoryName,
+                                                     ActivityLogDefaultDirectory, true};

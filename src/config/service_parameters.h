@@ -1,0 +1,22 @@
+#pragma once
+
+// The product's one configuration key, under HKEY_LOCAL_MACHINE, and what this program keeps in it
+// or takes from it. In a directory, environment variables stand in the form %name%.
+
+inline constexpr wchar_t ServiceParametersKey[] =
+    L"SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service\\Parameters";
+
+inline constexpr wchar_t ConfigurationFilesDirectoryName[] = L"ConfigFileDirectory";
+inline constexpr wchar_t ConfigurationFilesDefaultDirectory[] =
+    L"%programdata%\\Tarsel\\Nimbus\\ConfigurationFiles";
+
+inline constexpr wchar_t ImageCacheDirectoryName[] = L"ImageCacheDirectory";
+inline constexpr wchar_t ImageCacheDefaultDirectory[] = L"%programdata%\\Tarsel\\ImageCache";
+
+inline constexpr wchar_t ActivityLogDirectoryName[] = L"ActivityLogDirectory";
+inline constexpr wchar_t ActivityLogDefaultDirectory[] =
+    L"%programdata%\\Tarsel\\Nimbus\\ActivityLog";
+
+// Directories that no setting moves.
+inline constexpr wchar_t ProductDataDirectory[] = L"%programdata%\\Tarsel\\Nimbus";
+inline constexpr wchar_t DriverDirectory[] = L"%systemroot%\\system32\\drivers\\Tarsel\\ZEFIR";
