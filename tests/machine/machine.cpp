@@ -1,6 +1,7 @@
 #include "machine/machine.h"
 
 #include "machine/stand_ins/stand_in.h"
+#include "registry/registry_key.h"
 
 #include <windows.h>
 
@@ -35,6 +36,9 @@ constexpr wchar_t ServiceKey[] =
     L"SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service";
 constexpr wchar_t ParametersKey[] =
     L"SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service\\Parameters";
+constexpr wchar_t StaleKey[] = L"SOFTWARE\\Halvane\\SAP";
+constexpr wchar_t StaleVendorKey[] = L"SOFTWARE\\Halvane";
+constexpr wchar_t ShippedFiles[][9] = {L"user.xml", L"oem.xml", L"vx.stg"};
 constexpr DWORD RunLimitMs = 180'000;   // no run lasts so long
 constexpr DWORD ReadyLimitMs = 30'000;  // no stand-in needs so long to be ready
 
@@ -95,9 +99,26 @@ void WaitUntilReady(DWORD id) {
     }
 }
 
-std::string ReadFile(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+std::filesystem::path FromEnvironment(const wchar_t* variable) {
+    wchar_t value[MAX_PATH] = {};
+    ::GetEnvironmentVariableW(variable, value, MAX_PATH);
+    return value;
+}
+
+std::map<std::wstring, std::string> ReadDataFiles() {
+    std::map<std::wstring, std::string> files;
+    const std::filesystem::path top = Machine::DataDirectory();
+    std::error_code none;  // no such directory, no files
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(top, none)) {
+        if (entry.is_regular_file()) {
+            files[entry.path().lexically_relative(top)] = ReadFile(entry.path());
+        }
+    }
+    return files;
+}
+
+bool StaleKeyExists() {
+    return Utils::RegistryKey().Open(HKEY_LOCAL_MACHINE, StaleKey, KEY_READ) == ERROR_SUCCESS;
 }
 
 std::wstring SettingText(DWORD type, const std::vector<BYTE>& data) {
@@ -151,6 +172,9 @@ Machine::~Machine() {
     }
     std::error_code ignored;  // a leftover shows in the next machine's constructor
     std::filesystem::remove_all(directory_, ignored);
+    std::filesystem::remove_all(DriverDirectory().parent_path(), ignored);
+    std::filesystem::remove_all(DataDirectory(), ignored);
+    ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, StaleVendorKey);
     ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, ParametersKey);
     ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, ServiceKey);
 }
@@ -162,7 +186,24 @@ void Machine::InstallProduct(const std::wstring& ways) {
     for (const std::wstring& name : ProductServices) {
         InstallService(name, ways);
     }
+    InstallProgram(L"stand_in_uninstaller.exe", L"Unfinaset.exe");
+    InstallShippedFiles();
+    WriteStaleSettings();
     WriteSetting(L"FirstRun", 1);
+}
+
+void Machine::InstallShippedFiles() {
+    for (const std::wstring name : ShippedFiles) {
+        WriteFile(DriverDirectory() / name, "shipped " + std::string(name.begin(), name.end()));
+    }
+}
+
+void Machine::WriteStaleSettings() {
+    constexpr wchar_t StaleDirectory[] = L"C:\\Stale";
+    WriteSetting(L"ConfigFileDirectory", REG_SZ,
+                 {reinterpret_cast<const char*>(StaleDirectory), sizeof(StaleDirectory)});
+    ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Halvane\\SAP\\Below", L"value", REG_SZ, L"",
+                      sizeof(wchar_t));
 }
 
 void Machine::InstallProgram(const std::wstring& standIn, const std::wstring& fileName) {
@@ -254,6 +295,8 @@ MachineState Machine::Describe() const {
         state.applications.push_back(name);
     }
     state.settings = ReadSettings();
+    state.dataFiles = ReadDataFiles();
+    state.staleKey = StaleKeyExists();
     return state;
 }
 
@@ -274,6 +317,28 @@ std::vector<std::string> Machine::StartsOf(const std::wstring& fileName) const {
         starts.push_back(line);
     }
     return starts;
+}
+
+std::filesystem::path Machine::DriverDirectory() {
+    return FromEnvironment(L"systemroot") / L"system32\\drivers\\Tarsel\\ZEFIR";
+}
+
+std::filesystem::path Machine::DataDirectory() {
+    return FromEnvironment(L"programdata") / L"Tarsel";
+}
+
+std::filesystem::path Machine::ConfigurationDirectory() {
+    return DataDirectory() / L"Nimbus\\ConfigurationFiles";
+}
+
+std::string ReadFile(const std::filesystem::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void WriteFile(const std::filesystem::path& path, std::string_view content) {
+    std::filesystem::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary) << content;
 }
 
 bool Ended(const KernelHandle& process, std::chrono::milliseconds limit) {

@@ -30,6 +30,8 @@ struct MachineState {
     std::map<std::wstring, ServiceDescription> services;
     std::vector<std::wstring> applications;         // running ones, by file name, sorted
     std::map<std::wstring, std::wstring> settings;  // of the service's Parameters key, as text
+    std::map<std::wstring, std::string> dataFiles;  // below the product's data, with their content
+    bool staleKey = false;                          // the key that a run removes
 };
 
 // The machine that this program runs on, with the product on it: the shipping program, and small
@@ -43,13 +45,15 @@ public:
     Machine& operator=(const Machine&) = delete;
     ~Machine();
 
-    // The programs, the services and the first-run marker. `ways` are those of each service's
-    // stand-in.
+    // The programs, the services, the shipped files, stale settings and the first-run marker.
+    // `ways` are those of each service's stand-in.
     void InstallProduct(const std::wstring& ways = {});
 
     // A single piece of it. A program that is there is replaced.
     void InstallProgram(const std::wstring& standIn, const std::wstring& fileName);
     void RemoveProgram(const std::wstring& fileName);
+    void InstallShippedFiles();
+    void WriteStaleSettings();
     InstalledService& InstallService(const std::wstring& name, const std::wstring& ways = {});
     void RemoveService(const std::wstring& name);
 
@@ -82,10 +86,20 @@ public:
 
     [[nodiscard]] const std::filesystem::path& ProgramDirectory() const { return directory_; }
 
+    // Where the product's files ship, where its data are, and where its configuration files are
+    // among these.
+    [[nodiscard]] static std::filesystem::path DriverDirectory();
+    [[nodiscard]] static std::filesystem::path DataDirectory();
+    [[nodiscard]] static std::filesystem::path ConfigurationDirectory();
+
 private:
     std::filesystem::path directory_;
     std::map<std::wstring, InstalledService> services_;
 };
+
+// A whole file, and the writing of one, with the directories to it.
+std::string ReadFile(const std::filesystem::path& path);
+void WriteFile(const std::filesystem::path& path, std::string_view content);
 
 // Whether the process has ended, or does within `limit`.
 bool Ended(const Utils::KernelHandle& process, std::chrono::milliseconds limit);

@@ -1,5 +1,6 @@
 #include "machine/machine.h"
 
+#include "machine/expected_log.h"
 #include "support/on_wine.h"
 
 #include <chrono>
@@ -13,10 +14,7 @@
 namespace {
 
 using namespace std::chrono_literals;
-using test::Ended;
-using test::FinishedRun;
-using test::Machine;
-using test::MachineState;
+using namespace test;  // the expected log
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::Ge;
@@ -30,83 +28,17 @@ constexpr DWORD Running = SERVICE_RUNNING;
 
 constexpr std::chrono::seconds QuitLimit{10};  // for an application that was asked to quit
 
-// The bytes of a log: every "\n" stands for the line end of the log.
-std::string Log(std::string_view lines) {
-    std::string log;
-    for (const char character : lines) {
-        log += character == '\n' ? "\r\n" : std::string(1, character);
-    }
-    return log;
-}
-
-// The whole log of a run that has these sections.
-std::string WholeLog(std::string_view sections) {
-    return Log("\nFIRST RUN - START\n\n" + std::string(sections) + "\n\nFIRST RUN - FINISHED\n");
-}
-
-std::string StopSection(std::string_view lines) {
-    return "\n------------------------\nStopping Processes.....\n------------------------\n" +
-           std::string(lines);
-}
-
-std::string StartSection(std::string_view lines) {
-    return "\n----------------------\nStarting Processes.....\n----------------------\n" +
-           std::string(lines);
-}
-
-// How the item of an application that was asked to quit ends.
-constexpr std::string_view AskedToQuit =
-    "Stopping Application ZEFIR.exe....with Window Title Tarsel\xAE Lumetra  Process Quitline.exe "
-    "Started in context of ZEFIR.exe application to send QUIT Message - Success=True\n";
-constexpr std::string_view NotAskedToQuit =
-    "Stopping Application ZEFIR.exe....with Window Title Tarsel\xAE Lumetra  Process Quitline.exe "
-    "Started in context of ZEFIR.exe application to send QUIT Message - Success=False\n";
-constexpr std::string_view ApplicationNotFound =
-    "Stopping Application ZEFIR.exe....with Window Title Tarsel\xAE Lumetra  application not "
-    "found!\n";
-constexpr std::string_view NoServiceStopped =
-    "Stopping brisko network service x64....stop failed!\n"
-    "Stopping hvnetsvc....stop failed!\n"
-    "Stopping Corvo....stop failed!\n"
-    "Stopping TarselHubService....stop failed!\n"
-    "Stopping Tarsel Nimbus Network Service....stop failed!\n"
-    "Stopping Ardex....stop failed!\n"
-    "Stopping Tarsel Metrics Service....stop failed!\n"
-    "Stopping Tarsel Data Relay Service....stop failed!\n";
-constexpr std::string_view AllServicesStopped =
-    "Stopping brisko network service x64....stopped\n"
-    "Stopping hvnetsvc....stopped\n"
-    "Stopping Corvo....stopped\n"
-    "Stopping TarselHubService....stopped\n"
-    "Stopping Tarsel Nimbus Network Service....stopped\n"
-    "Stopping Ardex....stopped\n"
-    "Stopping Tarsel Metrics Service....stopped\n"
-    "Stopping Tarsel Data Relay Service....stopped\n";
-constexpr std::string_view AllStarted =
-    "Starting Application BriskoLU.exe with command line -u....started\n"
-    "Starting Ardex....started\n"
-    "Starting Tarsel Metrics Service....started\n"
-    "Starting Tarsel Nimbus Network Service....started\n"
-    "Starting Tarsel Data Relay Service....started\n";
-constexpr std::string_view NothingStarted =
-    "Starting Application BriskoLU.exe with command line -u....start failed!\n"
-    "Starting Ardex....start failed!\n"
-    "Starting Tarsel Metrics Service....start failed!\n"
-    "Starting Tarsel Nimbus Network Service....start failed!\n"
-    "Starting Tarsel Data Relay Service....start failed!\n";
-constexpr std::string_view DisableSection =
-    "\n------------------------\nDisabling Processes....\n------------------------\n"
-    "Disabling Service Corvo....Disabled\n"
-    "Disabling Service TarselHubService....Disabled\n"
-    "Disabling Service Ardex....Disabled\n"
-    "Disabling Service Tarsel Metrics Service....Disabled\n"
-    "Disabling Service Tarsel Nimbus Network Service....Disabled\n"
-    "Disabling Service Tarsel Data Relay Service....Disabled\n";
-
-// The log of a run that stops and starts, on a machine that has nothing of the product.
+// The log of a default run on a machine that has nothing of the product.
 std::string DefaultLogOfAnEmptyMachine() {
-    return WholeLog(StopSection(std::string(ApplicationNotFound) + std::string(NoServiceStopped)) +
+    return WholeLog(StopSection(ApplicationNotFound + NoServiceStopped) + EmptyConfigureSection +
                     StartSection(NothingStarted));
+}
+
+// The data files of a machine that was configured from the shipped ones.
+std::map<std::wstring, std::string> ShippedConfiguration() {
+    return {{L"Nimbus\\ConfigurationFiles\\oem.xml", "shipped oem.xml"},
+            {L"Nimbus\\ConfigurationFiles\\user.xml", "shipped user.xml"},
+            {L"Nimbus\\ConfigurationFiles\\vx.stg", "shipped vx.stg"}};
 }
 
 // The state of each service, in the product's order.
@@ -138,44 +70,17 @@ TEST(Machine, TheDefaultRunQuitsTheApplicationStopsAllServicesAndStartsWhatIsToR
     EXPECT_THAT(ServiceStates(before), ElementsAre(Running, Running, Running, Running, Running,
                                                    Running, Running, Running));
 
-    ExpectLog(machine.Run(),
-              "\r\n"
-              "FIRST RUN - START\r\n"
-              "\r\n"
-              "\r\n"
-              "------------------------\r\n"
-              "Stopping Processes.....\r\n"
-              "------------------------\r\n"
-              "Stopping Application ZEFIR.exe....with Window Title Tarsel\xAE Lumetra  Process "
-              "Quitline.exe Started in context of ZEFIR.exe application to send QUIT Message - "
-              "Success=True\r\n"
-              "Stopping brisko network service x64....stopped\r\n"
-              "Stopping hvnetsvc....stopped\r\n"
-              "Stopping Corvo....stopped\r\n"
-              "Stopping TarselHubService....stopped\r\n"
-              "Stopping Tarsel Nimbus Network Service....stopped\r\n"
-              "Stopping Ardex....stopped\r\n"
-              "Stopping Tarsel Metrics Service....stopped\r\n"
-              "Stopping Tarsel Data Relay Service....stopped\r\n"
-              "\r\n"
-              "----------------------\r\n"
-              "Starting Processes.....\r\n"
-              "----------------------\r\n"
-              "Starting Application BriskoLU.exe with command line -u....started\r\n"
-              "Starting Ardex....started\r\n"
-              "Starting Tarsel Metrics Service....started\r\n"
-              "Starting Tarsel Nimbus Network Service....started\r\n"
-              "Starting Tarsel Data Relay Service....started\r\n"
-              "\r\n"
-              "\r\n"
-              "FIRST RUN - FINISHED\r\n");
+    ExpectLog(machine.Run(), WholeLog(StopSection(AskedToQuit + AllServicesStopped) +
+                                      FirstConfigureSection + StartSection(AllStarted)));
 
     EXPECT_TRUE(Ended(application, QuitLimit));
     const MachineState after = machine.Describe();
     EXPECT_THAT(ServiceStates(after), ElementsAre(Stopped, Stopped, Stopped, Stopped, Running,
                                                   Running, Running, Running));
     EXPECT_THAT(after.applications, ElementsAre(L"BriskoLU.exe"));
-    EXPECT_EQ(after.settings, before.settings);
+    EXPECT_EQ(after.settings, (std::map<std::wstring, std::wstring>{{L"FirstRun", L"0"}}));
+    EXPECT_FALSE(after.staleKey);
+    EXPECT_EQ(after.dataFiles, ShippedConfiguration());
     EXPECT_THAT(machine.StartsOf(L"Quitline.exe"),
                 ElementsAre("Quitline.exe Tarsel\u00AE Lumetra"));
     EXPECT_THAT(machine.StartsOf(L"BriskoLU.exe"),
@@ -190,7 +95,7 @@ TEST(Machine, ASecondRunFindsTheApplicationGoneAndSomeServicesStopped) {
     ASSERT_TRUE(Ended(application, QuitLimit));
 
     ExpectLog(machine.Run(),
-              WholeLog(StopSection(std::string(ApplicationNotFound) +
+              WholeLog(StopSection(ApplicationNotFound +
                                    "Stopping brisko network service x64....stop failed!\n"
                                    "Stopping hvnetsvc....stop failed!\n"
                                    "Stopping Corvo....stop failed!\n"
@@ -199,7 +104,7 @@ TEST(Machine, ASecondRunFindsTheApplicationGoneAndSomeServicesStopped) {
                                    "Stopping Ardex....stopped\n"
                                    "Stopping Tarsel Metrics Service....stopped\n"
                                    "Stopping Tarsel Data Relay Service....stopped\n") +
-                       StartSection(AllStarted)));
+                       LaterConfigureSection + StartSection(AllStarted)));
     EXPECT_THAT(ServiceStates(machine.Describe()), ElementsAre(Stopped, Stopped, Stopped, Stopped,
                                                                Running, Running, Running, Running));
 }
@@ -223,8 +128,7 @@ TEST(Machine, TheOptionStopOnlyStops) {
     Machine machine;
     machine.InstallProduct();
     const Utils::KernelHandle application = machine.StartProduct();
-    ExpectLog(machine.Run(L"/sToP"),
-              WholeLog(StopSection(std::string(AskedToQuit) + std::string(AllServicesStopped))));
+    ExpectLog(machine.Run(L"/sToP"), WholeLog(StopSection(AskedToQuit + AllServicesStopped)));
     EXPECT_TRUE(Ended(application, QuitLimit));
     const MachineState after = machine.Describe();
     EXPECT_THAT(ServiceStates(after), ElementsAre(Stopped, Stopped, Stopped, Stopped, Stopped,
@@ -261,8 +165,10 @@ TEST(Machine, TheOptionConfigureRunsNoOtherStep) {
     Machine machine;
     machine.InstallProduct();
     const MachineState before = machine.Describe();
-    ExpectLog(machine.Run(L"/configure"), WholeLog(""));
-    EXPECT_EQ(machine.Describe().services, before.services);
+    ExpectLog(machine.Run(L"/configure"), WholeLog(FirstConfigureSection));
+    const MachineState after = machine.Describe();
+    EXPECT_EQ(after.services, before.services);
+    EXPECT_EQ(after.applications, before.applications);
 }
 
 TEST(Machine, TheUsageTextIsPrintedAndNothingIsDone) {
@@ -302,15 +208,7 @@ TEST_P(MachineChoices, DecideWhatRuns) {
 }
 
 std::string LogOfAFailedStop() {
-    return WholeLog(StopSection(std::string(ApplicationNotFound) + std::string(NoServiceStopped)));
-}
-
-std::string FailedDisableSection() {
-    std::string section(DisableSection);
-    for (std::size_t at = 0; (at = section.find("....Disabled", at)) != std::string::npos;) {
-        section.replace(at, 12, "....Disable  failed!");
-    }
-    return section;
+    return WholeLog(StopSection(ApplicationNotFound + NoServiceStopped));
 }
 
 using namespace std::string_view_literals;
@@ -324,11 +222,11 @@ INSTANTIATE_TEST_SUITE_P(
         Choice{"UnknownBeforeKnown", L"/X /STOP", REG_NONE, {}, DefaultLogOfAnEmptyMachine()},
         Choice{"ActionNone", L"", REG_DWORD, "\0\0\0\0"sv, WholeLog("")},
         Choice{"ActionUnknownBit", L"", REG_DWORD, "\2\0\0\0"sv, WholeLog("")},
-        Choice{"ActionDisable", L"", REG_DWORD, "\x10\0\0\0"sv, WholeLog(FailedDisableSection())},
+        Choice{"ActionDisable", L"", REG_DWORD, "\x10\0\0\0"sv, WholeLog(FailedDisableSection)},
         Choice{
             "ActionAll", L"", REG_DWORD, "\xFF\0\0\0"sv,
-            WholeLog(StopSection(std::string(ApplicationNotFound) + std::string(NoServiceStopped)) +
-                     StartSection(NothingStarted) + FailedDisableSection())},
+            WholeLog(StopSection(ApplicationNotFound + NoServiceStopped) + EmptyConfigureSection +
+                     StartSection(NothingStarted) + FailedDisableSection)},
         Choice{"ActionOfTypeString", L"", REG_SZ, "1\0\0\0"sv, DefaultLogOfAnEmptyMachine()},
         Choice{"ActionOf64Bits", L"", REG_QWORD, "\1\0\0\0\0\0\0\0"sv,
                DefaultLogOfAnEmptyMachine()},
@@ -341,7 +239,7 @@ TEST(Machine, AServiceThatNeverStopsIsGivenUpAfter30SecondsAndTheNextOneIsStoppe
     machine.InstallService(L"Corvo", L"--never-stops");
     const Utils::KernelHandle application = machine.StartProduct();
     const FinishedRun run = machine.Run(L"/STOP");
-    ExpectLog(run, WholeLog(StopSection(std::string(AskedToQuit) +
+    ExpectLog(run, WholeLog(StopSection(AskedToQuit +
                                         "Stopping brisko network service x64....stopped\n"
                                         "Stopping hvnetsvc....stopped\n"
                                         "Stopping Corvo....stop failed!\n"
@@ -374,9 +272,8 @@ TEST(Machine, ServicesThatTakeTheirTimeAreWaitedFor) {
     Machine machine;
     machine.InstallProduct(L"--start-pending=700 --stop-pending=700");
     machine.StartProduct();
-    ExpectLog(machine.Run(),
-              WholeLog(StopSection(std::string(AskedToQuit) + std::string(AllServicesStopped)) +
-                       StartSection(AllStarted)));
+    ExpectLog(machine.Run(), WholeLog(StopSection(AskedToQuit + AllServicesStopped) +
+                                      FirstConfigureSection + StartSection(AllStarted)));
 }
 
 TEST(Machine, AServiceThatRefusesToStopFailsAndRunsOn) {
@@ -402,8 +299,7 @@ TEST(Machine, TheApplicationIsFoundInAnyCaseAndAsPartOfALongerName) {
         machine.InstallProgram(L"stand_in_quit_helper.exe", L"Quitline.exe");
         machine.InstallProgram(L"stand_in_application.exe", fileName);
         const Utils::KernelHandle application = machine.StartApplication(fileName);
-        ExpectLog(machine.Run(L"/STOP"),
-                  WholeLog(StopSection(std::string(AskedToQuit) + std::string(NoServiceStopped))));
+        ExpectLog(machine.Run(L"/STOP"), WholeLog(StopSection(AskedToQuit + NoServiceStopped)));
         EXPECT_TRUE(Ended(application, QuitLimit));
     }
 }
@@ -414,8 +310,7 @@ TEST(Machine, OfTwoInstancesOneIsAskedToQuit) {
     machine.InstallProgram(L"stand_in_application.exe", L"ZEFIR.exe");
     const Utils::KernelHandle first = machine.StartApplication(L"ZEFIR.exe");
     const Utils::KernelHandle second = machine.StartApplication(L"ZEFIR.exe");
-    ExpectLog(machine.Run(L"/STOP"),
-              WholeLog(StopSection(std::string(AskedToQuit) + std::string(NoServiceStopped))));
+    ExpectLog(machine.Run(L"/STOP"), WholeLog(StopSection(AskedToQuit + NoServiceStopped)));
     EXPECT_THAT(machine.StartsOf(L"Quitline.exe"),
                 ElementsAre("Quitline.exe Tarsel\u00AE Lumetra"));
     const HANDLE both[] = {first.Get(), second.Get()};
@@ -430,8 +325,7 @@ TEST(Machine, AnApplicationWithAnotherTitleIsLeftRunning) {
     const Utils::KernelHandle application =
         machine.StartApplication(L"ZEFIR.exe", L"Another window with blanks");
     // The helper's ending in time is all that the verdict speaks of.
-    ExpectLog(machine.Run(L"/STOP"),
-              WholeLog(StopSection(std::string(AskedToQuit) + std::string(NoServiceStopped))));
+    ExpectLog(machine.Run(L"/STOP"), WholeLog(StopSection(AskedToQuit + NoServiceStopped)));
     EXPECT_FALSE(Ended(application, 0ms));
 }
 
@@ -440,8 +334,7 @@ TEST(Machine, WithoutTheHelperTheApplicationIsLeftRunning) {
     machine.InstallProduct();
     machine.RemoveProgram(L"Quitline.exe");
     const Utils::KernelHandle application = machine.StartProduct();
-    ExpectLog(machine.Run(L"/STOP"),
-              WholeLog(StopSection(std::string(NotAskedToQuit) + std::string(AllServicesStopped))));
+    ExpectLog(machine.Run(L"/STOP"), WholeLog(StopSection(NotAskedToQuit + AllServicesStopped)));
     EXPECT_FALSE(Ended(application, 0ms));
 }
 
@@ -451,8 +344,7 @@ TEST(Machine, AHelperThatHangsIsGivenUpAfter30SecondsAndLeftRunning) {
     machine.InstallProgram(L"stand_in_application.exe", L"ZEFIR.exe");
     const Utils::KernelHandle application = machine.StartApplication(L"ZEFIR.exe");
     const FinishedRun run = machine.Run(L"/STOP");
-    ExpectLog(run,
-              WholeLog(StopSection(std::string(NotAskedToQuit) + std::string(NoServiceStopped))));
+    ExpectLog(run, WholeLog(StopSection(NotAskedToQuit + NoServiceStopped)));
     EXPECT_THAT(run.duration, AllOf(Ge(30s), Lt(50s)));
     EXPECT_THAT(machine.Describe().applications,
                 UnorderedElementsAre(L"Quitline.exe", L"ZEFIR.exe"));
@@ -483,9 +375,8 @@ TEST(Machine, AProgramDirectoryWithManyBlanksServes) {
     Machine machine(L"C:\\A place  with\\many blanks in it");
     machine.InstallProduct();
     const Utils::KernelHandle application = machine.StartProduct();
-    ExpectLog(machine.Run(),
-              WholeLog(StopSection(std::string(AskedToQuit) + std::string(AllServicesStopped)) +
-                       StartSection(AllStarted)));
+    ExpectLog(machine.Run(), WholeLog(StopSection(AskedToQuit + AllServicesStopped) +
+                                      FirstConfigureSection + StartSection(AllStarted)));
     EXPECT_TRUE(Ended(application, QuitLimit));
     EXPECT_THAT(machine.StartsOf(L"BriskoLU.exe"),
                 ElementsAre(Started(machine.ProgramDirectory() / L"BriskoLU.exe", "-u")));
