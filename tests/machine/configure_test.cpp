@@ -5,13 +5,16 @@
 
 #include <windows.h>
 
+#include <aclapi.h>
+#include <sddl.h>
+
 #include <chrono>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
 #include <string>
-#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -20,6 +23,31 @@ using namespace std::chrono_literals;
 using namespace test;  // the expected log
 using testing::ElementsAre;
 using testing::IsEmpty;
+
+// The text with each first piece replaced by its second: at its first place, or at all.
+std::string ReplaceIn(std::string text,
+                      const std::vector<std::pair<std::string, std::string>>& replacements,
+                      bool everywhere = false) {
+    for (const auto& [from, to] : replacements) {
+        std::size_t at = text.find(from);
+        EXPECT_NE(at, std::string::npos) << from;
+        while (at != std::string::npos) {
+            text.replace(at, from.size(), to);
+            at = everywhere ? text.find(from, at + to.size()) : std::string::npos;
+        }
+    }
+    return text;
+}
+
+// The response to a securing failure, with the lines of the uninstall program.
+std::string ResponseOf(const std::string& uninstall) {
+    return "\n--------------------------\n"
+           "Uninstalling Product.....\n"
+           "--------------------------\n" +
+           uninstall +
+           "Security Vulnerability Securing Directories due to Failure Setting ACLs or Links "
+           "Detected - Uninstalling\n";
+}
 
 class Configure : public testing::Test {
 protected:
@@ -66,12 +94,138 @@ TEST_F(Configure, GoesOnWithoutTheDriverDirectory) {
     EXPECT_THAT(machine.Describe().dataFiles, IsEmpty());
 }
 
-// How a link stands somewhere: a directory link that leads to a victim outside of the product.
+TEST_F(Configure, GoesOnAfterAReadOnlyDestination) {
+    ExpectRun(FirstConfigureSection);
+    const std::filesystem::path file = Machine::ConfigurationDirectory() / L"oem.xml";
+    WriteFile(file, "read-only");
+    ::SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_READONLY);
+    // Under Wine, whoever is root may replace it.
+    const std::filesystem::path probe = Machine::ConfigurationDirectory() / L"vx.stg";
+    ::SetFileAttributesW(probe.c_str(), FILE_ATTRIBUTE_READONLY);
+    const bool replaceable = ::CopyFileW((Machine::DriverDirectory() / L"vx.stg").c_str(),
+                                         probe.c_str(), FALSE) != FALSE;
+    ::SetFileAttributesW(probe.c_str(), FILE_ATTRIBUTE_NORMAL);
+
+    ExpectRun(
+        DeletedSettings(false) +
+        ReplaceIn(FilesOfAReinstallation, {{"oem.xml \t - \tSuccess", "oem.xml \t - \tFailure"},
+                                           {"oem.xml     overwriting =true\t - \tSuccess",
+                                            std::string("oem.xml     overwriting =true\t - \t") +
+                                                (replaceable ? "Success" : "Failure")}}) +
+        SecuredDirectories(false) + RestOfConfigure);
+    EXPECT_EQ(ReadFile(file), replaceable ? "shipped oem.xml" : "read-only");
+    EXPECT_EQ(ReadFile(probe), "shipped vx.stg");
+    ::SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_NORMAL);
+}
+
+TEST_F(Configure, GoesOnAfterADestinationThatIsADirectory) {
+    std::filesystem::create_directories(Machine::ConfigurationDirectory() / L"oem.xml");
+    ExpectRun(
+        DeletedSettings(true) +
+        ReplaceIn(FilesOfAFirstInstallation,
+                  {{"ConfigurationFiles\\ \t - \tSuccess", "ConfigurationFiles\\ \t - \tFailure"},
+                   {"oem.xml     overwriting =true\t - \tSuccess",
+                    "oem.xml     overwriting =true\t - \tFailure"}}) +
+        SecuredDirectories(true) + RestOfConfigure);
+    EXPECT_TRUE(std::filesystem::is_directory(Machine::ConfigurationDirectory() / L"oem.xml"));
+}
+
+// What a value that names a directory holds, and which directory is then secured.
+struct DirectoryValue {
+    const char* name;
+    DWORD type;
+    std::wstring text;
+    std::string secured;  // the default directory if empty
+};
+
+TEST_F(Configure, SecuresTheDirectoriesThatTheSettingsName) {
+    const DirectoryValue rows[] = {
+        {"another place", REG_SZ, L"C:\\Elsewhere\\images", "C:\\Elsewhere\\images"},
+        {"a variable", REG_EXPAND_SZ, L"%SystemDrive%\\Elsewhere\\images", "C:\\Elsewhere\\images"},
+        {"a variable in a plain string", REG_SZ, L"%SystemDrive%\\Elsewhere\\images",
+         "C:\\Elsewhere\\images"},
+        {"a trailing backslash", REG_SZ, L"C:\\Elsewhere\\images\\", "C:\\Elsewhere\\images\\"},
+        {"no string", REG_BINARY, L"C:\\Elsewhere\\images", ""},
+    };
+    const std::string separators[] = {"", "\\"};  // what the program puts behind the directory
+    const std::wstring names[] = {L"ImageCacheDirectory", L"ActivityLogDirectory"};
+    const std::string defaults[] = {ImageCacheDirectory, ActivityLogDirectory};
+    for (const DirectoryValue& row : rows) {
+        for (std::size_t which : {0U, 1U}) {
+            SCOPED_TRACE(row.name);
+            std::filesystem::remove_all(Machine::DataDirectory());
+            std::filesystem::remove_all(L"C:\\Elsewhere");
+            machine.WriteStaleSettings();
+            machine.WriteSetting(names[which], row.type,
+                                 {reinterpret_cast<const char*>(row.text.c_str()),
+                                  (row.text.size() + 1) * sizeof(wchar_t)});
+            const std::string directory =
+                row.secured.empty() ? defaults[which] : row.secured + separators[which];
+            ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation +
+                      ReplaceIn(SecuredDirectories(true), {{defaults[which], directory}}, true) +
+                      RestOfConfigure);
+            EXPECT_TRUE(std::filesystem::is_directory(directory));
+            machine.RemoveSetting(names[which]);
+        }
+    }
+    std::filesystem::remove_all(L"C:\\Elsewhere");
+}
+
+TEST_F(Configure, SecuresATreeOf2000EntriesInSixLevels) {
+    std::filesystem::path level = Machine::DataDirectory() / L"ImageCache";
+    for (int depth = 0; depth < 6; ++depth) {
+        for (int number = 0; number < 333; ++number) {
+            WriteFile(level / (L"file " + std::to_wstring(number)), "");
+        }
+        level /= L"below";
+    }
+    ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation +
+              ReplaceIn(SecuredDirectories(true), {{ImageCacheDirectory + " \t - \tSuccess",
+                                                    ImageCacheDirectory + " \t - \tFailure"}}) +
+              RestOfConfigure);
+    EXPECT_EQ(machine.Describe().dataFiles.size(), 3U + 6 * 333U);
+}
+
+TEST_F(Configure, SecuresFilesOfAnyName) {
+    for (const std::wstring& name : {std::wstring(L"a name  with blanks"), std::wstring(255, L'n'),
+                                     std::wstring(L"\u0416\u4E2D\u20AC")}) {
+        WriteFile(Machine::DataDirectory() / L"ImageCache" / name, "kept");
+    }
+    const MachineState before = machine.Describe();
+    ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation +
+              ReplaceIn(SecuredDirectories(true), {{ImageCacheDirectory + " \t - \tSuccess",
+                                                    ImageCacheDirectory + " \t - \tFailure"}}) +
+              RestOfConfigure);
+    std::map<std::wstring, std::string> kept = machine.Describe().dataFiles;
+    for (const auto& [name, content] : before.dataFiles) {
+        EXPECT_EQ(kept[name], content);
+    }
+}
+
+// Every path is expanded once more before it is used, those of files too.
+TEST_F(Configure, CannotSecureAFileThatIsNamedLikeAVariable) {
+    WriteFile(Machine::DataDirectory() / L"ImageCache\\%TEMP%", "kept");
+    const std::string secured = ReplaceIn(
+        SecuredDirectories(true),
+        {{ImageCacheDirectory + " \t - \tSuccess", ImageCacheDirectory + " \t - \tFailure"}});
+    const std::string last =
+        "Setting Child Inheritance DACLs on File/Directory " + ImageCacheDirectory + " \t - \t";
+    const std::string program = (machine.ProgramDirectory() / L"Unfinaset.exe").string();
+    ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation +
+              secured.substr(0, secured.find(last)) + last + "Failure\n" +
+              ResponseOf("First Run - Starting " + program + " Process\nFirst Run - Process " +
+                         program + " Ended (True)\n"));
+    EXPECT_EQ(machine.Describe().dataFiles[L"ImageCache\\%TEMP%"], "kept");
+}
+
+// A machine with a victim outside of the product, to which links lead.
 class ConfigureWithALink : public Configure {
 protected:
     ConfigureWithALink() {
         std::filesystem::remove_all(VictimDirectory);
         WriteFile(VictimFile, "victim");
+        victimAccess_ = AccessListOf(VictimFile);
+        victimDirectoryAccess_ = AccessListOf(VictimDirectory);
     }
     ~ConfigureWithALink() override { std::filesystem::remove_all(VictimDirectory); }
 
@@ -81,26 +235,82 @@ protected:
         ASSERT_TRUE(::CreateHardLinkW(path.c_str(), VictimFile.c_str(), nullptr));
     }
 
-    static void ExpectVictimUntouched() {
+    void ExpectVictimUntouched() const {
         EXPECT_EQ(ReadFile(VictimFile), "victim");
-        EXPECT_TRUE(std::filesystem::exists(VictimFile));
+        EXPECT_EQ(AccessListOf(VictimFile), victimAccess_);
+        EXPECT_EQ(AccessListOf(VictimDirectory), victimDirectoryAccess_);
     }
 
+    // The log on a link in the first directory, to the link.
+    static std::string InsecureNimbus() {
+        return DeletedSettings(true) + FilesOfAFirstInstallation +
+               "\nSecureFilesDirectories.....\n" +
+               Securing({.directory = NimbusDirectory, .childHasLink = true});
+    }
+
+    std::string UninstallProgram() const {
+        return (machine.ProgramDirectory() / L"Unfinaset.exe").string();
+    }
+
+    // With an uninstall program that is quick.
     std::string Response() const {
-        const std::string program = (machine.ProgramDirectory() / L"Unfinaset.exe").string();
-        return "\n--------------------------\n"
-               "Uninstalling Product.....\n"
-               "--------------------------\n"
-               "First Run - Starting " +
-               program + " Process\nFirst Run - Process " + program +
-               " Ended (True)\n"
-               "Security Vulnerability Securing Directories due to Failure Setting ACLs or Links "
-               "Detected - Uninstalling\n";
+        return ResponseOf("First Run - Starting " + UninstallProgram() +
+                          " Process\nFirst Run - Process " + UninstallProgram() +
+                          " Ended (True)\n");
     }
 
     static inline const std::filesystem::path VictimDirectory = L"C:\\Victim";
     static inline const std::filesystem::path VictimFile = VictimDirectory / L"file";
+
+private:
+    // Under Wine this is made from the file's mode, which a list that is set through a link
+    // changes.
+    static std::wstring AccessListOf(const std::filesystem::path& path) {
+        PSECURITY_DESCRIPTOR descriptor = nullptr;
+        ::GetNamedSecurityInfoW(path.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
+                                nullptr, nullptr, nullptr, &descriptor);
+        wchar_t* text = nullptr;
+        ::ConvertSecurityDescriptorToStringSecurityDescriptorW(
+            descriptor, SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr);
+        const std::wstring list = text;
+        ::LocalFree(text);
+        ::LocalFree(descriptor);
+        return list;
+    }
+
+    std::wstring victimAccess_;
+    std::wstring victimDirectoryAccess_;
 };
+
+// ---- The security response
+
+TEST_F(ConfigureWithALink, RespondsWithoutTheUninstallProgram) {
+    machine.RemoveProgram(L"Unfinaset.exe");
+    HardLink(Machine::DataDirectory() / L"Nimbus\\link");
+    ExpectRun(InsecureNimbus() +
+              ResponseOf("First Run - " + UninstallProgram() + "  DOES NOT EXIST\n"));
+}
+
+TEST_F(ConfigureWithALink, RespondsThoughTheUninstallProgramDoesNotStart) {
+    machine.RemoveProgram(L"Unfinaset.exe");
+    WriteFile(machine.ProgramDirectory() / L"Unfinaset.exe", "no program");
+    HardLink(Machine::DataDirectory() / L"Nimbus\\link");
+    ExpectRun(InsecureNimbus() + ResponseOf("First Run - Starting " + UninstallProgram() +
+                                            " Process\nFirst Run - Process " + UninstallProgram() +
+                                            " Ended (False)\n"));
+}
+
+TEST_F(ConfigureWithALink, GivesTheUninstallProgramUpAfter60SecondsAndLeavesItRunning) {
+    machine.InstallProgram(L"stand_in_companion.exe", L"Unfinaset.exe");
+    HardLink(Machine::DataDirectory() / L"Nimbus\\link");
+    const FinishedRun run = machine.Run(L"/CONFIGURE");
+    EXPECT_EQ(run.log,
+              WholeLog(InsecureNimbus() + ResponseOf("First Run - Starting " + UninstallProgram() +
+                                                     " Process\nFirst Run - Process " +
+                                                     UninstallProgram() + " Ended (False)\n")));
+    EXPECT_THAT(run.duration, testing::AllOf(testing::Ge(60s), testing::Lt(80s)));
+    EXPECT_THAT(machine.Describe().applications, ElementsAre(L"Unfinaset.exe"));
+}
 
 TEST_F(ConfigureWithALink, EndsAtAHardLinkAmongTheEntriesOfEachDirectory) {
     struct Row {
@@ -128,7 +338,7 @@ TEST_F(ConfigureWithALink, EndsAtAHardLinkAmongTheEntriesOfEachDirectory) {
         const bool there = row.directory == ConfigurationDirectory;
         std::string copied = FilesOfAFirstInstallation;
         if (there) {
-            copied.replace(copied.find("Success"), 7, "Failure");
+            copied = ReplaceIn(copied, {{"Success", "Failure"}});
         }
         ExpectRun(DeletedSettings(true) + copied + "\nSecureFilesDirectories.....\n" + row.before +
                   Securing({.directory = row.directory, .childHasLink = true}) + Response());
@@ -138,12 +348,54 @@ TEST_F(ConfigureWithALink, EndsAtAHardLinkAmongTheEntriesOfEachDirectory) {
     }
 }
 
+TEST_F(ConfigureWithALink, EndsAtALinkedDirectoryAmongTheEntriesOfADirectory) {
+    std::filesystem::create_directories(Machine::DataDirectory() / L"ImageCache");
+    const DirectoryLink link(Machine::DataDirectory() / L"ImageCache\\link", VictimDirectory);
+    ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation +
+              "\nSecureFilesDirectories.....\n" + Securing({.directory = NimbusDirectory}) +
+              Securing({.directory = ConfigurationDirectory}) +
+              Securing({.directory = ImageCacheDirectory, .childHasLink = true}) + Response());
+    ExpectVictimUntouched();
+}
+
+TEST_F(ConfigureWithALink, EndsAtALinkAtEachLevelOfThePath) {
+    const std::filesystem::path levels[] = {L"C:\\Elsewhere", L"C:\\Elsewhere\\one",
+                                            L"C:\\Elsewhere\\one\\two"};
+    const std::filesystem::path directory = levels[2];
+    machine.WriteSetting(L"ImageCacheDirectory", REG_SZ,
+                         {reinterpret_cast<const char*>(directory.c_str()),
+                          (directory.wstring().size() + 1) * sizeof(wchar_t)});
+    for (const std::filesystem::path& level : levels) {
+        SCOPED_TRACE(level.string());
+        std::filesystem::remove_all(Machine::DataDirectory());
+        machine.WriteStaleSettings();
+        // What is below the link lies with the victim.
+        std::filesystem::create_directories(VictimDirectory / directory.lexically_relative(level));
+        std::filesystem::create_directories(level.parent_path());
+        const DirectoryLink link(level, VictimDirectory);
+        ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation +
+                  "\nSecureFilesDirectories.....\n" + Securing({.directory = NimbusDirectory}) +
+                  Securing({.directory = ConfigurationDirectory}) +
+                  Securing({.directory = directory.string(), .pathHasLink = true}) + Response());
+        ExpectVictimUntouched();
+    }
+    std::filesystem::remove_all(levels[0]);
+}
+
+TEST_F(ConfigureWithALink, EndsAtALinkAboveTheFirstDirectory) {
+    const DirectoryLink link(Machine::DataDirectory(), VictimDirectory);
+    ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation +
+              "\nSecureFilesDirectories.....\n" +
+              Securing({.directory = NimbusDirectory, .pathHasLink = true}) + Response());
+    ExpectVictimUntouched();
+}
+
 TEST_F(ConfigureWithALink, DoesNotSeeAHardLinkOneLevelDeeper) {
     HardLink(Machine::DataDirectory() / L"ImageCache\\below\\link");
-    std::string secured = SecuredDirectories(true);
-    const std::string created = "Creating Directory " + ImageCacheDirectory + " \t - \t";
-    secured.replace(secured.find(created) + created.size(), 7, "Failure");
-    ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation + secured + RestOfConfigure);
+    ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation +
+              ReplaceIn(SecuredDirectories(true), {{ImageCacheDirectory + " \t - \tSuccess",
+                                                    ImageCacheDirectory + " \t - \tFailure"}}) +
+              RestOfConfigure);
     ExpectVictimUntouched();
 }
 
@@ -151,10 +403,7 @@ TEST_F(ConfigureWithALink, StartsAndDisablesNothingAfterwards) {
     HardLink(Machine::DataDirectory() / L"Nimbus\\link");
     machine.WriteSetting(L"FinasetAction", 1 + 4 + 8 + 16);
     const Utils::KernelHandle application = machine.StartProduct();
-    ExpectRun(StopSection(AskedToQuit + AllServicesStopped) + DeletedSettings(true) +
-                  FilesOfAFirstInstallation + "\nSecureFilesDirectories.....\n" +
-                  Securing({.directory = NimbusDirectory, .childHasLink = true}) + Response(),
-              L"");
+    ExpectRun(StopSection(AskedToQuit + AllServicesStopped) + InsecureNimbus() + Response(), L"");
     for (const auto& [name, service] : machine.Describe().services) {
         EXPECT_EQ(service.state, static_cast<DWORD>(SERVICE_STOPPED));
         EXPECT_EQ(service.startType, static_cast<DWORD>(SERVICE_AUTO_START));

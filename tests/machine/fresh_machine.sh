@@ -37,9 +37,15 @@ export WINEDLLOVERRIDES='mscoree,mshtml=;winemenubuilder.exe,winedbg.exe=d'
 # Until all of it has ended, a program started now could meet a second service manager.
 "$wineserver" -w
 
+# On the machine's own drive: from anywhere else, a path that begins with a backslash would lead to
+# the root of the computer that the machine runs on.
+program=$(readlink -f "$1")
+shift
+cd "$WINEPREFIX/drive_c"
+
 if [[ -n ${FINASET_KEEP_MACHINE:-} ]]; then
     # Out of reach of the hang-up that ends what a terminal leaves behind.
-    setsid --wait "$wine" "$@"
+    setsid --wait "$wine" "$program" "$@"
 else
-    "$wine" "$@"
+    "$wine" "$program" "$@"
 fi

@@ -2,6 +2,7 @@
 
 #include "machine/stand_ins/stand_in.h"
 #include "registry/registry_key.h"
+#include "support/on_wine.h"
 
 #include <windows.h>
 
@@ -97,6 +98,25 @@ void WaitUntilReady(DWORD id) {
     if (::WaitForSingleObject(ready.Get(), ReadyLimitMs) != WAIT_OBJECT_0) {
         throw std::runtime_error("a stand-in is not ready");
     }
+}
+
+// The path as the system below Wine knows it.
+std::string UnixPath(const std::filesystem::path& path) {
+    using ToUnixPath = char*(CDECL*)(const wchar_t*);
+    const auto toUnixPath = reinterpret_cast<ToUnixPath>(reinterpret_cast<void*>(
+        ::GetProcAddress(::GetModuleHandleW(L"kernel32.dll"), "wine_get_unix_file_name")));
+    // The last part may be a link, or not there.
+    return std::string(toUnixPath(path.parent_path().c_str())) + "/" + path.filename().string();
+}
+
+// Starts a program of the system below Wine. There is no handle to wait for.
+void RunBelowWine(std::string command) {
+    const std::string program = "Z:" + command.substr(0, command.find(' '));
+    STARTUPINFOA startup = {};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION info = {};
+    ::CreateProcessA(program.c_str(), command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
+                     &startup, &info);
 }
 
 std::filesystem::path FromEnvironment(const wchar_t* variable) {
@@ -253,10 +273,16 @@ void Machine::WriteSetting(const std::wstring& name, std::uint32_t number) {
     WriteSetting(name, REG_DWORD, {reinterpret_cast<const char*>(&number), sizeof(number)});
 }
 
+void Machine::RemoveSetting(const std::wstring& name) {
+    ::RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, ParametersKey, name.c_str());
+}
+
 FinishedRun Machine::Run(const std::wstring& arguments) const {
     // Into a file: the companion inherits the handle and outlives the program, and whoever read a
-    // pipe would wait for it.
-    const std::filesystem::path path = std::filesystem::temp_directory_path() / L"finaset.log";
+    // pipe would wait for it. For the same reason each run has a file of its own.
+    static int runs = 0;
+    const std::filesystem::path path =
+        std::filesystem::temp_directory_path() / (L"finaset " + std::to_wstring(++runs) + L".log");
     FinishedRun run;
     {
         SECURITY_ATTRIBUTES inheritable = {sizeof(inheritable), nullptr, TRUE};
@@ -339,6 +365,29 @@ std::string ReadFile(const std::filesystem::path& path) {
 void WriteFile(const std::filesystem::path& path, std::string_view content) {
     std::filesystem::create_directories(path.parent_path());
     std::ofstream(path, std::ios::binary) << content;
+}
+
+DirectoryLink::DirectoryLink(std::filesystem::path link, const std::filesystem::path& target)
+    : link_(std::move(link)) {
+    if (!OnWine()) {
+        std::filesystem::create_directory_symlink(target, link_);
+        return;
+    }
+    RunBelowWine("/bin/ln -s \"" + UnixPath(target) + "\" \"" + UnixPath(link_) + "\"");
+    while (::GetFileAttributesW(link_.c_str()) == INVALID_FILE_ATTRIBUTES) {
+        ::Sleep(1);
+    }
+}
+
+DirectoryLink::~DirectoryLink() {
+    if (!OnWine()) {
+        ::RemoveDirectoryW(link_.c_str());
+        return;
+    }
+    RunBelowWine("/bin/rm \"" + UnixPath(link_) + "\"");
+    while (::GetFileAttributesW(link_.c_str()) != INVALID_FILE_ATTRIBUTES) {
+        ::Sleep(1);
+    }
 }
 
 bool Ended(const KernelHandle& process, std::chrono::milliseconds limit) {

@@ -71,6 +71,7 @@ public:
 
     void WriteSetting(const std::wstring& name, DWORD type, std::string_view bytes);
     void WriteSetting(const std::wstring& name, std::uint32_t number);
+    void RemoveSetting(const std::wstring& name);
 
     // Runs the program with the rest of its command line as given, and waits for it.
     [[nodiscard]] FinishedRun Run(const std::wstring& arguments = {}) const;
@@ -100,6 +101,18 @@ private:
 // A whole file, and the writing of one, with the directories to it.
 std::string ReadFile(const std::filesystem::path& path);
 void WriteFile(const std::filesystem::path& path, std::string_view content);
+
+// A link to a directory, for as long as it lives. The way to both must be there.
+class DirectoryLink {
+public:
+    DirectoryLink(std::filesystem::path link, const std::filesystem::path& target);
+    DirectoryLink(const DirectoryLink&) = delete;
+    DirectoryLink& operator=(const DirectoryLink&) = delete;
+    ~DirectoryLink();
+
+private:
+    std::filesystem::path link_;
+};
 
 // Whether the process has ended, or does within `limit`.
 bool Ended(const Utils::KernelHandle& process, std::chrono::milliseconds limit);
