@@ -1,20 +1,25 @@
 // Runs the program on a machine on which the product is installed and in use, and shows the machine
 // before, the log as it comes, and the machine after.
 //
-//   show_run DEVICE [--keep] [OPTION...]
+//   show_run DEVICE TRACE [--keep] [OPTION...]
 //
 // Everything goes to DEVICE, the path of a character device: there the C runtime writes each piece
-// of the log at once, where it would collect that for a file. With --keep the product stays
-// installed, and in use as the program left it. The options are the program's.
+// of the log at once, where it would collect that for a file. TRACE is the path of the file that
+// takes what Wine's server says of its work, from which the access lists that were asked for are
+// read: what a file's list is afterwards, Wine makes up. With --keep the product stays installed,
+// and in use as the program left it. The options are the program's.
 
 #include "machine/machine.h"
 
 #include <windows.h>
 
 #include <algorithm>
-#include <cstdio>
+#include <filesystem>
+#include <fstream>
 #include <iterator>
+#include <map>
 #include <memory>
+#include <regex>
 #include <set>
 #include <string>
 #include <vector>
@@ -24,7 +29,7 @@ namespace {
 using test::MachineState;
 using test::ServiceDescription;
 
-constexpr int NameWidth = 33;
+constexpr int NameWidth = 38;
 constexpr int ValueWidth = 24;
 constexpr std::chrono::seconds QuitLimit{5};
 
@@ -84,6 +89,10 @@ std::wstring StateName(DWORD state) {
     }
 }
 
+std::wstring Wide(const std::string& text) {
+    return {text.begin(), text.end()};
+}
+
 // One line of the table: a name, and what belongs to it.
 struct Row {
     std::wstring section;
@@ -91,7 +100,8 @@ struct Row {
     std::wstring value;
 };
 
-std::vector<Row> Rows(const MachineState& state, const std::set<std::wstring>& settingNames) {
+std::vector<Row> Rows(const MachineState& state, const std::set<std::wstring>& settingNames,
+                      const std::set<std::wstring>& dataFileNames) {
     std::vector<Row> rows;
     for (const std::wstring& name : test::ProductServices) {
         const ServiceDescription& service = state.services.at(name);
@@ -102,6 +112,13 @@ std::vector<Row> Rows(const MachineState& state, const std::set<std::wstring>& s
         const auto running = std::ranges::count(state.applications, name);
         rows.push_back({L"Applications", name, running > 0 ? L"running" : L"not running"});
     }
+    for (const std::wstring& name : dataFileNames) {
+        const auto file = state.dataFiles.find(name);
+        rows.push_back(
+            {L"Files", name, file == state.dataFiles.end() ? L"absent" : Wide(file->second)});
+    }
+    rows.push_back(
+        {L"Settings", L"HKLM\\SOFTWARE\\Halvane\\SAP", state.staleKey ? L"a key" : L"absent"});
     for (const std::wstring& name : settingNames) {
         const auto setting = state.settings.find(name);
         rows.push_back(
@@ -128,14 +145,47 @@ void ShowTable(const Device& device, const std::wstring& title, const std::vecto
     device.Line();
 }
 
-std::set<std::wstring> SettingNames(const MachineState& before, const MachineState& after) {
+template <typename Value>
+std::set<std::wstring> Names(const std::map<std::wstring, Value>& before,
+                             const std::map<std::wstring, Value>& after) {
     std::set<std::wstring> names;
-    for (const MachineState* state : {&before, &after}) {
-        for (const auto& [name, value] : state->settings) {
+    for (const auto* values : {&before, &after}) {
+        for (const auto& [name, value] : *values) {
             names.insert(name);
         }
     }
     return names;
+}
+
+// The protected access lists that the server was asked to set, by the name of the directory below
+// the drive, from its trace: the entries that are the directory's own.
+void ShowAccessLists(const Device& device, const std::filesystem::path& trace) {
+    const std::regex named(R"(get_handle_unix_name\(\) = 0 .*name="[^"]*/drive_c/([^"]*)\")");
+    const std::regex ace(R"(\{type=ACCESS_ALLOWED,flags=3,mask=([0-9a-f]+),sid=([-S0-9]+)\})");
+    const std::map<std::string, std::wstring> trustees = {{"S-1-5-32-544", L"Administrators"},
+                                                          {"S-1-5-18", L"Local System"},
+                                                          {"S-1-5-32-545", L"Users"}};
+    const std::map<std::string, std::wstring> rights = {{"10000000", L"everything"},
+                                                        {"a0000000", L"read and run"}};
+    device.Line(L"Access lists asked for");
+    std::ifstream lines(trace);
+    std::string directory;
+    for (std::string line; std::getline(lines, line);) {
+        std::smatch match;
+        if (std::regex_search(line, match, named)) {
+            directory = match[1];
+        } else if (line.find("set_security_object( ") != std::string::npos &&
+                   line.find("security_info=80000004") != std::string::npos) {
+            std::wstring list;
+            for (std::sregex_iterator entry(line.begin(), line.end(), ace), end; entry != end;
+                 ++entry) {
+                list += (list.empty() ? L"" : L"; ") + trustees.at((*entry)[2]) + L": " +
+                        rights.at((*entry)[1]);
+            }
+            device.Line(L"  " + Padded(Wide(directory), NameWidth) + list);
+        }
+    }
+    device.Line();
 }
 
 // This program's arguments from `first` on, as a command line.
@@ -149,16 +199,22 @@ std::wstring ProgramOptions(int argumentCount, wchar_t** arguments, int first) {
     return options;
 }
 
-DWORD Show(test::Machine& machine, const Device& device, const std::wstring& options) {
+DWORD Show(test::Machine& machine, const Device& device, const std::filesystem::path& trace,
+           const std::wstring& options) {
     machine.InstallProduct(L"--start-pending=300 --stop-pending=300");
+    test::WriteFile(test::Machine::ConfigurationDirectory() / L"user.xml", "the user's own");
+    test::WriteFile(test::Machine::DataDirectory() / L"ImageCache\\icons\\game.png", "an image");
     const Utils::KernelHandle application = machine.StartProduct();
 
     const MachineState before = machine.Describe();
-    const std::vector<Row> rowsBefore = Rows(before, SettingNames(before, before));
+    const std::vector<Row> rowsBefore = Rows(before, Names(before.settings, before.settings),
+                                             Names(before.dataFiles, before.dataFiles));
     ShowTable(device, L"The machine before", rowsBefore, rowsBefore);
 
     device.Line(L"== Finaset.exe " + options);
+    ::SetEnvironmentVariableW(L"WINEDEBUG", L"-all,+server");
     const DWORD exitCode = machine.Run(options, device.Get());
+    ::SetEnvironmentVariableW(L"WINEDEBUG", L"-all");
     device.Line();
     device.Line(L"== Exit code " + std::to_wstring(exitCode));
     device.Line();
@@ -168,24 +224,26 @@ DWORD Show(test::Machine& machine, const Device& device, const std::wstring& opt
         test::Ended(application, QuitLimit);
     }
     const MachineState after = machine.Describe();
-    const std::set<std::wstring> names = SettingNames(before, after);
+    const std::set<std::wstring> settings = Names(before.settings, after.settings);
+    const std::set<std::wstring> files = Names(before.dataFiles, after.dataFiles);
     ShowTable(device, L"The machine after, with what was before where it differs",
-              Rows(before, names), Rows(after, names));
+              Rows(before, settings, files), Rows(after, settings, files));
+    ShowAccessLists(device, trace);
     return exitCode;
 }
 
 }  // namespace
 
 int wmain(int argumentCount, wchar_t** arguments) {
-    if (argumentCount < 2) {
+    if (argumentCount < 3) {
         return 2;
     }
     const Device device(arguments[1]);
-    const bool keep = argumentCount > 2 && std::wstring(arguments[2]) == L"--keep";
+    const bool keep = argumentCount > 3 && std::wstring(arguments[3]) == L"--keep";
     try {
         auto machine = std::make_unique<test::Machine>();
-        const DWORD exitCode =
-            Show(*machine, device, ProgramOptions(argumentCount, arguments, keep ? 3 : 2));
+        const DWORD exitCode = Show(*machine, device, arguments[2],
+                                    ProgramOptions(argumentCount, arguments, keep ? 4 : 3));
         if (keep) {
             // Services run for as long as an ordinary program does.
             machine->InstallProgram(L"stand_in_companion.exe", L"KeepsTheMachineUp.exe");
@@ -195,7 +253,7 @@ int wmain(int argumentCount, wchar_t** arguments) {
         return static_cast<int>(exitCode);
     } catch (const std::exception& error) {
         const std::string reason = error.what();
-        device.Line(L"show_run: " + std::wstring(reason.begin(), reason.end()));
+        device.Line(L"show_run: " + Wide(reason));
         return 1;
     }
 }

@@ -5,8 +5,9 @@
 set -euo pipefail
 
 shown=$(mktemp)
-trap 'rm -f "$shown"' EXIT
-"$(dirname "$0")/fresh_machine.sh" "$1" "Z:${shown//\//\\}" /sToP
+trace=$(mktemp)
+trap 'rm -f "$shown" "$trace"' EXIT
+"$(dirname "$0")/fresh_machine.sh" "$1" "Z:${shown//\//\\}" "Z:${trace//\//\\}" 2>"$trace"
 
 failures=0
 expect() {
@@ -17,17 +18,23 @@ expect() {
 }
 
 expect '^== The machine before$'
-expect '^  Tarsel Nimbus Network Service    automatic  running *$'
-expect '^  FirstRun                         1$'
-expect '^== Finaset.exe /sToP'
+expect '^  Tarsel Nimbus Network Service         automatic  running *$'
+expect '^  FirstRun                              1$'
+expect '^== Finaset.exe'
 expect '^FIRST RUN - START$'
 expect '^Stopping Corvo....stopped$'
 expect '^FIRST RUN - FINISHED$'
 expect '^== Exit code 0$'
 expect '^== The machine after'
-expect '^  Corvo                            automatic  running      → automatic  stopped$'
-expect '^  ZEFIR.exe                        running                 → not running$'
-expect '^  BriskoLU.exe                     not running$'
+expect '^  Corvo                                 automatic  running      → automatic  stopped$'
+expect '^  ZEFIR.exe                             running                 → not running$'
+expect '^  BriskoLU.exe                          not running             → running$'
+expect "^  Nimbus.ConfigurationFiles.user.xml    the user's own$"
+expect '^  Nimbus.ConfigurationFiles.oem.xml     absent                  → shipped oem.xml$'
+expect '^  HKLM.SOFTWARE.Halvane.SAP             a key                   → absent$'
+expect '^  FirstRun                              1                       → 0$'
+expect '^  ProgramData/Tarsel/Nimbus             Administrators: everything; Local System: everything$'
+expect '^  ProgramData/Tarsel/ImageCache .*; Users: read and run$'
 
 ((failures == 0)) || cat "$shown"
 exit "$failures"
