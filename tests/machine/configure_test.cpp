@@ -1,5 +1,6 @@
 // Whole runs of the configure action, on machines in all kinds of states.
 
+#include "fs/path_helpers.h"
 #include "machine/expected_log.h"
 #include "machine/machine.h"
 
@@ -39,6 +40,27 @@ std::string ReplaceIn(std::string text,
     return text;
 }
 
+// The securing the first time, but for an image cache that is there already.
+std::string SecuredWithImages() {
+    return ReplaceIn(SecuredDirectories(true), {{ImageCacheDirectory + " \t - \tSuccess",
+                                                 ImageCacheDirectory + " \t - \tFailure"}});
+}
+
+// The access list of a path. Under Wine it is made from the file's mode, which a list that is set
+// through a link changes.
+std::wstring AccessListOf(const std::filesystem::path& path) {
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    ::GetNamedSecurityInfoW(path.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
+                            nullptr, nullptr, nullptr, &descriptor);
+    wchar_t* text = nullptr;
+    ::ConvertSecurityDescriptorToStringSecurityDescriptorW(
+        descriptor, SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr);
+    const std::wstring list = text;
+    ::LocalFree(text);
+    ::LocalFree(descriptor);
+    return list;
+}
+
 // The response to a securing failure, with the lines of the uninstall program.
 std::string ResponseOf(const std::string& uninstall) {
     return "\n--------------------------\n"
@@ -57,6 +79,16 @@ protected:
         const FinishedRun run = machine.Run(arguments);
         EXPECT_EQ(run.log, WholeLog(sections));
         EXPECT_EQ(run.exitCode, 0U);
+    }
+
+    [[nodiscard]] std::string UninstallProgram() const {
+        return (machine.ProgramDirectory() / L"Unfinaset.exe").string();
+    }
+
+    // The lines of an uninstall program that is quick.
+    [[nodiscard]] std::string QuickUninstall() const {
+        return "First Run - Starting " + UninstallProgram() + " Process\nFirst Run - Process " +
+               UninstallProgram() + " Ended (True)\n";
     }
 
     Machine machine;
@@ -156,9 +188,7 @@ TEST_F(Configure, SecuresTheDirectoriesThatTheSettingsName) {
             std::filesystem::remove_all(Machine::DataDirectory());
             std::filesystem::remove_all(L"C:\\Elsewhere");
             machine.WriteStaleSettings();
-            machine.WriteSetting(names[which], row.type,
-                                 {reinterpret_cast<const char*>(row.text.c_str()),
-                                  (row.text.size() + 1) * sizeof(wchar_t)});
+            machine.WriteTextSetting(names[which], row.text, row.type);
             const std::string directory =
                 row.secured.empty() ? defaults[which] : row.secured + separators[which];
             ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation +
@@ -171,6 +201,86 @@ TEST_F(Configure, SecuresTheDirectoriesThatTheSettingsName) {
     std::filesystem::remove_all(L"C:\\Elsewhere");
 }
 
+// The log of a directory whose access list cannot be set.
+std::string NotSecured(const std::string& directory) {
+    return ReplaceIn(
+        Securing({.directory = directory}),
+        {{"Setting DACLs on File/Directory " + directory + " \t - \tSuccess",
+          "Setting DACLs on File/Directory " + directory + " \t - \tFailure"},
+         {"Setting Child Inheritance DACLs on File/Directory " + directory + " \t - \tSuccess\n",
+          ""}});
+}
+
+TEST_F(Configure, CannotSecureADirectoryThatCannotBe) {
+    const std::wstring longText = L"C:\\" + std::wstring(3997, L'x');
+    const std::wstring texts[] = {L"Q:\\nowhere", longText, L""};
+    for (const std::wstring& text : texts) {
+        for (const bool image : {true, false}) {
+            if (!image && text.empty()) {
+                continue;  // that is a directory: see below
+            }
+            SCOPED_TRACE(text.size());
+            std::filesystem::remove_all(Machine::DataDirectory());
+            machine.WriteStaleSettings();
+            const std::wstring name = image ? L"ImageCacheDirectory" : L"ActivityLogDirectory";
+            machine.WriteTextSetting(name, text);
+            // What the platform leaves of a text that is too long is its own business.
+            const std::wstring shown =
+                ExpandEnvironmentPath(ExpandEnvironmentPath(image ? text : text + L"\\"));
+            ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation +
+                      "\nSecureFilesDirectories.....\n" + Securing({.directory = NimbusDirectory}) +
+                      Securing({.directory = ConfigurationDirectory}) +
+                      (image ? "" : Securing({.directory = ImageCacheDirectory, .created = true})) +
+                      NotSecured(std::string(shown.begin(), shown.end())) +
+                      ResponseOf(QuickUninstall()));
+            machine.RemoveSetting(name);
+        }
+    }
+}
+
+// An empty activity-log directory is the root of the drive that the program runs on. Not to be
+// tried on a drive that matters.
+TEST_F(Configure, SecuresTheRootOfTheCurrentDriveForAnEmptyActivityLogDirectory) {
+    WriteFile(L"C:\\Sandbox\\below\\file", "kept");
+    const Drive drive(L'S', L"C:\\Sandbox");
+    machine.WriteTextSetting(L"ActivityLogDirectory", L"");
+    ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation +
+              "\nSecureFilesDirectories.....\n" + Securing({.directory = NimbusDirectory}) +
+              Securing({.directory = ConfigurationDirectory}) +
+              Securing({.directory = ImageCacheDirectory, .created = true}) +
+              Securing({.directory = "\\"}) + RestOfConfigure);
+    EXPECT_EQ(ReadFile(L"C:\\Sandbox\\below\\file"), "kept");
+}
+
+TEST_F(Configure, ForgetsTheConfigurationDirectoryWhateverTheValueHolds) {
+    const std::pair<DWORD, std::wstring> values[] = {
+        {REG_SZ, L"C:\\Elsewhere"},
+        {REG_EXPAND_SZ, L"%SystemDrive%\\Elsewhere"},
+        {REG_SZ, L"C:\\Elsewhere\\"},
+        {REG_BINARY, L"C:\\Elsewhere"},
+        {REG_SZ, L""},
+        {REG_SZ, std::wstring(4000, L'x')},
+        {REG_SZ, L"Q:\\nowhere"},
+    };
+    for (const auto& [type, text] : values) {
+        SCOPED_TRACE(text.size());
+        std::filesystem::remove_all(Machine::DataDirectory());
+        machine.WriteStaleSettings();
+        machine.WriteTextSetting(L"ConfigFileDirectory", text, type);
+        ExpectRun(FirstConfigureSection);
+    }
+}
+
+// That nothing below it is touched shows at the import alone: what a file's list is, Wine makes up.
+TEST_F(Configure, CountsADirectoryWithAnotherAttributeAsSecured) {
+    const std::filesystem::path images = Machine::DataDirectory() / L"ImageCache";
+    WriteFile(images / L"file", "kept");
+    ::SetFileAttributesW(images.c_str(), FILE_ATTRIBUTE_HIDDEN);
+    ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation + SecuredWithImages() +
+              RestOfConfigure);
+    EXPECT_EQ(ReadFile(images / L"file"), "kept");
+}
+
 TEST_F(Configure, SecuresATreeOf2000EntriesInSixLevels) {
     std::filesystem::path level = Machine::DataDirectory() / L"ImageCache";
     for (int depth = 0; depth < 6; ++depth) {
@@ -179,9 +289,7 @@ TEST_F(Configure, SecuresATreeOf2000EntriesInSixLevels) {
         }
         level /= L"below";
     }
-    ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation +
-              ReplaceIn(SecuredDirectories(true), {{ImageCacheDirectory + " \t - \tSuccess",
-                                                    ImageCacheDirectory + " \t - \tFailure"}}) +
+    ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation + SecuredWithImages() +
               RestOfConfigure);
     EXPECT_EQ(machine.Describe().dataFiles.size(), 3U + 6 * 333U);
 }
@@ -192,9 +300,7 @@ TEST_F(Configure, SecuresFilesOfAnyName) {
         WriteFile(Machine::DataDirectory() / L"ImageCache" / name, "kept");
     }
     const MachineState before = machine.Describe();
-    ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation +
-              ReplaceIn(SecuredDirectories(true), {{ImageCacheDirectory + " \t - \tSuccess",
-                                                    ImageCacheDirectory + " \t - \tFailure"}}) +
+    ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation + SecuredWithImages() +
               RestOfConfigure);
     std::map<std::wstring, std::string> kept = machine.Describe().dataFiles;
     for (const auto& [name, content] : before.dataFiles) {
@@ -210,11 +316,9 @@ TEST_F(Configure, CannotSecureAFileThatIsNamedLikeAVariable) {
         {{ImageCacheDirectory + " \t - \tSuccess", ImageCacheDirectory + " \t - \tFailure"}});
     const std::string last =
         "Setting Child Inheritance DACLs on File/Directory " + ImageCacheDirectory + " \t - \t";
-    const std::string program = (machine.ProgramDirectory() / L"Unfinaset.exe").string();
     ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation +
               secured.substr(0, secured.find(last)) + last + "Failure\n" +
-              ResponseOf("First Run - Starting " + program + " Process\nFirst Run - Process " +
-                         program + " Ended (True)\n"));
+              ResponseOf(QuickUninstall()));
     EXPECT_EQ(machine.Describe().dataFiles[L"ImageCache\\%TEMP%"], "kept");
 }
 
@@ -248,36 +352,12 @@ protected:
                Securing({.directory = NimbusDirectory, .childHasLink = true});
     }
 
-    std::string UninstallProgram() const {
-        return (machine.ProgramDirectory() / L"Unfinaset.exe").string();
-    }
-
-    // With an uninstall program that is quick.
-    std::string Response() const {
-        return ResponseOf("First Run - Starting " + UninstallProgram() +
-                          " Process\nFirst Run - Process " + UninstallProgram() +
-                          " Ended (True)\n");
-    }
+    [[nodiscard]] std::string Response() const { return ResponseOf(QuickUninstall()); }
 
     static inline const std::filesystem::path VictimDirectory = L"C:\\Victim";
     static inline const std::filesystem::path VictimFile = VictimDirectory / L"file";
 
 private:
-    // Under Wine this is made from the file's mode, which a list that is set through a link
-    // changes.
-    static std::wstring AccessListOf(const std::filesystem::path& path) {
-        PSECURITY_DESCRIPTOR descriptor = nullptr;
-        ::GetNamedSecurityInfoW(path.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
-                                nullptr, nullptr, nullptr, &descriptor);
-        wchar_t* text = nullptr;
-        ::ConvertSecurityDescriptorToStringSecurityDescriptorW(
-            descriptor, SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr);
-        const std::wstring list = text;
-        ::LocalFree(text);
-        ::LocalFree(descriptor);
-        return list;
-    }
-
     std::wstring victimAccess_;
     std::wstring victimDirectoryAccess_;
 };
@@ -362,9 +442,7 @@ TEST_F(ConfigureWithALink, EndsAtALinkAtEachLevelOfThePath) {
     const std::filesystem::path levels[] = {L"C:\\Elsewhere", L"C:\\Elsewhere\\one",
                                             L"C:\\Elsewhere\\one\\two"};
     const std::filesystem::path directory = levels[2];
-    machine.WriteSetting(L"ImageCacheDirectory", REG_SZ,
-                         {reinterpret_cast<const char*>(directory.c_str()),
-                          (directory.wstring().size() + 1) * sizeof(wchar_t)});
+    machine.WriteTextSetting(L"ImageCacheDirectory", directory.wstring());
     for (const std::filesystem::path& level : levels) {
         SCOPED_TRACE(level.string());
         std::filesystem::remove_all(Machine::DataDirectory());
@@ -392,9 +470,7 @@ TEST_F(ConfigureWithALink, EndsAtALinkAboveTheFirstDirectory) {
 
 TEST_F(ConfigureWithALink, DoesNotSeeAHardLinkOneLevelDeeper) {
     HardLink(Machine::DataDirectory() / L"ImageCache\\below\\link");
-    ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation +
-              ReplaceIn(SecuredDirectories(true), {{ImageCacheDirectory + " \t - \tSuccess",
-                                                    ImageCacheDirectory + " \t - \tFailure"}}) +
+    ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation + SecuredWithImages() +
               RestOfConfigure);
     ExpectVictimUntouched();
 }

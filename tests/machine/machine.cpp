@@ -219,9 +219,7 @@ void Machine::InstallShippedFiles() {
 }
 
 void Machine::WriteStaleSettings() {
-    constexpr wchar_t StaleDirectory[] = L"C:\\Stale";
-    WriteSetting(L"ConfigFileDirectory", REG_SZ,
-                 {reinterpret_cast<const char*>(StaleDirectory), sizeof(StaleDirectory)});
+    WriteTextSetting(L"ConfigFileDirectory", L"C:\\Stale");
     ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Halvane\\SAP\\Below", L"value", REG_SZ, L"",
                       sizeof(wchar_t));
 }
@@ -271,6 +269,12 @@ void Machine::WriteSetting(const std::wstring& name, DWORD type, std::string_vie
 
 void Machine::WriteSetting(const std::wstring& name, std::uint32_t number) {
     WriteSetting(name, REG_DWORD, {reinterpret_cast<const char*>(&number), sizeof(number)});
+}
+
+void Machine::WriteTextSetting(const std::wstring& name, const std::wstring& text, DWORD type) {
+    WriteSetting(
+        name, type,
+        {reinterpret_cast<const char*>(text.c_str()), (text.size() + 1) * sizeof(wchar_t)});
 }
 
 void Machine::RemoveSetting(const std::wstring& name) {
@@ -387,6 +391,33 @@ DirectoryLink::~DirectoryLink() {
     RunBelowWine("/bin/rm \"" + UnixPath(link_) + "\"");
     while (::GetFileAttributesW(link_.c_str()) != INVALID_FILE_ATTRIBUTES) {
         ::Sleep(1);
+    }
+}
+
+Drive::Drive(wchar_t letter, const std::filesystem::path& directory)
+    : name_({letter, L':'}), directory_(directory), before_(std::filesystem::current_path()) {
+    if (OnWine()) {
+        // Its drives are links beside one another, named in lower case.
+        const std::string target = UnixPath(directory_);
+        link_ =
+            target.substr(0, target.find("/c:") + 1) + static_cast<char>(::towlower(letter)) + ":";
+        RunBelowWine("/bin/ln -s \"" + target + "\" \"" + link_ + "\"");
+        while (::GetFileAttributesW((name_ + L"\\").c_str()) == INVALID_FILE_ATTRIBUTES) {
+            ::Sleep(1);
+        }
+    } else {
+        ::DefineDosDeviceW(0, name_.c_str(), directory_.c_str());
+    }
+    std::filesystem::current_path(name_ + L"\\");
+}
+
+Drive::~Drive() {
+    std::error_code ignored;
+    std::filesystem::current_path(before_, ignored);
+    if (OnWine()) {
+        RunBelowWine("/bin/rm \"" + link_ + "\"");
+    } else {
+        ::DefineDosDeviceW(DDD_REMOVE_DEFINITION, name_.c_str(), directory_.c_str());
     }
 }
 

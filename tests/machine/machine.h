@@ -71,6 +71,7 @@ public:
 
     void WriteSetting(const std::wstring& name, DWORD type, std::string_view bytes);
     void WriteSetting(const std::wstring& name, std::uint32_t number);
+    void WriteTextSetting(const std::wstring& name, const std::wstring& text, DWORD type = REG_SZ);
     void RemoveSetting(const std::wstring& name);
 
     // Runs the program with the rest of its command line as given, and waits for it.
@@ -112,6 +113,21 @@ public:
 
 private:
     std::filesystem::path link_;
+};
+
+// A drive letter for a directory, for as long as it lives, and this program's current drive.
+class Drive {
+public:
+    Drive(wchar_t letter, const std::filesystem::path& directory);
+    Drive(const Drive&) = delete;
+    Drive& operator=(const Drive&) = delete;
+    ~Drive();
+
+private:
+    std::wstring name_;
+    std::filesystem::path directory_;
+    std::filesystem::path before_;
+    std::string link_;
 };
 
 // Whether the process has ended, or does within `limit`.
