@@ -8,6 +8,8 @@
 
 #include <windows.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
@@ -323,6 +325,341 @@ TEST(PathHasLink, TakesAFileOfSeveralNamesForALinkAtAnyLevel) {
     EXPECT_TRUE(PathHasLink(directory / L"second\\below\\that"));
     EXPECT_TRUE(PathHasLink(L"%FinasetTests%\\second"));
     EXPECT_FALSE(PathHasLink(directory.Path()));
+}
+
+// ----- ListDirectoryEntries -----
+
+struct Entry {
+    const wchar_t* name;
+    DWORD attributes;
+};
+
+constexpr DWORD Directory = FILE_ATTRIBUTE_DIRECTORY;
+constexpr DWORD File = FILE_ATTRIBUTE_ARCHIVE;
+
+// Searches find what a test tells, in that order, for each pattern.
+class ImaginedSearches {
+public:
+    std::map<std::wstring, std::vector<Entry>> found;
+    std::vector<std::wstring> patterns;  // asked for so far
+    std::size_t open = 0;                // searches that are not closed
+
+private:
+    struct Search {
+        const std::vector<Entry>* entries;
+        std::size_t next;
+    };
+
+    static void Fill(const Entry& entry, LPWIN32_FIND_DATAW data) {
+        *data = {};
+        data->dwFileAttributes = entry.attributes;
+        std::wstring(entry.name).copy(data->cFileName, MAX_PATH - 1);
+    }
+
+    ImportHook<&::FindFirstFileW> first_{
+        [this](LPCWSTR pattern, LPWIN32_FIND_DATAW data) -> HANDLE {
+            patterns.emplace_back(pattern);
+            const auto entries = found.find(pattern);
+            if (entries == found.end()) {
+                Fill({L"left behind", Directory}, data);
+                return INVALID_HANDLE_VALUE;
+            }
+            ++open;
+            Fill(entries->second.front(), data);
+            return new Search{&entries->second, 1};
+        }};
+    ImportHook<&::FindNextFileW> next_{[](HANDLE handle, LPWIN32_FIND_DATAW data) -> BOOL {
+        auto& [entries, next] = *static_cast<Search*>(handle);
+        const bool more = next < entries->size();
+        Fill(more ? (*entries)[next++] : Entry{L"left behind", Directory}, data);
+        return more;
+    }};
+    ImportHook<&::FindClose> close_{[this](HANDLE handle) -> BOOL {
+        delete static_cast<Search*>(handle);
+        --open;
+        return TRUE;
+    }};
+};
+
+TEST(ListDirectoryEntries, KeepsTheOrderAndLeavesOutTheDotsAndWhatHasNoAttributes) {
+    const std::pair<std::vector<Entry>, std::vector<std::wstring>> rows[] = {
+        {{{L".", Directory}, {L"..", Directory}}, {}},
+        {{{L".", Directory}, {L"..", Directory}, {L"b", File}, {L"a", Directory}, {L"c", 0x80}},
+         {L"b", L"a", L"c"}},
+        {{{L"z", File}, {L"..", Directory}, {L"a", File}, {L".", Directory}}, {L"z", L"a"}},
+        {{{L"none", 0}}, {}},
+        {{{L"none", 0}, {L"a", 0x1}, {L"none", 0}, {L"b", 0x400}}, {L"a", L"b"}},
+        {{{L"...", File}, {L".a", File}, {L"..a", Directory}, {L"a.", File}},
+         {L"...", L".a", L"..a", L"a."}},
+        {{{L"%TEMP%", File}, {L" a b ", File}}, {L"%TEMP%", L" a b "}},
+    };
+    for (const auto& [entries, names] : rows) {
+        ImaginedSearches searches;
+        searches.found[L"C:\\a\\*"] = entries;
+        EXPECT_EQ(ListDirectoryEntries(L"C:\\a"), names);
+        EXPECT_EQ(searches.open, 0U);
+    }
+}
+
+TEST(ListDirectoryEntries, AsksForTheExpandedDirectoryWithABackslashAndAStar) {
+    const EnvironmentVariable variable(L"FinasetTests", L"C:\\here");
+    const std::pair<const wchar_t*, const wchar_t*> rows[] = {
+        {L"C:\\a", L"C:\\a\\*"},
+        {L"C:\\a\\", L"C:\\a\\\\*"},
+        {L"%FinasetTests%", L"C:\\here\\*"},
+        {L"%FinasetTests%\\a b\\", L"C:\\here\\a b\\\\*"},
+    };
+    for (const auto& [directory, pattern] : rows) {
+        const ImaginedSearches searches;
+        EXPECT_THAT(ListDirectoryEntries(directory), IsEmpty());
+        EXPECT_THAT(searches.patterns, ElementsAre(pattern));
+    }
+}
+
+TEST(ListDirectoryEntries, AsksThePlatformNothingAboutAnEmptyPath) {
+    const RecordedImport<&::ExpandEnvironmentStringsW> expand;
+    const ImaginedSearches searches;
+    EXPECT_THAT(ListDirectoryEntries(L""), IsEmpty());
+    EXPECT_THAT(expand.Made(), IsEmpty());
+    EXPECT_THAT(searches.patterns, IsEmpty());
+}
+
+TEST(ListDirectoryEntries, FindsFilesAndDirectoriesOfAnyName) {
+    const TemporaryDirectory directory;
+    const std::vector<std::wstring> names = {L"a b c", L"%TEMP%", std::wstring(255, L'x'),
+                                             L"\u0141\u00F3d\u017A \u65E5\u672C", L".hidden"};
+    for (const std::wstring& name : names) {
+        // The prefix takes away the limit on a path's length.
+        test::MakeFile(L"\\\\?\\" + directory / name);
+    }
+    ASSERT_TRUE(::CreateDirectoryW((directory / L"below").c_str(), nullptr));
+    test::MakeFile(directory / L"below\\deeper");
+    EXPECT_THAT(ListDirectoryEntries(directory.Path()),
+                UnorderedElementsAre(names[0], names[1], names[2], names[3], names[4], L"below"));
+    EXPECT_THAT(ListDirectoryEntries(directory.Path() + L"\\"), SizeIs(6));
+    EXPECT_THAT(ListDirectoryEntries(directory / L"below"), ElementsAre(L"deeper"));
+    EXPECT_THAT(ListDirectoryEntries(directory / L"missing"), IsEmpty());
+    EXPECT_THAT(ListDirectoryEntries(directory / L"below\\deeper"), IsEmpty());
+}
+
+// ----- ChildHasLink -----
+
+TEST(ChildHasLink, FindsAFileOfSeveralNamesAmongTheOwnEntriesOnly) {
+    const TemporaryDirectory directory;
+    const EnvironmentVariable variable(L"FinasetTests", directory.Path());
+    EXPECT_FALSE(ChildHasLink(directory.Path()));
+    EXPECT_FALSE(ChildHasLink(directory / L"missing"));
+    test::MakeFile(directory / L"file");
+    ASSERT_TRUE(::CreateDirectoryW((directory / L"below").c_str(), nullptr));
+    MakeLinkedFile(directory / L"below\\first", directory / L"below\\second");
+    EXPECT_FALSE(ChildHasLink(directory.Path()));
+    EXPECT_TRUE(ChildHasLink(directory / L"below"));
+    EXPECT_TRUE(ChildHasLink(directory / L"below\\"));
+    EXPECT_TRUE(ChildHasLink(L"%FinasetTests%\\below"));
+}
+
+TEST(ChildHasLink, AsksAboutEachEntryInOrderUntilOneIsALink) {
+    ImaginedSearches searches;
+    searches.found[L"C:\\d\\*"] = searches.found[L"C:\\d\\\\*"] = {
+        {L".", Directory}, {L"c", File}, {L"a", Directory}, {L"none", 0}, {L"b", File}};
+    const std::vector<std::wstring> all = {L"?C:\\d\\c", L"=C:\\d\\c", L"?C:\\d\\a",
+                                           L"=C:\\d\\a", L"?C:\\d\\b", L"=C:\\d\\b"};
+    for (const wchar_t* directory : {L"C:\\d", L"C:\\d\\"}) {
+        const ImaginedPaths paths;
+        EXPECT_FALSE(ChildHasLink(directory));
+        EXPECT_EQ(paths.asked, all);
+    }
+    const std::pair<const wchar_t*, std::ptrdiff_t> rows[] = {
+        {L"C:\\d\\c", 1}, {L"C:\\d\\a", 3}, {L"C:\\d\\b", 5}};
+    for (const auto& [link, asked] : rows) {
+        ImaginedPaths paths;
+        paths.attributes[link] = FILE_ATTRIBUTE_DIRECTORY | 0x400;
+        EXPECT_TRUE(ChildHasLink(L"C:\\d"));
+        EXPECT_EQ(paths.asked, std::vector(all.begin(), all.begin() + asked));
+    }
+}
+
+TEST(ChildHasLink, TakesTheReparsePointAttributeForALink) {
+    ImaginedSearches searches;
+    searches.found[L"C:\\d\\*"] = {{L"a", File}};
+    for (const auto& [attributes, link] : LinkAttributes) {
+        ImaginedPaths paths;
+        paths.attributes[L"C:\\d\\a"] = attributes;
+        EXPECT_EQ(ChildHasLink(L"C:\\d"), link) << attributes;
+    }
+}
+
+// ----- CollectSubdirectories -----
+
+TEST(CollectSubdirectories, PutsEachBehindThoseBelowItInTheOrderFound) {
+    ImaginedSearches searches;
+    searches.found = {
+        {L"C:\\d\\*",
+         {{L".", Directory}, {L"..", Directory}, {L"b", Directory}, {L"f", File}, {L"a", 0x2410}}},
+        {L"C:\\d\\b\\*", {{L"y", Directory}, {L".", Directory}, {L"none", 0}, {L"x", Directory}}},
+        {L"C:\\d\\b\\x\\*", {{L"deep", Directory}, {L"..", Directory}}},
+        {L"C:\\d\\a\\*", {{L"file", File}, {L"...", Directory}}},
+    };
+    EXPECT_THAT(CollectSubdirectories(L"C:\\d"),
+                ElementsAre(L"C:\\d\\b\\y", L"C:\\d\\b\\x\\deep", L"C:\\d\\b\\x", L"C:\\d\\b",
+                            L"C:\\d\\a\\...", L"C:\\d\\a"));
+    EXPECT_THAT(searches.patterns,
+                ElementsAre(L"C:\\d\\*", L"C:\\d\\b\\*", L"C:\\d\\b\\y\\*", L"C:\\d\\b\\x\\*",
+                            L"C:\\d\\b\\x\\deep\\*", L"C:\\d\\a\\*", L"C:\\d\\a\\...\\*"));
+    EXPECT_EQ(searches.open, 0U);
+}
+
+TEST(CollectSubdirectories, SearchesTheExpandedDirectoryAndBuildsOnTheOneGiven) {
+    const EnvironmentVariable variable(L"FinasetTests", L"C:\\here");
+    const EnvironmentVariable ended(L"FinasetTestsEnded", L"C:\\here\\");
+    const struct {
+        const wchar_t* directory;
+        const wchar_t* pattern;
+        const wchar_t* below;
+    } rows[] = {
+        {L"C:\\here", L"C:\\here\\*", L"C:\\here\\a"},
+        {L"C:\\here\\", L"C:\\here\\*", L"C:\\here\\a"},
+        {L"%FinasetTests%", L"C:\\here\\*", L"%FinasetTests%\\a"},
+        {L"%FinasetTests%\\", L"C:\\here\\*", L"%FinasetTests%\\a"},
+        {L"%FinasetTestsEnded%", L"C:\\here\\*", L"%FinasetTestsEnded%\\a"},
+    };
+    for (const auto& row : rows) {
+        ImaginedSearches searches;
+        searches.found[row.pattern] = {{L"a", Directory}};
+        EXPECT_THAT(CollectSubdirectories(row.directory), ElementsAre(row.below));
+        EXPECT_EQ(searches.patterns.front(), row.pattern);
+    }
+}
+
+TEST(CollectSubdirectories, FindsNoneWhereNothingCanBeSearched) {
+    const ImaginedSearches searches;
+    EXPECT_THAT(CollectSubdirectories(L"C:\\d"), IsEmpty());
+    EXPECT_THAT(searches.patterns, ElementsAre(L"C:\\d\\*"));
+}
+
+TEST(CollectSubdirectories, GoesDownARealTree) {
+    const TemporaryDirectory directory;
+    std::vector<std::wstring> paths;
+    std::wstring level = directory.Path();
+    for (int depth = 0; depth < 6; ++depth) {
+        test::MakeFile(level + L"\\file");
+        level += L"\\a b";
+        ASSERT_TRUE(::CreateDirectoryW(level.c_str(), nullptr));
+        paths.insert(paths.begin(), level);
+    }
+    EXPECT_EQ(CollectSubdirectories(directory.Path()), paths);
+    EXPECT_EQ(CollectSubdirectories(directory.Path() + L"\\"), paths);
+}
+
+// ----- ResetChildDacls -----
+
+// A tree in which directories are not in alphabetical order.
+class ImaginedTree {
+public:
+    ImaginedTree() {
+        searches.found = {
+            {L"C:\\d\\*",
+             {{L".", Directory}, {L"b", Directory}, {L"f", File}, {L"none", 0}, {L"a", Directory}}},
+            {L"C:\\d\\b\\*", {{L"x", Directory}, {L"..", Directory}, {L"g", File}}},
+            {L"C:\\d\\b\\x\\*", {{L"h", File}}},
+            {L"C:\\d\\a\\*", {{L"i", File}}},
+        };
+    }
+
+    // Everything below, in the order in which it is to be reset.
+    const std::vector<std::wstring> below = {L"C:\\d\\b",       L"C:\\d\\f",    L"C:\\d\\a",
+                                             L"C:\\d\\b\\x\\h", L"C:\\d\\b\\x", L"C:\\d\\b\\g",
+                                             L"C:\\d\\a\\i"};
+
+    ImaginedSearches searches;
+    ImaginedPaths paths;
+};
+
+Calls ResetsOf(const std::vector<std::wstring>& paths) {
+    Calls calls;
+    for (const std::wstring& path : paths) {
+        calls.push_back(InheritedDacl(path));
+    }
+    return calls;
+}
+
+Calls Sorted(Calls calls) {
+    std::ranges::sort(calls);
+    return calls;
+}
+
+TEST(ResetChildDacls, ResetsTheOwnEntriesAndThenThoseOfEachSubdirectory) {
+    const ImaginedTree tree;
+    const SecurityCalls calls;
+    EXPECT_TRUE(ResetChildDacls(L"C:\\d"));
+    EXPECT_EQ(calls.Made(), ResetsOf(tree.below));
+    EXPECT_EQ(tree.searches.open, 0U);
+}
+
+TEST(ResetChildDacls, TriesAllAndFailsIfAnyFails) {
+    const ImaginedTree tree;
+    for (const std::wstring& failing : tree.below) {
+        SecurityCalls calls;
+        calls.errors[failing] = ERROR_ACCESS_DENIED;
+        EXPECT_FALSE(ResetChildDacls(L"C:\\d"));
+        EXPECT_EQ(calls.Made(), ResetsOf(tree.below));
+    }
+}
+
+TEST(ResetChildDacls, LeavesAloneWhatHasAnyAttributeBesideThatOfADirectory) {
+    const std::pair<DWORD, bool> rows[] = {
+        {0x10, true},   {0x2010, false}, {0x11, false}, {0x30, false},        {0x410, false},
+        {0x810, false}, {0x20, false},   {0, false},    {0xFFFF'FFFF, false},
+    };
+    for (const auto& [attributes, reset] : rows) {
+        ImaginedTree tree;
+        tree.paths.attributes[L"C:\\d"] = attributes;
+        const SecurityCalls calls;
+        EXPECT_TRUE(ResetChildDacls(L"C:\\d"));
+        EXPECT_EQ(calls.Made(), reset ? ResetsOf(tree.below) : Calls{}) << attributes;
+        EXPECT_EQ(tree.searches.patterns.empty(), !reset) << attributes;
+    }
+}
+
+TEST(ResetChildDacls, ExpandsWhatItIsGiven) {
+    const EnvironmentVariable variable(L"FinasetTests", L"C:\\d");
+    const ImaginedTree tree;
+    const SecurityCalls calls;
+    EXPECT_TRUE(ResetChildDacls(L"%FinasetTests%"));
+    EXPECT_EQ(calls.Made(), ResetsOf(tree.below));
+}
+
+TEST(ResetChildDacls, IsDoneWhereThereIsNothingToReset) {
+    const TemporaryDirectory directory;
+    test::MakeFile(directory / L"file");
+    ASSERT_TRUE(::CreateDirectoryW((directory / L"empty").c_str(), nullptr));
+    const SecurityCalls calls;
+    for (const wchar_t* name : {L"empty", L"empty\\", L"file", L"missing"}) {
+        EXPECT_TRUE(ResetChildDacls(directory / name));
+    }
+    EXPECT_TRUE(ResetChildDacls(L""));
+    EXPECT_THAT(calls.Made(), IsEmpty());
+}
+
+TEST(ResetChildDacls, ResetsALargeRealTreeOnceEach) {
+    constexpr int Depth = 6;
+    constexpr int FilesPerLevel = 333;  // and a directory: 2004 entries
+    const TemporaryDirectory directory;
+    std::vector<std::wstring> below;
+    std::wstring level = directory.Path();
+    for (int depth = 0; depth < Depth; ++depth) {
+        for (int file = 0; file < FilesPerLevel; ++file) {
+            below.push_back(level + L"\\" + std::to_wstring(file));
+            test::MakeFile(below.back());
+        }
+        level += L"\\d";
+        ASSERT_TRUE(::CreateDirectoryW(level.c_str(), nullptr));
+        below.push_back(level);
+    }
+    const SecurityCalls calls;
+    EXPECT_TRUE(ResetChildDacls(directory.Path() + L"\\"));
+    EXPECT_THAT(below, SizeIs(2004));
+    EXPECT_EQ(Sorted(calls.Made()), Sorted(ResetsOf(below)));
 }
 
 }  // namespace
