@@ -1,7 +1,10 @@
 #include "fs/directory_security.h"
 
+#include "support/call_log.h"
+#include "support/console_capture.h"
 #include "support/environment_variable.h"
 #include "support/import_hook.h"
+#include "support/print_hook.h"
 #include "support/registry_calls.h"
 #include "support/security_calls.h"
 #include "support/temporary_directory.h"
@@ -13,6 +16,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
+#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -660,6 +664,214 @@ TEST(ResetChildDacls, ResetsALargeRealTreeOnceEach) {
     EXPECT_TRUE(ResetChildDacls(directory.Path() + L"\\"));
     EXPECT_THAT(below, SizeIs(2004));
     EXPECT_EQ(Sorted(calls.Made()), Sorted(ResetsOf(below)));
+}
+
+// ----- SecureDirectories -----
+
+const std::vector<AceSpec> SystemAces = {{0x3, 0x1000'0000, LocalSystem}};
+constexpr char SystemEntries[] = "(A;OICI;GA;;;SY)";
+
+SecuredDirectory Row(const std::wstring& path, bool applyToChildren = true) {
+    return {SystemAces, applyToChildren, path, {}};
+}
+
+// What is written for one directory up to a step, whose result and that of the creation are given.
+enum Step { Creating = 1, VerifyingPath, VerifyingChildren, SettingList, ResettingChildren };
+
+std::string Log(const std::wstring& directory, bool created, Step last = ResettingChildren,
+                bool success = true) {
+    const std::string name = test::Narrow(directory);
+    const std::string texts[] = {
+        "Creating Directory " + name + " \t - \t",
+        "Verifying File/Directory " + name + " has NO links\t - \t",
+        "Verifying Children Files of Directory " + name + " has NO links\t - \t",
+        "Setting DACLs on File/Directory " + name + " \t - \t",
+        "Setting Child Inheritance DACLs on File/Directory " + name + " \t - \t",
+    };
+    std::string log;
+    for (int step = Creating; step <= last; ++step) {
+        const bool good = step == Creating ? created : step != last || success;
+        log += texts[step - 1] + (good ? "Success\r\n" : "Failure\r\n");
+    }
+    return log;
+}
+
+// What a walk over the rows printed and returned.
+struct Walk {
+    std::string log;
+    bool result;
+
+    bool operator==(const Walk&) const = default;
+};
+
+Walk Secure(const std::vector<SecuredDirectory>& rows) {
+    Walk walk = {};
+    walk.log = test::Printed([&] { walk.result = SecureDirectories(rows); });
+    return walk;
+}
+
+void PrintTo(const Walk& walk, std::ostream* stream) {
+    *stream << walk.log << (walk.result ? "true" : "false");
+}
+
+TEST(SecureDirectories, CreatesVerifiesAndSetsEachRow) {
+    const TemporaryDirectory directory;
+    const std::wstring first = directory / L"a b\\c";
+    const std::wstring second = directory / L"a b";
+    const SecurityCalls calls;
+    EXPECT_EQ(Secure({Row(first), Row(second)}),
+              (Walk{Log(first, true) + Log(second, false), true}));
+    EXPECT_NE(::GetFileAttributesW(first.c_str()), INVALID_FILE_ATTRIBUTES);
+    EXPECT_EQ(calls.Made(), (Calls{ProtectedDacl(first, SystemEntries),
+                                   ProtectedDacl(second, SystemEntries), InheritedDacl(first)}));
+}
+
+TEST(SecureDirectories, WritesEachLineByteForByte) {
+    const ImaginedPaths paths;
+    const ImaginedSearches searches;
+    const SecurityCalls calls;
+    EXPECT_EQ(Secure({Row(L"C:\\a")}).log,
+              "Creating Directory C:\\a \t - \tFailure\r\n"
+              "Verifying File/Directory C:\\a has NO links\t - \tSuccess\r\n"
+              "Verifying Children Files of Directory C:\\a has NO links\t - \tSuccess\r\n"
+              "Setting DACLs on File/Directory C:\\a \t - \tSuccess\r\n"
+              "Setting Child Inheritance DACLs on File/Directory C:\\a \t - \tSuccess\r\n");
+}
+
+TEST(SecureDirectories, PrintsEachStepTakesItAndPrintsItsResult) {
+    const TemporaryDirectory directory;
+    const std::wstring path = directory / L"new";
+    test::MakeFile(directory / L"file");
+    std::string order;
+    const test::PrintHook print([&](const std::string& text) { order += text[0]; });
+    ImportHook<&::CreateDirectoryW> create([&](LPCWSTR created, LPSECURITY_ATTRIBUTES attributes) {
+        order += '1';
+        const BOOL result = create.Forward(created, attributes);
+        test::MakeFile(path + L"\\file");
+        return result;
+    });
+    ImportHook<&::CreateFileW> open([&](LPCWSTR opened, auto... arguments) {
+        order += opened == path ? "2" : opened == path + L"\\file" ? "3" : "";
+        return open.Forward(opened, arguments...);
+    });
+    const ImportHook<&::SetNamedSecurityInfoW> set([&](LPWSTR changed, auto...) -> DWORD {
+        order += changed == path ? '4' : '5';
+        return ERROR_SUCCESS;
+    });
+    EXPECT_TRUE(Secure({Row(path)}).result);
+    EXPECT_EQ(order, "C1SV2SV3SS4SS5S");
+}
+
+TEST(SecureDirectories, IsFalseAndPrintsNothingForNoRow) {
+    EXPECT_EQ(Secure({}), (Walk{"", false}));
+}
+
+TEST(SecureDirectories, LeavesTheChildrenOfARowThatSaysSo) {
+    const TemporaryDirectory directory;
+    test::MakeFile(directory / L"file");
+    const std::wstring& path = directory.Path();
+    const SecurityCalls calls;
+    EXPECT_EQ(Secure({Row(path, false), Row(path, true)}),
+              (Walk{Log(path, false, SettingList) + Log(path, false), true}));
+    EXPECT_EQ(calls.Made(),
+              (Calls{ProtectedDacl(path, SystemEntries), ProtectedDacl(path, SystemEntries),
+                     InheritedDacl(directory / L"file")}));
+}
+
+TEST(SecureDirectories, AsksTheResolverForThePathAndPrintsItExpanded) {
+    const TemporaryDirectory directory;
+    const EnvironmentVariable variable(L"FinasetTests", directory.Path());
+    const std::wstring resolved = directory / L"resolved\\";
+    const std::wstring plain = directory / L"plain";
+    std::vector<std::wstring> asked;
+    SecuredDirectory row = Row(L"argument");
+    row.resolvePath = [&](const std::wstring& argument) -> std::wstring {
+        asked.push_back(argument);
+        return L"%FinasetTests%\\resolved\\";
+    };
+    const SecurityCalls calls;
+    EXPECT_EQ(Secure({row, Row(L"%FinasetTests%\\plain")}),
+              (Walk{Log(resolved, true) + Log(plain, true), true}));
+    EXPECT_THAT(asked, ElementsAre(L"argument"));
+    EXPECT_EQ(calls.Made(),
+              (Calls{ProtectedDacl(resolved, SystemEntries), ProtectedDacl(plain, SystemEntries)}));
+}
+
+TEST(SecureDirectories, GoesOnWithADirectoryThatCannotBeCreated) {
+    const TemporaryDirectory directory;
+    const std::wstring path = directory / L"new";
+    const ImportHook<&::CreateDirectoryW> hook(
+        [](LPCWSTR, LPSECURITY_ATTRIBUTES) { return FALSE; });
+    const SecurityCalls calls;
+    EXPECT_EQ(Secure({Row(path)}), (Walk{Log(path, false), true}));
+    EXPECT_EQ(calls.Made(), Calls{ProtectedDacl(path, SystemEntries)});
+}
+
+// Three rows, of which a step of the second one fails.
+class AFailingStep : public testing::Test {
+protected:
+    AFailingStep() {
+        ::CreateDirectoryW(path.c_str(), nullptr);
+        test::MakeFile(path + L"\\1");
+        test::MakeFile(path + L"\\2");
+    }
+
+    // Expects that the walk ends at the step, after it made these calls for the second row.
+    void ExpectEndAt(Step step, const Calls& made) {
+        bool asked = false;
+        SecuredDirectory third = Row({});
+        third.resolvePath = [&](const std::wstring& /*argument*/) {
+            asked = true;
+            return directory / L"third";
+        };
+        EXPECT_EQ(Secure({Row(first), Row(path), third}),
+                  (Walk{Log(first, true) + Log(path, false, step, false), false}));
+        EXPECT_FALSE(asked);
+        EXPECT_EQ(::GetFileAttributesW((directory / L"third").c_str()), INVALID_FILE_ATTRIBUTES);
+        Calls all = {ProtectedDacl(first, SystemEntries)};
+        all.insert(all.end(), made.begin(), made.end());
+        EXPECT_EQ(calls.Made(), all);
+    }
+
+    const TemporaryDirectory directory;
+    const std::wstring first = directory / L"first";
+    const std::wstring path = directory / L"second";
+    const Calls whole = {ProtectedDacl(path, SystemEntries), InheritedDacl(path + L"\\1"),
+                         InheritedDacl(path + L"\\2")};
+    SecurityCalls calls;
+};
+
+TEST_F(AFailingStep, EndsTheWalkAtALinkOnThePath) {
+    ImportHook<&::GetFileAttributesW> link([&](LPCWSTR asked) {
+        return link.Forward(asked) | (asked == path ? FILE_ATTRIBUTE_REPARSE_POINT : 0UL);
+    });
+    ExpectEndAt(VerifyingPath, {});
+}
+
+TEST_F(AFailingStep, EndsTheWalkAtALinkAmongTheEntries) {
+    ASSERT_TRUE(
+        ::CreateHardLinkW((directory / L"other").c_str(), (path + L"\\2").c_str(), nullptr));
+    ExpectEndAt(VerifyingChildren, {});
+}
+
+TEST_F(AFailingStep, EndsTheWalkAtAListThatCannotBeSet) {
+    calls.errors[path] = ERROR_ACCESS_DENIED;
+    ExpectEndAt(SettingList, {whole[0]});
+}
+
+TEST_F(AFailingStep, EndsTheWalkAtAChildThatCannotBeResetAfterTryingAll) {
+    calls.errors[path + L"\\1"] = ERROR_ACCESS_DENIED;
+    ExpectEndAt(ResettingChildren, whole);
+}
+
+TEST(SecureDirectories, FailsInTheFirstAndInTheOnlyRow) {
+    const TemporaryDirectory directory;
+    const std::wstring& path = directory.Path();
+    SecurityCalls calls;
+    calls.errors[path] = ERROR_ACCESS_DENIED;
+    EXPECT_EQ(Secure({Row(path)}), (Walk{Log(path, false, SettingList, false), false}));
+    EXPECT_EQ(Secure({Row(path), Row(directory / L"next")}),
+              (Walk{Log(path, false, SettingList, false), false}));
 }
 
 }  // namespace
