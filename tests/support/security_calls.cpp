@@ -20,7 +20,7 @@ std::string ShownList(PACL list) {
             &descriptor, SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr)) {
         return "not an access list";
     }
-    const std::string shown = "revision " + std::to_string(list->AclRevision) + " " + text;
+    std::string shown = "revision " + std::to_string(list->AclRevision) + " " + text;
     ::LocalFree(text);
     return shown;
 }

@@ -526,6 +526,7 @@ TEST(CollectSubdirectories, SearchesTheExpandedDirectoryAndBuildsOnTheOneGiven) 
         {L"%FinasetTests%", L"C:\\here\\*", L"%FinasetTests%\\a"},
         {L"%FinasetTests%\\", L"C:\\here\\*", L"%FinasetTests%\\a"},
         {L"%FinasetTestsEnded%", L"C:\\here\\*", L"%FinasetTestsEnded%\\a"},
+        {L"", L"*", L"a"},
     };
     for (const auto& row : rows) {
         ImaginedSearches searches;
@@ -631,6 +632,16 @@ TEST(ResetChildDacls, ExpandsWhatItIsGiven) {
     const SecurityCalls calls;
     EXPECT_TRUE(ResetChildDacls(L"%FinasetTests%"));
     EXPECT_EQ(calls.Made(), ResetsOf(tree.below));
+}
+
+TEST(ResetChildDacls, ExpandsTheNamesOfEntriesToo) {
+    const EnvironmentVariable variable(L"FinasetTests", L"value");
+    const ImaginedPaths paths;
+    ImaginedSearches searches;
+    searches.found[L"C:\\d\\*"] = {{L"%FinasetTests%", File}, {L"100% sure", File}};
+    const SecurityCalls calls;
+    EXPECT_TRUE(ResetChildDacls(L"C:\\d"));
+    EXPECT_EQ(calls.Made(), ResetsOf({L"C:\\d\\value", L"C:\\d\\100% sure"}));
 }
 
 TEST(ResetChildDacls, IsDoneWhereThereIsNothingToReset) {
@@ -805,6 +816,14 @@ TEST(SecureDirectories, GoesOnWithADirectoryThatCannotBeCreated) {
     const SecurityCalls calls;
     EXPECT_EQ(Secure({Row(path)}), (Walk{Log(path, false), true}));
     EXPECT_EQ(calls.Made(), Calls{ProtectedDacl(path, SystemEntries)});
+}
+
+TEST(SecureDirectories, SecuresNothingIfThePathCannotBeExpanded) {
+    const ImportHook<&::ExpandEnvironmentStringsW> hook([](LPCWSTR, LPWSTR, DWORD) { return 0UL; });
+    const RecordedImport<&::CreateDirectoryW> create;
+    EXPECT_EQ(Secure({Row(L"C:\\FinasetTests")}),
+              (Walk{Log(L"", false, SettingList, false), false}));
+    EXPECT_THAT(create.Made(), IsEmpty());
 }
 
 // Three rows, of which a step of the second one fails.

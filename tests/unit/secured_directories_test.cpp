@@ -14,6 +14,7 @@
 
 #include <sddl.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -46,10 +47,10 @@ protected:
     }
 
     static std::vector<std::wstring> Targets() {
-        std::vector<std::wstring> targets;
-        for (const SecuredDirectory& row : SecuredDirectoryTable) {
-            targets.push_back(row.resolvePath ? row.resolvePath(row.path) : row.path);
-        }
+        std::vector<std::wstring> targets(SecuredDirectoryTable.size());
+        std::ranges::transform(SecuredDirectoryTable, targets.begin(), [](const auto& row) {
+            return row.resolvePath ? row.resolvePath(row.path) : row.path;
+        });
         return targets;
     }
 
