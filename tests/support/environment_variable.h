@@ -8,12 +8,12 @@
 
 namespace test {
 
-// While it lives, a variable of this program's environment has another value.
+// A variable of the environment that has another value while this lives.
 class EnvironmentVariable {
 public:
     EnvironmentVariable(std::wstring name, const std::wstring& value) : name_(std::move(name)) {
-        wchar_t before[MAX_PATH] = {};
-        if (::GetEnvironmentVariableW(name_.c_str(), before, MAX_PATH) != 0) {
+        wchar_t before[4096] = {};
+        if (::GetEnvironmentVariableW(name_.c_str(), before, 4096) != 0) {
             before_ = before;
         }
         ::SetEnvironmentVariableW(name_.c_str(), value.c_str());

@@ -2,12 +2,16 @@
 
 #include "support/call_log.h"
 #include "support/console_capture.h"
+#include "support/fake_event_log.h"
+#include "support/fake_processes.h"
 #include "support/fake_services.h"
 #include "support/import_hook.h"
 #include "support/print_hook.h"
 #include "support/private_registry.h"
 
 #include <windows.h>
+
+#include <aclapi.h>
 
 #include <cstdint>
 #include <cstring>
@@ -49,8 +53,54 @@ constexpr char StopLines[] =
     "Stopping Tarsel Metrics Service....stop failed!\r\n"
     "Stopping Tarsel Data Relay Service....stop failed!\r\n";
 
-// No step of the configure action has joined the program yet.
-constexpr char ConfigureSection[] = "";
+// Without any variable in a path, every path but the program's own is empty.
+constexpr char ConfigureLines[] =
+    "\r\n-------------------------------------------------------\r\n"
+    "Setting Up Configuration Settings and Environment....\r\n"
+    "-------------------------------------------------------\r\n"
+    "Delete Registry Settings.....\r\n"
+    "Deleting Registry Setting HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\"
+    "Tarsel Nimbus Network Service\\Parameters\\ConfigFileDirectory= \t - \tFailure\r\n"
+    "Deleting Registry Setting HKEY_LOCAL_MACHINE\\SOFTWARE\\Halvane\\SAP\\= \t - \tSuccess\r\n"
+    "\r\nCopyFiles.....\r\n"
+    "Creating Directory  \t - \tFailure\r\n"
+    "Copying File  ->      overwriting =false\t - \tFailure\r\n"
+    "Deleting File  \t - \tFailure\r\n"
+    "Creating Directory  \t - \tFailure\r\n"
+    "Copying File  ->      overwriting =true\t - \tFailure\r\n"
+    "Deleting File  \t - \tFailure\r\n"
+    "Creating Directory  \t - \tFailure\r\n"
+    "Copying File  ->      overwriting =true\t - \tFailure\r\n"
+    "\r\nSecureFilesDirectories.....\r\n";
+constexpr char SecuringLines[] =
+    "Creating Directory  \t - \tFailure\r\n"
+    "Verifying File/Directory  has NO links\t - \tSuccess\r\n"
+    "Verifying Children Files of Directory  has NO links\t - \tSuccess\r\n"
+    "Setting DACLs on File/Directory  \t - \t";
+constexpr char SecuredLines[] =
+    "Success\r\n"
+    "Setting Child Inheritance DACLs on File/Directory  \t - \tSuccess\r\n";
+constexpr char SecuredConfigureLines[] =
+    "\r\nWrite Registry Settings.....\r\n"
+    "Computing Tarsel HW Bitmask\r\n"
+    "Enabling Features by Tarsel HW Bitmask\r\n"
+    "\r\nScheduling Tasks.....\r\n";
+constexpr char UnsecuredConfigureLines[] =
+    "Failure\r\n"
+    "\r\n--------------------------\r\n"
+    "Uninstalling Product.....\r\n"
+    "--------------------------\r\n"
+    "Security Vulnerability Securing Directories due to Failure Setting ACLs or Links Detected - "
+    "Uninstalling\r\n";
+
+// The four directories can be secured.
+std::string ConfigureSection() {
+    std::string section = ConfigureLines;
+    for (int directory = 0; directory < 4; ++directory) {
+        section += std::string(SecuringLines) + SecuredLines;
+    }
+    return section + SecuredConfigureLines;
+}
 
 constexpr char StartBanner[] =
     "\r\n----------------------\r\n"
@@ -85,7 +135,7 @@ constexpr char UsageText[] =
 // The log of a run with these bits on a machine without the product.
 std::string LogOf(std::uint32_t actions) {
     return std::string(Started) + (actions & 1 ? std::string(StopBanner) + StopLines : "") +
-           (actions & 4 ? ConfigureSection : "") +
+           (actions & 4 ? ConfigureSection() : "") +
            (actions & 8 ? std::string(StartBanner) + StartLines : "") +
            (actions & 16 ? DisableSection : "") + Finished;
 }
@@ -114,7 +164,8 @@ std::string LogOfRun(std::vector<std::wstring> options) {
     return Printed([&] { RunActions(arguments.Count(), arguments.Vector()); });
 }
 
-// The registry of a machine, empty but for what a test puts there.
+// The registry of a machine, empty but for what a test puts there. Its product directories cannot
+// be told, and every access list can be set.
 class ActionsTest : public testing::Test {
 protected:
     void SetRegistry(DWORD type, const std::string& data,
@@ -146,8 +197,19 @@ protected:
         return chosen;
     }
 
+    DWORD securingError_ = ERROR_SUCCESS;
+
 private:
     test::PrivateRegistry registry_;
+    ImportHook<&::ExpandEnvironmentStringsW> expand_{
+        [this](LPCWSTR path, LPWSTR buffer, DWORD size) {
+            return std::wstring(path).find(L'%') != std::wstring::npos
+                       ? 0
+                       : expand_.Forward(path, buffer, size);
+        }};
+    ImportHook<&::SetNamedSecurityInfoW> secure_{[this](LPWSTR, SE_OBJECT_TYPE,
+                                                        SECURITY_INFORMATION, PSID, PSID, PACL,
+                                                        PACL) { return securingError_; }};
 };
 
 TEST_F(ActionsTest, AreNumbered) {
@@ -304,6 +366,23 @@ TEST_F(ActionsTest, RunByDefaultWithoutDisabling) {
 TEST_F(ActionsTest, RunAllFor255) {
     SetRegistry(255);
     EXPECT_EQ(LogOfRun({}), LogOf(1 | 4 | 8 | 16));
+}
+
+TEST_F(ActionsTest, NeitherStartNorDisableWhatCouldNotBeSecured) {
+    test::FakeProcesses processes;
+    processes.ownPath.clear();
+    const test::FakeEventLog events;
+    const std::string failedConfigureSection =
+        std::string(ConfigureLines) + SecuringLines + UnsecuredConfigureLines;
+    securingError_ = ERROR_ACCESS_DENIED;
+    for (const std::uint32_t actions : {4U | 8U | 16U, 4U | 8U, 4U | 16U, 4U}) {
+        SetRegistry(actions);
+        EXPECT_EQ(LogOfRun({}), Started + failedConfigureSection + Finished);
+    }
+    for (const std::uint32_t actions : {8U | 16U, 8U, 16U}) {  // nothing was to be secured
+        SetRegistry(actions);
+        EXPECT_EQ(LogOfRun({}), LogOf(actions));
+    }
 }
 
 TEST_F(ActionsTest, DoNotRunForTheUsageText) {
