@@ -158,6 +158,18 @@ TEST(ConsolePrintWide, FailsWithoutOutputIfTheTextCannotBeFormatted) {
     EXPECT_EQ(Print([] { return ConsolePrint(L"text"); }), (Outcome{"", -1}));
 }
 
+TEST(PrintVerdict, IsOneWriteThatEndsTheLine) {
+    std::vector<std::string> writes;
+    EXPECT_EQ(
+        Printed([&] {
+            const test::PrintHook prints([&](const std::string& text) { writes.push_back(text); });
+            PrintVerdict(true);
+            PrintVerdict(false);
+        }),
+        "Success\r\nFailure\r\n");
+    EXPECT_THAT(writes, ElementsAre("Success\r\n", "Failure\r\n"));
+}
+
 TEST(PrintSectionBanner, IsThreeWrites) {
     std::vector<std::string> writes;
     EXPECT_EQ(

@@ -1,5 +1,6 @@
 #include "fs/path_helpers.h"
 
+#include "support/environment_variable.h"
 #include "support/import_hook.h"
 #include "support/registry_calls.h"
 #include "support/split_path.h"
@@ -19,25 +20,12 @@ namespace {
 
 using test::Call;
 using test::Calls;
+using test::EnvironmentVariable;
 using test::ImportHook;
 using test::RecordedImport;
 using test::Some;
 using testing::Each;
 using testing::ElementsAre;
-
-// A variable of the environment, unset at the end.
-class Variable {
-public:
-    Variable(std::wstring name, const std::wstring& value) : name_(std::move(name)) {
-        ::SetEnvironmentVariableW(name_.c_str(), value.c_str());
-    }
-    Variable(const Variable&) = delete;
-    Variable& operator=(const Variable&) = delete;
-    ~Variable() { ::SetEnvironmentVariableW(name_.c_str(), nullptr); }
-
-private:
-    std::wstring name_;
-};
 
 using ExpandHook = ImportHook<&::ExpandEnvironmentStringsW>;
 
@@ -46,8 +34,8 @@ DWORD FailToExpand(LPCWSTR /*source*/, LPWSTR /*buffer*/, DWORD /*size*/) {
 }
 
 TEST(ExpandEnvironmentPath, ReplacesVariablesAndKeepsTheRest) {
-    const Variable variable(L"FinasetTests", L"C:\\here");
-    const Variable empty(L"FinasetTestsEmpty", L"");
+    const EnvironmentVariable variable(L"FinasetTests", L"C:\\here");
+    const EnvironmentVariable empty(L"FinasetTestsEmpty", L"");
     const std::pair<const wchar_t*, const wchar_t*> rows[] = {
         {L"", L""},
         {L"C:\\plain", L"C:\\plain"},
@@ -87,7 +75,7 @@ TEST(ExpandEnvironmentPath, HoldsUpTo2047Characters) {
 }
 
 TEST(ExpandEnvironmentPath, NeverExceedsTheBufferIfTheResultIsLonger) {
-    const Variable variable(L"FinasetTests", std::wstring(1500, L'x'));
+    const EnvironmentVariable variable(L"FinasetTests", std::wstring(1500, L'x'));
     for (const std::wstring& path : {std::wstring(L"%FinasetTests%%FinasetTests%"),
                                      std::wstring(2048, L'x'), std::wstring(5000, L'x')}) {
         const std::wstring expanded = ExpandEnvironmentPath(path);
@@ -118,7 +106,7 @@ TEST(ExpandEnvironmentPath, StartsFromABufferOfZeros) {
 TEST(GetPathAttributes, TellsWhatIsThere) {
     const test::TemporaryDirectory directory;
     test::MakeFile(directory / L"file");
-    const Variable variable(L"FinasetTests", directory.Path());
+    const EnvironmentVariable variable(L"FinasetTests", directory.Path());
     EXPECT_NE(GetPathAttributes(directory.Path()) & FILE_ATTRIBUTE_DIRECTORY, 0U);
     EXPECT_EQ(GetPathAttributes(directory / L"file") & FILE_ATTRIBUTE_DIRECTORY, 0U);
     EXPECT_EQ(GetPathAttributes(L"%FinasetTests%\\file"), GetPathAttributes(directory / L"file"));
@@ -135,7 +123,7 @@ TEST(GetPathAttributes, AsksThePlatformNothingAboutAnEmptyPath) {
 }
 
 TEST(GetPathAttributes, AsksAboutTheExpandedPathOnce) {
-    const Variable variable(L"FinasetTests", L"C:\\here");
+    const EnvironmentVariable variable(L"FinasetTests", L"C:\\here");
     const RecordedImport<&::GetFileAttributesW> attributes([](LPCWSTR) { return 0x1234U; });
     EXPECT_EQ(GetPathAttributes(L"%FinasetTests%\\a"), 0x1234U);
     EXPECT_EQ(attributes.Made(), Calls{Call(L"C:\\here\\a")});
@@ -146,8 +134,31 @@ TEST(GetPathAttributes, FindsNothingIfTheExpansionFails) {
     EXPECT_EQ(GetPathAttributes(L"C:\\"), INVALID_FILE_ATTRIBUTES);
 }
 
+TEST(PathExists, UnlessThereAreNoAttributes) {
+    const std::pair<DWORD, bool> rows[] = {{INVALID_FILE_ATTRIBUTES, false},
+                                           {0, true},
+                                           {FILE_ATTRIBUTE_DIRECTORY, true},
+                                           {FILE_ATTRIBUTE_NORMAL, true},
+                                           {0xFFFF'FFFE, true}};
+    for (const auto& [found, exists] : rows) {
+        const RecordedImport<&::GetFileAttributesW> attributes([&](LPCWSTR) { return found; });
+        EXPECT_EQ(PathExists(L"C:\\a"), exists) << "attributes " << found;
+        EXPECT_EQ(attributes.Made(), Calls{Call(L"C:\\a")});
+    }
+    EXPECT_FALSE(PathExists(L""));
+}
+
+TEST(PathExists, ForFilesAndDirectoriesWithTheirVariablesExpanded) {
+    const test::TemporaryDirectory directory;
+    test::MakeFile(directory / L"file");
+    const EnvironmentVariable variable(L"FinasetTests", directory.Path());
+    EXPECT_TRUE(PathExists(L"%FinasetTests%"));
+    EXPECT_TRUE(PathExists(L"%FinasetTests%\\file"));
+    EXPECT_FALSE(PathExists(L"%FinasetTests%\\missing"));
+}
+
 TEST(ParentDirectoryOf, IsDriveAndDirectoryWithTheTrailingBackslash) {
-    const Variable variable(L"FinasetTests", L"C:\\here\\below");
+    const EnvironmentVariable variable(L"FinasetTests", L"C:\\here\\below");
     const std::pair<const wchar_t*, const wchar_t*> rows[] = {
         {L"C:\\a\\b", L"C:\\a\\"},
         {L"C:\\a.b\\c", L"C:\\a.b\\"},
@@ -231,7 +242,7 @@ bool IsDirectory(const std::wstring& path) {
 
 TEST(CreateDirectoryPath, CreatesEveryMissingLevel) {
     const test::TemporaryDirectory directory;
-    const Variable variable(L"FinasetTests", directory.Path());
+    const EnvironmentVariable variable(L"FinasetTests", directory.Path());
     for (const wchar_t* below : {L"a\\b\\c", L"a\\b\\d\\", L"e\\\\f", L"a g"}) {
         EXPECT_TRUE(CreateDirectoryPath(directory / below));
         EXPECT_TRUE(IsDirectory(directory / below));

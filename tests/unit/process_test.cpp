@@ -15,6 +15,7 @@ namespace {
 using test::FakeProcesses;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::UnorderedElementsAre;
 
 class LaunchProcessTest : public testing::Test {
 protected:
@@ -112,6 +113,49 @@ TEST(LaunchProcess, FailsForAProgramThatIsNotThere) {
     PROCESS_INFORMATION info = {};
     STARTUPINFOW startup = {};
     EXPECT_FALSE(LaunchProcess(nullptr, L"C:\\no such directory\\a.exe", L"", info, startup));
+}
+
+TEST(RunProcess, StartsTheProgramAndWaitsForIt) {
+    const FakeProcesses fake;
+    EXPECT_TRUE(RunProcess(nullptr, L"C:\\a b.exe", L"-u", 1234));
+    EXPECT_THAT(fake.calls.Lines(),
+                UnorderedElementsAre("CreateProcessW(no token, null, C:\\a b.exe -u, 1, 0, all "
+                                     "null, startup all zero)",
+                                     "WaitForSingleObject(new process, 1234)",
+                                     "CloseHandle(new process)", "CloseHandle(new thread)"));
+    EXPECT_THAT(fake.calls.Lines()[1], testing::StartsWith("WaitForSingleObject"));
+}
+
+TEST(RunProcess, StartsUnderAToken) {
+    const FakeProcesses fake;
+    HANDLE token = nullptr;
+    ASSERT_TRUE(::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, &token));
+    EXPECT_TRUE(RunProcess(token, L"a.exe", L"", 0));
+    EXPECT_THAT(fake.calls.Of("CreateProcessAsUserW"),
+                ElementsAre("CreateProcessAsUserW(token, null, a.exe , 1, 0, all null, startup all "
+                            "zero)"));
+    EXPECT_THAT(fake.calls.Of("WaitForSingleObject"),
+                ElementsAre("WaitForSingleObject(new process, 0)"));
+    ::CloseHandle(token);
+    EXPECT_TRUE(fake.AllClosed());
+}
+
+TEST(RunProcess, TakesEveryEndOfTheWaitButATimeoutForTheProgramsEnd) {
+    const std::pair<DWORD, bool> rows[] = {
+        {WAIT_OBJECT_0, true}, {WAIT_TIMEOUT, false}, {WAIT_FAILED, true}, {WAIT_ABANDONED, true}};
+    FakeProcesses fake;
+    for (const auto& [waitResult, ended] : rows) {
+        fake.waitResult = waitResult;
+        EXPECT_EQ(RunProcess(nullptr, L"a.exe", L"", 1000), ended) << "wait result " << waitResult;
+        EXPECT_TRUE(fake.AllClosed());
+    }
+}
+
+TEST(RunProcess, DoesNotWaitForWhatDidNotStart) {
+    FakeProcesses fake;
+    fake.launches = false;
+    EXPECT_FALSE(RunProcess(nullptr, L"a.exe", L"", 1000));
+    EXPECT_THAT(fake.calls.Lines(), testing::SizeIs(1));
 }
 
 TEST(GetProcessImagePath, AsksNothingForNoProcess) {
