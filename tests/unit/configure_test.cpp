@@ -130,6 +130,16 @@ TEST_F(SettingWalks, WriteEachSettingWhateverBecomesOfTheOthers) {
     EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, L"Software\\none"));
 }
 
+TEST_F(SettingWalks, AskNothingOfThePlatformWithoutARoot) {
+    const RecordedImport<&::RegCreateKeyExW> create;
+    for (const std::uint32_t type : {1U, 4U, 3U}) {
+        const RegistrySetting setting = {.keyPath = L"a", .valueName = L"n", .type = type};
+        EXPECT_THAT(WritingOf({setting}), testing::EndsWith(" \t - \tFailure\r\n"));
+        EXPECT_THAT(DeletionOf({setting}), testing::EndsWith(" \t - \tFailure\r\n"));
+    }
+    EXPECT_EQ(create.Made(), Calls{});
+}
+
 TEST_F(SettingWalks, WriteNothingOfAnyOtherType) {
     const RecordedImport<&::RegCreateKeyExW> create;
     for (const std::uint32_t type : {0U, 2U, 3U, 5U, 7U, 11U, 0x101U, 0xFFFF'FFFFU}) {
