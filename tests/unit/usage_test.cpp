@@ -1,6 +1,7 @@
 #include "driver/usage.h"
 
 #include "support/console_capture.h"
+#include "support/environment_variable.h"
 #include "support/import_hook.h"
 #include "support/split_path.h"
 
@@ -13,20 +14,6 @@
 #include <string>
 
 namespace {
-
-// A variable of this program's environment.
-class Variable {
-public:
-    Variable(const wchar_t* name, const wchar_t* value) : name_(name) {
-        ::SetEnvironmentVariableW(name, value);
-    }
-    Variable(const Variable&) = delete;
-    Variable& operator=(const Variable&) = delete;
-    ~Variable() { ::SetEnvironmentVariableW(name_, nullptr); }
-
-private:
-    const wchar_t* name_;
-};
 
 TEST(GetFileTitle, DropsDirectoryAndExtension) {
     const struct {
@@ -55,7 +42,7 @@ TEST(GetFileTitle, DropsDirectoryAndExtension) {
 }
 
 TEST(GetFileTitle, ExpandsVariables) {
-    const Variable variable(L"FINASET_TEST", L"C:\\some where\\title.txt");
+    const test::EnvironmentVariable variable(L"FINASET_TEST", L"C:\\some where\\title.txt");
     EXPECT_EQ(GetFileTitle(L"%FINASET_TEST%"), L"title");
     EXPECT_EQ(GetFileTitle(L"%FINASET_TEST%.exe"), L"title.txt");
     EXPECT_EQ(GetFileTitle(L"%FINASET_NO_SUCH_TEST%.exe"), L"%FINASET_NO_SUCH_TEST%");
