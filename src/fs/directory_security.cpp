@@ -50,10 +50,10 @@ void AppendSubdirectories(const std::wstring& directory, std::vector<std::wstrin
 // Memory for an access list, empty at first.
 class AccessList {
 public:
-    explicit AccessList(std::size_t bytes) : storage_((bytes + sizeof(DWORD) - 1) / sizeof(DWORD)) {
-        valid_ = ::InitializeAcl(Get(), static_cast<DWORD>(storage_.size() * sizeof(DWORD)),
-                                 ACL_REVISION) != FALSE;
-    }
+    explicit AccessList(std::size_t bytes)
+        : storage_((bytes + sizeof(DWORD) - 1) / sizeof(DWORD)),
+          valid_(::InitializeAcl(Get(), static_cast<DWORD>(storage_.size() * sizeof(DWORD)),
+                                 ACL_REVISION) != FALSE) {}
 
     // Adds the entry at the end.
     void Add(const AceSpec& ace, PSID sid) {

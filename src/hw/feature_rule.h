@@ -9,5 +9,5 @@
 struct FeatureRule {
     RegistrySetting whenClear;
     RegistrySetting whenSet;
-    std::uint32_t mask;
+    std::uint32_t mask = 0;
 };

@@ -55,7 +55,7 @@ std::wstring AccessListOf(const std::filesystem::path& path) {
     wchar_t* text = nullptr;
     ::ConvertSecurityDescriptorToStringSecurityDescriptorW(
         descriptor, SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr);
-    const std::wstring list = text;
+    std::wstring list = text;
     ::LocalFree(text);
     ::LocalFree(descriptor);
     return list;

@@ -141,7 +141,8 @@ TEST(PathExists, UnlessThereAreNoAttributes) {
                                            {FILE_ATTRIBUTE_NORMAL, true},
                                            {0xFFFF'FFFE, true}};
     for (const auto& [found, exists] : rows) {
-        const RecordedImport<&::GetFileAttributesW> attributes([&](LPCWSTR) { return found; });
+        const RecordedImport<&::GetFileAttributesW> attributes(
+            [attributes = found](LPCWSTR) { return attributes; });
         EXPECT_EQ(PathExists(L"C:\\a"), exists) << "attributes " << found;
         EXPECT_EQ(attributes.Made(), Calls{Call(L"C:\\a")});
     }

@@ -98,7 +98,7 @@ protected:
     // Responds, and what is then printed.
     static std::string Respond(const std::wstring& text = L"The reason") {
         std::wstring reason = text;
-        const std::string log = Printed([&] { RespondToSecurityFailure(reason); });
+        std::string log = Printed([&] { RespondToSecurityFailure(reason); });
         EXPECT_EQ(reason, L"");
         return log;
     }

@@ -1,8 +1,8 @@
 // The uninstall program: records its command line.
 
-#include <windows.h>
-
 #include "stand_in.h"
+
+#include <windows.h>
 
 int wmain() {
     stand_in::RecordStart();
