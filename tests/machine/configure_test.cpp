@@ -14,6 +14,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -325,13 +326,15 @@ TEST_F(Configure, CannotSecureAFileThatIsNamedLikeAVariable) {
 // A machine with a victim outside of the product, to which links lead.
 class ConfigureWithALink : public Configure {
 protected:
-    ConfigureWithALink() {
+    ConfigureWithALink() { MakeVictim(); }
+    ~ConfigureWithALink() override { std::filesystem::remove_all(VictimDirectory); }
+
+    void MakeVictim() {
         std::filesystem::remove_all(VictimDirectory);
         WriteFile(VictimFile, "victim");
         victimAccess_ = AccessListOf(VictimFile);
         victimDirectoryAccess_ = AccessListOf(VictimDirectory);
     }
-    ~ConfigureWithALink() override { std::filesystem::remove_all(VictimDirectory); }
 
     // A second name for the victim's file.
     static void HardLink(const std::filesystem::path& path) {
@@ -392,80 +395,102 @@ TEST_F(ConfigureWithALink, GivesTheUninstallProgramUpAfter60SecondsAndLeavesItRu
     EXPECT_THAT(machine.Describe().applications, ElementsAre(L"Unfinaset.exe"));
 }
 
-TEST_F(ConfigureWithALink, EndsAtAHardLinkAmongTheEntriesOfEachDirectory) {
+TEST_F(ConfigureWithALink, EndsAtALinkAmongTheEntriesOfEachDirectory) {
     struct Row {
         std::string directory;
-        std::string before;
-        bool created;
+        std::string before;  // the rows that are secured until then
     };
     const std::string nimbus = Securing({.directory = NimbusDirectory});
     const std::string files = nimbus + Securing({.directory = ConfigurationDirectory});
     const std::string images =
         files + Securing({.directory = ImageCacheDirectory, .created = true});
     const Row rows[] = {
-        {NimbusDirectory, "", false},
-        {ConfigurationDirectory, nimbus, false},
-        {ImageCacheDirectory, files, false},
-        {ActivityLogDirectory, images, false},
+        {NimbusDirectory, ""},
+        {ConfigurationDirectory, nimbus},
+        {ImageCacheDirectory, files},
+        {ActivityLogDirectory, images},
     };
     for (const Row& row : rows) {
-        SCOPED_TRACE(row.directory);
-        std::filesystem::remove_all(Machine::DataDirectory());
-        HardLink(std::filesystem::path(row.directory) / L"link");
-        machine.WriteStaleSettings();
-        machine.WriteSetting(L"FirstRun", 1);
-        // The configuration directory is there already when the link lies in it.
-        const bool there = row.directory == ConfigurationDirectory;
-        std::string copied = FilesOfAFirstInstallation;
-        if (there) {
-            copied = ReplaceIn(copied, {{"Success", "Failure"}});
+        for (const bool hard : {true, false}) {
+            SCOPED_TRACE(row.directory + (hard ? ", hard link" : ", linked directory"));
+            std::filesystem::remove_all(Machine::DataDirectory());
+            const std::filesystem::path path = std::filesystem::path(row.directory) / L"link";
+            std::filesystem::create_directories(path.parent_path());
+            std::optional<DirectoryLink> link;
+            if (hard) {
+                HardLink(path);
+            } else {
+                link.emplace(path, VictimDirectory);
+            }
+            machine.WriteStaleSettings();
+            machine.WriteSetting(L"FirstRun", 1);
+            // The configuration directory is there already when the link lies in it.
+            const bool there = row.directory == ConfigurationDirectory;
+            const std::string copied =
+                there ? ReplaceIn(FilesOfAFirstInstallation, {{"Success", "Failure"}})
+                      : FilesOfAFirstInstallation;
+            ExpectRun(DeletedSettings(true) + copied + "\nSecureFilesDirectories.....\n" +
+                      row.before + Securing({.directory = row.directory, .childHasLink = true}) +
+                      Response());
+            ExpectVictimUntouched();
+            EXPECT_EQ(machine.Describe().settings,
+                      (std::map<std::wstring, std::wstring>{{L"FirstRun", L"0"}}));
         }
-        ExpectRun(DeletedSettings(true) + copied + "\nSecureFilesDirectories.....\n" + row.before +
-                  Securing({.directory = row.directory, .childHasLink = true}) + Response());
-        ExpectVictimUntouched();
-        EXPECT_EQ(machine.Describe().settings,
-                  (std::map<std::wstring, std::wstring>{{L"FirstRun", L"0"}}));
     }
 }
 
-TEST_F(ConfigureWithALink, EndsAtALinkedDirectoryAmongTheEntriesOfADirectory) {
-    std::filesystem::create_directories(Machine::DataDirectory() / L"ImageCache");
-    const DirectoryLink link(Machine::DataDirectory() / L"ImageCache\\link", VictimDirectory);
-    ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation +
-              "\nSecureFilesDirectories.....\n" + Securing({.directory = NimbusDirectory}) +
-              Securing({.directory = ConfigurationDirectory}) +
-              Securing({.directory = ImageCacheDirectory, .childHasLink = true}) + Response());
-    ExpectVictimUntouched();
-}
-
-TEST_F(ConfigureWithALink, EndsAtALinkAtEachLevelOfThePath) {
+TEST_F(ConfigureWithALink, EndsAtALinkAtEachLevelOfADirectoryOfTheSettings) {
     const std::filesystem::path levels[] = {L"C:\\Elsewhere", L"C:\\Elsewhere\\one",
                                             L"C:\\Elsewhere\\one\\two"};
     const std::filesystem::path directory = levels[2];
-    machine.WriteTextSetting(L"ImageCacheDirectory", directory.wstring());
-    for (const std::filesystem::path& level : levels) {
-        SCOPED_TRACE(level.string());
-        std::filesystem::remove_all(Machine::DataDirectory());
-        machine.WriteStaleSettings();
-        // What is below the link lies with the victim.
-        std::filesystem::create_directories(VictimDirectory / directory.lexically_relative(level));
-        std::filesystem::create_directories(level.parent_path());
-        const DirectoryLink link(level, VictimDirectory);
-        ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation +
-                  "\nSecureFilesDirectories.....\n" + Securing({.directory = NimbusDirectory}) +
-                  Securing({.directory = ConfigurationDirectory}) +
-                  Securing({.directory = directory.string(), .pathHasLink = true}) + Response());
-        ExpectVictimUntouched();
+    const std::string files =
+        Securing({.directory = NimbusDirectory}) + Securing({.directory = ConfigurationDirectory});
+    for (const bool image : {true, false}) {
+        const wchar_t* name = image ? L"ImageCacheDirectory" : L"ActivityLogDirectory";
+        machine.WriteTextSetting(name, directory.wstring());
+        for (const std::filesystem::path& level : levels) {
+            SCOPED_TRACE(level.string());
+            std::filesystem::remove_all(Machine::DataDirectory());
+            machine.WriteStaleSettings();
+            // What is below the link lies with the victim.
+            std::filesystem::create_directories(VictimDirectory /
+                                                directory.lexically_relative(level));
+            std::filesystem::create_directories(level.parent_path());
+            const DirectoryLink link(level, VictimDirectory);
+            ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation +
+                      "\nSecureFilesDirectories.....\n" + files +
+                      (image ? "" : Securing({.directory = ImageCacheDirectory, .created = true})) +
+                      Securing({.directory = directory.string() + (image ? "" : "\\"),
+                                .pathHasLink = true}) +
+                      Response());
+            ExpectVictimUntouched();
+        }
+        machine.RemoveSetting(name);
+        std::filesystem::remove_all(levels[0]);
     }
-    std::filesystem::remove_all(levels[0]);
 }
 
-TEST_F(ConfigureWithALink, EndsAtALinkAboveTheFirstDirectory) {
-    const DirectoryLink link(Machine::DataDirectory(), VictimDirectory);
-    ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation +
-              "\nSecureFilesDirectories.....\n" +
-              Securing({.directory = NimbusDirectory, .pathHasLink = true}) + Response());
-    ExpectVictimUntouched();
+TEST_F(ConfigureWithALink, EndsAtALinkOnTheWayToTheProductsDirectories) {
+    // To the first directory, and to the second, which is an entry of the first.
+    const std::pair<std::filesystem::path, SecuringOf> rows[] = {
+        {Machine::DataDirectory(), {.directory = NimbusDirectory, .pathHasLink = true}},
+        {NimbusDirectory, {.directory = NimbusDirectory, .pathHasLink = true}},
+        {Machine::ConfigurationDirectory(), {.directory = NimbusDirectory, .childHasLink = true}},
+    };
+    for (const auto& [path, securing] : rows) {
+        SCOPED_TRACE(path.string());
+        std::filesystem::remove_all(Machine::DataDirectory());
+        MakeVictim();
+        machine.WriteStaleSettings();
+        std::filesystem::create_directories(path.parent_path());
+        const DirectoryLink link(path, VictimDirectory);
+        const bool there = path == Machine::ConfigurationDirectory();
+        ExpectRun(DeletedSettings(true) +
+                  (there ? ReplaceIn(FilesOfAFirstInstallation, {{"Success", "Failure"}})
+                         : FilesOfAFirstInstallation) +
+                  "\nSecureFilesDirectories.....\n" + Securing(securing) + Response());
+        ExpectVictimUntouched();
+    }
 }
 
 TEST_F(ConfigureWithALink, DoesNotSeeAHardLinkOneLevelDeeper) {
