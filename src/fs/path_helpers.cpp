@@ -8,14 +8,14 @@
 
 namespace {
 
-constexpr std::size_t ExpansionCapacity = 2048;
+constexpr DWORD ExpansionCapacity = 2048;
 constexpr std::size_t PathPartCapacity = 260;
 
 }  // namespace
 
 std::wstring ExpandEnvironmentPath(const std::wstring& path) {
     wchar_t buffer[ExpansionCapacity] = {};
-    if (::ExpandEnvironmentStringsW(path.c_str(), buffer, std::size(buffer)) == 0) {
+    if (::ExpandEnvironmentStringsW(path.c_str(), buffer, ExpansionCapacity) == 0) {
         return {};
     }
     return {buffer,

@@ -3,7 +3,6 @@
 #include "shared/owner.h"
 
 #include <cstddef>
-#include <iterator>
 
 bool LaunchProcess(HANDLE token, const std::wstring& application, const std::wstring& arguments,
                    PROCESS_INFORMATION& processInfo, STARTUPINFOW& startupInfo) {
@@ -50,7 +49,7 @@ std::wstring GetProcessImagePath(HANDLE process) {
         return {};
     }
     wchar_t path[MAX_PATH] = {};
-    DWORD size = std::size(path);
+    DWORD size = MAX_PATH;
     return ::QueryFullProcessImageNameW(process, 0, path, &size) ? std::wstring(path)
                                                                  : std::wstring();
 }

@@ -1,6 +1,5 @@
 #include "registry/registry_key.h"
 
-#include <iterator>
 #include <utility>
 
 namespace Utils {
@@ -80,7 +79,7 @@ LSTATUS RegistryKey::RecurseDeleteKey(const std::wstring& name) {
     for (;;) {
         // Always index 0: each deletion moves the remaining sub-keys down.
         wchar_t subKey[KeyNameCapacity] = {};
-        DWORD length = std::size(subKey);
+        DWORD length = KeyNameCapacity;
         error = ::RegEnumKeyExW(child.handle_, 0, subKey, &length, /*lpReserved=*/nullptr,
                                 /*lpClass=*/nullptr, /*lpcchClass=*/nullptr,
                                 /*lpftLastWriteTime=*/nullptr);

@@ -25,7 +25,7 @@ struct FinishedRun {
     std::chrono::milliseconds duration{};
 };
 
-// What can be seen of the machine, apart from its services.
+// What can be seen of the machine.
 struct MachineState {
     std::map<std::wstring, ServiceDescription> services;
     std::vector<std::wstring> applications;         // running ones, by file name, sorted

@@ -94,19 +94,20 @@ TEST(Machine, ASecondRunFindsTheApplicationGoneAndSomeServicesStopped) {
     ASSERT_EQ(machine.Run().exitCode, 0U);
     ASSERT_TRUE(Ended(application, QuitLimit));
 
-    ExpectLog(machine.Run(),
-              WholeLog(StopSection(ApplicationNotFound +
-                                   "Stopping brisko network service x64....stop failed!\n"
-                                   "Stopping hvnetsvc....stop failed!\n"
-                                   "Stopping Corvo....stop failed!\n"
-                                   "Stopping TarselHubService....stop failed!\n"
-                                   "Stopping Tarsel Nimbus Network Service....stopped\n"
-                                   "Stopping Ardex....stopped\n"
-                                   "Stopping Tarsel Metrics Service....stopped\n"
-                                   "Stopping Tarsel Data Relay Service....stopped\n") +
-                       LaterConfigureSection + StartSection(AllStarted)));
+    const FinishedRun again = machine.Run();
+    ExpectLog(again, WholeLog(StopSection(ApplicationNotFound +
+                                          "Stopping brisko network service x64....stop failed!\n"
+                                          "Stopping hvnetsvc....stop failed!\n"
+                                          "Stopping Corvo....stop failed!\n"
+                                          "Stopping TarselHubService....stop failed!\n"
+                                          "Stopping Tarsel Nimbus Network Service....stopped\n"
+                                          "Stopping Ardex....stopped\n"
+                                          "Stopping Tarsel Metrics Service....stopped\n"
+                                          "Stopping Tarsel Data Relay Service....stopped\n") +
+                              LaterConfigureSection + StartSection(AllStarted)));
     EXPECT_THAT(ServiceStates(machine.Describe()), ElementsAre(Stopped, Stopped, Stopped, Stopped,
                                                                Running, Running, Running, Running));
+    EXPECT_LT(again.duration, 25s);  // what is stopped already is not waited for: 30 s each
 }
 
 TEST(Machine, ARunWithNothingInstalledFailsEverywhereAndGoesOnToTheEnd) {

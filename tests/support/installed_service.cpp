@@ -40,11 +40,17 @@ SERVICE_STATUS_PROCESS Status(SC_HANDLE service) {
     return status;
 }
 
+constexpr int MaxPauses = 2000;  // 10 s
+
+// Wine's service manager has no event for a change of state.
+void Pause() {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+}
+
 // Returns once the service runs, or has failed to.
 void WaitUntilStarted(SC_HANDLE service) {
     while (Status(service).dwCurrentState == SERVICE_START_PENDING) {
-        // Wine's service manager has no event for a change of state.
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        Pause();
     }
 }
 
@@ -91,12 +97,18 @@ InstalledService::InstalledService(std::wstring name, const std::wstring& ways, 
 }
 
 InstalledService::~InstalledService() {
-    const ServiceHandle service = Open(name_);
-    // Deleted first, so that nothing can start it again; it goes when its process has gone, which
-    // cannot be told while it starts.
-    ::DeleteService(service.Get());
-    WaitUntilStarted(service.Get());
-    EndProcess(Status(service.Get()).dwProcessId);
+    {
+        const ServiceHandle service = Open(name_);
+        // Deleted first, so that nothing can start it again; it goes when its process has gone,
+        // which cannot be told while it starts.
+        ::DeleteService(service.Get());
+        WaitUntilStarted(service.Get());
+        EndProcess(Status(service.Get()).dwProcessId);
+    }
+    // The name is free once the service manager, too, has seen that the process has gone.
+    for (int tries = 0; tries < MaxPauses && Open(name_); ++tries) {
+        Pause();
+    }
 }
 
 ServiceDescription InstalledService::Describe() const {

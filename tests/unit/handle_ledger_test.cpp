@@ -76,6 +76,13 @@ void* OpenManager() {
     return ::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
 }
 
+TEST(HandleLedger, NamesAReleaseThatIsRefused) {
+    test::ImportHook<&::CloseHandle> refuse([](HANDLE) { return FALSE; });
+    const HandleLedger ledger;
+    ::CloseHandle(nullptr);
+    EXPECT_THAT(ledger.Findings(), ElementsAre("CloseHandle refused"));
+}
+
 class HandleLedgerKinds : public testing::TestWithParam<LedgerKind> {};
 
 TEST_P(HandleLedgerKinds, NamesWhatIsOpenAndForgetsWhatIsReleased) {
