@@ -57,6 +57,14 @@ std::string Started(const std::filesystem::path& program, const std::string& arg
     return quote + program.string() + quote + " " + arguments;
 }
 
+// Services that were stopped or started are as they were in every other way.
+void ExpectOnlyStatesDiffer(const MachineState& before, const MachineState& after) {
+    for (auto [name, service] : before.services) {
+        service.state = after.services.at(name).state;
+        EXPECT_EQ(after.services.at(name), service) << testing::PrintToString(name);
+    }
+}
+
 void ExpectLog(const FinishedRun& run, const std::string& log) {
     EXPECT_EQ(run.log, log);
     EXPECT_EQ(run.exitCode, 0U);
@@ -75,6 +83,7 @@ TEST(Machine, TheDefaultRunQuitsTheApplicationStopsAllServicesAndStartsWhatIsToR
 
     EXPECT_TRUE(Ended(application, QuitLimit));
     const MachineState after = machine.Describe();
+    ExpectOnlyStatesDiffer(before, after);
     EXPECT_THAT(ServiceStates(after), ElementsAre(Stopped, Stopped, Stopped, Stopped, Running,
                                                   Running, Running, Running));
     EXPECT_THAT(after.applications, ElementsAre(L"BriskoLU.exe"));
@@ -129,9 +138,11 @@ TEST(Machine, TheOptionStopOnlyStops) {
     Machine machine;
     machine.InstallProduct();
     const Utils::KernelHandle application = machine.StartProduct();
+    const MachineState before = machine.Describe();
     ExpectLog(machine.Run(L"/sToP"), WholeLog(StopSection(AskedToQuit + AllServicesStopped)));
     EXPECT_TRUE(Ended(application, QuitLimit));
     const MachineState after = machine.Describe();
+    ExpectOnlyStatesDiffer(before, after);
     EXPECT_THAT(ServiceStates(after), ElementsAre(Stopped, Stopped, Stopped, Stopped, Stopped,
                                                   Stopped, Stopped, Stopped));
     EXPECT_THAT(after.applications, IsEmpty());

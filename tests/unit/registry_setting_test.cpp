@@ -48,9 +48,19 @@ std::optional<RegistryValue> ValueHere() {
 }
 
 // The last one is none that the platform knows.
-constexpr DWORD AllTypes[] = {REG_NONE,  REG_SZ,   REG_EXPAND_SZ,        REG_BINARY,
-                              REG_DWORD, REG_LINK, REG_DWORD_BIG_ENDIAN, REG_MULTI_SZ,
-                              REG_QWORD, 0x1234};
+constexpr DWORD AllTypes[] = {REG_NONE,
+                              REG_SZ,
+                              REG_EXPAND_SZ,
+                              REG_BINARY,
+                              REG_DWORD,
+                              REG_DWORD_BIG_ENDIAN,
+                              REG_LINK,
+                              REG_MULTI_SZ,
+                              REG_RESOURCE_LIST,
+                              REG_FULL_RESOURCE_DESCRIPTOR,
+                              REG_RESOURCE_REQUIREMENTS_LIST,
+                              REG_QWORD,
+                              0x1234};
 constexpr DWORD TextTypes[] = {REG_SZ, REG_EXPAND_SZ};
 
 bool IsText(DWORD type) {
