@@ -13,7 +13,7 @@ std::string Given(const void* pointer) {
     return pointer == nullptr ? "null" : "given";
 }
 
-// How many of the pointers are null.
+// Whether all of the pointers are null.
 std::string AllNull(std::initializer_list<const void*> pointers) {
     const bool all = std::ranges::all_of(pointers, [](const void* pointer) { return !pointer; });
     return all ? "all null" : "not all null";
