@@ -8,6 +8,7 @@
 #include "fs/file_operations.h"
 #include "fs/security_response.h"
 #include "registry/registry_key.h"
+#include "tasks/scheduled_tasks.h"
 
 #include <windows.h>
 
@@ -60,6 +61,7 @@ bool Configure() {
         ConsolePrint("Computing Tarsel HW Bitmask\r\n");
         ConsolePrint("Enabling Features by Tarsel HW Bitmask\r\n");
         ConsolePrint("\r\nScheduling Tasks.....\r\n");
+        ScheduleTasks();  // a task that is missing leaves no machine insecure
     } else {
         std::wstring reason =
             L"Security Vulnerability Securing Directories due to Failure Setting ACLs or Links "

@@ -135,6 +135,31 @@ HandleLedger::HandleLedger()
           Strike(Kind::Com, reinterpret_cast<void*>(comInitialisations_), balanced,
                  "CoUninitialize");
           comInitialisations_ -= balanced ? 1 : 0;
+      }),
+      formatMessage_([this](DWORD flags, LPCVOID source, DWORD message, DWORD language, LPWSTR text,
+                            DWORD size, va_list* arguments) {
+          const DWORD length =
+              formatMessage_.Forward(flags, source, message, language, text, size, arguments);
+          if (length != 0 && (flags & FORMAT_MESSAGE_ALLOCATE_BUFFER) != 0) {
+              Enter(Kind::LocalMemory, *reinterpret_cast<void**>(text), "FormatMessageW");
+          }
+          return length;
+      }),
+      localFree_([this](HLOCAL memory) {
+          const HLOCAL left = localFree_.Forward(memory);
+          Strike(Kind::LocalMemory, memory, left == nullptr, "LocalFree");
+          return left;
+      }),
+      allocateString_([this](const OLECHAR* text) {
+          const BSTR string = allocateString_.Forward(text);
+          if (string != nullptr) {
+              Enter(Kind::String, string, "SysAllocString");
+          }
+          return string;
+      }),
+      freeString_([this](BSTR string) {
+          freeString_.Forward(string);
+          Strike(Kind::String, string, /*released=*/true, "SysFreeString");
       }) {}
 
 void HandleLedger::Enter(Kind kind, void* handle, const char* opener) {

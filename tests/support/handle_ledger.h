@@ -5,11 +5,15 @@
 #include <windows.h>
 
 #include <objbase.h>
+#include <oleauto.h>
 
 #include <map>
 #include <string>
 #include <utility>
 #include <vector>
+
+// The attributes of a function that is hooked have no place in the type of the hook.
+#pragma GCC diagnostic ignored "-Wignored-attributes"
 
 namespace test {
 
@@ -26,7 +30,7 @@ public:
     [[nodiscard]] std::vector<std::string> Findings() const;
 
 private:
-    enum class Kind { RegistryKey, Service, Kernel, Search, EventSource, Com };
+    enum class Kind { RegistryKey, Service, Kernel, Search, EventSource, Com, LocalMemory, String };
 
     void Enter(Kind kind, void* handle, const char* opener);
     void Strike(Kind kind, void* handle, bool released, const char* releaser);
@@ -55,6 +59,10 @@ private:
     ImportHook<&::DeregisterEventSource> deregisterSource_;
     ImportHook<&::CoInitializeEx> initialiseCom_;
     ImportHook<&::CoUninitialize> uninitialiseCom_;
+    ImportHook<&::FormatMessageW> formatMessage_;
+    ImportHook<&::LocalFree> localFree_;
+    ImportHook<&::SysAllocString> allocateString_;
+    ImportHook<&::SysFreeString> freeString_;
 
 public:
     HandleLedger();

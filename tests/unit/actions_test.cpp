@@ -1,5 +1,6 @@
 #include "driver/actions.h"
 
+#include "proc/process.h"
 #include "support/call_log.h"
 #include "support/console_capture.h"
 #include "support/fake_event_log.h"
@@ -84,7 +85,13 @@ constexpr char SecuredConfigureLines[] =
     "\r\nWrite Registry Settings.....\r\n"
     "Computing Tarsel HW Bitmask\r\n"
     "Enabling Features by Tarsel HW Bitmask\r\n"
-    "\r\nScheduling Tasks.....\r\n";
+    "\r\nScheduling Tasks.....\r\n"
+    "   Creating Task Name [VxIdle Task] for Process [";
+constexpr char SecuredConfigureRest[] =
+    "VxIdleTask.exe]....\n"
+    "     ====> SUCCESS\n"
+    "   Deleting Task Name [Tarsel Lumetra Startup Task]....\n"
+    "     ====> SUCCESS\n";
 constexpr char UnsecuredConfigureLines[] =
     "Failure\r\n"
     "\r\n--------------------------\r\n"
@@ -93,13 +100,13 @@ constexpr char UnsecuredConfigureLines[] =
     "Security Vulnerability Securing Directories due to Failure Setting ACLs or Links Detected - "
     "Uninstalling\r\n";
 
-// The four directories can be secured.
+// The four directories can be secured. COM is not initialised, so no task is registered.
 std::string ConfigureSection() {
     std::string section = ConfigureLines;
     for (int directory = 0; directory < 4; ++directory) {
         section += std::string(SecuringLines) + SecuredLines;
     }
-    return section + SecuredConfigureLines;
+    return section + SecuredConfigureLines + test::Narrow(GetOwnDirectory()) + SecuredConfigureRest;
 }
 
 constexpr char StartBanner[] =

@@ -282,7 +282,11 @@ protected:
         "\r\nWrite Registry Settings.....\r\n"
         "Computing Tarsel HW Bitmask\r\n"
         "Enabling Features by Tarsel HW Bitmask\r\n"
-        "\r\nScheduling Tasks.....\r\n";
+        "\r\nScheduling Tasks.....\r\n"
+        "   Creating Task Name [VxIdle Task] for Process [C:\\Own Directory\\VxIdleTask.exe]....\n"
+        "     ====> SUCCESS\n"
+        "   Deleting Task Name [Tarsel Lumetra Startup Task]....\n"
+        "     ====> SUCCESS\n";
 
     bool result = false;
     DWORD securingError = ERROR_SUCCESS;

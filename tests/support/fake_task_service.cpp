@@ -1,0 +1,333 @@
+#include "support/fake_task_service.h"
+
+#include <oleauto.h>
+#include <taskschd.h>
+
+#include <stdexcept>
+
+// The interfaces of COM have no virtual destructor: an object ends itself.
+#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
+
+namespace test {
+
+namespace {
+
+std::string Text(const VARIANT& value) {
+    if (value.vt == VT_ERROR && value.scode == DISP_E_PARAMNOTFOUND) {
+        return "missing";
+    }
+    return value.vt == VT_EMPTY ? "empty" : "of type " + std::to_string(value.vt);
+}
+
+std::string Text(REFIID iid) {
+    wchar_t text[40] = {};
+    ::StringFromGUID2(iid, text, 40);
+    return Narrow(text);
+}
+
+std::string NullOrOther(const void* pointer) {
+    return pointer == nullptr ? "null" : "other";
+}
+
+}  // namespace
+
+// Counts its references with the fake, and ends with the last one.
+template <typename Interface>
+class FakeTaskService::Counted : public Interface {
+public:
+    explicit Counted(FakeTaskService& fake) : fake_(fake) { ++fake_.references_; }
+    Counted(const Counted&) = delete;
+    Counted& operator=(const Counted&) = delete;
+    virtual ~Counted() = default;
+
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
+        const bool known = iid == __uuidof(IUnknown) || iid == __uuidof(Interface);
+        *object = known ? static_cast<Interface*>(this) : nullptr;
+        if (!known) {
+            return E_NOINTERFACE;
+        }
+        AddRef();
+        return S_OK;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override {
+        ++fake_.references_;
+        return ++count_;
+    }
+    ULONG STDMETHODCALLTYPE Release() override {
+        --fake_.references_;
+        const ULONG left = --count_;
+        if (left == 0) {
+            delete this;
+        }
+        return left;
+    }
+
+protected:
+    FakeTaskService& Fake() const { return fake_; }
+
+    template <typename... Arguments>
+    HRESULT Answer(const std::string& call, const Arguments&... arguments) {
+        fake_.calls.Add(call, arguments...);
+        return fake_.Answer(call);
+    }
+
+    // What a call gives that has this answer.
+    template <typename Given, typename Wanted>
+    void Give(const std::string& call, HRESULT answer, Wanted** object) {
+        const bool gives = SUCCEEDED(answer) && !fake_.givesNothing.contains(call);
+        *object = gives ? new Given(fake_) : nullptr;
+    }
+
+private:
+    FakeTaskService& fake_;
+    ULONG count_ = 1;
+};
+
+// An object of the task service. Of its interface it has what the derived class adds; what nobody
+// calls is not implemented.
+template <typename Interface>
+class FakeTaskService::TaskObject : public Counted<Interface>, public ISupportErrorInfo {
+public:
+    using Counted<Interface>::Counted;
+
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
+        if (iid != __uuidof(ISupportErrorInfo)) {
+            return Counted<Interface>::QueryInterface(iid, object);
+        }
+        *object = static_cast<ISupportErrorInfo*>(this);
+        AddRef();
+        return S_OK;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return Counted<Interface>::AddRef(); }
+    ULONG STDMETHODCALLTYPE Release() override { return Counted<Interface>::Release(); }
+
+    HRESULT STDMETHODCALLTYPE InterfaceSupportsErrorInfo(REFIID iid) override {
+        return this->Fake().supportsErrorInfo && iid == __uuidof(Interface) ? S_OK : S_FALSE;
+    }
+
+    HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE Invoke(DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*,
+                                     UINT*) override {
+        return E_NOTIMPL;
+    }
+};
+
+class FakeTaskService::ErrorInfo : public Counted<IErrorInfo> {
+public:
+    using Counted::Counted;
+
+    HRESULT STDMETHODCALLTYPE GetDescription(BSTR* text) override {
+        const std::optional<std::wstring>& description = Fake().description;
+        *text = description ? ::SysAllocString(description->c_str()) : nullptr;
+        return description ? S_OK : E_FAIL;
+    }
+
+    HRESULT STDMETHODCALLTYPE GetGUID(GUID*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetSource(BSTR*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetHelpFile(BSTR*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetHelpContext(DWORD*) override { return E_NOTIMPL; }
+};
+
+// Whoever registers a task only releases what it gets, so it is no more than an object.
+class FakeTaskService::RegisteredTask : public Counted<IUnknown> {
+public:
+    using Counted::Counted;
+};
+
+class FakeTaskService::Definition : public TaskObject<ITaskDefinition> {
+public:
+    using TaskObject::TaskObject;
+
+    HRESULT STDMETHODCALLTYPE put_XmlText(BSTR xml) override {
+        return Answer("put_XmlText", std::wstring(xml));
+    }
+
+    HRESULT STDMETHODCALLTYPE get_RegistrationInfo(IRegistrationInfo**) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE put_RegistrationInfo(IRegistrationInfo*) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE get_Triggers(ITriggerCollection**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE put_Triggers(ITriggerCollection*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE get_Settings(ITaskSettings**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE put_Settings(ITaskSettings*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE get_Data(BSTR*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE put_Data(BSTR) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE get_Principal(IPrincipal**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE put_Principal(IPrincipal*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE get_Actions(IActionCollection**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE put_Actions(IActionCollection*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE get_XmlText(BSTR*) override { return E_NOTIMPL; }
+};
+
+class FakeTaskService::Folder : public TaskObject<ITaskFolder> {
+public:
+    using TaskObject::TaskObject;
+
+    HRESULT STDMETHODCALLTYPE DeleteTask(BSTR name, LONG flags) override {
+        return Answer("DeleteTask", std::wstring(name), flags);
+    }
+    HRESULT STDMETHODCALLTYPE RegisterTaskDefinition(BSTR path, ITaskDefinition* definition,
+                                                     LONG flags, VARIANT user, VARIANT password,
+                                                     TASK_LOGON_TYPE logon, VARIANT sddl,
+                                                     IRegisteredTask** task) override {
+        const std::string call = "RegisterTaskDefinition";
+        const HRESULT answer =
+            Answer(call, std::wstring(path), NullOrOther(definition), flags, Text(user),
+                   Text(password), static_cast<int>(logon), Text(sddl));
+        IUnknown* registered = nullptr;
+        Give<RegisteredTask>(call, answer, &registered);
+        *task = static_cast<IRegisteredTask*>(registered);
+        return answer;
+    }
+
+    HRESULT STDMETHODCALLTYPE get_Name(BSTR*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE get_Path(BSTR*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetFolder(BSTR, ITaskFolder**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetFolders(LONG, ITaskFolderCollection**) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE CreateFolder(BSTR, VARIANT, ITaskFolder**) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE DeleteFolder(BSTR, LONG) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetTask(BSTR, IRegisteredTask**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetTasks(LONG, IRegisteredTaskCollection**) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE RegisterTask(BSTR, BSTR, LONG, VARIANT, VARIANT, TASK_LOGON_TYPE,
+                                           VARIANT, IRegisteredTask**) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE GetSecurityDescriptor(LONG, BSTR*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE SetSecurityDescriptor(BSTR, LONG) override { return E_NOTIMPL; }
+};
+
+class FakeTaskService::Service : public TaskObject<ITaskService> {
+public:
+    explicit Service(FakeTaskService& fake) : TaskObject(fake), runnable_(*this) {}
+
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
+        if (iid == __uuidof(IRunnableObject)) {
+            *object = &runnable_;
+            AddRef();
+            return S_OK;
+        }
+        if (iid != __uuidof(ITaskService)) {
+            return TaskObject::QueryInterface(iid, object);
+        }
+        const HRESULT answer = Answer("QueryInterface");
+        if (FAILED(answer) || Fake().givesNothing.contains("QueryInterface")) {
+            *object = nullptr;
+            return answer;
+        }
+        return TaskObject::QueryInterface(iid, object);
+    }
+
+    HRESULT STDMETHODCALLTYPE Connect(VARIANT server, VARIANT user, VARIANT domain,
+                                      VARIANT password) override {
+        return Answer("Connect", Text(server), Text(user), Text(domain), Text(password));
+    }
+    HRESULT STDMETHODCALLTYPE NewTask(DWORD flags, ITaskDefinition** definition) override {
+        const HRESULT answer = Answer("NewTask", flags);
+        Give<Definition>("NewTask", answer, definition);
+        return answer;
+    }
+    HRESULT STDMETHODCALLTYPE GetFolder(BSTR path, ITaskFolder** folder) override {
+        const HRESULT answer = Answer("GetFolder", std::wstring(path));
+        Give<Folder>("GetFolder", answer, folder);
+        return answer;
+    }
+
+    HRESULT STDMETHODCALLTYPE GetRunningTasks(LONG, IRunningTaskCollection**) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE get_Connected(VARIANT_BOOL*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE get_TargetServer(BSTR*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE get_ConnectedUser(BSTR*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE get_ConnectedDomain(BSTR*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE get_HighestVersion(DWORD*) override { return E_NOTIMPL; }
+
+private:
+    // What the platform runs an object by.
+    class Runnable : public IRunnableObject {
+    public:
+        explicit Runnable(Service& service) : service_(service) {}
+
+        HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
+            return service_.QueryInterface(iid, object);
+        }
+        ULONG STDMETHODCALLTYPE AddRef() override { return service_.AddRef(); }
+        ULONG STDMETHODCALLTYPE Release() override { return service_.Release(); }
+        HRESULT STDMETHODCALLTYPE Run(IBindCtx*) override { return service_.Answer("Run"); }
+
+        HRESULT STDMETHODCALLTYPE GetRunningClass(LPCLSID) override { return E_NOTIMPL; }
+        BOOL STDMETHODCALLTYPE IsRunning() override { return FALSE; }
+        HRESULT STDMETHODCALLTYPE LockRunning(BOOL, BOOL) override { return E_NOTIMPL; }
+        HRESULT STDMETHODCALLTYPE SetContainedObject(BOOL) override { return E_NOTIMPL; }
+
+    private:
+        Service& service_;
+    };
+
+    Runnable runnable_;
+};
+
+class FakeTaskService::Factory : public Counted<IClassFactory> {
+public:
+    using Counted::Counted;
+
+    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID iid, void** object) override {
+        const HRESULT answer = Answer("CreateInstance", NullOrOther(outer));
+        *object = nullptr;
+        if (FAILED(answer)) {
+            return answer;
+        }
+        auto* const service = new Service(Fake());
+        const HRESULT found = service->QueryInterface(iid, object);
+        service->Release();
+        return found;
+    }
+    HRESULT STDMETHODCALLTYPE LockServer(BOOL) override { return S_OK; }
+};
+
+FakeTaskService::FakeTaskService()
+    : create_([this](REFCLSID classId, IUnknown* outer, DWORD context, REFIID iid, void** object) {
+          calls.Add("CoCreateInstance", Text(classId), NullOrOther(outer), context, Text(iid));
+          return create_.Forward(classId, outer, context, iid, object);
+      }) {
+    auto* const factory = new Factory(*this);
+    const HRESULT registered = ::CoRegisterClassObject(
+        __uuidof(TaskScheduler), factory, CLSCTX_INPROC_SERVER, REGCLS_MULTIPLEUSE, &registration_);
+    factory->Release();
+    if (FAILED(registered)) {
+        throw std::runtime_error("COM takes no class object");
+    }
+    ownReferences_ = references_;
+}
+
+FakeTaskService::~FakeTaskService() {
+    ::SetErrorInfo(0, nullptr);
+    ::CoRevokeClassObject(registration_);
+}
+
+HRESULT FakeTaskService::Answer(const std::string& call) {
+    const auto result = results.find(call);
+    if (result == results.end() || SUCCEEDED(result->second)) {
+        return result == results.end() ? S_OK : result->second;
+    }
+    if (leavesErrorInfo) {
+        auto* const info = new ErrorInfo(*this);
+        ::SetErrorInfo(0, info);
+        info->Release();
+    }
+    ::SetLastError(lastError);
+    return result->second;
+}
+
+}  // namespace test

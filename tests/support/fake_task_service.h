@@ -1,0 +1,74 @@
+#pragma once
+
+#include "support/call_log.h"
+#include "support/import_hook.h"
+
+#include <windows.h>
+
+#include <objbase.h>
+
+#include <cstddef>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+
+namespace test {
+
+// Takes the place of the task service: objects of its own, which COM gives out for the real one's
+// class while it lives. Answers as it is set, enters each call with its arguments in a log, and
+// counts the references to its objects. COM must be initialised.
+class FakeTaskService {
+public:
+    FakeTaskService();
+    FakeTaskService(const FakeTaskService&) = delete;
+    FakeTaskService& operator=(const FakeTaskService&) = delete;
+    ~FakeTaskService();
+
+    // What a call answers in place of S_OK, by its name: CreateInstance, Run, QueryInterface (for
+    // the service's interface), Connect, NewTask, put_XmlText, GetFolder, RegisterTaskDefinition,
+    // DeleteTask.
+    std::map<std::string, HRESULT> results;
+
+    // The calls that succeed and give no object.
+    std::set<std::string> givesNothing;
+
+    // What a method that fails leaves for its caller: nothing, or an error object with this
+    // description.
+    bool leavesErrorInfo = false;
+    std::optional<std::wstring> description;
+
+    // Whether the objects say that they leave error objects.
+    bool supportsErrorInfo = true;
+
+    // What a method that fails sets as the thread's last error.
+    DWORD lastError = 0;
+
+    CallLog calls;
+
+    // How many references to the objects there are, but for the platform's own.
+    [[nodiscard]] std::size_t References() const { return references_ - ownReferences_; }
+
+private:
+    template <typename Interface>
+    class Counted;
+    template <typename Interface>
+    class TaskObject;
+    class Factory;
+    class Service;
+    class Definition;
+    class Folder;
+    class RegisteredTask;
+    class ErrorInfo;
+
+    // The answer to a call, with what a failing one leaves behind.
+    HRESULT Answer(const std::string& call);
+
+    std::size_t references_ = 0;
+    std::size_t ownReferences_ = 0;
+    DWORD registration_ = 0;
+
+    ImportHook<&::CoCreateInstance> create_;
+};
+
+}  // namespace test
