@@ -2,9 +2,14 @@
 
 #include "machine/machine.h"
 
+#include <algorithm>
+
 namespace test {
 
 namespace {
+
+// Stands for a line end of a line feed alone until WholeLog makes its byte of it.
+constexpr char BareLineEnd = '\v';
 
 // An item with its verdict.
 std::string Item(const std::string& text, bool success) {
@@ -33,7 +38,16 @@ std::string WholeLog(std::string_view sections) {
     std::string log;
     for (const char character :
          "\nFIRST RUN - START\n\n" + std::string(sections) + "\n\nFIRST RUN - FINISHED\n") {
-        log += character == '\n' ? "\r\n" : std::string(1, character);
+        switch (character) {
+            case '\n':
+                log += "\r\n";
+                break;
+            case BareLineEnd:
+                log += '\n';
+                break;
+            default:
+                log += character;
+        }
     }
     return log;
 }
@@ -156,11 +170,24 @@ std::string SecuredDirectories(bool firstTime) {
            Securing({.directory = ActivityLogDirectory, .created = firstTime});
 }
 
-const std::string RestOfConfigure =
+const std::string SettingsAndHardware =
     "\nWrite Registry Settings.....\n"
     "Computing Tarsel HW Bitmask\n"
-    "Enabling Features by Tarsel HW Bitmask\n"
-    "\nScheduling Tasks.....\n";
+    "Enabling Features by Tarsel HW Bitmask\n";
+
+std::string ScheduledTasks(const TasksOf& tasks) {
+    const std::string lines = "   Creating Task Name [VxIdle Task] for Process [" +
+                              tasks.directory + "\\VxIdleTask.exe]....\n" + tasks.creationError +
+                              "     ====> " + (tasks.creationError.empty() ? "SUCCESS" : "FAILED") +
+                              "\n   Deleting Task Name [Tarsel Lumetra Startup Task]....\n" +
+                              tasks.deletionError + "     ====> " +
+                              (tasks.deletionFails ? "FAILED" : "SUCCESS") + "\n";
+    std::string section = lines;
+    std::ranges::replace(section, '\n', BareLineEnd);
+    return "\nScheduling Tasks.....\n" + section;
+}
+
+const std::string RestOfConfigure = SettingsAndHardware + ScheduledTasks({});
 
 const std::string FirstConfigureSection =
     DeletedSettings(true) + FilesOfAFirstInstallation + SecuredDirectories(true) + RestOfConfigure;

@@ -58,7 +58,23 @@ extern const std::string ActivityLogDirectory;
 // image cache and the activity log: both the first time.
 std::string SecuredDirectories(bool firstTime);
 
-// What follows on secured directories.
+// What stands between the securing and the scheduled tasks.
+extern const std::string SettingsAndHardware;
+
+// How the scheduled tasks fare in a program directory.
+struct TasksOf {
+    std::string directory = "C:\\Program Files\\Tarsel\\Lumetra";
+    std::string creationError{};  // its line, if it fails
+    std::string deletionError =   // its line; there most often is no task to delete
+        "     ====> DeleteScheduledTask:[ERROR] Tarsel Lumetra Startup Task GetLastError "
+        "0x00000000\n";
+    bool deletionFails = false;
+};
+
+// Their lines, which end in a bare line feed, with the heading.
+std::string ScheduledTasks(const TasksOf& tasks);
+
+// All that follows on secured directories, in the product's program directory.
 extern const std::string RestOfConfigure;
 
 // The whole section of a first installation, of a later one, and of a machine that has nothing of

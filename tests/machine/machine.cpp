@@ -39,6 +39,11 @@ constexpr wchar_t ParametersKey[] =
     L"SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service\\Parameters";
 constexpr wchar_t StaleKey[] = L"SOFTWARE\\Halvane\\SAP";
 constexpr wchar_t StaleVendorKey[] = L"SOFTWARE\\Halvane";
+constexpr wchar_t TaskServiceKey[] =
+    L"SOFTWARE\\Classes\\CLSID\\{0F87369F-A4E5-4CFC-BD3E-73E6154572DD}";
+constexpr wchar_t TaskServiceServerKey[] =
+    L"SOFTWARE\\Classes\\CLSID\\{0F87369F-A4E5-4CFC-BD3E-73E6154572DD}\\InprocServer32";
+constexpr wchar_t TaskServiceLibrary[] = L"stand_in_task_service.dll";
 constexpr wchar_t ShippedFiles[][9] = {L"user.xml", L"oem.xml", L"vx.stg"};
 constexpr DWORD RunLimitMs = 180'000;   // no run lasts so long
 constexpr DWORD ReadyLimitMs = 30'000;  // no stand-in needs so long to be ready
@@ -137,6 +142,41 @@ std::map<std::wstring, std::string> ReadDataFiles() {
     return files;
 }
 
+std::vector<std::string> ReadLines(const std::filesystem::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(file, line);) {
+        line.pop_back();  // the carriage return
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+std::filesystem::path TaskDirectory() {
+    return FromEnvironment(L"systemroot") / L"system32\\tasks";
+}
+
+std::vector<std::wstring> ReadTasks() {
+    std::vector<std::wstring> tasks;
+    std::error_code none;  // no such directory, no tasks
+    for (const auto& entry : std::filesystem::directory_iterator(TaskDirectory(), none)) {
+        if (entry.is_regular_file()) {
+            tasks.push_back(entry.path().filename());
+        }
+    }
+    std::ranges::sort(tasks);
+    return tasks;
+}
+
+// The library that has the task service's object.
+void SetTaskServiceLibrary(const std::filesystem::path& library) {
+    const std::wstring path = library;
+    ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, TaskServiceServerKey, nullptr, REG_SZ, path.c_str(),
+                      static_cast<DWORD>((path.size() + 1) * sizeof(wchar_t)));
+    ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, TaskServiceServerKey, L"ThreadingModel", REG_SZ, L"Both",
+                      sizeof(L"Both"));
+}
+
 bool StaleKeyExists() {
     return Utils::RegistryKey().Open(HKEY_LOCAL_MACHINE, StaleKey, KEY_READ) == ERROR_SUCCESS;
 }
@@ -183,6 +223,8 @@ std::map<std::wstring, std::wstring> ReadSettings() {
 Machine::Machine(std::filesystem::path programDirectory) : directory_(std::move(programDirectory)) {
     std::filesystem::create_directories(directory_);
     std::filesystem::copy_file(BesideThisProgram(L"Finaset.exe"), directory_ / L"Finaset.exe");
+    InstallProgram(TaskServiceLibrary, TaskServiceLibrary);
+    SetTaskServiceLibrary(directory_ / TaskServiceLibrary);
 }
 
 Machine::~Machine() {
@@ -191,6 +233,9 @@ Machine::~Machine() {
         EndProcess(id);
     }
     std::error_code ignored;  // a leftover shows in the next machine's constructor
+    for (const std::wstring& task : ReadTasks()) {
+        std::filesystem::remove(TaskDirectory() / task, ignored);
+    }
     std::filesystem::remove_all(directory_, ignored);
     std::filesystem::remove_all(DriverDirectory().parent_path(), ignored);
     std::filesystem::remove_all(DataDirectory(), ignored);
@@ -240,6 +285,23 @@ InstalledService& Machine::InstallService(const std::wstring& name, const std::w
 
 void Machine::RemoveService(const std::wstring& name) {
     services_.erase(name);
+}
+
+void Machine::DisconnectTaskService() {
+    // Wine's own takes the program's request for one to another machine.
+    SetTaskServiceLibrary(FromEnvironment(L"systemroot") / L"system32\\taskschd.dll");
+}
+
+void Machine::RemoveTaskService() {
+    ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, TaskServiceKey);
+}
+
+void Machine::ScheduleTask(const std::wstring& name) {
+    WriteFile(TaskDirectory() / name, "");
+}
+
+std::vector<std::string> Machine::TaskDefinitions() const {
+    return ReadLines(directory_ / (std::wstring(TaskServiceLibrary) + L".definitions"));
 }
 
 KernelHandle Machine::StartProduct() {
@@ -327,6 +389,7 @@ MachineState Machine::Describe() const {
     state.settings = ReadSettings();
     state.dataFiles = ReadDataFiles();
     state.staleKey = StaleKeyExists();
+    state.tasks = ReadTasks();
     return state;
 }
 
@@ -340,13 +403,7 @@ std::vector<std::string> Machine::StartsOf(const std::wstring& fileName) const {
     for (auto [name, last] = running.equal_range(fileName); name != last; ++name) {
         WaitUntilReady(name->second);
     }
-    std::ifstream file(directory_ / (fileName + L".started"), std::ios::binary);
-    std::vector<std::string> starts;
-    for (std::string line; std::getline(file, line);) {
-        line.pop_back();  // the carriage return
-        starts.push_back(line);
-    }
-    return starts;
+    return ReadLines(directory_ / (fileName + L".started"));
 }
 
 std::filesystem::path Machine::DriverDirectory() {

@@ -32,6 +32,7 @@ struct MachineState {
     std::map<std::wstring, std::wstring> settings;  // of the service's Parameters key, as text
     std::map<std::wstring, std::string> dataFiles;  // below the product's data, with their content
     bool staleKey = false;                          // the key that a run removes
+    std::vector<std::wstring> tasks;                // the scheduled ones, by name, sorted
 };
 
 // The machine that this program runs on, with the product on it: the shipping program, and small
@@ -56,6 +57,16 @@ public:
     void WriteStaleSettings();
     InstalledService& InstallService(const std::wstring& name, const std::wstring& ways = {});
     void RemoveService(const std::wstring& name);
+
+    // Puts the task service out of reach, or takes its object away.
+    static void DisconnectTaskService();
+    static void RemoveTaskService();
+
+    // Schedules a task that does nothing.
+    static void ScheduleTask(const std::wstring& name);
+
+    // The definitions of the tasks that were registered, in order.
+    [[nodiscard]] std::vector<std::string> TaskDefinitions() const;
 
     // Everything that runs on a machine in use: all services, and the application with its window,
     // whose process is returned.

@@ -90,6 +90,7 @@ TEST(Machine, TheDefaultRunQuitsTheApplicationStopsAllServicesAndStartsWhatIsToR
     EXPECT_EQ(after.settings, (std::map<std::wstring, std::wstring>{{L"FirstRun", L"0"}}));
     EXPECT_FALSE(after.staleKey);
     EXPECT_EQ(after.dataFiles, ShippedConfiguration());
+    EXPECT_THAT(after.tasks, ElementsAre(L"VxIdle Task"));
     EXPECT_THAT(machine.StartsOf(L"Quitline.exe"),
                 ElementsAre("Quitline.exe Tarsel\u00AE Lumetra"));
     EXPECT_THAT(machine.StartsOf(L"BriskoLU.exe"),
@@ -387,8 +388,11 @@ TEST(Machine, AProgramDirectoryWithManyBlanksServes) {
     Machine machine(L"C:\\A place  with\\many blanks in it");
     machine.InstallProduct();
     const Utils::KernelHandle application = machine.StartProduct();
-    ExpectLog(machine.Run(), WholeLog(StopSection(AskedToQuit + AllServicesStopped) +
-                                      FirstConfigureSection + StartSection(AllStarted)));
+    ExpectLog(machine.Run(),
+              WholeLog(StopSection(AskedToQuit + AllServicesStopped) + DeletedSettings(true) +
+                       FilesOfAFirstInstallation + SecuredDirectories(true) + SettingsAndHardware +
+                       ScheduledTasks({.directory = machine.ProgramDirectory().string()}) +
+                       StartSection(AllStarted)));
     EXPECT_TRUE(Ended(application, QuitLimit));
     EXPECT_THAT(machine.StartsOf(L"BriskoLU.exe"),
                 ElementsAre(Started(machine.ProgramDirectory() / L"BriskoLU.exe", "-u")));

@@ -1,12 +1,11 @@
 #include "support/fake_task_service.h"
 
+#include "support/com_object.h"
+
 #include <oleauto.h>
 #include <taskschd.h>
 
 #include <stdexcept>
-
-// The interfaces of COM have no virtual destructor: an object ends itself.
-#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
 
 namespace test {
 
@@ -31,35 +30,19 @@ std::string NullOrOther(const void* pointer) {
 
 }  // namespace
 
-// Counts its references with the fake, and ends with the last one.
-template <typename Interface>
-class FakeTaskService::Counted : public Interface {
+// Its references count with the fake's.
+template <typename Base, typename Interface>
+class FakeTaskService::Counted : public ComObject<Base, Interface> {
 public:
     explicit Counted(FakeTaskService& fake) : fake_(fake) { ++fake_.references_; }
-    Counted(const Counted&) = delete;
-    Counted& operator=(const Counted&) = delete;
-    virtual ~Counted() = default;
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-        const bool known = iid == __uuidof(IUnknown) || iid == __uuidof(Interface);
-        *object = known ? static_cast<Interface*>(this) : nullptr;
-        if (!known) {
-            return E_NOINTERFACE;
-        }
-        AddRef();
-        return S_OK;
-    }
     ULONG STDMETHODCALLTYPE AddRef() override {
         ++fake_.references_;
-        return ++count_;
+        return ComObject<Base, Interface>::AddRef();
     }
     ULONG STDMETHODCALLTYPE Release() override {
         --fake_.references_;
-        const ULONG left = --count_;
-        if (left == 0) {
-            delete this;
-        }
-        return left;
+        return ComObject<Base, Interface>::Release();
     }
 
 protected:
@@ -80,43 +63,31 @@ protected:
 
 private:
     FakeTaskService& fake_;
-    ULONG count_ = 1;
 };
 
-// An object of the task service. Of its interface it has what the derived class adds; what nobody
-// calls is not implemented.
-template <typename Interface>
-class FakeTaskService::TaskObject : public Counted<Interface>, public ISupportErrorInfo {
+// An object of the task service, which says whether it leaves error objects.
+template <typename Stub, typename Interface>
+class FakeTaskService::TaskObject : public Counted<Stub, Interface>, public ISupportErrorInfo {
 public:
-    using Counted<Interface>::Counted;
+    using Counted<Stub, Interface>::Counted;
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
         if (iid != __uuidof(ISupportErrorInfo)) {
-            return Counted<Interface>::QueryInterface(iid, object);
+            return Counted<Stub, Interface>::QueryInterface(iid, object);
         }
         *object = static_cast<ISupportErrorInfo*>(this);
         AddRef();
         return S_OK;
     }
-    ULONG STDMETHODCALLTYPE AddRef() override { return Counted<Interface>::AddRef(); }
-    ULONG STDMETHODCALLTYPE Release() override { return Counted<Interface>::Release(); }
+    ULONG STDMETHODCALLTYPE AddRef() override { return Counted<Stub, Interface>::AddRef(); }
+    ULONG STDMETHODCALLTYPE Release() override { return Counted<Stub, Interface>::Release(); }
 
     HRESULT STDMETHODCALLTYPE InterfaceSupportsErrorInfo(REFIID iid) override {
         return this->Fake().supportsErrorInfo && iid == __uuidof(Interface) ? S_OK : S_FALSE;
     }
-
-    HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE Invoke(DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*,
-                                     UINT*) override {
-        return E_NOTIMPL;
-    }
 };
 
-class FakeTaskService::ErrorInfo : public Counted<IErrorInfo> {
+class FakeTaskService::ErrorInfo : public Counted<IErrorInfo, IErrorInfo> {
 public:
     using Counted::Counted;
 
@@ -133,39 +104,21 @@ public:
 };
 
 // Whoever registers a task only releases what it gets, so it is no more than an object.
-class FakeTaskService::RegisteredTask : public Counted<IUnknown> {
+class FakeTaskService::RegisteredTask : public Counted<IUnknown, IUnknown> {
 public:
     using Counted::Counted;
 };
 
-class FakeTaskService::Definition : public TaskObject<ITaskDefinition> {
+class FakeTaskService::Definition : public TaskObject<TaskDefinitionStub, ITaskDefinition> {
 public:
     using TaskObject::TaskObject;
 
     HRESULT STDMETHODCALLTYPE put_XmlText(BSTR xml) override {
         return Answer("put_XmlText", std::wstring(xml));
     }
-
-    HRESULT STDMETHODCALLTYPE get_RegistrationInfo(IRegistrationInfo**) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE put_RegistrationInfo(IRegistrationInfo*) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE get_Triggers(ITriggerCollection**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE put_Triggers(ITriggerCollection*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE get_Settings(ITaskSettings**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE put_Settings(ITaskSettings*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE get_Data(BSTR*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE put_Data(BSTR) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE get_Principal(IPrincipal**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE put_Principal(IPrincipal*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE get_Actions(IActionCollection**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE put_Actions(IActionCollection*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE get_XmlText(BSTR*) override { return E_NOTIMPL; }
 };
 
-class FakeTaskService::Folder : public TaskObject<ITaskFolder> {
+class FakeTaskService::Folder : public TaskObject<TaskFolderStub, ITaskFolder> {
 public:
     using TaskObject::TaskObject;
 
@@ -185,30 +138,9 @@ public:
         *task = static_cast<IRegisteredTask*>(registered);
         return answer;
     }
-
-    HRESULT STDMETHODCALLTYPE get_Name(BSTR*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE get_Path(BSTR*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetFolder(BSTR, ITaskFolder**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetFolders(LONG, ITaskFolderCollection**) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE CreateFolder(BSTR, VARIANT, ITaskFolder**) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE DeleteFolder(BSTR, LONG) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetTask(BSTR, IRegisteredTask**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetTasks(LONG, IRegisteredTaskCollection**) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE RegisterTask(BSTR, BSTR, LONG, VARIANT, VARIANT, TASK_LOGON_TYPE,
-                                           VARIANT, IRegisteredTask**) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE GetSecurityDescriptor(LONG, BSTR*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE SetSecurityDescriptor(BSTR, LONG) override { return E_NOTIMPL; }
 };
 
-class FakeTaskService::Service : public TaskObject<ITaskService> {
+class FakeTaskService::Service : public TaskObject<TaskServiceStub, ITaskService> {
 public:
     explicit Service(FakeTaskService& fake) : TaskObject(fake), runnable_(*this) {}
 
@@ -244,15 +176,6 @@ public:
         return answer;
     }
 
-    HRESULT STDMETHODCALLTYPE GetRunningTasks(LONG, IRunningTaskCollection**) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE get_Connected(VARIANT_BOOL*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE get_TargetServer(BSTR*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE get_ConnectedUser(BSTR*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE get_ConnectedDomain(BSTR*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE get_HighestVersion(DWORD*) override { return E_NOTIMPL; }
-
 private:
     // What the platform runs an object by.
     class Runnable : public IRunnableObject {
@@ -278,7 +201,7 @@ private:
     Runnable runnable_;
 };
 
-class FakeTaskService::Factory : public Counted<IClassFactory> {
+class FakeTaskService::Factory : public Counted<IClassFactory, IClassFactory> {
 public:
     using Counted::Counted;
 

@@ -50,9 +50,9 @@ public:
     [[nodiscard]] std::size_t References() const { return references_ - ownReferences_; }
 
 private:
-    template <typename Interface>
+    template <typename Base, typename Interface>
     class Counted;
-    template <typename Interface>
+    template <typename Stub, typename Interface>
     class TaskObject;
     class Factory;
     class Service;

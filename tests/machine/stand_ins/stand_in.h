@@ -32,22 +32,25 @@ inline void SayReady() {
     ::SetEvent(ReadyEvent(::GetCurrentProcessId()));  // and keep the handle
 }
 
-// Appends the command line in UTF-8, and a line end, to the file that is named like the program
-// with
-// ".started" behind it.
+// Appends the text in UTF-8, and a line end, to a file.
+inline void AppendLine(const std::wstring& path, const std::wstring& text) {
+    const std::wstring line = text + L"\r\n";
+    char bytes[4096];
+    const int length = ::WideCharToMultiByte(CP_UTF8, 0, line.data(), static_cast<int>(line.size()),
+                                             bytes, sizeof(bytes), nullptr, nullptr);
+    const HANDLE file =
+        ::CreateFileW(path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                      OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    DWORD written = 0;
+    ::WriteFile(file, bytes, static_cast<DWORD>(length), &written, nullptr);
+    ::CloseHandle(file);
+}
+
+// Appends the command line to the file that is named like the program with ".started" behind it.
 inline void RecordStart() {
     wchar_t path[MAX_PATH] = {};
     ::GetModuleFileNameW(nullptr, path, MAX_PATH);
-    const std::wstring line = std::wstring(::GetCommandLineW()) + L"\r\n";
-    char text[4096];
-    const int length = ::WideCharToMultiByte(CP_UTF8, 0, line.data(), static_cast<int>(line.size()),
-                                             text, sizeof(text), nullptr, nullptr);
-    const HANDLE file = ::CreateFileW((std::wstring(path) + L".started").c_str(), FILE_APPEND_DATA,
-                                      FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
-                                      FILE_ATTRIBUTE_NORMAL, nullptr);
-    DWORD written = 0;
-    ::WriteFile(file, text, static_cast<DWORD>(length), &written, nullptr);
-    ::CloseHandle(file);
+    AppendLine(std::wstring(path) + L".started", ::GetCommandLineW());
     SayReady();
 }
 

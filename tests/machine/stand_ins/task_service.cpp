@@ -1,0 +1,133 @@
+// The task service, as a Windows machine has it: Wine's own, but for what that cannot do. It takes
+// a connection with missing arguments for one to another machine, and forgets a task's action; so
+// this translates the one, and appends the definition of each task to the file that is named like
+// this library with ".definitions" behind it.
+
+#include "stand_in.h"
+#include "support/com_object.h"
+
+#include <windows.h>
+
+#include <oleauto.h>
+#include <taskschd.h>
+
+#include <string>
+
+namespace {
+
+// Wine's objects, each owned by the one of this library that stands before it.
+template <typename Interface>
+class Inner {
+public:
+    explicit Inner(Interface* object) : object_(object) {}
+    Inner(const Inner&) = delete;
+    Inner& operator=(const Inner&) = delete;
+    ~Inner() { object_->Release(); }
+    Interface* operator->() const { return object_; }
+
+private:
+    Interface* object_;
+};
+
+std::wstring OwnPath() {
+    HMODULE own = nullptr;
+    ::GetModuleHandleExW(
+        GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+        reinterpret_cast<const wchar_t*>(&OwnPath), &own);
+    wchar_t path[MAX_PATH] = {};
+    ::GetModuleFileNameW(own, path, MAX_PATH);
+    return path;
+}
+
+class Definition : public test::ComObject<test::TaskDefinitionStub, ITaskDefinition> {
+public:
+    explicit Definition(ITaskDefinition* inner) : inner_(inner) {}
+
+    HRESULT STDMETHODCALLTYPE put_XmlText(BSTR xml) override {
+        stand_in::AppendLine(OwnPath() + L".definitions", xml);
+        return inner_->put_XmlText(xml);
+    }
+    HRESULT STDMETHODCALLTYPE get_XmlText(BSTR* xml) override { return inner_->get_XmlText(xml); }
+
+private:
+    Inner<ITaskDefinition> inner_;
+};
+
+class Service : public test::ComObject<test::TaskServiceStub, ITaskService> {
+public:
+    explicit Service(ITaskService* inner) : inner_(inner) {}
+
+    HRESULT STDMETHODCALLTYPE Connect(VARIANT server, VARIANT user, VARIANT domain,
+                                      VARIANT password) override {
+        for (VARIANT* argument : {&server, &user, &domain, &password}) {
+            if (argument->vt == VT_ERROR && argument->scode == DISP_E_PARAMNOTFOUND) {
+                *argument = {};
+            }
+        }
+        return inner_->Connect(server, user, domain, password);
+    }
+    HRESULT STDMETHODCALLTYPE NewTask(DWORD flags, ITaskDefinition** definition) override {
+        const HRESULT result = inner_->NewTask(flags, definition);
+        if (SUCCEEDED(result)) {
+            *definition = new Definition(*definition);
+        }
+        return result;
+    }
+    HRESULT STDMETHODCALLTYPE GetFolder(BSTR path, ITaskFolder** folder) override {
+        return inner_->GetFolder(path, folder);
+    }
+
+private:
+    Inner<ITaskService> inner_;
+};
+
+// Wine's own service object.
+HRESULT CreateInner(ITaskService** service) {
+    const HMODULE library =
+        ::LoadLibraryExW(L"taskschd.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
+    const auto getClassObject = reinterpret_cast<decltype(&::DllGetClassObject)>(
+        reinterpret_cast<void*>(::GetProcAddress(library, "DllGetClassObject")));
+    IClassFactory* factory = nullptr;
+    HRESULT result = getClassObject(__uuidof(TaskScheduler), __uuidof(IClassFactory),
+                                    reinterpret_cast<void**>(&factory));
+    if (SUCCEEDED(result)) {
+        result = factory->CreateInstance(nullptr, __uuidof(ITaskService),
+                                         reinterpret_cast<void**>(service));
+        factory->Release();
+    }
+    return result;
+}
+
+class Factory : public test::ComObject<IClassFactory> {
+public:
+    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID iid, void** object) override {
+        *object = nullptr;
+        ITaskService* inner = nullptr;
+        const HRESULT result = outer != nullptr ? CLASS_E_NOAGGREGATION : CreateInner(&inner);
+        if (FAILED(result)) {
+            return result;
+        }
+        auto* const service = new Service(inner);
+        const HRESULT found = service->QueryInterface(iid, object);
+        service->Release();
+        return found;
+    }
+    HRESULT STDMETHODCALLTYPE LockServer(BOOL) override { return S_OK; }
+};
+
+}  // namespace
+
+STDAPI DllGetClassObject(REFCLSID classId, REFIID iid, void** object) {
+    *object = nullptr;
+    if (classId != __uuidof(TaskScheduler)) {
+        return CLASS_E_CLASSNOTAVAILABLE;
+    }
+    auto* const factory = new Factory;
+    const HRESULT found = factory->QueryInterface(iid, object);
+    factory->Release();
+    return found;
+}
+
+STDAPI DllCanUnloadNow() {
+    return S_FALSE;
+}
