@@ -51,6 +51,7 @@ protected:
     template <typename... Arguments>
     HRESULT Answer(const std::string& call, const Arguments&... arguments) {
         fake_.calls.Add(call, arguments...);
+        fake_.lastCalled_ = static_cast<Interface*>(this);
         return fake_.Answer(call);
     }
 
@@ -83,7 +84,10 @@ public:
     ULONG STDMETHODCALLTYPE Release() override { return Counted<Stub, Interface>::Release(); }
 
     HRESULT STDMETHODCALLTYPE InterfaceSupportsErrorInfo(REFIID iid) override {
-        return this->Fake().supportsErrorInfo && iid == __uuidof(Interface) ? S_OK : S_FALSE;
+        const bool supported =
+            this->Fake().supportsErrorInfo && iid == __uuidof(Interface) &&
+            this->Fake().lastCalled_ == static_cast<IUnknown*>(static_cast<Interface*>(this));
+        return supported ? S_OK : S_FALSE;
     }
 };
 

@@ -38,7 +38,7 @@ public:
     bool leavesErrorInfo = false;
     std::optional<std::wstring> description;
 
-    // Whether the objects say that they leave error objects.
+    // Whether an object that was called last says that it leaves error objects.
     bool supportsErrorInfo = true;
 
     // What a method that fails sets as the thread's last error.
@@ -66,6 +66,7 @@ private:
 
     std::size_t references_ = 0;
     std::size_t ownReferences_ = 0;
+    const IUnknown* lastCalled_ = nullptr;
     DWORD registration_ = 0;
 
     ImportHook<&::CoCreateInstance> create_;
