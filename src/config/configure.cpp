@@ -20,22 +20,6 @@ namespace {
 
 constexpr std::size_t BannerDashes = 55;
 
-bool WriteSetting(const RegistrySetting& setting) {
-    if (setting.root == nullptr) {
-        return false;
-    }
-    switch (setting.type) {
-        case REG_SZ:
-            return SetStringSetting(setting.root, setting.keyPath, setting.valueName,
-                                    setting.text.c_str(), setting.view32);
-        case REG_DWORD:
-            return SetDwordSetting(setting.root, setting.keyPath, setting.valueName, setting.number,
-                                   setting.view32);
-        default:
-            return false;
-    }
-}
-
 // Nothing is said of the outcome.
 void ClearFirstRunMarker() {
     SetDwordSetting(HKEY_LOCAL_MACHINE, ServiceParametersKey, ServiceParameter::FirstRun, 0,

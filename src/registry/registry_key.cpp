@@ -1,5 +1,7 @@
 #include "registry/registry_key.h"
 
+#include "shared/find_function.h"
+
 #include <utility>
 
 namespace Utils {
@@ -12,10 +14,7 @@ constexpr DWORD KeyNameCapacity = 256;  // a key's name has at most 255 characte
 // A function that not every system has, or null.
 template <typename Function>
 Function* FindAdvapiFunction(const char* name) {
-    const HMODULE module = ::GetModuleHandleW(L"Advapi32.dll");
-    return module == nullptr ? nullptr
-                             : reinterpret_cast<Function*>(
-                                   reinterpret_cast<void*>(::GetProcAddress(module, name)));
+    return FindFunction<Function>(::GetModuleHandleW(L"Advapi32.dll"), name);
 }
 
 }  // namespace

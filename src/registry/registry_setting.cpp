@@ -105,6 +105,22 @@ bool SetStringSetting(HKEY root, const std::wstring& keyPath, const std::wstring
     return SetValue(root, keyPath, valueName, REG_SZ, text, bytes, view32);
 }
 
+bool WriteSetting(const RegistrySetting& setting) {
+    if (setting.root == nullptr) {
+        return false;
+    }
+    switch (setting.type) {
+        case REG_SZ:
+            return SetStringSetting(setting.root, setting.keyPath, setting.valueName,
+                                    setting.text.c_str(), setting.view32);
+        case REG_DWORD:
+            return SetDwordSetting(setting.root, setting.keyPath, setting.valueName, setting.number,
+                                   setting.view32);
+        default:
+            return false;
+    }
+}
+
 bool DeleteSetting(const RegistrySetting& setting) {
     if (setting.root == nullptr) {
         return false;

@@ -37,6 +37,10 @@ bool SetDwordSetting(HKEY root, const std::wstring& keyPath, const std::wstring&
 bool SetStringSetting(HKEY root, const std::wstring& keyPath, const std::wstring& valueName,
                       const wchar_t* text, bool view32);
 
+// Writes the record's value. Returns whether it is written: not if the record has no root, or a
+// type that is not one of its two.
+bool WriteSetting(const RegistrySetting& setting);
+
 // Deletes the record's value, or the whole key if it names no value. Returns whether that was done.
 bool DeleteSetting(const RegistrySetting& setting);
 
