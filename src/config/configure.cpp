@@ -7,6 +7,8 @@
 #include "fs/directory_security.h"
 #include "fs/file_operations.h"
 #include "fs/security_response.h"
+#include "hw/adapter_bitmask.h"
+#include "hw/features.h"
 #include "registry/registry_key.h"
 #include "tasks/scheduled_tasks.h"
 
@@ -43,7 +45,9 @@ bool Configure() {
         ConsolePrint("\r\nWrite Registry Settings.....\r\n");
         WriteSettings(WriteList);
         ConsolePrint("Computing Tarsel HW Bitmask\r\n");
+        g_hardwareBitmask = ComputeHardwareBitmask(L"Tarsel_HWConfigDefault", L"Tarsel_HWConfig");
         ConsolePrint("Enabling Features by Tarsel HW Bitmask\r\n");
+        EnableFeaturesByBitmask();
         ConsolePrint("\r\nScheduling Tasks.....\r\n");
         ScheduleTasks();  // a task that is missing leaves no machine insecure
     } else {

@@ -67,10 +67,17 @@ struct EventSourcePolicy {
     static void Release(Handle handle) noexcept { ::DeregisterEventSource(handle); }
 };
 
+struct LibraryPolicy {
+    using Handle = HMODULE;
+    static constexpr Handle None = nullptr;
+    static void Release(Handle handle) noexcept { ::FreeLibrary(handle); }
+};
+
 using KernelHandle = Owner<KernelHandlePolicy>;    // process, thread, token
 using ServiceHandle = Owner<ServiceHandlePolicy>;  // service manager, service
 using FileHandle = Owner<FileHandlePolicy>;
 using SearchHandle = Owner<SearchHandlePolicy>;
 using EventSource = Owner<EventSourcePolicy>;
+using Library = Owner<LibraryPolicy>;
 
 }  // namespace Utils

@@ -122,6 +122,18 @@ HandleLedger::HandleLedger()
           Strike(Kind::EventSource, handle, closed != FALSE, "DeregisterEventSource");
           return closed;
       }),
+      loadLibrary_([this](LPCWSTR name, HANDLE file, DWORD flags) {
+          const HMODULE library = loadLibrary_.Forward(name, file, flags);
+          if (library != nullptr) {
+              Enter(Kind::Library, library, "LoadLibraryExW");
+          }
+          return library;
+      }),
+      freeLibrary_([this](HMODULE library) {
+          const BOOL freed = freeLibrary_.Forward(library);
+          Strike(Kind::Library, library, freed != FALSE, "FreeLibrary");
+          return freed;
+      }),
       initialiseCom_([this](LPVOID reserved, DWORD model) {
           const HRESULT result = initialiseCom_.Forward(reserved, model);
           if (SUCCEEDED(result)) {

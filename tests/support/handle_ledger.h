@@ -30,7 +30,17 @@ public:
     [[nodiscard]] std::vector<std::string> Findings() const;
 
 private:
-    enum class Kind { RegistryKey, Service, Kernel, Search, EventSource, Com, LocalMemory, String };
+    enum class Kind {
+        RegistryKey,
+        Service,
+        Kernel,
+        Search,
+        EventSource,
+        Library,
+        Com,
+        LocalMemory,
+        String
+    };
 
     void Enter(Kind kind, void* handle, const char* opener);
     void Strike(Kind kind, void* handle, bool released, const char* releaser);
@@ -57,6 +67,8 @@ private:
     ImportHook<&::FindClose> findClose_;
     ImportHook<&::RegisterEventSourceW> registerSource_;
     ImportHook<&::DeregisterEventSource> deregisterSource_;
+    ImportHook<&::LoadLibraryExW> loadLibrary_;
+    ImportHook<&::FreeLibrary> freeLibrary_;
     ImportHook<&::CoInitializeEx> initialiseCom_;
     ImportHook<&::CoUninitialize> uninitialiseCom_;
     ImportHook<&::FormatMessageW> formatMessage_;

@@ -1,8 +1,10 @@
 #include "config/configure.h"
 
+#include "hw/adapter_bitmask.h"
 #include "support/call_log.h"
 #include "support/console_capture.h"
 #include "support/environment_variable.h"
+#include "support/fake_adapters.h"
 #include "support/fake_event_log.h"
 #include "support/fake_processes.h"
 #include "support/file_contents.h"
@@ -202,6 +204,8 @@ TEST_F(SettingWalks, PrintTheVerdictAfterTheDeed) {
 // The configuring of a machine of its own, on which every access list can be set.
 class ConfigureTest : public testing::Test {
 protected:
+    ~ConfigureTest() override { g_hardwareBitmask = 0; }
+
     // What is printed.
     std::string Log() {
         return Printed([&] { result = Configure(); });
@@ -278,19 +282,35 @@ protected:
         EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, Parameters, L"FirstRun"), DwordValue(0));
     }
 
-    static constexpr char Ending[] =
-        "\r\nWrite Registry Settings.....\r\n"
-        "Computing Tarsel HW Bitmask\r\n"
-        "Enabling Features by Tarsel HW Bitmask\r\n"
-        "\r\nScheduling Tasks.....\r\n"
-        "   Creating Task Name [VxIdle Task] for Process [C:\\Own Directory\\VxIdleTask.exe]....\n"
-        "     ====> SUCCESS\n"
-        "   Deleting Task Name [Tarsel Lumetra Startup Task]....\n"
-        "     ====> SUCCESS\n";
+    // The log from there on, with the lines of the adapters that are found and of the features.
+    static std::string EndingWith(const std::string& found, const std::string& features) {
+        return "\r\nWrite Registry Settings.....\r\n"
+               "Computing Tarsel HW Bitmask\r\n" +
+               found + "Enabling Features by Tarsel HW Bitmask\r\n" + features +
+               "\r\nScheduling Tasks.....\r\n"
+               "   Creating Task Name [VxIdle Task] for Process "
+               "[C:\\Own Directory\\VxIdleTask.exe]....\n"
+               "     ====> SUCCESS\n"
+               "   Deleting Task Name [Tarsel Lumetra Startup Task]....\n"
+               "     ====> SUCCESS\n";
+    }
+
+    static inline const std::string Ending = EndingWith("", "");
+    static inline const std::string FeatureLine = "Writing Registry Setting HKEY_LOCAL_MACHINE\\" +
+                                                  Narrow(Parameters) +
+                                                  "\\MultiInterface_Enabled=1\r\n";
+
+    static std::optional<test::RegistryValue> Feature() {
+        return ValueOf(HKEY_LOCAL_MACHINE, Parameters, L"MultiInterface_Enabled");
+    }
+    static std::optional<test::RegistryValue> Bitmask() {
+        return ValueOf(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Tarsel\\Nimbus", L"Tarsel_HWConfig");
+    }
 
     bool result = false;
     DWORD securingError = ERROR_SUCCESS;
     test::FakeProcesses processes;
+    test::FakeAdapters machine;
     test::FakeEventLog events;
 
 private:
@@ -355,6 +375,74 @@ TEST_F(ConfigureTest, SucceedsThoughAllButTheSecuringFails) {
     EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, Parameters, L"FirstRun"), std::nullopt);
 }
 
+TEST_F(ConfigureTest, EnablesTheFeaturesOfTheAdaptersThatArePresent) {
+    machine.adapters = {{L"Tarsel QZ311 #2"}, {L"other"}, {L"Tarsel QZ311"}};
+    EXPECT_THAT(Log(), testing::EndsWith(
+                           EndingWith("Found Adapter Tarsel QZ311 #2 to configure  Bitmask 0x2\r\n"
+                                      "Found Adapter Tarsel QZ311 to configure  Bitmask 0x2\r\n",
+                                      FeatureLine)));
+    EXPECT_EQ(g_hardwareBitmask, 2U);
+    EXPECT_EQ(Bitmask(), DwordValue(2));
+    EXPECT_EQ(Feature(), DwordValue(1));
+}
+
+TEST_F(ConfigureTest, LeavesTheFeaturesOfAdaptersThatAreNotPresent) {
+    machine.adapters = {{L"other"}};
+    g_hardwareBitmask = 0xFF;
+    EXPECT_THAT(Log(), testing::EndsWith(Ending));
+    EXPECT_EQ(g_hardwareBitmask, 0U);
+    EXPECT_EQ(Bitmask(), DwordValue(0));
+    EXPECT_EQ(Feature(), std::nullopt);
+}
+
+TEST_F(ConfigureTest, EnablesTheFeaturesThatTheSettingAsksFor) {
+    machine.adapters = {{L"Tarsel QZ311"}};
+    for (const std::uint32_t bitmask : {0x12U, 0x10U, 0U}) {
+        PutValue(HKEY_LOCAL_MACHINE, Parameters, L"Tarsel_HWConfigDefault", DwordValue(bitmask));
+        EXPECT_THAT(Log(), testing::EndsWith(EndingWith("", bitmask == 0x12 ? FeatureLine : "")));
+        EXPECT_EQ(g_hardwareBitmask, bitmask);
+        EXPECT_EQ(Bitmask(), DwordValue(bitmask));
+    }
+}
+
+TEST_F(ConfigureTest, SetsTheBitmaskBetweenItsTwoLines) {
+    PutValue(HKEY_LOCAL_MACHINE, Parameters, L"Tarsel_HWConfigDefault", DwordValue(2));
+    std::vector<std::uint32_t> bitmasks;
+    Printed([&] {
+        const test::PrintHook prints([&](const std::string& text) {
+            if (text.find("Tarsel HW Bitmask") != std::string::npos) {
+                bitmasks.push_back(g_hardwareBitmask);
+            }
+        });
+        Configure();
+    });
+    EXPECT_THAT(bitmasks, testing::ElementsAre(0, 2));
+}
+
+TEST_F(ConfigureTest, AsksForNoAdaptersIfADirectoryCannotBeSecured) {
+    securingError = ERROR_ACCESS_DENIED;
+    machine.adapters = {{L"Tarsel QZ311"}};
+    EXPECT_THAT(Log(), testing::Not(testing::HasSubstr("HW Bitmask")));
+    EXPECT_THAT(machine.calls.Lines(), testing::IsEmpty());
+    EXPECT_EQ(g_hardwareBitmask, 0U);
+    EXPECT_EQ(Bitmask(), std::nullopt);
+    EXPECT_EQ(Feature(), std::nullopt);
+}
+
+TEST_F(ConfigureTest, SucceedsThoughTheFeaturesCannotBeEnabled) {
+    machine.adapters = {{L"Tarsel QZ311"}};
+    machine.listResult = ERROR_INVALID_PARAMETER;
+    EXPECT_THAT(Log(),
+                testing::EndsWith(EndingWith("GetAdaptersInfo failed with error: 87\n", "")));
+    EXPECT_TRUE(result);
+    machine.listResult.reset();
+    const ImportHook<&::RegSetValueExW> set([](HKEY, LPCWSTR, DWORD, DWORD, const BYTE*,
+                                               DWORD) -> LSTATUS { return ERROR_ACCESS_DENIED; });
+    EXPECT_THAT(Log(), testing::EndsWith(EndingWith(
+                           "Found Adapter Tarsel QZ311 to configure  Bitmask 0x2\r\n", "")));
+    EXPECT_TRUE(result);
+}
+
 TEST_F(ConfigureTest, EndsWithTheResponseIfADirectoryCannotBeSecured) {
     ShipFiles();
     securingError = ERROR_ACCESS_DENIED;
@@ -402,10 +490,11 @@ TEST_F(ConfigureTest, ClearsTheMarkLastOnBothWays) {
             Configure();
         });
         EXPECT_EQ(printedBefore, printed);
-        EXPECT_EQ(sets, Calls{Call(L"FirstRun", 0, 4, Some, 4)});
+        EXPECT_EQ(sets.back(), Call(L"FirstRun", 0, 4, Some, 4));
+        EXPECT_EQ(sets.size(), error == ERROR_SUCCESS ? 2U : 1U);  // the hardware bitmask before
         EXPECT_EQ(create.Made().back(), Call(HKEY_LOCAL_MACHINE, Parameters, 0, nullptr, 0, 0x20006,
                                              nullptr, Some, Some));
-        EXPECT_EQ(create.Made().size(), 3U);  // the two settings to delete before
+        EXPECT_EQ(create.Made().size(), sets.size() + 2);  // the two settings to delete before
         ExpectFirstRunCleared();
     }
 }

@@ -108,6 +108,9 @@ INSTANTIATE_TEST_SUITE_P(
                     LedgerKind{"RegisterEventSourceW",
                                [] { return ::RegisterEventSourceW(nullptr, L"Finaset test"); },
                                [](void* source) { ::DeregisterEventSource(source); }},
+                    LedgerKind{"LoadLibraryExW",
+                               [] { return ::LoadLibraryExW(L"version.dll", nullptr, 0); },
+                               [](void* library) { ::FreeLibrary(static_cast<HMODULE>(library)); }},
                     LedgerKind{"CoInitializeEx",
                                [] {
                                    ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);

@@ -1,0 +1,47 @@
+#include "hw/regex_match.h"
+
+#include <cstddef>
+#include <regex>  // here alone: it takes seconds to compile
+
+namespace {
+
+namespace regex = std::regex_constants;
+
+constexpr auto Grammar = regex::ECMAScript | regex::icase;
+
+// By default, GCC's library goes back and forth over the text, and one call deeper for each
+// character: 400 bytes of the stack for ".*", so that a text of some thousand characters overflows
+// it, which nothing catches. It has another engine, which takes the text once, in linear time.
+// Microsoft's library has one engine, with limits of its own.
+#ifdef __GLIBCXX__
+constexpr auto Engine = regex::__polynomial;
+#else
+constexpr regex::syntax_option_type Engine = {};
+#endif
+
+// The longest text that is left to the default engine. No adapter's description is longer: see
+// IF_MAX_STRING_SIZE in ifdef.h.
+constexpr std::size_t BacktrackingLimit = 256;
+
+bool Matches(const std::wstring& pattern, const std::wstring& text,
+             regex::syntax_option_type options) {
+    return std::regex_match(text, std::wregex(pattern, options));
+}
+
+}  // namespace
+
+bool RegexMatchesWhole(const std::wstring& pattern, const std::wstring& text) {
+    try {
+        return Matches(pattern, text, Grammar | Engine);
+    } catch (const std::regex_error& error) {
+        // So says the linear engine of a back-reference, which it has not.
+        if (error.code() != regex::error_complexity || text.size() > BacktrackingLimit) {
+            return false;
+        }
+    }
+    try {
+        return Matches(pattern, text, Grammar);
+    } catch (const std::regex_error&) {
+        return false;
+    }
+}

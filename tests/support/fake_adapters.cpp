@@ -1,0 +1,127 @@
+#include "support/fake_adapters.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+
+namespace test {
+
+namespace {
+
+// Far from any module that is loaded.
+const auto Library = reinterpret_cast<HMODULE>(0x7200'0000);
+
+constexpr int Garbage = 0xEE;
+
+std::string Given(const void* pointer) {
+    return pointer == nullptr ? "null" : "given";
+}
+
+std::string Place(const IP_ADAPTER_ADDRESSES* buffer) {
+    if (buffer == nullptr) {
+        return "null";
+    }
+    return reinterpret_cast<std::uintptr_t>(buffer) % alignof(IP_ADAPTER_ADDRESSES) == 0
+               ? "aligned"
+               : "misaligned";
+}
+
+std::string Name(HMODULE module) {
+    return module == Library ? "library" : "other";
+}
+
+std::size_t RecordsSize(const std::vector<FakeAdapter>& adapters) {
+    std::size_t size = adapters.size() * sizeof(IP_ADAPTER_ADDRESSES);
+    for (const FakeAdapter& adapter : adapters) {
+        size += (adapter.description.size() + 1) * sizeof(wchar_t);
+    }
+    return size;
+}
+
+void PutRecords(const std::vector<FakeAdapter>& adapters, std::byte* to) {
+    std::memset(to, Garbage, RecordsSize(adapters));
+    auto* records = reinterpret_cast<IP_ADAPTER_ADDRESSES*>(to);
+    auto* text = reinterpret_cast<wchar_t*>(records + adapters.size());
+    // The first one is at the beginning, the others follow from the end.
+    const auto place = [&](std::size_t index) {
+        return index == 0 ? records : records + (adapters.size() - index);
+    };
+    for (std::size_t index = 0; index < adapters.size(); ++index) {
+        const auto& [description, status] = adapters[index];
+        IP_ADAPTER_ADDRESSES& record = *place(index);
+        record.Next = index + 1 == adapters.size() ? nullptr : place(index + 1);
+        record.OperStatus = status;
+        record.Description = text;
+        text = std::copy_n(description.c_str(), description.size() + 1, text);
+    }
+}
+
+}  // namespace
+
+std::vector<std::byte> AdapterRecords(const std::vector<FakeAdapter>& adapters) {
+    std::vector<std::byte> records(RecordsSize(adapters));
+    if (!adapters.empty()) {
+        PutRecords(adapters, records.data());
+    }
+    return records;
+}
+
+FakeAdapters::FakeAdapters()
+    : load_([this](LPCWSTR name, HANDLE file, DWORD flags) {
+          if (std::wstring(name) != L"iphlpapi.dll") {
+              return load_.Forward(name, file, flags);
+          }
+          calls.Add("LoadLibraryExW", std::wstring(name), Given(file), flags);
+          return libraryLoads ? Library : nullptr;
+      }),
+      free_([this](HMODULE module) {
+          if (module != Library) {
+              return free_.Forward(module);
+          }
+          calls.Add("FreeLibrary", Name(module));
+          return TRUE;
+      }),
+      find_([this](HMODULE module, LPCSTR name) {
+          if (module != Library) {
+              return find_.Forward(module, name);
+          }
+          calls.Add("GetProcAddress", Name(module), std::string(name));
+          return functionIsThere ? reinterpret_cast<FARPROC>(
+                                       reinterpret_cast<void*>(&FakeAdapters::GetAdapters))
+                                 : nullptr;
+      }) {
+    instance_ = this;
+}
+
+ULONG WINAPI FakeAdapters::GetAdapters(ULONG family, ULONG flags, PVOID reserved,
+                                       PIP_ADAPTER_ADDRESSES buffer, PULONG size) {
+    instance_->calls.Add("GetAdaptersAddresses", family, flags, Given(reserved), Place(buffer),
+                         *size);
+    return buffer == nullptr ? instance_->Size(size) : instance_->List(buffer, size);
+}
+
+ULONG FakeAdapters::Size(PULONG size) {
+    const auto needed = static_cast<ULONG>(RecordsSize(adapters));
+    *size = reportedSize.value_or(needed);
+    const ULONG result = adapters.empty() ? ERROR_NO_DATA : ERROR_BUFFER_OVERFLOW;
+    betweenQueries();
+    return sizeResult.value_or(result);
+}
+
+ULONG FakeAdapters::List(PIP_ADAPTER_ADDRESSES buffer, PULONG size) {
+    if (listResult) {
+        return *listResult;
+    }
+    if (adapters.empty()) {
+        return ERROR_NO_DATA;
+    }
+    const auto needed = static_cast<ULONG>(RecordsSize(adapters));
+    if (*size < needed) {
+        *size = needed;
+        return ERROR_BUFFER_OVERFLOW;
+    }
+    PutRecords(adapters, reinterpret_cast<std::byte*>(buffer));
+    return ERROR_SUCCESS;
+}
+
+}  // namespace test

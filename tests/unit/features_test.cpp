@@ -1,0 +1,226 @@
+#include "hw/features.h"
+
+#include "hw/adapter_bitmask.h"
+#include "hw/feature_table.h"
+#include "support/console_capture.h"
+#include "support/import_hook.h"
+#include "support/print_hook.h"
+#include "support/private_registry.h"
+#include "support/registry_calls.h"
+#include "support/registry_contents.h"
+
+#include <windows.h>
+
+#include <cstdint>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <optional>
+#include <string>
+#include <tuple>
+#include <vector>
+
+namespace {
+
+using test::Call;
+using test::Calls;
+using test::DwordValue;
+using test::ImportHook;
+using test::Printed;
+using test::PutValue;
+using test::RecordedImport;
+using test::Some;
+using test::TextValue;
+using test::ValueOf;
+
+const std::wstring Parameters =
+    L"SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service\\Parameters";
+constexpr wchar_t Feature[] = L"MultiInterface_Enabled";
+constexpr char FeatureLine[] =
+    "Writing Registry Setting HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\Tarsel "
+    "Nimbus Network Service\\Parameters\\MultiInterface_Enabled=1\r\n";
+
+// All fields in the order of the record.
+auto Fields(const RegistrySetting& setting) {
+    return std::tuple(setting.root, setting.keyPath, setting.valueName, setting.view32,
+                      setting.type, setting.number, setting.text);
+}
+
+TEST(FeatureRuleTable, HoldsTheOneFeature) {
+    ASSERT_EQ(FeatureRuleTable.size(), 1U);
+    const FeatureRule& rule = FeatureRuleTable[0];
+    EXPECT_EQ(rule.mask, 0x00000002U);
+    EXPECT_EQ(Fields(rule.whenSet),
+              std::tuple(HKEY_LOCAL_MACHINE, Parameters, Feature, false, 4U, 1U, L""));
+    EXPECT_EQ(Fields(rule.whenClear),
+              std::tuple(static_cast<HKEY>(nullptr), L"", L"", false, 4U, 0U, L""));
+}
+
+// The features of a machine that has a bitmask and a registry of its own.
+class Features : public testing::Test {
+protected:
+    ~Features() override { g_hardwareBitmask = 0; }
+
+    // What is printed.
+    static std::string Enabled(std::uint32_t bitmask) {
+        g_hardwareBitmask = bitmask;
+        return Printed([] { EnableFeaturesByBitmask(); });
+    }
+    static std::string Enabled(std::uint32_t bitmask, const std::vector<FeatureRule>& rules) {
+        g_hardwareBitmask = bitmask;
+        return Printed([&] { EnableFeaturesByBitmask(rules); });
+    }
+
+private:
+    test::PrivateRegistry registry_;
+};
+
+RegistrySetting NumberSetting(const std::wstring& name, std::uint32_t number) {
+    return {.root = HKEY_LOCAL_MACHINE,
+            .keyPath = L"Software\\a",
+            .valueName = name,
+            .type = REG_DWORD,
+            .number = number,
+            .text = L"not this"};
+}
+
+RegistrySetting TextSetting(const std::wstring& name, const std::wstring& text) {
+    return {.root = HKEY_LOCAL_MACHINE,
+            .keyPath = L"Software\\a",
+            .valueName = name,
+            .type = REG_SZ,
+            .number = 99,
+            .text = text};
+}
+
+TEST_F(Features, AreNotTouchedWithoutTheHardware) {
+    const RecordedImport<&::RegCreateKeyExW> create;
+    for (const std::uint32_t bitmask : {0U, 1U, 4U, 0x02000000U, 0xFFFF'FFFDU}) {
+        EXPECT_EQ(Enabled(bitmask), "") << bitmask;
+    }
+    EXPECT_EQ(create.Made(), Calls{});
+}
+
+TEST_F(Features, KeepWithoutTheHardwareWhatTheyWere) {
+    PutValue(HKEY_LOCAL_MACHINE, Parameters, Feature, DwordValue(7));
+    EXPECT_EQ(Enabled(0), "");
+    EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, Parameters, Feature), DwordValue(7));
+}
+
+TEST_F(Features, AreEnabledByTheirBitWhateverTheOthersAre) {
+    for (const std::uint32_t bitmask : {2U, 3U, 0x12U, 0xFFFF'FFFFU}) {
+        PutValue(HKEY_LOCAL_MACHINE, Parameters, Feature, TextValue(L"as it was"));
+        EXPECT_EQ(Enabled(bitmask), FeatureLine) << bitmask;
+        EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, Parameters, Feature), DwordValue(1));
+    }
+}
+
+TEST_F(Features, AreWrittenInTheDefaultView) {
+    const RecordedImport<&::RegCreateKeyExW> create;
+    const RecordedImport<&::RegSetValueExW> set;
+    Enabled(2);
+    EXPECT_EQ(create.Made(), Calls{Call(HKEY_LOCAL_MACHINE, Parameters, 0, nullptr, 0, 0x20006,
+                                        nullptr, Some, Some)});
+    ASSERT_EQ(set.Made().size(), 1U);
+    EXPECT_THAT(set.Made()[0], testing::EndsWith(Call(Feature, 0, 4, Some, 4)));
+}
+
+TEST_F(Features, PassOverInSilenceWhatIsRefused) {
+    const std::vector<FeatureRule> rules = {{{}, NumberSetting(L"one", 1), 1},
+                                            {{}, TextSetting(L"two", L"t"), 1},
+                                            {{}, NumberSetting(L"three", 3), 1}};
+    ImportHook<&::RegSetValueExW> set([&](HKEY key, LPCWSTR name, DWORD reserved, DWORD type,
+                                          const BYTE* data, DWORD size) -> LSTATUS {
+        return std::wstring(name) == L"three" ? set.Forward(key, name, reserved, type, data, size)
+                                              : ERROR_ACCESS_DENIED;
+    });
+    EXPECT_EQ(Enabled(1, rules),
+              "Writing Registry Setting HKEY_LOCAL_MACHINE\\Software\\a\\three=3\r\n");
+    EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, L"Software\\a", L"one"), std::nullopt);
+    EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, L"Software\\a", L"two"), std::nullopt);
+    EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, L"Software\\a", L"three"), DwordValue(3));
+}
+
+TEST_F(Features, PassOverInSilenceThatTheKeyIsRefused) {
+    const ImportHook<&::RegCreateKeyExW> create(
+        [](HKEY, LPCWSTR, DWORD, LPWSTR, DWORD, REGSAM, auto*, PHKEY, LPDWORD) -> LSTATUS {
+            return ERROR_ACCESS_DENIED;
+        });
+    EXPECT_EQ(Enabled(2), "");
+    EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, Parameters, Feature), std::nullopt);
+}
+
+TEST_F(Features, AreThoseOfTheRowsInTheirOrder) {
+    const std::vector<FeatureRule> rules = {
+        {TextSetting(L"clear", L"1"), NumberSetting(L"set", 1), 0x10},
+        {TextSetting(L"clear", L"2"), NumberSetting(L"set", 2), 0x20},
+        {TextSetting(L"clear", L"3"), NumberSetting(L"set", 3), 0x30},
+        {TextSetting(L"clear", L"4"), NumberSetting(L"set", 4), 0},
+        {NumberSetting(L"clear", 5), TextSetting(L"set", L"5"), 0x8000'0000},
+    };
+    const std::string line = "Writing Registry Setting HKEY_LOCAL_MACHINE\\Software\\a\\";
+    EXPECT_EQ(Enabled(0x8000'0010, rules), line + "set=1\r\n" + line + "clear=2\r\n" + line +
+                                               "set=3\r\n" + line + "clear=4\r\n" + line +
+                                               "set=5\r\n");
+    EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, L"Software\\a", L"clear"), TextValue(L"4"));
+    EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, L"Software\\a", L"set"), TextValue(L"5"));
+}
+
+TEST_F(Features, AreNoneForAnEmptyTable) {
+    EXPECT_EQ(Enabled(0xFFFF'FFFF, {}), "");
+}
+
+TEST_F(Features, AreNothingWithoutARootOrOfAnotherType) {
+    const RecordedImport<&::RegCreateKeyExW> create;
+    for (const std::uint32_t type : {0U, 1U, 2U, 3U, 4U, 5U, 7U, 11U, 0x101U, 0xFFFF'FFFFU}) {
+        RegistrySetting none = TextSetting(L"n", L"t");
+        none.root = nullptr;
+        none.type = type;
+        EXPECT_EQ(Enabled(1, {{none, none, 1}}), "");
+        EXPECT_EQ(Enabled(1, {{none, none, 2}}), "");
+        if (type != REG_SZ && type != REG_DWORD) {
+            RegistrySetting other = TextSetting(L"n", L"t");
+            other.type = type;
+            EXPECT_EQ(Enabled(1, {{other, other, 1}}), "");
+            EXPECT_EQ(Enabled(1, {{other, other, 2}}), "");
+        }
+    }
+    EXPECT_EQ(create.Made(), Calls{});
+}
+
+TEST_F(Features, KeepToTheViewOfTheSetting) {
+    RegistrySetting setting = NumberSetting(L"n", 5);
+    setting.view32 = true;
+    const RecordedImport<&::RegCreateKeyExW> create;
+    EXPECT_EQ(
+        Enabled(1, {{{}, setting, 1}}),
+        "Writing Registry Setting 32Bit Registry Hive - HKEY_LOCAL_MACHINE\\Software\\a\\n=5\r\n");
+    EXPECT_EQ(create.Made(), Calls{Call(HKEY_LOCAL_MACHINE, L"Software\\a", 0, nullptr, 0, 0x20206,
+                                        nullptr, Some, Some)});
+}
+
+TEST_F(Features, AreLoggedOnceTheyAreWritten) {
+    std::vector<std::string> steps;
+    g_hardwareBitmask = 2;
+    Printed([&] {
+        const test::PrintHook prints([&](const std::string& text) { steps.push_back(text); });
+        ImportHook<&::RegSetValueExW> set([&](auto... arguments) {
+            steps.emplace_back("set");
+            return set.Forward(arguments...);
+        });
+        EnableFeaturesByBitmask();
+    });
+    EXPECT_THAT(steps, testing::ElementsAre("set", FeatureLine));
+}
+
+TEST_F(Features, AreChosenByTheBitmaskAsItWasAtTheBeginning) {
+    const std::vector<FeatureRule> rules = {{{}, NumberSetting(L"one", 1), 1},
+                                            {{}, NumberSetting(L"two", 2), 1}};
+    ImportHook<&::RegSetValueExW> set([&](auto... arguments) {
+        g_hardwareBitmask = 0;
+        return set.Forward(arguments...);
+    });
+    EXPECT_THAT(Enabled(1, rules), testing::HasSubstr("two=2"));
+    EXPECT_EQ(g_hardwareBitmask, 0U);
+}
+
+}  // namespace
