@@ -26,6 +26,14 @@ SC_HANDLE FakeServices::Open(const char* kind, std::size_t& count) {
     return reinterpret_cast<SC_HANDLE>(handles_.size());
 }
 
+BOOL FakeServices::Accept(DWORD pendingState, DWORD reachedState) {
+    if (obeys && accepts) {
+        states = {pendingState, reachedState};
+        polls_ = 0;
+    }
+    return accepts;
+}
+
 std::string FakeServices::Name(SC_HANDLE handle) const {
     const auto number = reinterpret_cast<std::uintptr_t>(handle);
     return number == 0 || number > handles_.size() ? "unknown handle" : handles_[number - 1];
@@ -49,11 +57,11 @@ FakeServices::FakeServices()
       }),
       start_([this](SC_HANDLE service, DWORD count, LPCWSTR* arguments) -> BOOL {
           calls.Add("StartServiceW", Name(service), count, Given(arguments));
-          return accepts;
+          return Accept(SERVICE_START_PENDING, SERVICE_RUNNING);
       }),
       control_([this](SC_HANDLE service, DWORD control, SERVICE_STATUS* status) -> BOOL {
           calls.Add("ControlService", Name(service), control, Zeroed(*status));
-          return accepts;
+          return Accept(SERVICE_STOP_PENDING, SERVICE_STOPPED);
       }),
       change_([this](SC_HANDLE service, DWORD type, DWORD startType, DWORD errorControl,
                      LPCWSTR path, LPCWSTR group, LPDWORD tag, LPCWSTR dependencies,

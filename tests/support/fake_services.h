@@ -24,6 +24,10 @@ public:
     // The state that each poll shows in turn; none if it fails. The last one stays.
     std::vector<std::optional<DWORD>> states = {0};
 
+    // Whether a service does what it is asked to: the polls after a request show it under way and
+    // then done, whatever `states` was.
+    bool obeys = false;
+
     // What takes time, or fails in its own way, before the call is answered.
     std::function<void()> onConnect = [] {};
     std::function<void()> onOpen = [] {};
@@ -34,6 +38,7 @@ public:
 
 private:
     SC_HANDLE Open(const char* kind, std::size_t& count);
+    BOOL Accept(DWORD pendingState, DWORD reachedState);
     std::string Name(SC_HANDLE handle) const;
     static std::string Zeroed(const SERVICE_STATUS& status);
 

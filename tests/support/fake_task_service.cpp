@@ -244,9 +244,15 @@ FakeTaskService::~FakeTaskService() {
 }
 
 HRESULT FakeTaskService::Answer(const std::string& call) {
-    const auto result = results.find(call);
-    if (result == results.end() || SUCCEEDED(result->second)) {
-        return result == results.end() ? S_OK : result->second;
+    HRESULT answer = S_OK;
+    if (const auto result = results.find(call); result != results.end()) {
+        answer = result->second;
+    }
+    if (onCall) {
+        answer = onCall(call).value_or(answer);
+    }
+    if (SUCCEEDED(answer)) {
+        return answer;
     }
     if (leavesErrorInfo) {
         auto* const info = new ErrorInfo(*this);
@@ -254,7 +260,7 @@ HRESULT FakeTaskService::Answer(const std::string& call) {
         info->Release();
     }
     ::SetLastError(lastError);
-    return result->second;
+    return answer;
 }
 
 }  // namespace test

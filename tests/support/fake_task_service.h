@@ -8,6 +8,7 @@
 #include <objbase.h>
 
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -29,6 +30,9 @@ public:
     // the service's interface), Connect, NewTask, put_XmlText, GetFolder, RegisterTaskDefinition,
     // DeleteTask.
     std::map<std::string, HRESULT> results;
+
+    // Asked at each call before that: what it is to answer, if this is to say.
+    std::function<std::optional<HRESULT>(const std::string& call)> onCall;
 
     // The calls that succeed and give no object.
     std::set<std::string> givesNothing;

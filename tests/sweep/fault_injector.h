@@ -1,0 +1,64 @@
+#pragma once
+
+#include "support/fake_task_service.h"
+
+#include <windows.h>
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace test {
+
+// A call that the program made of the platform, and in how many ways it can fail.
+struct PlatformCall {
+    std::string function;
+    std::size_t ways = 0;
+
+    bool operator==(const PlatformCall&) const = default;
+};
+
+// While it lives, stands between the program and the platform, or the fakes that were there before
+// it: counts the calls that can fail, and lets those fail that it is told to. A call that fails
+// does not reach the platform, but for one that releases something: that is carried out, and then
+// said to have failed. At most one lives at a time.
+class FaultInjector {
+public:
+    // Asked for each call, by its number in the run: the way in which it is to fail, if it is. A
+    // number that is too high is the last way.
+    using Decision = std::function<std::optional<std::size_t>(std::size_t call)>;
+
+    FaultInjector(FakeTaskService& taskService, Decision decision);
+    FaultInjector(const FaultInjector&) = delete;
+    FaultInjector& operator=(const FaultInjector&) = delete;
+    ~FaultInjector();
+
+    // So far, in order.
+    [[nodiscard]] const std::vector<PlatformCall>& Calls() const { return calls_; }
+
+    // How many of them failed.
+    [[nodiscard]] std::size_t Failed() const { return failed_; }
+
+    // The way in which the call that is being made is to fail.
+    std::optional<std::size_t> Next(const std::string& function, std::size_t ways);
+
+    // The imported functions that it stands before.
+    [[nodiscard]] std::vector<std::string> Functions() const;
+
+private:
+    class Import;
+    template <auto Function, typename Signature>
+    class FaultyImport;
+    class LookupImport;
+
+    FakeTaskService& taskService_;
+    Decision decision_;
+    std::vector<PlatformCall> calls_;
+    std::size_t failed_ = 0;
+    std::vector<std::unique_ptr<Import>> imports_;
+};
+
+}  // namespace test

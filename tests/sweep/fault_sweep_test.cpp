@@ -1,0 +1,104 @@
+// Runs the program once for every call that it makes of the platform, in every way in which that
+// can fail: the call alone, and it and all that come after it.
+
+#include "sweep/fault_injector.h"
+#include "sweep/installed_product.h"
+#include "sweep/run_rules.h"
+
+#include <cstddef>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <iostream>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace {
+
+using test::BrokenRules;
+using test::FaultInjector;
+using test::InstalledProduct;
+using test::PlatformCall;
+using testing::IsEmpty;
+
+struct Action {
+    const char* name;
+    std::wstring option;
+};
+
+void PrintTo(const Action& action, std::ostream* out) {
+    *out << action.name;
+}
+
+// The calls of a run, and what is wrong with it.
+struct Outcome {
+    std::vector<PlatformCall> calls;
+    std::vector<std::string> broken;
+};
+
+Outcome RunWith(const std::wstring& option, const FaultInjector::Decision& decision) {
+    InstalledProduct product;
+    Outcome outcome;
+    {
+        const FaultInjector injector(product.TaskService(), decision);
+        product.Run(option);
+        outcome.calls = injector.Calls();
+    }
+    outcome.broken = BrokenRules(product, option);
+    return outcome;
+}
+
+std::optional<std::size_t> NoFault(std::size_t /*call*/) {
+    return std::nullopt;
+}
+
+class FaultSweep : public testing::TestWithParam<Action> {
+protected:
+    // Runs with the fault, and says what is wrong.
+    void Try(std::size_t call, std::size_t way, bool fromThereOn) {
+        ++tried_;
+        Outcome outcome = RunWith(GetParam().option, [&](std::size_t each) {
+            const bool fails = each == call || (fromThereOn && each > call);
+            return fails ? std::optional(way) : std::nullopt;
+        });
+        if (outcome.calls.size() <= call || outcome.calls[call] != calls_[call]) {
+            outcome.broken.emplace_back("the call was not reached");
+        }
+        if (!outcome.broken.empty()) {
+            ++failures_;
+            EXPECT_THAT(outcome.broken, IsEmpty())
+                << calls_[call].function << ", call " << call << ", fails in way " << way
+                << (fromThereOn ? ", and all after it" : ", alone");
+        }
+    }
+
+    std::vector<PlatformCall> calls_;
+    std::size_t tried_ = 0;
+    std::size_t failures_ = 0;
+};
+
+TEST_P(FaultSweep, EveryCallFailsOnceAndFromThereOn) {
+    const std::wstring& option = GetParam().option;
+    RunWith(option, &NoFault);  // what is looked up once is looked up
+    const Outcome undisturbed = RunWith(option, &NoFault);
+    EXPECT_THAT(undisturbed.broken, IsEmpty());
+    calls_ = undisturbed.calls;
+
+    for (std::size_t call = 0; call < calls_.size(); ++call) {
+        for (std::size_t way = 0; way < calls_[call].ways; ++way) {
+            Try(call, way, /*fromThereOn=*/false);
+            Try(call, way, /*fromThereOn=*/true);
+        }
+    }
+    std::cout << "fault sweep, " << GetParam().name << ": " << calls_.size() << " calls, " << tried_
+              << " faults tried, " << failures_ << " failures\n";
+}
+
+INSTANTIATE_TEST_SUITE_P(All, FaultSweep,
+                         testing::Values(Action{"TheDefaultRun", L""}, Action{"Stop", L"/STOP"},
+                                         Action{"Configure", L"/CONFIGURE"},
+                                         Action{"Start", L"/START"},
+                                         Action{"Disable", L"/DISABLE"}),
+                         [](const auto& action) { return std::string(action.param.name); });
+
+}  // namespace

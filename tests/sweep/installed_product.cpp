@@ -1,0 +1,108 @@
+#include "sweep/installed_product.h"
+
+#include "driver/entry.h"
+#include "support/console_capture.h"
+#include "support/file_contents.h"
+#include "support/registry_contents.h"
+
+#include <objbase.h>
+
+#include <algorithm>
+
+namespace test {
+
+namespace {
+
+constexpr wchar_t Parameters[] =
+    L"SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service\\Parameters";
+
+}  // namespace
+
+InstalledProduct::Com::Com() {
+    ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+}
+
+InstalledProduct::Com::~Com() {
+    ::CoUninitialize();
+}
+
+InstalledProduct::InstalledProduct()
+    : openToken_([this](HANDLE process, DWORD access, PHANDLE token) {
+          Event("OpenProcessToken");
+          return openToken_.Forward(process, access, token);
+      }),
+      start_([this](SC_HANDLE service, DWORD count, LPCWSTR* arguments) {
+          Event("StartServiceW");
+          return start_.Forward(service, count, arguments);
+      }),
+      control_([this](SC_HANDLE service, DWORD control, SERVICE_STATUS* status) {
+          Event("ControlService");
+          return control_.Forward(service, control, status);
+      }),
+      change_([this](SC_HANDLE service, DWORD type, DWORD startType, DWORD errorControl,
+                     LPCWSTR path, LPCWSTR group, LPDWORD tag, LPCWSTR dependencies,
+                     LPCWSTR account, LPCWSTR password, LPCWSTR displayName) {
+          Event("ChangeServiceConfigW");
+          return change_.Forward(service, type, startType, errorControl, path, group, tag,
+                                 dependencies, account, password, displayName);
+      }),
+      createProcess_([this](LPCWSTR application, LPWSTR commandLine, auto* processSecurity,
+                            auto* threadSecurity, BOOL inherit, DWORD flags, LPVOID environment,
+                            LPCWSTR directory, LPSTARTUPINFOW startup, LPPROCESS_INFORMATION info) {
+          Event("CreateProcessW " + Narrow(commandLine));
+          return createProcess_.Forward(application, commandLine, processSecurity, threadSecurity,
+                                        inherit, flags, environment, directory, startup, info);
+      }),
+      secure_([this](LPWSTR path, SE_OBJECT_TYPE, SECURITY_INFORMATION, PSID, PSID, PACL,
+                     PACL) -> DWORD {
+          Event("SetNamedSecurityInfoW " + Narrow(path));
+          return ERROR_SUCCESS;
+      }),
+      sleep_([this](DWORD milliseconds) {
+          Wait(milliseconds);
+          sleep_.Forward(milliseconds);
+      }),
+      wait_([this](HANDLE handle, DWORD milliseconds) {
+          Wait(milliseconds == INFINITE ? 0 : milliseconds);  // the thread library's own waits
+          return wait_.Forward(handle, milliseconds);
+      }) {
+    services_.obeys = true;
+    processes_.ownPath = directory_ / L"program\\Finaset.exe";
+    processes_.running = {{.id = 1000, .path = L"C:\\other.exe"},
+                          {.id = 1004, .path = L"C:\\Program Files\\ZEFIR.exe"}};
+    adapters_.adapters = {{L"other"}, {L"Tarsel QZ311"}};
+
+    PutFile(directory_ / L"program\\Unfinaset.exe", "");
+    for (const wchar_t* name : {L"user.xml", L"oem.xml", L"vx.stg"}) {
+        PutFile(directory_ / (std::wstring(L"system\\system32\\drivers\\Tarsel\\ZEFIR\\") + name),
+                "shipped");
+    }
+    PutFile(directory_ / L"data\\Tarsel\\Nimbus\\ConfigurationFiles\\oem.xml", "old");
+    PutFile(directory_ / L"data\\Tarsel\\ImageCache\\icons\\game.png", "an image");
+    PutValue(HKEY_LOCAL_MACHINE, Parameters, L"FirstRun", DwordValue(1));
+    PutValue(HKEY_LOCAL_MACHINE, Parameters, L"ConfigFileDirectory", TextValue(L"C:\\stale"));
+    PutValue(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Halvane\\SAP\\below", L"value", DwordValue(1));
+}
+
+void InstalledProduct::Run(const std::wstring& option) {
+    const wchar_t* const arguments[] = {L"Finaset.exe", option.c_str()};
+    log_ = Printed([&] {
+        const PrintHook print([this](const std::string& text) { Event("log " + text); });
+        exitCode_ = RunProgram(option.empty() ? 1 : 2, arguments);
+    });
+}
+
+std::vector<std::string> InstalledProduct::Leaks() const {
+    std::vector<std::string> leaks = ledger_.Findings();
+    if (taskService_.References() != 0) {
+        leaks.push_back("never released: an object of the task service");
+    }
+    return leaks;
+}
+
+void InstalledProduct::Wait(DWORD milliseconds) {
+    longestWait_ = std::max(longestWait_, milliseconds);
+    waited_ += milliseconds;
+}
+
+}  // namespace test

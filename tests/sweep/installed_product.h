@@ -1,0 +1,91 @@
+#pragma once
+
+#include "support/environment_variable.h"
+#include "support/fake_adapters.h"
+#include "support/fake_event_log.h"
+#include "support/fake_processes.h"
+#include "support/fake_services.h"
+#include "support/fake_task_service.h"
+#include "support/handle_ledger.h"
+#include "support/import_hook.h"
+#include "support/print_hook.h"
+#include "support/private_registry.h"
+#include "support/temporary_directory.h"
+
+#include <windows.h>
+
+#include <aclapi.h>
+
+#include <string>
+#include <vector>
+
+namespace test {
+
+// A machine with everything of the product on it, in this process: a registry and files of its own,
+// and fakes for the rest. The application runs, a matching adapter is there, and a run that nothing
+// disturbs succeeds in every line.
+class InstalledProduct {
+public:
+    InstalledProduct();
+
+    // Runs the program with one option, or none if that is empty.
+    void Run(const std::wstring& option);
+
+    [[nodiscard]] int ExitCode() const { return exitCode_; }
+    [[nodiscard]] const std::string& Log() const { return log_; }
+
+    // What happened, in order: each piece of the log, and each call that starts, stops, changes or
+    // secures something, or opens the application's token, and that has reached the platform.
+    [[nodiscard]] const std::vector<std::string>& Events() const { return events_; }
+
+    // The longest that the program slept or waited at a time, and in all, in milliseconds.
+    [[nodiscard]] DWORD LongestWait() const { return longestWait_; }
+    [[nodiscard]] ULONGLONG Waited() const { return waited_; }
+
+    // What was opened and never released.
+    [[nodiscard]] std::vector<std::string> Leaks() const;
+
+    FakeTaskService& TaskService() { return taskService_; }
+
+private:
+    // COM for as long as the fake task service needs it.
+    class Com {
+    public:
+        Com();
+        Com(const Com&) = delete;
+        Com& operator=(const Com&) = delete;
+        ~Com();
+    };
+
+    void Event(const std::string& event) { events_.push_back(event); }
+    void Wait(DWORD milliseconds);
+
+    int exitCode_ = -1;
+    std::string log_;
+    std::vector<std::string> events_;
+    DWORD longestWait_ = 0;
+    ULONGLONG waited_ = 0;
+
+    TemporaryDirectory directory_;
+    EnvironmentVariable programData_{L"ProgramData", directory_ / L"data"};
+    EnvironmentVariable systemRoot_{L"SystemRoot", directory_ / L"system"};
+    PrivateRegistry registry_;
+    Com com_;
+    FakeServices services_;
+    FakeProcesses processes_;
+    FakeEventLog eventLog_;
+    FakeAdapters adapters_;
+    FakeTaskService taskService_;
+
+    ImportHook<&::OpenProcessToken> openToken_;
+    ImportHook<&::StartServiceW> start_;
+    ImportHook<&::ControlService> control_;
+    ImportHook<&::ChangeServiceConfigW> change_;
+    ImportHook<&::CreateProcessW> createProcess_;
+    ImportHook<&::SetNamedSecurityInfoW> secure_;
+    ImportHook<&::Sleep> sleep_;
+    ImportHook<&::WaitForSingleObject> wait_;
+    HandleLedger ledger_;
+};
+
+}  // namespace test
