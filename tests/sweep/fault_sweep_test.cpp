@@ -1,9 +1,7 @@
 // Runs the program once for every call that it makes of the platform, in every way in which that
 // can fail: the call alone, and it and all that come after it.
 
-#include "sweep/fault_injector.h"
-#include "sweep/installed_product.h"
-#include "sweep/run_rules.h"
+#include "sweep/faulty_run.h"
 
 #include <cstddef>
 #include <gmock/gmock.h>
@@ -15,10 +13,10 @@
 
 namespace {
 
-using test::BrokenRules;
-using test::FaultInjector;
-using test::InstalledProduct;
+using test::NoFault;
+using test::Outcome;
 using test::PlatformCall;
+using test::RunWith;
 using testing::IsEmpty;
 
 struct Action {
@@ -28,28 +26,6 @@ struct Action {
 
 void PrintTo(const Action& action, std::ostream* out) {
     *out << action.name;
-}
-
-// The calls of a run, and what is wrong with it.
-struct Outcome {
-    std::vector<PlatformCall> calls;
-    std::vector<std::string> broken;
-};
-
-Outcome RunWith(const std::wstring& option, const FaultInjector::Decision& decision) {
-    InstalledProduct product;
-    Outcome outcome;
-    {
-        const FaultInjector injector(product.TaskService(), decision);
-        product.Run(option);
-        outcome.calls = injector.Calls();
-    }
-    outcome.broken = BrokenRules(product, option);
-    return outcome;
-}
-
-std::optional<std::size_t> NoFault(std::size_t /*call*/) {
-    return std::nullopt;
 }
 
 class FaultSweep : public testing::TestWithParam<Action> {
