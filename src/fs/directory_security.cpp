@@ -57,8 +57,9 @@ public:
 
     // Adds the entry at the end.
     void Add(const AceSpec& ace, PSID sid) {
-        valid_ = valid_ && ::AddAccessAllowedAceEx(Get(), ACL_REVISION, ace.aceFlags,
-                                                   ace.accessMask, sid) != FALSE;
+        const auto flags = static_cast<BYTE>(ace.aceFlags);  // one byte in the list
+        valid_ = valid_ &&
+                 ::AddAccessAllowedAceEx(Get(), ACL_REVISION, flags, ace.accessMask, sid) != FALSE;
     }
 
     // Makes the list that of a path. A list that could not be built whole is not set.

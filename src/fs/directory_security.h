@@ -20,7 +20,7 @@ static_assert(offsetof(SecurityId, subAuthorities) == offsetof(SID, SubAuthority
 
 // One entry of an access list: access allowed to a trustee.
 struct AceSpec {
-    std::uint32_t aceFlags;  // inheritance
+    std::uint32_t aceFlags;  // inheritance; the low byte counts
     std::uint32_t accessMask;
     SecurityId sid;
 };

@@ -79,6 +79,21 @@ TEST(SetProtectedDacl, LeavesOutAnEntryWhoseTrusteeIsNotValid) {
     }
 }
 
+TEST(SetProtectedDacl, UsesOneByteOfTheFlags) {
+    const SecurityCalls calls;
+    std::vector<DWORD> asked;
+    ImportHook<&::AddAccessAllowedAceEx> add(
+        [&](PACL list, DWORD revision, DWORD flags, DWORD mask, PSID sid) {
+            asked.push_back(flags);
+            return add.Forward(list, revision, flags, mask, sid);
+        });
+    const std::vector<AceSpec> aces = {{0xFFFF'FF03, 0x1000'0000, LocalSystem},
+                                       {0x0000'0100, 0xA000'0000, LocalSystem}};
+    EXPECT_TRUE(SetProtectedDacl(L"C:\\a", aces));
+    EXPECT_THAT(asked, ElementsAre(0x3, 0x0));
+    EXPECT_EQ(calls.Made(), Calls{ProtectedDacl(L"C:\\a", "(A;OICI;GA;;;SY)(A;;GXGR;;;SY)")});
+}
+
 TEST(SetProtectedDacl, HasRoomForManyEntries) {
     const SecurityCalls calls;
     std::string entries;
