@@ -196,6 +196,15 @@ TEST_F(FileOperationsTest, ShowAndUsePathsWithTheirVariablesExpanded) {
     EXPECT_THAT(FileText(Placed(L"a")), Optional(std::string("shipped")));
 }
 
+// The directory comes out of an expansion already: what that leaves is expanded once more.
+TEST_F(FileOperationsTest, ShowAndCreateTheDirectoryExpandedOnceMore) {
+    const EnvironmentVariable inner(L"FinasetTestsInner", directory / L"inner");
+    const EnvironmentVariable outer(L"FinasetTests", L"%FinasetTestsInner%");
+    EXPECT_THAT(LogOf({{false, L"%FinasetTests%\\a", {}, Shipped(L"a")}}),
+                testing::StartsWith(Creating(directory / L"inner\\", Success)));
+    EXPECT_NE(GetPathAttributes(directory / L"inner"), INVALID_FILE_ATTRIBUTES);
+}
+
 TEST_F(FileOperationsTest, FailAndGoOnWithEmptyPathsIfTheExpansionFails) {
     PutFile(Shipped(L"a"), "shipped");
     const ImportHook<&::ExpandEnvironmentStringsW> expand(
