@@ -6,14 +6,17 @@
 #include "support/fake_processes.h"
 #include "support/file_contents.h"
 #include "support/import_hook.h"
+#include "support/installed_service.h"
 #include "support/print_hook.h"
 #include "support/temporary_directory.h"
+#include "support/virtual_clock.h"
 
 #include <windows.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace {
@@ -181,6 +184,45 @@ TEST_F(RunUninstallProgramTest, PrintsAndReportsTheStartBeforeIt) {
         RunUninstallProgram();
     });
     EXPECT_THAT(steps, ElementsAre(StartingLine(), "report", "start", EndedLine("True")));
+}
+
+// A real program that runs on, and no time to wait for it.
+TEST(RunUninstallProgram, GivesARealProgramUpAfterAMinuteAndLeavesItRunning) {
+    const test::TemporaryDirectory directory;
+    const std::wstring program = directory / L"Unfinaset.exe";
+    ASSERT_TRUE(::CopyFileW(test::BesideThisProgram(L"stand_in_companion.exe").c_str(),
+                            program.c_str(), TRUE));
+    const test::ImportHook<&::QueryFullProcessImageNameW> ownPath(
+        [&](HANDLE, DWORD, LPWSTR path, PDWORD size) -> BOOL {
+            *size = static_cast<DWORD>((directory / L"Finaset.exe").copy(path, *size));
+            path[*size] = L'\0';
+            return TRUE;
+        });
+    DWORD id = 0;
+    test::ImportHook<&::CreateProcessW> create([&](auto... arguments) {
+        const BOOL created = create.Forward(arguments...);
+        id = std::get<sizeof...(arguments) - 1>(std::tuple(arguments...))->dwProcessId;
+        return created;
+    });
+    const test::FakeEventLog events;
+    std::vector<DWORD> waits;
+    bool ended = true;
+    const std::string log = Printed([&] {
+        const test::VirtualClock clock;
+        ended = RunUninstallProgram();
+        waits = clock.Waits();
+    });
+    EXPECT_FALSE(ended);
+    EXPECT_EQ(log, "First Run - Starting " + Narrow(program) + " Process\r\nFirst Run - Process " +
+                       Narrow(program) + " Ended (False)\r\n");
+    EXPECT_THAT(waits, ElementsAre(60'000));
+
+    const HANDLE process = ::OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, id);
+    ASSERT_NE(process, nullptr);
+    EXPECT_EQ(::WaitForSingleObject(process, 0), static_cast<DWORD>(WAIT_TIMEOUT));
+    ::TerminateProcess(process, 0);
+    ::WaitForSingleObject(process, INFINITE);
+    ::CloseHandle(process);
 }
 
 class RespondToSecurityFailureTest : public SecurityResponseTest {
