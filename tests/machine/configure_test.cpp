@@ -3,6 +3,7 @@
 #include "fs/path_helpers.h"
 #include "machine/expected_log.h"
 #include "machine/machine.h"
+#include "support/environment_variable.h"
 
 #include <windows.h>
 
@@ -10,6 +11,7 @@
 #include <sddl.h>
 
 #include <chrono>
+#include <cstddef>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -47,8 +49,8 @@ std::string SecuredWithImages() {
                                                  ImageCacheDirectory + " \t - \tFailure"}});
 }
 
-// The access list of a path. Under Wine it is made from the file's mode, which a list that is set
-// through a link changes.
+// The access list of a path. Under Wine it is made up from the file's mode: lists that differ can
+// read back alike.
 std::wstring AccessListOf(const std::filesystem::path& path) {
     PSECURITY_DESCRIPTOR descriptor = nullptr;
     ::GetNamedSecurityInfoW(path.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
@@ -60,6 +62,43 @@ std::wstring AccessListOf(const std::filesystem::path& path) {
     ::LocalFree(text);
     ::LocalFree(descriptor);
     return list;
+}
+
+// Lets everyone do everything with a path. Of all lists this one reads back otherwise than any that
+// the product sets or resets, under Wine too.
+void OpenToEveryone(const std::filesystem::path& path) {
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    ::ConvertStringSecurityDescriptorToSecurityDescriptorW(L"D:P(A;OICI;FA;;;WD)", SDDL_REVISION_1,
+                                                           &descriptor, nullptr);
+    BOOL present = FALSE;
+    BOOL defaulted = FALSE;
+    PACL list = nullptr;
+    ::GetSecurityDescriptorDacl(descriptor, &present, &list, &defaulted);
+    std::wstring name = path.wstring();
+    EXPECT_EQ(
+        ::SetNamedSecurityInfoW(name.data(), SE_FILE_OBJECT,
+                                DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION,
+                                nullptr, nullptr, list, nullptr),
+        static_cast<DWORD>(ERROR_SUCCESS));
+    ::LocalFree(descriptor);
+}
+
+using DataFiles = std::map<std::wstring, std::string>;
+
+// The data files after the shipped ones are copied to them.
+DataFiles Installed(DataFiles files) {
+    const std::wstring directory = L"Nimbus\\ConfigurationFiles\\";
+    files.try_emplace(directory + L"user.xml", "shipped user.xml");
+    files[directory + L"oem.xml"] = "shipped oem.xml";
+    files[directory + L"vx.stg"] = "shipped vx.stg";
+    return files;
+}
+
+// The settings after a run: without the directory that it forgets, and with the mark cleared.
+std::map<std::wstring, std::wstring> Configured(std::map<std::wstring, std::wstring> settings) {
+    settings.erase(L"ConfigFileDirectory");
+    settings[L"FirstRun"] = L"0";
+    return settings;
 }
 
 // The response to a securing failure, with the lines of the uninstall program.
@@ -76,10 +115,20 @@ class Configure : public testing::Test {
 protected:
     Configure() { machine.InstallProduct(); }
 
-    void ExpectRun(const std::string& sections, const std::wstring& arguments = L"/CONFIGURE") {
-        const FinishedRun run = machine.Run(arguments);
+    // Runs the action, and expects its log and that it changes nothing but the settings and the
+    // data files, which are then `files`, or those that are there with the shipped ones.
+    void ExpectRun(const std::string& sections, const std::optional<DataFiles>& files = {}) {
+        machine.WriteSetting(L"FirstRun", 1);
+        const MachineState before = machine.Describe();
+        const FinishedRun run = machine.Run(L"/CONFIGURE");
         EXPECT_EQ(run.log, WholeLog(sections));
         EXPECT_EQ(run.exitCode, 0U);
+        const MachineState after = machine.Describe();
+        EXPECT_EQ(after.services, before.services);
+        EXPECT_EQ(after.applications, before.applications);
+        EXPECT_EQ(after.settings, Configured(before.settings));
+        EXPECT_EQ(after.dataFiles, files ? *files : Installed(before.dataFiles));
+        EXPECT_FALSE(after.staleKey);
     }
 
     [[nodiscard]] std::string UninstallProgram() const {
@@ -103,12 +152,14 @@ TEST_F(Configure, KeepsTheUsersFileAndReplacesTheOthersOnAReinstallation) {
     WriteFile(directory / "vx.stg", "edited");
     ExpectRun(LaterConfigureSection);
     EXPECT_EQ(ReadFile(directory / "user.xml"), "edited");
-    EXPECT_EQ(ReadFile(directory / "oem.xml"), "shipped oem.xml");
-    EXPECT_EQ(ReadFile(directory / "vx.stg"), "shipped vx.stg");
 }
 
 TEST_F(Configure, LeavesTheSameMachineHoweverOftenItRuns) {
     ExpectRun(FirstConfigureSection);
+    for (const std::string& directory :
+         {NimbusDirectory, ConfigurationDirectory, ImageCacheDirectory, ActivityLogDirectory}) {
+        EXPECT_TRUE(std::filesystem::is_directory(directory)) << directory;
+    }
     const MachineState first = machine.Describe();
     for (int more = 0; more < 2; ++more) {
         ExpectRun(LaterConfigureSection);
@@ -122,9 +173,9 @@ TEST_F(Configure, LeavesTheSameMachineHoweverOftenItRuns) {
 
 TEST_F(Configure, GoesOnWithoutTheDriverDirectory) {
     std::filesystem::remove_all(Machine::DriverDirectory());
-    ExpectRun(DeletedSettings(true) + FilesOfNoInstallation + SecuredDirectories(true) +
-              RestOfConfigure);
-    EXPECT_THAT(machine.Describe().dataFiles, IsEmpty());
+    ExpectRun(
+        DeletedSettings(true) + FilesOfNoInstallation + SecuredDirectories(true) + RestOfConfigure,
+        DataFiles());
 }
 
 TEST_F(Configure, GoesOnAfterAReadOnlyDestination) {
@@ -139,27 +190,31 @@ TEST_F(Configure, GoesOnAfterAReadOnlyDestination) {
                                          probe.c_str(), FALSE) != FALSE;
     ::SetFileAttributesW(probe.c_str(), FILE_ATTRIBUTE_NORMAL);
 
-    ExpectRun(
-        DeletedSettings(false) +
-        ReplaceIn(FilesOfAReinstallation, {{"oem.xml \t - \tSuccess", "oem.xml \t - \tFailure"},
-                                           {"oem.xml     overwriting =true\t - \tSuccess",
-                                            std::string("oem.xml     overwriting =true\t - \t") +
-                                                (replaceable ? "Success" : "Failure")}}) +
-        SecuredDirectories(false) + RestOfConfigure);
-    EXPECT_EQ(ReadFile(file), replaceable ? "shipped oem.xml" : "read-only");
-    EXPECT_EQ(ReadFile(probe), "shipped vx.stg");
+    DataFiles files = Installed({});
+    files[L"Nimbus\\ConfigurationFiles\\oem.xml"] = replaceable ? "shipped oem.xml" : "read-only";
+    ExpectRun(DeletedSettings(false) +
+                  ReplaceIn(FilesOfAReinstallation,
+                            {{"oem.xml \t - \tSuccess", "oem.xml \t - \tFailure"},
+                             {"oem.xml     overwriting =true\t - \tSuccess",
+                              std::string("oem.xml     overwriting =true\t - \t") +
+                                  (replaceable ? "Success" : "Failure")}}) +
+                  SecuredDirectories(false) + RestOfConfigure,
+              files);
     ::SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_NORMAL);
 }
 
 TEST_F(Configure, GoesOnAfterADestinationThatIsADirectory) {
     std::filesystem::create_directories(Machine::ConfigurationDirectory() / L"oem.xml");
-    ExpectRun(
-        DeletedSettings(true) +
-        ReplaceIn(FilesOfAFirstInstallation,
-                  {{"ConfigurationFiles\\ \t - \tSuccess", "ConfigurationFiles\\ \t - \tFailure"},
-                   {"oem.xml     overwriting =true\t - \tSuccess",
-                    "oem.xml     overwriting =true\t - \tFailure"}}) +
-        SecuredDirectories(true) + RestOfConfigure);
+    DataFiles files = Installed({});
+    files.erase(L"Nimbus\\ConfigurationFiles\\oem.xml");
+    ExpectRun(DeletedSettings(true) +
+                  ReplaceIn(FilesOfAFirstInstallation,
+                            {{"ConfigurationFiles\\ \t - \tSuccess",
+                              "ConfigurationFiles\\ \t - \tFailure"},
+                             {"oem.xml     overwriting =true\t - \tSuccess",
+                              "oem.xml     overwriting =true\t - \tFailure"}}) +
+                  SecuredDirectories(true) + RestOfConfigure,
+              files);
     EXPECT_TRUE(std::filesystem::is_directory(Machine::ConfigurationDirectory() / L"oem.xml"));
 }
 
@@ -272,14 +327,36 @@ TEST_F(Configure, ForgetsTheConfigurationDirectoryWhateverTheValueHolds) {
     }
 }
 
-// That nothing below it is touched shows at the import alone: what a file's list is, Wine makes up.
-TEST_F(Configure, CountsADirectoryWithAnotherAttributeAsSecured) {
+// What is below a directory is reset, unless that has any attribute beside that of being one: then
+// it is left alone, which counts as secured.
+TEST_F(Configure, ResetsWhatIsBelowADirectoryUnlessThatHasAnotherAttribute) {
     const std::filesystem::path images = Machine::DataDirectory() / L"ImageCache";
-    WriteFile(images / L"file", "kept");
-    ::SetFileAttributesW(images.c_str(), FILE_ATTRIBUTE_HIDDEN);
-    ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation + SecuredWithImages() +
-              RestOfConfigure);
-    EXPECT_EQ(ReadFile(images / L"file"), "kept");
+    const std::filesystem::path paths[] = {images / L"file", images / L"below",
+                                           images / L"below\\file"};
+    for (const bool hidden : {true, false}) {
+        SCOPED_TRACE(hidden);
+        std::filesystem::remove_all(Machine::DataDirectory());
+        machine.WriteStaleSettings();
+        WriteFile(paths[0], "kept");
+        WriteFile(paths[2], "kept");
+        OpenToEveryone(images);
+        const std::wstring open = AccessListOf(images);
+        std::vector<std::wstring> before;
+        for (const std::filesystem::path& path : paths) {
+            OpenToEveryone(path);
+            before.push_back(AccessListOf(path));
+        }
+        if (hidden) {
+            ASSERT_TRUE(::SetFileAttributesW(images.c_str(), FILE_ATTRIBUTE_HIDDEN));
+        }
+        ASSERT_EQ(::GetFileAttributesW(images.c_str()), hidden ? 0x12U : 0x10U);
+        ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation + SecuredWithImages() +
+                  RestOfConfigure);
+        EXPECT_NE(AccessListOf(images), open);
+        for (std::size_t i = 0; i < before.size(); ++i) {
+            EXPECT_EQ(AccessListOf(paths[i]) == before[i], hidden) << paths[i];
+        }
+    }
 }
 
 TEST_F(Configure, SecuresATreeOf2000EntriesInSixLevels) {
@@ -290,22 +367,28 @@ TEST_F(Configure, SecuresATreeOf2000EntriesInSixLevels) {
         }
         level /= L"below";
     }
+    const std::filesystem::path deepest = level.parent_path() / L"file 332";
+    OpenToEveryone(deepest);
+    const std::wstring open = AccessListOf(deepest);
     ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation + SecuredWithImages() +
               RestOfConfigure);
     EXPECT_EQ(machine.Describe().dataFiles.size(), 3U + 6 * 333U);
+    EXPECT_NE(AccessListOf(deepest), open);
 }
 
 TEST_F(Configure, SecuresFilesOfAnyName) {
+    std::map<std::filesystem::path, std::wstring> open;
     for (const std::wstring& name : {std::wstring(L"a name  with blanks"), std::wstring(255, L'n'),
                                      std::wstring(L"\u0416\u4E2D\u20AC")}) {
-        WriteFile(Machine::DataDirectory() / L"ImageCache" / name, "kept");
+        const std::filesystem::path path = Machine::DataDirectory() / L"ImageCache" / name;
+        WriteFile(path, "kept");
+        OpenToEveryone(path);
+        open[path] = AccessListOf(path);
     }
-    const MachineState before = machine.Describe();
     ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation + SecuredWithImages() +
               RestOfConfigure);
-    std::map<std::wstring, std::string> kept = machine.Describe().dataFiles;
-    for (const auto& [name, content] : before.dataFiles) {
-        EXPECT_EQ(kept[name], content);
+    for (const auto& [path, list] : open) {
+        EXPECT_NE(AccessListOf(path), list) << path;
     }
 }
 
@@ -332,6 +415,8 @@ protected:
     void MakeVictim() {
         std::filesystem::remove_all(VictimDirectory);
         WriteFile(VictimFile, "victim");
+        OpenToEveryone(VictimFile);
+        OpenToEveryone(VictimDirectory);
         victimAccess_ = AccessListOf(VictimFile);
         victimDirectoryAccess_ = AccessListOf(VictimDirectory);
     }
@@ -392,28 +477,33 @@ TEST_F(ConfigureWithALink, GivesTheUninstallProgramUpAfter60SecondsAndLeavesItRu
                                                      " Process\nFirst Run - Process " +
                                                      UninstallProgram() + " Ended (False)\n")));
     EXPECT_THAT(run.duration, testing::AllOf(testing::Ge(60s), testing::Lt(80s)));
-    EXPECT_THAT(machine.Describe().applications, ElementsAre(L"Unfinaset.exe"));
+    const MachineState after = machine.Describe();
+    EXPECT_THAT(after.applications, ElementsAre(L"Unfinaset.exe"));
+    EXPECT_EQ(after.settings, (std::map<std::wstring, std::wstring>{{L"FirstRun", L"0"}}));
+    ExpectVictimUntouched();
 }
 
 TEST_F(ConfigureWithALink, EndsAtALinkAmongTheEntriesOfEachDirectory) {
     struct Row {
         std::string directory;
         std::string before;  // the rows that are secured until then
+        bool reached;        // by the reset of what is below the first, links and all: meant
     };
     const std::string nimbus = Securing({.directory = NimbusDirectory});
     const std::string files = nimbus + Securing({.directory = ConfigurationDirectory});
     const std::string images =
         files + Securing({.directory = ImageCacheDirectory, .created = true});
     const Row rows[] = {
-        {NimbusDirectory, ""},
-        {ConfigurationDirectory, nimbus},
-        {ImageCacheDirectory, files},
-        {ActivityLogDirectory, images},
+        {NimbusDirectory, "", false},
+        {ConfigurationDirectory, nimbus, true},
+        {ImageCacheDirectory, files, false},
+        {ActivityLogDirectory, images, true},
     };
     for (const Row& row : rows) {
         for (const bool hard : {true, false}) {
             SCOPED_TRACE(row.directory + (hard ? ", hard link" : ", linked directory"));
             std::filesystem::remove_all(Machine::DataDirectory());
+            MakeVictim();
             const std::filesystem::path path = std::filesystem::path(row.directory) / L"link";
             std::filesystem::create_directories(path.parent_path());
             std::optional<DirectoryLink> link;
@@ -423,7 +513,6 @@ TEST_F(ConfigureWithALink, EndsAtALinkAmongTheEntriesOfEachDirectory) {
                 link.emplace(path, VictimDirectory);
             }
             machine.WriteStaleSettings();
-            machine.WriteSetting(L"FirstRun", 1);
             // The configuration directory is there already when the link lies in it.
             const bool there = row.directory == ConfigurationDirectory;
             const std::string copied =
@@ -432,9 +521,13 @@ TEST_F(ConfigureWithALink, EndsAtALinkAmongTheEntriesOfEachDirectory) {
             ExpectRun(DeletedSettings(true) + copied + "\nSecureFilesDirectories.....\n" +
                       row.before + Securing({.directory = row.directory, .childHasLink = true}) +
                       Response());
-            ExpectVictimUntouched();
-            EXPECT_EQ(machine.Describe().settings,
-                      (std::map<std::wstring, std::wstring>{{L"FirstRun", L"0"}}));
+            // The rows behind it are not even created.
+            EXPECT_EQ(std::filesystem::exists(ImageCacheDirectory), &row >= &rows[2]);
+            EXPECT_EQ(std::filesystem::exists(ActivityLogDirectory), &row >= &rows[3]);
+            EXPECT_EQ(ReadFile(VictimFile), "victim");
+            if (!row.reached) {
+                ExpectVictimUntouched();
+            }
         }
     }
 }
@@ -470,12 +563,18 @@ TEST_F(ConfigureWithALink, EndsAtALinkAtEachLevelOfADirectoryOfTheSettings) {
     }
 }
 
-TEST_F(ConfigureWithALink, EndsAtALinkOnTheWayToTheProductsDirectories) {
-    // To the first directory, and to the second, which is an entry of the first.
-    const std::pair<std::filesystem::path, SecuringOf> rows[] = {
-        {Machine::DataDirectory(), {.directory = NimbusDirectory, .pathHasLink = true}},
-        {NimbusDirectory, {.directory = NimbusDirectory, .pathHasLink = true}},
-        {Machine::ConfigurationDirectory(), {.directory = NimbusDirectory, .childHasLink = true}},
+TEST_F(ConfigureWithALink, EndsAtALinkInPlaceOfEachOfTheProductsDirectories) {
+    const std::string nimbus = Securing({.directory = NimbusDirectory});
+    const std::string linkInNimbus = Securing({.directory = NimbusDirectory, .childHasLink = true});
+    const std::pair<std::filesystem::path, std::string> rows[] = {
+        {Machine::DataDirectory(), Securing({.directory = NimbusDirectory, .pathHasLink = true})},
+        {NimbusDirectory, Securing({.directory = NimbusDirectory, .pathHasLink = true})},
+        // These two are entries of the first.
+        {Machine::ConfigurationDirectory(), linkInNimbus},
+        {Machine::DataDirectory() / L"Nimbus\\ActivityLog", linkInNimbus},
+        {ImageCacheDirectory,
+         nimbus + Securing({.directory = ConfigurationDirectory}) +
+             Securing({.directory = ImageCacheDirectory, .pathHasLink = true})},
     };
     for (const auto& [path, securing] : rows) {
         SCOPED_TRACE(path.string());
@@ -488,29 +587,79 @@ TEST_F(ConfigureWithALink, EndsAtALinkOnTheWayToTheProductsDirectories) {
         ExpectRun(DeletedSettings(true) +
                   (there ? ReplaceIn(FilesOfAFirstInstallation, {{"Success", "Failure"}})
                          : FilesOfAFirstInstallation) +
-                  "\nSecureFilesDirectories.....\n" + Securing(securing) + Response());
+                  "\nSecureFilesDirectories.....\n" + securing + Response());
         ExpectVictimUntouched();
     }
 }
 
+TEST_F(ConfigureWithALink, EndsAtALinkAtOrAboveTheProgramDataDirectory) {
+    const std::filesystem::path top = L"C:\\Elsewhere";
+    const std::filesystem::path levels[] = {top, top / L"data"};
+    const std::string before = Machine::DataDirectory().parent_path().string();
+    const EnvironmentVariable programData(L"ProgramData", levels[1].wstring());
+    for (const std::filesystem::path& level : levels) {
+        SCOPED_TRACE(level.string());
+        MakeVictim();
+        machine.WriteStaleSettings();
+        std::filesystem::create_directories(level.parent_path());
+        std::filesystem::create_directories(VictimDirectory / levels[1].lexically_relative(level));
+        const DirectoryLink link(level, VictimDirectory);
+        ExpectRun(ReplaceIn(DeletedSettings(true) + FilesOfAFirstInstallation +
+                                "\nSecureFilesDirectories.....\n" +
+                                Securing({.directory = NimbusDirectory, .pathHasLink = true}),
+                            {{before, levels[1].string()}}, /*everywhere=*/true) +
+                  Response());
+        ExpectVictimUntouched();
+    }
+    std::filesystem::remove_all(top);
+}
+
+// Meant; what it names is then reset like anything else below.
 TEST_F(ConfigureWithALink, DoesNotSeeAHardLinkOneLevelDeeper) {
-    HardLink(Machine::DataDirectory() / L"ImageCache\\below\\link");
-    ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation + SecuredWithImages() +
-              RestOfConfigure);
-    ExpectVictimUntouched();
+    const std::pair<std::string, std::string> rows[] = {
+        {NimbusDirectory, SecuredDirectories(true)},
+        {ConfigurationDirectory, SecuredDirectories(true)},
+        {ImageCacheDirectory, SecuredWithImages()},
+        {ActivityLogDirectory,
+         ReplaceIn(SecuredDirectories(true), {{ActivityLogDirectory + " \t - \tSuccess",
+                                               ActivityLogDirectory + " \t - \tFailure"}})},
+    };
+    for (const auto& [directory, log] : rows) {
+        SCOPED_TRACE(directory);
+        std::filesystem::remove_all(Machine::DataDirectory());
+        MakeVictim();
+        machine.WriteStaleSettings();
+        HardLink(std::filesystem::path(directory) / L"below\\link");
+        const bool there = directory == ConfigurationDirectory;
+        ExpectRun(DeletedSettings(true) +
+                  (there ? ReplaceIn(FilesOfAFirstInstallation, {{"Success", "Failure"}})
+                         : FilesOfAFirstInstallation) +
+                  log + RestOfConfigure);
+        EXPECT_EQ(ReadFile(VictimFile), "victim");
+    }
 }
 
 TEST_F(ConfigureWithALink, StartsAndDisablesNothingAfterwards) {
     HardLink(Machine::DataDirectory() / L"Nimbus\\link");
     machine.WriteSetting(L"FinasetAction", 1 + 4 + 8 + 16);
     const Utils::KernelHandle application = machine.StartProduct();
-    ExpectRun(StopSection(AskedToQuit + AllServicesStopped) + InsecureNimbus() + Response(), L"");
-    for (const auto& [name, service] : machine.Describe().services) {
-        EXPECT_EQ(service.state, static_cast<DWORD>(SERVICE_STOPPED));
-        EXPECT_EQ(service.startType, static_cast<DWORD>(SERVICE_AUTO_START));
+    MachineState expected = machine.Describe();
+    const FinishedRun run = machine.Run();
+    EXPECT_EQ(run.log, WholeLog(StopSection(AskedToQuit + AllServicesStopped) + InsecureNimbus() +
+                                Response()));
+    EXPECT_EQ(run.exitCode, 0U);
+    EXPECT_TRUE(Ended(application, 10s));
+    for (auto& [name, service] : expected.services) {
+        service.state = SERVICE_STOPPED;
     }
+    const MachineState after = machine.Describe();
+    EXPECT_EQ(after.services, expected.services);
+    EXPECT_THAT(after.applications, IsEmpty());
+    EXPECT_EQ(after.settings, Configured(expected.settings));
+    EXPECT_EQ(after.dataFiles, Installed(expected.dataFiles));
     EXPECT_THAT(machine.StartsOf(L"BriskoLU.exe"), IsEmpty());
     EXPECT_EQ(machine.StartsOf(L"Unfinaset.exe").size(), 1U);
+    ExpectVictimUntouched();
 }
 
 }  // namespace
