@@ -35,19 +35,32 @@ constexpr Option Options[] = {
     {L"/DISABLE", ActionDisable},
 };
 
+// No failure of the platform throws, only a want of memory. It ends the row or the step that it
+// befalls, and the run goes on with the next.
+template <typename Work>
+void Guarded(const Work& work) {
+    try {
+        work();
+    } catch (const std::exception&) {
+        return;  // the log has no line for it
+    }
+}
+
 void RunSteps(std::uint32_t actions) {
     if (actions & ActionStop) {
-        StopEntries(StopList);
+        Guarded([] { StopEntries(StopList); });
     }
     bool secured = true;
     if (actions & ActionConfigure) {
-        secured = Configure();
+        // Cut off, it counts as failed: a machine that may not be secured must not be started.
+        secured = false;
+        Guarded([&] { secured = Configure(); });
     }
     if ((actions & ActionStart) && secured) {
-        StartEntries(StartList);
+        Guarded([] { StartEntries(StartList); });
     }
     if ((actions & ActionDisable) && secured) {
-        DisableServices();
+        Guarded([] { DisableServices(); });
     }
 }
 
@@ -55,14 +68,9 @@ void RunSteps(std::uint32_t actions) {
 
 void RunActions(int argumentCount, const wchar_t* const* arguments) {
     ConsolePrint("\r\nFIRST RUN - START\r\n\r\n");
-    try {
-        RunSteps(ChooseActions(argumentCount, arguments));
-    } catch (const std::exception& error) {
-        // No failure of the platform comes this way, only a want of memory. There is nothing left
-        // to try then, but an installer must not see the program crash, nor its reader a log cut
-        // off.
-        ConsolePrint("\r\nFIRST RUN - ENDED EARLY: %s\r\n", error.what());
-    }
+    std::uint32_t actions = 0;  // nothing, rather than what was not asked for
+    Guarded([&] { actions = ChooseActions(argumentCount, arguments); });
+    RunSteps(actions);
     ConsolePrint("\r\n\r\nFIRST RUN - FINISHED\r\n");
 }
 
@@ -89,13 +97,13 @@ std::uint32_t ChooseActions(int argumentCount, const wchar_t* const* arguments) 
 void StopEntries(std::span<const ProcessEntry> entries) {
     PrintSectionBanner(StopBannerDashes, "Stopping Processes.....\r\n");
     for (const ProcessEntry& entry : entries) {
-        StopEntry(entry);
+        Guarded([&] { StopEntry(entry); });
     }
 }
 
 void StartEntries(std::span<const ProcessEntry> entries) {
     PrintSectionBanner(StartBannerDashes, "Starting Processes.....\r\n");
     for (const ProcessEntry& entry : entries) {
-        StartEntry(entry);
+        Guarded([&] { StartEntry(entry); });
     }
 }

@@ -14,8 +14,8 @@ enum ActionBits : std::uint32_t {
 };
 
 // One run: takes the arguments of wmain, settles the action bits and carries out the steps in their
-// order. No failure ends it early; only a configure step that could not secure the machine keeps
-// start and disable from running.
+// order. No failure ends it early, a want of memory neither; only a configure step that could not
+// secure the machine, or did not come to its end, keeps start and disable from running.
 void RunActions(int argumentCount, const wchar_t* const* arguments);
 
 // The action bits of this run: the registry's, or those of the first argument if it is an option.

@@ -3,6 +3,7 @@
 #include "proc/process.h"
 #include "support/call_log.h"
 #include "support/console_capture.h"
+#include "support/failing_allocation.h"
 #include "support/fake_event_log.h"
 #include "support/fake_processes.h"
 #include "support/fake_services.h"
@@ -397,20 +398,106 @@ TEST_F(ActionsTest, DoNotRunForTheUsageText) {
     EXPECT_EQ(LogOfRun({L"/?"}), std::string(Started) + UsageText + Finished);
 }
 
-TEST_F(ActionsTest, EndWithTheFinishBannerAfterAWantOfMemory) {
-    constexpr char EndedEarly[] = "\r\nFIRST RUN - ENDED EARLY: std::bad_alloc\r\n";
-    SetRegistry(16);
-    {
-        ImportHook<&::OpenSCManagerW> connect(
-            [](LPCWSTR, LPCWSTR, DWORD) -> SC_HANDLE { throw std::bad_alloc(); });
-        EXPECT_EQ(LogOfRun({}), std::string(Started) +
-                                    "\r\n------------------------\r\nDisabling Processes....\r\n"
-                                    "------------------------\r\nDisabling Service Corvo...." +
-                                    EndedEarly + Finished);
+// What a want of memory inside a call of the platform does to a run of all steps.
+class ActionsWithoutMemory : public ActionsTest {
+protected:
+    // What the run logs between its banners of start and finish.
+    [[nodiscard]] std::string Log() const {
+        SetRegistry(255);
+        std::string log = LogOfRun({});
+        EXPECT_TRUE(log.starts_with(Started) && log.ends_with(Finished)) << log;
+        log.resize(log.size() - std::strlen(Finished));
+        return log.substr(std::strlen(Started));
     }
-    ImportHook<&::RegOpenKeyExW> open(
-        [](HKEY, LPCWSTR, DWORD, REGSAM, PHKEY) -> LSTATUS { throw std::bad_alloc(); });
-    EXPECT_EQ(LogOfRun({}), std::string(Started) + EndedEarly + Finished);
+};
+
+TEST_F(ActionsWithoutMemory, GoOnWithTheNextServiceAndTheNextStep) {
+    ImportHook<&::OpenSCManagerW> connect(
+        [](LPCWSTR, LPCWSTR, DWORD) -> SC_HANDLE { throw std::bad_alloc(); });
+    EXPECT_EQ(Log(),
+              StopBanner +
+                  std::string("Stopping Application ZEFIR.exe....with Window Title "
+                              "Tarsel\xAE Lumetra  application not found!\r\n"
+                              "Stopping brisko network service x64...."
+                              "Stopping hvnetsvc...."
+                              "Stopping Corvo...."
+                              "Stopping TarselHubService...."
+                              "Stopping Tarsel Nimbus Network Service...."
+                              "Stopping Ardex...."
+                              "Stopping Tarsel Metrics Service...."
+                              "Stopping Tarsel Data Relay Service....") +
+                  ConfigureSection() + StartBanner +
+                  "Starting Application BriskoLU.exe with command line -u....start failed!\r\n"
+                  "Starting Ardex...."
+                  "Starting Tarsel Metrics Service...."
+                  "Starting Tarsel Nimbus Network Service...."
+                  "Starting Tarsel Data Relay Service...."
+                  "\r\n------------------------\r\n"
+                  "Disabling Processes....\r\n"
+                  "------------------------\r\n"
+                  "Disabling Service Corvo....");
+}
+
+TEST_F(ActionsWithoutMemory, GoOnBehindTheApplication) {
+    ImportHook<&::K32EnumProcesses> enumerate(
+        [](DWORD*, DWORD, LPDWORD) -> BOOL { throw std::bad_alloc(); });
+    ImportHook<&::QueryFullProcessImageNameW> image(
+        [](HANDLE, DWORD, LPWSTR, PDWORD) -> BOOL { throw std::bad_alloc(); });
+    const auto without = [](std::string text, const std::string& verdict) {
+        return text.erase(text.find(verdict), verdict.size());
+    };
+    EXPECT_EQ(Log(), StopBanner + without(StopLines, " application not found!\r\n") +
+                         ConfigureSection() + StartBanner +
+                         without(StartLines, "start failed!\r\n") + DisableSection);
+}
+
+TEST_F(ActionsWithoutMemory, NeitherStartNorDisableWhatMayNotBeSecured) {
+    ImportHook<&::SetNamedSecurityInfoW> secure([](LPWSTR, SE_OBJECT_TYPE, SECURITY_INFORMATION,
+                                                   PSID, PSID, PACL,
+                                                   PACL) -> DWORD { throw std::bad_alloc(); });
+    EXPECT_EQ(Log(), std::string(StopBanner) + StopLines + ConfigureLines + SecuringLines);
+}
+
+TEST_F(ActionsWithoutMemory, DoNothingIfItCannotBeToldWhat) {
+    ImportHook<&::RegQueryValueExW> query([](HKEY, LPCWSTR, LPDWORD, LPDWORD, LPBYTE,
+                                             LPDWORD) -> LSTATUS { throw std::bad_alloc(); });
+    EXPECT_EQ(Log(), "");
+}
+
+// Each allocation of a run fails in turn, until a run is through without.
+TEST_F(ActionsTest, EndWithTheFinishBannerWhicheverAllocationFails) {
+    const ImportHook<&::OpenSCManagerW> connect([](auto...) { return nullptr; });
+    const ImportHook<&::K32EnumProcesses> enumerate([](DWORD*, DWORD, DWORD* bytes) {
+        *bytes = 0;
+        return TRUE;
+    });
+    const ImportHook<&::CreateProcessW> launch([](auto...) { return FALSE; });
+    const Arguments arguments({L"/all"});
+    SetRegistry(255);
+    bool failed = true;
+    std::size_t before = 0;
+    for (; failed; ++before) {
+        SCOPED_TRACE(before);
+        const std::string log = Printed([&] {
+            const test::FailingAllocation failing(before);
+            RunActions(arguments.Count(), arguments.Vector());
+            failed = failing.Failed();
+        });
+        EXPECT_THAT(log, testing::StartsWith(Started));
+        EXPECT_THAT(log, testing::EndsWith(Finished));
+        const auto has = [&](const char* text) { return log.find(text) != std::string::npos; };
+        const bool stops = has("\r\nStopping Processes");
+        const bool configures = has("\r\nSetting Up");
+        const bool starts = has("\r\nStarting Processes");
+        const bool disables = has("\r\nDisabling Processes");
+        // It cost one step at the most, or all if it could not be told what to do, or also those
+        // that need a secured machine.
+        EXPECT_TRUE((stops && configures) || (stops && !starts && !disables) ||
+                    (configures && starts && disables) || log == std::string(Started) + Finished)
+            << log;
+        EXPECT_TRUE((!starts && !disables) || has(SecuredConfigureLines)) << log;
+    }
+    EXPECT_GT(before, 100U);
 }
 
 // A walk over a list: what it prints for an empty one, and the kind that it has no use for.

@@ -1,0 +1,49 @@
+#include "support/failing_allocation.h"
+
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+constexpr std::size_t Never = ~std::size_t{0};
+
+std::size_t remaining = Never;
+bool failed = false;
+
+}  // namespace
+
+namespace test {
+
+FailingAllocation::FailingAllocation(std::size_t before) {
+    failed = false;
+    remaining = before;
+}
+
+FailingAllocation::~FailingAllocation() {
+    remaining = Never;
+}
+
+bool FailingAllocation::Failed() {
+    return failed;
+}
+
+}  // namespace test
+
+void* operator new(std::size_t size) {
+    if (remaining != Never && remaining-- == 0) {
+        failed = true;
+        throw std::bad_alloc();
+    }
+    if (void* block = std::malloc(size == 0 ? 1 : size)) {
+        return block;
+    }
+    throw std::bad_alloc();
+}
+
+void operator delete(void* block) noexcept {
+    std::free(block);
+}
+
+void operator delete(void* block, std::size_t /*size*/) noexcept {
+    std::free(block);
+}
