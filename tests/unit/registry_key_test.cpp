@@ -539,8 +539,8 @@ TEST_F(TransactedDeletion, OpensAndDeletesInTheTransactionAndLooksBothUpEachTime
     transaction_.handle = Transaction;
     Calls made;
     const DeleteTransacted deletion(
-        [&](HKEY key, LPCWSTR name, REGSAM, DWORD reserved, HANDLE transaction, PVOID more) {
-            made.push_back(Call(name, reserved, transaction, more));
+        [&](HKEY key, LPCWSTR name, REGSAM view, DWORD reserved, HANDLE transaction, PVOID more) {
+            made.push_back(Call(name, view, reserved, transaction, more));
             return key == top_.Get() ? ERROR_INVALID_HANDLE : ::RegDeleteKeyW(key, name);
         });
     const Lookups lookups({{"RegOpenKeyTransactedW", open_.Address()},
@@ -549,8 +549,8 @@ TEST_F(TransactedDeletion, OpensAndDeletesInTheTransactionAndLooksBothUpEachTime
     EXPECT_THAT(open_.Made(),
                 ElementsAre(Call(top_.Get(), L"1", 0, 0x2021F, Some, Transaction, nullptr),
                             EndsWith(Call(L"2", 0, 0x2021F, Some, Transaction, nullptr))));
-    EXPECT_THAT(made, ElementsAre(Call(L"2", 0, Transaction, nullptr),
-                                  Call(L"1", 0, Transaction, nullptr)));
+    EXPECT_THAT(made, ElementsAre(Call(L"2", View32, 0, Transaction, nullptr),
+                                  Call(L"1", View32, 0, Transaction, nullptr)));
     EXPECT_EQ(lookups.Made(),
               LookupOf("RegOpenKeyTransactedW") + LookupOf("RegOpenKeyTransactedW") +
                   LookupOf("RegDeleteKeyTransactedW") + LookupOf("RegDeleteKeyTransactedW"));
