@@ -200,4 +200,19 @@ TEST(PrepareConsole, PutsStandardOutputIntoBinaryMode) {
     EXPECT_EQ(before, _O_BINARY);
 }
 
+TEST(PrepareConsole, LeavesTheModeAloneWithoutStandardOutput) {
+    std::vector<int> modes;
+    const test::ImportHook<&::_setmode> setMode([&](int /*descriptor*/, int mode) {
+        modes.push_back(mode);
+        return -1;
+    });
+    for (const int none : {-1, -2}) {
+        const test::ImportHook<&::_fileno> descriptor([&](std::FILE*) { return none; });
+        PrepareConsole();
+    }
+    EXPECT_THAT(modes, testing::IsEmpty());
+    PrepareConsole();
+    EXPECT_THAT(modes, ElementsAre(_O_BINARY));
+}
+
 }  // namespace
