@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <gtest/gtest.h>
 #include <initializer_list>
 
 namespace test {
@@ -125,5 +126,9 @@ FakeProcesses::FakeProcesses()
           open_.erase(handle);
           return TRUE;
       }) {}
+
+FakeProcesses::~FakeProcesses() {
+    EXPECT_TRUE(AllClosed()) << "never closed: " << open_.begin()->second;
+}
 
 }  // namespace test

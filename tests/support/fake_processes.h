@@ -23,7 +23,8 @@ struct FakeProcess {
 };
 
 // Takes the place of what the machine knows of its processes: answers as it is set and enters each
-// call, with its arguments, in a log. Handles that it did not hand out are closed for real.
+// call, with its arguments, in a log. Handles that it did not hand out are closed for real. A test
+// fails that leaves one of its handles open.
 class FakeProcesses {
 public:
     std::wstring ownPath = L"C:\\Own Directory\\Finaset.exe";
@@ -62,6 +63,9 @@ private:
 
 public:
     FakeProcesses();
+    FakeProcesses(const FakeProcesses&) = delete;
+    FakeProcesses& operator=(const FakeProcesses&) = delete;
+    ~FakeProcesses();
 };
 
 }  // namespace test

@@ -1,8 +1,8 @@
 #include "support/fake_services.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <cstring>
+#include <gtest/gtest.h>
 #include <initializer_list>
 
 namespace test {
@@ -22,8 +22,10 @@ std::string AllNull(std::initializer_list<const void*> pointers) {
 }  // namespace
 
 SC_HANDLE FakeServices::Open(const char* kind, std::size_t& count) {
-    handles_.push_back(kind + std::to_string(++count));
-    return reinterpret_cast<SC_HANDLE>(handles_.size());
+    // Far from any handle that the platform hands out.
+    const auto handle = reinterpret_cast<SC_HANDLE>(0x7200'0000 + 4 * (managers_ + services_));
+    handles_[handle] = kind + std::to_string(++count);
+    return handle;
 }
 
 BOOL FakeServices::Accept(DWORD pendingState, DWORD reachedState) {
@@ -35,8 +37,8 @@ BOOL FakeServices::Accept(DWORD pendingState, DWORD reachedState) {
 }
 
 std::string FakeServices::Name(SC_HANDLE handle) const {
-    const auto number = reinterpret_cast<std::uintptr_t>(handle);
-    return number == 0 || number > handles_.size() ? "unknown handle" : handles_[number - 1];
+    const auto entry = handles_.find(handle);
+    return entry == handles_.end() ? "unknown handle" : entry->second;
 }
 
 std::string FakeServices::Zeroed(const SERVICE_STATUS& status) {
@@ -81,11 +83,16 @@ FakeServices::FakeServices()
       }),
       close_([this](SC_HANDLE handle) -> BOOL {
           calls.Add("CloseServiceHandle", Name(handle));
+          EXPECT_EQ(handles_.erase(handle), 1U) << "a handle that is not open is closed";
           return TRUE;
       }),
       sleep_([this](DWORD milliseconds) {
           calls.Add("Sleep", milliseconds);
           sleep_.Forward(milliseconds);
       }) {}
+
+FakeServices::~FakeServices() {
+    EXPECT_TRUE(AllClosed()) << "never closed: " << handles_.begin()->second;
+}
 
 }  // namespace test

@@ -6,7 +6,9 @@
 
 #include <windows.h>
 
+#include <cstddef>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -15,7 +17,7 @@ namespace test {
 
 // Takes the place of the service manager: answers as it is set and enters each call, with its
 // arguments, in a log. Managers and services are numbered in the order in which they are opened.
-// Sleeps are entered too, and cost no time.
+// Sleeps are entered too, and cost no time. A test fails that leaves one of its handles open.
 class FakeServices {
 public:
     bool connects = true;
@@ -36,13 +38,16 @@ public:
     VirtualClock clock;
     CallLog calls;
 
+    // Whether every handle that was handed out is closed again.
+    [[nodiscard]] bool AllClosed() const { return handles_.empty(); }
+
 private:
     SC_HANDLE Open(const char* kind, std::size_t& count);
     BOOL Accept(DWORD pendingState, DWORD reachedState);
     std::string Name(SC_HANDLE handle) const;
     static std::string Zeroed(const SERVICE_STATUS& status);
 
-    std::vector<std::string> handles_;
+    std::map<SC_HANDLE, std::string> handles_;
     std::size_t managers_ = 0;
     std::size_t services_ = 0;
     std::size_t polls_ = 0;
@@ -58,6 +63,9 @@ private:
 
 public:
     FakeServices();
+    FakeServices(const FakeServices&) = delete;
+    FakeServices& operator=(const FakeServices&) = delete;
+    ~FakeServices();
 };
 
 }  // namespace test

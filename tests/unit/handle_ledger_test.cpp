@@ -1,11 +1,22 @@
 #include "support/handle_ledger.h"
 
+#include "shared/owner.h"
+#include "support/console_capture.h"
+#include "support/environment_variable.h"
+#include "support/fake_processes.h"
+#include "support/fake_services.h"
+#include "support/installed_service.h"
+
 #include <windows.h>
 
 #include <objbase.h>
+#include <process.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <gmock/gmock.h>
+#include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 #include <string>
 
@@ -43,6 +54,7 @@ struct LedgerKind {
     std::string opener;
     std::function<void*()> open;
     std::function<void(void*)> release;
+    std::size_t opened = 1;  // with what it takes to open one
 };
 
 void PrintTo(const LedgerKind& kind, std::ostream* out) {
@@ -76,6 +88,31 @@ void* OpenManager() {
     return ::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
 }
 
+// A service that every system has.
+void* OpenSystemService() {
+    const Utils::ServiceHandle manager(static_cast<SC_HANDLE>(OpenManager()));
+    return ::OpenServiceW(manager.Get(), L"RpcSs", SERVICE_QUERY_STATUS);
+}
+
+// Starts a program that ends at once.
+PROCESS_INFORMATION StartProcess(bool asUser) {
+    wchar_t commandLine[] = L"C:\\windows\\system32\\cmd.exe /c exit";
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION info = {};
+    if (!asUser) {
+        ::CreateProcessW(nullptr, commandLine, nullptr, nullptr, FALSE, DETACHED_PROCESS, nullptr,
+                         nullptr, &startup, &info);
+        return info;
+    }
+    HANDLE token = nullptr;
+    ::OpenProcessToken(::GetCurrentProcess(), TOKEN_ALL_ACCESS, &token);
+    const Utils::KernelHandle owner(token);
+    ::CreateProcessAsUserW(token, nullptr, commandLine, nullptr, nullptr, FALSE, DETACHED_PROCESS,
+                           nullptr, nullptr, &startup, &info);
+    return info;
+}
+
 TEST(HandleLedger, NamesAReleaseThatIsRefused) {
     test::ImportHook<&::CloseHandle> refuse([](HANDLE) { return FALSE; });
     const HandleLedger ledger;
@@ -89,7 +126,7 @@ TEST_P(HandleLedgerKinds, NamesWhatIsOpenAndForgetsWhatIsReleased) {
     const LedgerKind& kind = GetParam();
     HandleLedger ledger;
     void* handle = kind.open();
-    EXPECT_EQ(ledger.Opened(), 1U);
+    EXPECT_EQ(ledger.Opened(), kind.opened);
     EXPECT_THAT(ledger.Findings(), ElementsAre("never released: handle of " + kind.opener));
     kind.release(handle);
     EXPECT_THAT(ledger.Findings(), IsEmpty());
@@ -100,6 +137,7 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(LedgerKind{"RegOpenKeyExW", &OpenUserKey, &CloseKey},
                     LedgerKind{"RegCreateKeyExW", &CreateUserKey, &CloseKey},
                     LedgerKind{"OpenSCManagerW", &OpenManager, &CloseService},
+                    LedgerKind{"OpenServiceW", &OpenSystemService, &CloseService, 2},
                     LedgerKind{"OpenProcess", &OpenOwnProcess, &CloseKernelHandle},
                     LedgerKind{"OpenProcessToken", &OpenOwnToken, &CloseKernelHandle},
                     LedgerKind{"CreateFileW", &OpenOwnProgram, &CloseKernelHandle},
@@ -117,5 +155,68 @@ INSTANTIATE_TEST_SUITE_P(
                                    return nullptr;
                                },
                                [](void*) { ::CoUninitialize(); }}));
+
+TEST(HandleLedger, NamesTheProcessAndTheThreadOfAProgramThatIsStarted) {
+    for (const bool asUser : {false, true}) {
+        HandleLedger ledger;
+        const PROCESS_INFORMATION info = StartProcess(asUser);
+        const std::string finding = std::string("never released: handle of ") +
+                                    (asUser ? "CreateProcessAsUserW" : "CreateProcessW");
+        EXPECT_THAT(ledger.Findings(), ElementsAre(finding, finding));
+        ::CloseHandle(info.hThread);
+        EXPECT_THAT(ledger.Findings(), ElementsAre(finding));
+        ::CloseHandle(info.hProcess);
+        EXPECT_THAT(ledger.Findings(), IsEmpty());
+    }
+}
+
+// In a process of its own, to which the variable tells that it is to leak.
+TEST(HandleLedger, TurnsATestRedThatLeavesAHandleOpen) {
+    constexpr wchar_t Leak[] = L"FINASET_TEST_LEAKS";
+    if (::GetEnvironmentVariableW(Leak, nullptr, 0) != 0) {
+        OpenOwnProcess();
+        return;
+    }
+    const test::EnvironmentVariable leak(Leak, L"1");
+    const std::wstring program = test::BesideThisProgram(L"unit_tests.exe");
+    const std::wstring quoted = L"\"" + program + L"\"";
+    std::intptr_t exitCode = 0;
+    const std::string output = test::Printed([&] {
+        exitCode =
+            ::_wspawnl(_P_WAIT, program.c_str(), quoted.c_str(),
+                       L"--gtest_filter=HandleLedger.TurnsATestRedThatLeavesAHandleOpen", nullptr);
+    });
+    EXPECT_EQ(exitCode, 1) << output;
+    EXPECT_THAT(output, testing::HasSubstr("never released: handle of OpenProcess\""));
+}
+
+TEST(FakeServices, TurnsATestRedThatLeavesAHandleOpenOrClosesOneTwice) {
+    EXPECT_NONFATAL_FAILURE(
+        {
+            const test::FakeServices fake;
+            ::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
+            EXPECT_FALSE(fake.AllClosed());
+        },
+        "never closed: manager 1");
+    EXPECT_NONFATAL_FAILURE(
+        {
+            const test::FakeServices fake;
+            const SC_HANDLE manager = ::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
+            ::CloseServiceHandle(manager);
+            EXPECT_TRUE(fake.AllClosed());
+            ::CloseServiceHandle(manager);
+        },
+        "a handle that is not open is closed");
+}
+
+TEST(FakeProcesses, TurnsATestRedThatLeavesAHandleOpen) {
+    EXPECT_NONFATAL_FAILURE(
+        {
+            test::FakeProcesses fake;
+            fake.running.emplace_back().id = 4;
+            ::OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, 4);
+        },
+        "never closed: process 4");
+}
 
 }  // namespace

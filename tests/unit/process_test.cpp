@@ -23,6 +23,12 @@ protected:
         return LaunchProcess(token, application, arguments, info, startup);
     }
 
+    // What is the caller's to do after a launch.
+    void CloseHandles() const {
+        ::CloseHandle(info.hProcess);
+        ::CloseHandle(info.hThread);
+    }
+
     FakeProcesses fake;
     PROCESS_INFORMATION info = {};
     STARTUPINFOW startup = {};
@@ -32,6 +38,7 @@ TEST_F(LaunchProcessTest, StartsUnderNoTokenAsTheProgramsOwnUser) {
     EXPECT_TRUE(Launch(nullptr, L"C:\\a.exe", L"-u"));
     EXPECT_THAT(fake.calls.Lines(), ElementsAre("CreateProcessW(no token, null, C:\\a.exe -u, 1, "
                                                 "0, all null, startup all zero)"));
+    CloseHandles();
 }
 
 TEST_F(LaunchProcessTest, StartsUnderATokenAsItsUser) {
@@ -42,6 +49,7 @@ TEST_F(LaunchProcessTest, StartsUnderATokenAsItsUser) {
                 ElementsAre("CreateProcessAsUserW(token, null, a.exe -u, 1, 0, all null, startup "
                             "all zero)"));
     EXPECT_THAT(fake.calls.Of("CreateProcessW"), IsEmpty());
+    CloseHandles();
     ::CloseHandle(token);
 }
 
@@ -62,6 +70,7 @@ TEST_F(LaunchProcessTest, NeverQuotesAndAlwaysHasABlankBehindTheApplication) {
         EXPECT_EQ(fake.calls.Lines().back(), std::string("CreateProcessW(no token, null, ") +
                                                  row.commandLine +
                                                  ", 1, 0, all null, startup all zero)");
+        CloseHandles();
     }
 }
 
@@ -69,9 +78,8 @@ TEST_F(LaunchProcessTest, FillsTheProcessInformation) {
     ASSERT_TRUE(Launch(nullptr, L"a.exe", L""));
     EXPECT_EQ(info.dwProcessId, 1234U);
     EXPECT_EQ(info.dwThreadId, 1235U);
-    EXPECT_FALSE(fake.AllClosed());  // the handles are the caller's
-    ::CloseHandle(info.hProcess);
-    ::CloseHandle(info.hThread);
+    EXPECT_FALSE(fake.AllClosed());
+    CloseHandles();
     EXPECT_TRUE(fake.AllClosed());
 }
 
