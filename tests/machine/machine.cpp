@@ -2,6 +2,7 @@
 
 #include "machine/stand_ins/stand_in.h"
 #include "registry/registry_key.h"
+#include "support/end_process.h"
 #include "support/on_wine.h"
 
 #include <windows.h>
@@ -65,14 +66,6 @@ std::multimap<std::wstring, DWORD> ProcessesFrom(const std::filesystem::path& di
         }
     }
     return found;
-}
-
-void EndProcess(DWORD id) {
-    const KernelHandle process(::OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, id));
-    if (process) {
-        ::TerminateProcess(process.Get(), 1);
-        ::WaitForSingleObject(process.Get(), INFINITE);
-    }
 }
 
 struct StartedProcess {

@@ -1,6 +1,7 @@
 #include "support/installed_service.h"
 
 #include "shared/owner.h"
+#include "support/end_process.h"
 
 #include <chrono>
 #include <cstddef>
@@ -13,7 +14,6 @@ namespace test {
 
 namespace {
 
-using Utils::KernelHandle;
 using Utils::ServiceHandle;
 
 ServiceHandle Manager() {
@@ -51,14 +51,6 @@ void Pause() {
 void WaitUntilStarted(SC_HANDLE service) {
     while (Status(service).dwCurrentState == SERVICE_START_PENDING) {
         Pause();
-    }
-}
-
-void EndProcess(DWORD id) {
-    const KernelHandle process(::OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, id));
-    if (process) {
-        ::TerminateProcess(process.Get(), 1);
-        ::WaitForSingleObject(process.Get(), INFINITE);
     }
 }
 

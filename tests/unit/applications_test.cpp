@@ -1,20 +1,24 @@
 #include "proc/applications.h"
 
+#include "machine/stand_ins/stand_in.h"
+#include "shared/owner.h"
 #include "support/console_capture.h"
+#include "support/end_process.h"
 #include "support/fake_processes.h"
+#include "support/file_contents.h"
 #include "support/import_hook.h"
 #include "support/installed_service.h"
+#include "support/on_wine.h"
 #include "support/print_hook.h"
+#include "support/temporary_directory.h"
 
 #include <windows.h>
 
-#include <chrono>
-#include <fstream>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sstream>
+#include <optional>
 #include <string>
-#include <thread>
 
 namespace {
 
@@ -263,37 +267,35 @@ TEST_F(StartApplicationTest, FailsWithTheLaunch) {
     EXPECT_TRUE(fake.AllClosed());
 }
 
-// The stand-in that is started for real, ended again without a trace.
+// The stand-in in a directory of its own, which this program takes for its own directory too; ended
+// again once it was started.
 class RealCompanion {
 public:
-    ~RealCompanion() {
-        if (id_ != 0) {
-            const HANDLE process = ::OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, id_);
-            ::TerminateProcess(process, 0);
-            ::WaitForSingleObject(process, INFINITE);
-            ::CloseHandle(process);
-        }
-        ::DeleteFileW(Record().c_str());
+    explicit RealCompanion(const std::wstring& directory) : path_(directory + L"\\companion.exe") {
+        std::filesystem::copy_file(test::BesideThisProgram(L"stand_in_companion.exe"), path_);
     }
+    RealCompanion(const RealCompanion&) = delete;
+    RealCompanion& operator=(const RealCompanion&) = delete;
+    ~RealCompanion() { test::EndProcess(id_); }
 
-    // The command line that it recorded, once it has.
-    static std::string RecordedCommandLine() {
-        std::string line;
-        for (int attempt = 0; attempt < 500 && !line.ends_with("\r\n"); ++attempt) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-            std::ostringstream text;
-            text << std::ifstream(test::Narrow(Record()), std::ios::binary).rdbuf();
-            line = text.str();
-        }
-        return line;
+    [[nodiscard]] std::string Path() const { return test::Narrow(path_); }
+
+    // The command line that it has recorded.
+    [[nodiscard]] std::optional<std::string> CommandLine() const {
+        const Utils::KernelHandle ready(stand_in::ReadyEvent(id_));
+        EXPECT_EQ(::WaitForSingleObject(ready.Get(), 30'000), DWORD{WAIT_OBJECT_0});
+        return test::FileText(path_ + L".started");
     }
 
 private:
-    static std::wstring Record() {
-        return test::BesideThisProgram(L"stand_in_companion.exe.started");
-    }
-
+    std::wstring path_;
     DWORD id_ = 0;
+    test::ImportHook<&::QueryFullProcessImageNameW> ownPath_{
+        [this](HANDLE, DWORD, LPWSTR buffer, PDWORD size) {
+            *size = static_cast<DWORD>(path_.copy(buffer, *size - 1));
+            buffer[*size] = L'\0';
+            return TRUE;
+        }};
     test::ImportHook<&::CreateProcessW> create_{
         [this](LPCWSTR application, LPWSTR commandLine, auto* processSecurity, auto* threadSecurity,
                BOOL inherit, DWORD flags, LPVOID environment, LPCWSTR directory,
@@ -307,13 +309,20 @@ private:
 };
 
 TEST(StartApplication, StartsARealProgramBesideThisOne) {
-    const RealCompanion companion;
-    bool result = false;
-    EXPECT_EQ(Printed([&] { result = StartApplication(L"stand_in_companion.exe", L"-u  x"); }),
-              "Starting Application stand_in_companion.exe with command line -u  x....started\r\n");
-    EXPECT_TRUE(result);
-    EXPECT_EQ(companion.RecordedCommandLine(),
-              test::Narrow(test::BesideThisProgram(L"stand_in_companion.exe")) + " -u  x\r\n");
+    const test::TemporaryDirectory directory;
+    std::filesystem::create_directory(directory / L"with a blank");
+    for (const std::wstring& place : {directory.Path(), directory / L"with a blank"}) {
+        SCOPED_TRACE(test::Narrow(place));
+        const RealCompanion companion(place);
+        bool result = false;
+        EXPECT_EQ(Printed([&] { result = StartApplication(L"companion.exe", L"-u  x"); }),
+                  "Starting Application companion.exe with command line -u  x....started\r\n");
+        EXPECT_TRUE(result);
+        // Wine puts a path with blanks into quotes.
+        const bool quoted = test::OnWine() && place.find(L' ') != std::wstring::npos;
+        const std::string quote = quoted ? "\"" : "";
+        EXPECT_EQ(companion.CommandLine(), quote + companion.Path() + quote + " -u  x\r\n");
+    }
 }
 
 }  // namespace
