@@ -17,10 +17,7 @@ public:
     Owner() noexcept = default;
     explicit Owner(Handle handle) noexcept : handle_(handle) {}
     Owner(Owner&& other) noexcept : handle_(std::exchange(other.handle_, Policy::None)) {}
-    Owner& operator=(Owner&& other) noexcept {
-        std::swap(handle_, other.handle_);
-        return *this;
-    }
+    Owner& operator=(Owner&&) = delete;
     ~Owner() {
         if (handle_ == Policy::None) {
             return;

@@ -14,7 +14,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::UnorderedElementsAre;
 
 // A kind of handle for which 0 is one and -1 is none, and whose release spoils the last error.
 struct NumberPolicy {
@@ -73,23 +72,6 @@ TEST_F(Owner, MovesIntoANewOne) {
     EXPECT_THAT(released_, ElementsAre(7));
 }
 
-TEST_F(Owner, MovesIntoAnotherAndReleasesBothOnce) {
-    {
-        Number from(7);
-        Number to(8);
-        to = std::move(from);
-        EXPECT_EQ(to.Get(), 7);
-    }
-    EXPECT_THAT(released_, UnorderedElementsAre(7, 8));
-}
-
-TEST_F(Owner, ReplacesByATemporaryAndReleasesTheOldAtOnce) {
-    Number owner(7);
-    owner = Number(8);
-    EXPECT_EQ(owner.Get(), 8);
-    EXPECT_THAT(released_, ElementsAre(7));
-}
-
 TEST_F(Owner, KeepsTheLastErrorOverARelease) {
     ::SetLastError(ERROR_ACCESS_DENIED);
     { const Number owner(7); }
@@ -97,10 +79,10 @@ TEST_F(Owner, KeepsTheLastErrorOverARelease) {
     EXPECT_THAT(released_, ElementsAre(7));
 }
 
-TEST_F(Owner, CanOnlyBeMovedAndAskedExplicitly) {
+TEST_F(Owner, CanOnlyBeMovedIntoANewOneAndAskedExplicitly) {
     static_assert(!std::is_copy_constructible_v<Number> && !std::is_copy_assignable_v<Number>);
     static_assert(std::is_nothrow_move_constructible_v<Number>);
-    static_assert(std::is_nothrow_move_assignable_v<Number>);
+    static_assert(!std::is_move_assignable_v<Number>);
     static_assert(!std::is_convertible_v<Number, bool> && !std::is_convertible_v<int, Number>);
 }
 
