@@ -28,8 +28,8 @@ public:
     [[nodiscard]] bool SetDisabled(const std::wstring& name) const;
 
     // Polls every 500 ms until the service is exactly in the state `target`; false once `timeoutMs`
-    // milliseconds have passed. A poll that fails leaves the last known state. `reserved` is
-    // unused.
+    // milliseconds have passed. A poll that fails leaves the last known state. Nothing is done with
+    // `reserved`.
     [[nodiscard]] bool WaitForState(const std::wstring& name, DWORD target, std::uint64_t reserved,
                                     DWORD timeoutMs) const;
 

@@ -31,7 +31,8 @@ std::uint32_t GetDwordWithDefault(HKEY root, const std::wstring& keyPath,
 LSTATUS GetStringSetting(HKEY root, const std::wstring& keyPath, const std::wstring& valueName,
                          std::wstring& out);
 
-// Write one value, creating missing keys. Return whether it is written; a null `text` is not.
+// Write one value, creating missing keys. Return whether it is written; a null `text` is not. A
+// text ends at its first zero, whatever the string that it is taken from holds behind that.
 bool SetDwordSetting(HKEY root, const std::wstring& keyPath, const std::wstring& valueName,
                      std::uint32_t value, bool view32);
 bool SetStringSetting(HKEY root, const std::wstring& keyPath, const std::wstring& valueName,

@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <stdexcept>
+#include <type_traits>
 #include <utility>
 
 namespace test {
