@@ -23,6 +23,8 @@ expect 2 "there is no command 'tset'" tset
 expect 2 'usage: ./dev COMMAND' tset
 expect 2 'build takes no argument' build all
 expect 2 'test takes one name at the most' test one two
+expect 2 "no test has a name that contains 'Machine.*-Machine.A'" test 'Machine.*-Machine.A'
+expect 2 "no test has a name that contains 'Actions:Usage'" test Actions:Usage
 expect 2 "run does not know '/STOP'" run /STOP
 expect 2 "run does not know '--kep'" run --kep -- /STOP
 expect 2 'lint takes no argument' lint src

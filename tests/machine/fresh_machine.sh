@@ -5,8 +5,12 @@
 #
 #   fresh_machine.sh PROGRAM [ARGUMENT...]
 #
-# With FINASET_KEEP_MACHINE=DIRECTORY the machine is built there and left as it is.
+# With FINASET_KEEP_MACHINE=DIRECTORY the machine is built there and left as it is. Any other is taken
+# down after FINASET_MACHINE_LIMIT seconds, with exit code 124 if the program has not ended by then.
 set -euo pipefail
+
+# Less than CTest waits for, since what CTest ends leaves its machine behind.
+limit=${FINASET_MACHINE_LIMIT:-270}
 
 wine=/usr/lib/wine/wine64
 wineserver=/usr/lib/wine/wineserver64
@@ -25,8 +29,8 @@ if [[ -z ${FINASET_KEEP_MACHINE:-} ]]; then
     trap 'exit 130' HUP INT TERM
 fi
 
-# The machine is not to see, nor to link to, anything of the person who runs it.
-export HOME=$machine LC_ALL=C.UTF-8
+# The machine is not to see, nor to link to, anything of the person who runs it, and to leave nothing.
+export HOME=$machine TMPDIR=$machine LC_ALL=C.UTF-8
 unset DISPLAY WAYLAND_DISPLAY
 export WINEDEBUG=${WINEDEBUG:--all}
 # Nothing to install, no menus, and no debugger: it would keep a program that has crashed waiting.
@@ -47,5 +51,6 @@ if [[ -n ${FINASET_KEEP_MACHINE:-} ]]; then
     # Out of reach of the hang-up that ends what a terminal leaves behind.
     setsid --wait "$wine" "$program" "$@"
 else
-    "$wine" "$program" "$@"
+    left=$((limit - SECONDS))
+    timeout --kill-after=5 $((left > 0 ? left : 1)) "$wine" "$program" "$@"
 fi

@@ -211,7 +211,7 @@ DWORD Show(test::Machine& machine, const Device& device, const std::filesystem::
                                              Names(before.dataFiles, before.dataFiles));
     ShowTable(device, L"The machine before", rowsBefore, rowsBefore);
 
-    device.Line(L"== Finaset.exe " + options);
+    device.Line(L"== Finaset.exe" + (options.empty() ? options : L" " + options));
     ::SetEnvironmentVariableW(L"WINEDEBUG", L"-all,+server");
     const DWORD exitCode = machine.Run(options, device.Get());
     ::SetEnvironmentVariableW(L"WINEDEBUG", L"-all");

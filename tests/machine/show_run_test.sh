@@ -22,7 +22,7 @@ expect() {
 expect '^== The machine before$'
 expect '^  Tarsel Nimbus Network Service         automatic  running *$'
 expect '^  FirstRun                              1$'
-expect '^== Finaset.exe'
+expect '^== Finaset.exe$'
 expect '^FIRST RUN - START$'
 expect '^Stopping Corvo....stopped$'
 expect '^FIRST RUN - FINISHED$'
