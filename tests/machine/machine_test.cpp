@@ -65,6 +65,27 @@ void ExpectOnlyStatesDiffer(const MachineState& before, const MachineState& afte
     }
 }
 
+// The whole machine.
+void ExpectState(const Machine& machine, const MachineState& expected) {
+    const MachineState actual = machine.Describe();
+    for (const auto& [name, service] : expected.services) {
+        EXPECT_EQ(actual.services.at(name), service) << testing::PrintToString(name);
+    }
+    EXPECT_EQ(actual.services.size(), expected.services.size());
+    EXPECT_EQ(actual.applications, expected.applications);
+    EXPECT_EQ(actual.settings, expected.settings);
+    EXPECT_EQ(actual.dataFiles, expected.dataFiles);
+    EXPECT_EQ(actual.staleKey, expected.staleKey);
+}
+
+// Gives each service its state, in the product's order.
+void SetServiceStates(MachineState& state, std::initializer_list<DWORD> states) {
+    auto name = test::ProductServices.begin();
+    for (const DWORD each : states) {
+        state.services.at(*name++).state = each;
+    }
+}
+
 void ExpectLog(const FinishedRun& run, const std::string& log) {
     EXPECT_EQ(run.log, log);
     EXPECT_EQ(run.exitCode, 0U);
@@ -125,6 +146,11 @@ TEST(Machine, ARunWithNothingInstalledFailsEverywhereAndGoesOnToTheEnd) {
     const FinishedRun run = machine.Run();
     ExpectLog(run, DefaultLogOfAnEmptyMachine());
     EXPECT_LT(run.duration, 10s);  // nothing was waited for
+    ExpectState(machine, {.services = {},
+                          .applications = {},
+                          .settings = {{L"FirstRun", L"0"}},
+                          .dataFiles = {},
+                          .staleKey = false});
 }
 
 // The DLLs that a program is linked with, by the names that it has for them.
@@ -295,6 +321,7 @@ TEST(Machine, AServiceThatDiesOnStartIsGivenUpAfter10SecondsAndTheNextOneIsStart
     Machine machine;
     machine.InstallProduct();
     machine.InstallService(L"Ardex", L"--start-pending=300 --dies-on-start");
+    MachineState expected = machine.Describe();
     const FinishedRun run = machine.Run(L"/START");
     ExpectLog(run, WholeLog(StartSection(
                        "Starting Application BriskoLU.exe with command line -u....started\n"
@@ -303,14 +330,27 @@ TEST(Machine, AServiceThatDiesOnStartIsGivenUpAfter10SecondsAndTheNextOneIsStart
                        "Starting Tarsel Nimbus Network Service....started\n"
                        "Starting Tarsel Data Relay Service....started\n")));
     EXPECT_THAT(run.duration, AllOf(Ge(10s), Lt(25s)));
+    SetServiceStates(expected,
+                     {Stopped, Stopped, Stopped, Stopped, Running, Stopped, Running, Running});
+    expected.applications = {L"BriskoLU.exe"};
+    ExpectState(machine, expected);
 }
 
 TEST(Machine, ServicesThatTakeTheirTimeAreWaitedFor) {
     Machine machine;
     machine.InstallProduct(L"--start-pending=700 --stop-pending=700");
-    machine.StartProduct();
+    const Utils::KernelHandle application = machine.StartProduct();
+    MachineState expected = machine.Describe();
     ExpectLog(machine.Run(), WholeLog(StopSection(AskedToQuit + AllServicesStopped) +
                                       FirstConfigureSection + StartSection(AllStarted)));
+    EXPECT_TRUE(Ended(application, QuitLimit));
+    SetServiceStates(expected,
+                     {Stopped, Stopped, Stopped, Stopped, Running, Running, Running, Running});
+    expected.applications = {L"BriskoLU.exe"};
+    expected.settings = {{L"FirstRun", L"0"}};
+    expected.dataFiles = ShippedConfiguration();
+    expected.staleKey = false;
+    ExpectState(machine, expected);
 }
 
 TEST(Machine, AServiceThatRefusesToStopFailsAndRunsOn) {
@@ -325,8 +365,10 @@ TEST(Machine, AServiceThatRefusesToStopFailsAndRunsOn) {
 TEST(Machine, AServiceThatRunsAlreadyFailsToStart) {
     Machine machine;
     machine.InstallService(L"Tarsel Metrics Service").Start();
+    const MachineState before = machine.Describe();
+    EXPECT_EQ(before.services.at(L"Tarsel Metrics Service").state, Running);
     ExpectLog(machine.Run(L"/START"), WholeLog(StartSection(NothingStarted)));
-    EXPECT_EQ(machine.Service(L"Tarsel Metrics Service").State(), Running);
+    ExpectState(machine, before);
 }
 
 TEST(Machine, TheApplicationIsFoundInAnyCaseAndAsPartOfALongerName) {
@@ -341,7 +383,8 @@ TEST(Machine, TheApplicationIsFoundInAnyCaseAndAsPartOfALongerName) {
     }
 }
 
-TEST(Machine, OfTwoInstancesOneIsAskedToQuit) {
+// The helper finds its window by the title, and that is the first of them from the top.
+TEST(Machine, OfTwoInstancesTheOneWhoseWindowIsOnTopIsAskedToQuit) {
     Machine machine;
     machine.InstallProgram(L"stand_in_quit_helper.exe", L"Quitline.exe");
     machine.InstallProgram(L"stand_in_application.exe", L"ZEFIR.exe");
@@ -350,9 +393,9 @@ TEST(Machine, OfTwoInstancesOneIsAskedToQuit) {
     ExpectLog(machine.Run(L"/STOP"), WholeLog(StopSection(AskedToQuit + NoServiceStopped)));
     EXPECT_THAT(machine.StartsOf(L"Quitline.exe"),
                 ElementsAre("Quitline.exe Tarsel\u00AE Lumetra"));
-    const HANDLE both[] = {first.Get(), second.Get()};
-    EXPECT_NE(::WaitForMultipleObjects(2, both, FALSE, 10'000), static_cast<DWORD>(WAIT_TIMEOUT));
-    EXPECT_NE(Ended(first, 0ms), Ended(second, 0ms));
+    EXPECT_TRUE(Ended(second, QuitLimit));
+    EXPECT_FALSE(Ended(first, 0ms));
+    EXPECT_THAT(machine.Describe().applications, ElementsAre(L"ZEFIR.exe"));
 }
 
 TEST(Machine, AnApplicationWithAnotherTitleIsLeftRunning) {
@@ -371,8 +414,12 @@ TEST(Machine, WithoutTheHelperTheApplicationIsLeftRunning) {
     machine.InstallProduct();
     machine.RemoveProgram(L"Quitline.exe");
     const Utils::KernelHandle application = machine.StartProduct();
+    MachineState expected = machine.Describe();
     ExpectLog(machine.Run(L"/STOP"), WholeLog(StopSection(NotAskedToQuit + AllServicesStopped)));
     EXPECT_FALSE(Ended(application, 0ms));
+    SetServiceStates(expected,
+                     {Stopped, Stopped, Stopped, Stopped, Stopped, Stopped, Stopped, Stopped});
+    ExpectState(machine, expected);
 }
 
 TEST(Machine, AHelperThatHangsIsGivenUpAfter30SecondsAndLeftRunning) {
@@ -391,6 +438,7 @@ TEST(Machine, WithoutTheCompanionTheServicesAreStartedAllTheSame) {
     Machine machine;
     machine.InstallProduct();
     machine.RemoveProgram(L"BriskoLU.exe");
+    MachineState expected = machine.Describe();
     ExpectLog(machine.Run(L"/START"),
               WholeLog(StartSection(
                   "Starting Application BriskoLU.exe with command line -u....start failed!\n"
@@ -398,6 +446,9 @@ TEST(Machine, WithoutTheCompanionTheServicesAreStartedAllTheSame) {
                   "Starting Tarsel Metrics Service....started\n"
                   "Starting Tarsel Nimbus Network Service....started\n"
                   "Starting Tarsel Data Relay Service....started\n")));
+    SetServiceStates(expected,
+                     {Stopped, Stopped, Stopped, Stopped, Running, Running, Running, Running});
+    ExpectState(machine, expected);
 }
 
 TEST(Machine, ARunWithoutStandardOutputDoesItsWorkAllTheSame) {
