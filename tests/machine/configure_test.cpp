@@ -167,6 +167,7 @@ TEST_F(Configure, LeavesTheSameMachineHoweverOftenItRuns) {
         EXPECT_EQ(again.settings, first.settings);
         EXPECT_EQ(again.dataFiles, first.dataFiles);
         EXPECT_EQ(again.staleKey, first.staleKey);
+        EXPECT_EQ(again.hardwareBitmask, first.hardwareBitmask);
         EXPECT_EQ(again.services, first.services);
     }
 }

@@ -170,10 +170,11 @@ std::string SecuredDirectories(bool firstTime) {
            Securing({.directory = ActivityLogDirectory, .created = firstTime});
 }
 
-const std::string SettingsAndHardware =
-    "\nWrite Registry Settings.....\n"
-    "Computing Tarsel HW Bitmask\n"
-    "Enabling Features by Tarsel HW Bitmask\n";
+std::string SettingsAndHardware(const std::string& foundAdapters, const std::string& features) {
+    return "\nWrite Registry Settings.....\n"
+           "Computing Tarsel HW Bitmask\n" +
+           foundAdapters + "Enabling Features by Tarsel HW Bitmask\n" + features;
+}
 
 std::string ScheduledTasks(const TasksOf& tasks) {
     const std::string lines = "   Creating Task Name [VxIdle Task] for Process [" +
@@ -187,7 +188,11 @@ std::string ScheduledTasks(const TasksOf& tasks) {
     return "\nScheduling Tasks.....\n" + section;
 }
 
-const std::string RestOfConfigure = SettingsAndHardware + ScheduledTasks({});
+std::string RestOfConfigureWith(const std::string& foundAdapters, const std::string& features) {
+    return SettingsAndHardware(foundAdapters, features) + ScheduledTasks({});
+}
+
+const std::string RestOfConfigure = RestOfConfigureWith("", "");
 
 const std::string FirstConfigureSection =
     DeletedSettings(true) + FilesOfAFirstInstallation + SecuredDirectories(true) + RestOfConfigure;

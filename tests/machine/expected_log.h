@@ -58,8 +58,10 @@ extern const std::string ActivityLogDirectory;
 // image cache and the activity log: both the first time.
 std::string SecuredDirectories(bool firstTime);
 
-// What stands between the securing and the scheduled tasks.
-extern const std::string SettingsAndHardware;
+// What stands between the securing and the scheduled tasks, with the lines of adapters that are
+// found and of their features.
+std::string SettingsAndHardware(const std::string& foundAdapters = {},
+                                const std::string& features = {});
 
 // How the scheduled tasks fare in a program directory.
 struct TasksOf {
@@ -74,8 +76,10 @@ struct TasksOf {
 // Their lines, which end in a bare line feed, with the heading.
 std::string ScheduledTasks(const TasksOf& tasks);
 
-// All that follows on secured directories, in the product's program directory.
+// All that follows on secured directories, in the product's program directory: on a machine without
+// the adapters that are looked for, and with the lines that they bring.
 extern const std::string RestOfConfigure;
+std::string RestOfConfigureWith(const std::string& foundAdapters, const std::string& features);
 
 // The whole section of a first installation, of a later one, and of a machine that has nothing of
 // the product, all without links.

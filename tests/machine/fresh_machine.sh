@@ -7,7 +7,33 @@
 #
 # With FINASET_KEEP_MACHINE=DIRECTORY the machine is built there and left as it is. Any other is taken
 # down after FINASET_MACHINE_LIMIT seconds, with exit code 124 if the program has not ended by then.
+#
+# The machine's network adapters are those at the ends of the cables in FINASET_ADAPTERS, "NAME:NAME
+# ...", with names of 15 bytes at the most, and the loopback. Where the computer does not allow that,
+# the machine has the computer's own adapters, and FINASET_ADAPTERS is not set for the program.
 set -euo pipefail
+
+no_adapters() {
+    echo "fresh_machine.sh: $*" >&2
+    unset FINASET_ADAPTERS
+}
+
+if [[ -z ${FINASET_IN_NETWORK:-} ]]; then
+    export FINASET_IN_NETWORK=1
+    self=$(readlink -f "$0")
+    unshare --net true 2>/dev/null && exec unshare --net "$self" "$@"
+    unshare --user --map-root-user --net true 2>/dev/null &&
+        exec unshare --user --map-root-user --net "$self" "$@"
+    no_adapters "no network namespace is allowed here; the machine has the computer's adapters"
+else
+    for cable in ${FINASET_ADAPTERS:-}; do
+        ip link add "${cable%:*}" type veth peer name "${cable#*:}" || {
+            no_adapters "no adapter can be made here"
+            break
+        }
+    done
+fi
+unset FINASET_IN_NETWORK
 
 # Less than CTest waits for, since what CTest ends leaves its machine behind.
 limit=${FINASET_MACHINE_LIMIT:-270}

@@ -39,6 +39,8 @@ constexpr wchar_t ServiceKey[] =
 constexpr wchar_t ParametersKey[] =
     L"SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service\\Parameters";
 constexpr wchar_t StaleKey[] = L"SOFTWARE\\Halvane\\SAP";
+constexpr wchar_t ResultKey[] = L"SOFTWARE\\Tarsel\\Nimbus";
+constexpr wchar_t ResultVendorKey[] = L"SOFTWARE\\Tarsel";
 constexpr wchar_t StaleVendorKey[] = L"SOFTWARE\\Halvane";
 constexpr wchar_t TaskServiceKey[] =
     L"SOFTWARE\\Classes\\CLSID\\{0F87369F-A4E5-4CFC-BD3E-73E6154572DD}";
@@ -181,6 +183,15 @@ bool StaleKeyExists() {
     return Utils::RegistryKey().Open(HKEY_LOCAL_MACHINE, StaleKey, KEY_READ) == ERROR_SUCCESS;
 }
 
+std::optional<DWORD> HardwareBitmask() {
+    DWORD bitmask = 0;
+    DWORD size = sizeof(bitmask);
+    return ::RegGetValueW(HKEY_LOCAL_MACHINE, ResultKey, L"Tarsel_HWConfig", RRF_RT_REG_DWORD,
+                          nullptr, &bitmask, &size) == ERROR_SUCCESS
+               ? std::optional(bitmask)
+               : std::nullopt;
+}
+
 std::wstring SettingText(DWORD type, const std::vector<BYTE>& data) {
     if (type == REG_DWORD && data.size() == sizeof(DWORD)) {
         DWORD number = 0;
@@ -240,6 +251,7 @@ Machine::~Machine() {
     std::filesystem::remove_all(DriverDirectory().parent_path(), ignored);
     std::filesystem::remove_all(DataDirectory(), ignored);
     ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, StaleVendorKey);
+    ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, ResultVendorKey);
     ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, ParametersKey);
     ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, ServiceKey);
 }
@@ -390,6 +402,7 @@ MachineState Machine::Describe() const {
     state.dataFiles = ReadDataFiles();
     state.staleKey = StaleKeyExists();
     state.tasks = ReadTasks();
+    state.hardwareBitmask = HardwareBitmask();
     return state;
 }
 

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -33,6 +34,7 @@ struct MachineState {
     std::map<std::wstring, std::string> dataFiles;  // below the product's data, with their content
     bool staleKey = false;                          // the key that a run removes
     std::vector<std::wstring> tasks;                // the scheduled ones, by name, sorted
+    std::optional<DWORD> hardwareBitmask;           // that a run keeps
 };
 
 // The machine that this program runs on, with the product on it: the shipping program, and small

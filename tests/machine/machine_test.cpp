@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <initializer_list>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -110,6 +111,8 @@ TEST(Machine, TheDefaultRunQuitsTheApplicationStopsAllServicesAndStartsWhatIsToR
     EXPECT_THAT(after.applications, ElementsAre(L"BriskoLU.exe"));
     EXPECT_EQ(after.settings, (std::map<std::wstring, std::wstring>{{L"FirstRun", L"0"}}));
     EXPECT_FALSE(after.staleKey);
+    EXPECT_EQ(before.hardwareBitmask, std::nullopt);
+    EXPECT_EQ(after.hardwareBitmask, 0U);
     EXPECT_EQ(after.dataFiles, ShippedConfiguration());
     EXPECT_THAT(after.tasks, ElementsAre(L"VxIdle Task"));
     EXPECT_THAT(machine.StartsOf(L"Quitline.exe"),
@@ -232,6 +235,7 @@ TEST(Machine, TheOptionConfigureRunsNoOtherStep) {
     const MachineState after = machine.Describe();
     EXPECT_EQ(after.services, before.services);
     EXPECT_EQ(after.applications, before.applications);
+    EXPECT_EQ(after.hardwareBitmask, 0U);
 }
 
 TEST(Machine, TheUsageTextIsPrintedAndNothingIsDone) {
@@ -463,11 +467,12 @@ TEST(Machine, AProgramDirectoryWithManyBlanksServes) {
     Machine machine(L"C:\\A place  with\\many blanks in it");
     machine.InstallProduct();
     const Utils::KernelHandle application = machine.StartProduct();
-    ExpectLog(machine.Run(),
-              WholeLog(StopSection(AskedToQuit + AllServicesStopped) + DeletedSettings(true) +
-                       FilesOfAFirstInstallation + SecuredDirectories(true) + SettingsAndHardware +
-                       ScheduledTasks({.directory = machine.ProgramDirectory().string()}) +
-                       StartSection(AllStarted)));
+    ExpectLog(
+        machine.Run(),
+        WholeLog(StopSection(AskedToQuit + AllServicesStopped) + DeletedSettings(true) +
+                 FilesOfAFirstInstallation + SecuredDirectories(true) + SettingsAndHardware() +
+                 ScheduledTasks({.directory = machine.ProgramDirectory().string()}) +
+                 StartSection(AllStarted)));
     EXPECT_TRUE(Ended(application, QuitLimit));
     EXPECT_THAT(machine.StartsOf(L"BriskoLU.exe"),
                 ElementsAre(Started(machine.ProgramDirectory() / L"BriskoLU.exe", "-u")));

@@ -119,6 +119,8 @@ std::vector<Row> Rows(const MachineState& state, const std::set<std::wstring>& s
     }
     rows.push_back(
         {L"Settings", L"HKLM\\SOFTWARE\\Halvane\\SAP", state.staleKey ? L"a key" : L"absent"});
+    rows.push_back({L"Settings", L"Tarsel_HWConfig",
+                    state.hardwareBitmask ? std::to_wstring(*state.hardwareBitmask) : L"absent"});
     for (const std::wstring& name : settingNames) {
         const auto setting = state.settings.find(name);
         rows.push_back(
@@ -206,6 +208,9 @@ DWORD Show(test::Machine& machine, const Device& device, const std::filesystem::
     test::WriteFile(test::Machine::DataDirectory() / L"ImageCache\\icons\\game.png", "an image");
     const Utils::KernelHandle application = machine.StartProduct();
 
+    if (::GetEnvironmentVariableW(L"FINASET_ADAPTERS", nullptr, 0) == 0) {
+        device.Line(L"No adapter can be made here: there may be none that the program looks for.");
+    }
     const MachineState before = machine.Describe();
     const std::vector<Row> rowsBefore = Rows(before, Names(before.settings, before.settings),
                                              Names(before.dataFiles, before.dataFiles));

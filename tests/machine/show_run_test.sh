@@ -7,7 +7,7 @@ set -euo pipefail
 shown=$(mktemp)
 trace=$(mktemp)
 trap 'rm -f "$shown" "$trace"' EXIT
-"$(dirname "$0")/fresh_machine.sh" "$1" "Z:${shown//\//\\}" "Z:${trace//\//\\}" 2>"$trace"
+FINASET_ADAPTERS=TarselQZ311:another "$(dirname "$0")/fresh_machine.sh" "$1" "Z:${shown//\//\\}" "Z:${trace//\//\\}" 2>"$trace"
 
 # Not through a pipe: a match near the beginning would end the writer, and pipefail take that for a failure.
 sed -i 's/\r//g' "$shown"
@@ -37,6 +37,15 @@ expect '^  HKLM.SOFTWARE.Halvane.SAP             a key                   → abs
 expect '^  FirstRun                              1                       → 0$'
 expect '^  ProgramData/Tarsel/Nimbus             Administrators: everything; Local System: everything$'
 expect '^  ProgramData/Tarsel/ImageCache .*; Users: read and run$'
+
+if grep --text --quiet '^No adapter' "$shown"; then
+    echo "SKIPPED, what an adapter brings: no adapter can be made here"
+else
+    expect '^Found Adapter TarselQZ311 to configure  Bitmask 0x2$'
+    expect '^Writing Registry Setting .*MultiInterface_Enabled=1$'
+    expect '^  Tarsel_HWConfig                       absent                  → 2$'
+    expect '^  MultiInterface_Enabled                absent                  → 1$'
+fi
 
 ((failures == 0)) || cat "$shown"
 exit "$failures"

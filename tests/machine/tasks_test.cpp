@@ -42,7 +42,7 @@ const std::string ProductDirectory = "C:\\Program Files\\Tarsel\\Lumetra";
 // A configure action on a machine that has nothing of the product but this program.
 std::string LogOf(const TasksOf& tasks) {
     return WholeLog(DeletedSettings(false) + FilesOfNoInstallation + SecuredDirectories(true) +
-                    SettingsAndHardware + ScheduledTasks(tasks));
+                    SettingsAndHardware() + ScheduledTasks(tasks));
 }
 
 // What the task service keeps of a task.
@@ -91,13 +91,14 @@ TEST(ScheduledTasks, AreDoneWithoutWhereTheServiceCannotBeReached) {
     const Utils::KernelHandle application = machine.StartProduct();
     Machine::DisconnectTaskService();
     const std::string error = "0x80070035, (null), Bad network path.";
-    EXPECT_EQ(machine.Run().log,
-              WholeLog(StopSection(AskedToQuit + AllServicesStopped) + DeletedSettings(true) +
-                       FilesOfAFirstInstallation + SecuredDirectories(true) + SettingsAndHardware +
-                       ScheduledTasks({.creationError = ErrorIn("CreateScheduledTask", error),
-                                       .deletionError = ErrorIn("DeleteScheduledTask", error),
-                                       .deletionFails = true}) +
-                       StartSection(AllStarted)));
+    EXPECT_EQ(
+        machine.Run().log,
+        WholeLog(StopSection(AskedToQuit + AllServicesStopped) + DeletedSettings(true) +
+                 FilesOfAFirstInstallation + SecuredDirectories(true) + SettingsAndHardware() +
+                 ScheduledTasks({.creationError = ErrorIn("CreateScheduledTask", error),
+                                 .deletionError = ErrorIn("DeleteScheduledTask", error),
+                                 .deletionFails = true}) +
+                 StartSection(AllStarted)));
     EXPECT_THAT(machine.Describe().tasks, IsEmpty());
 }
 

@@ -1,0 +1,154 @@
+// Whole runs on a machine that has real network adapters of all kinds of names.
+
+#include "machine/expected_log.h"
+#include "machine/machine.h"
+
+#include <windows.h>
+#include <winsock2.h>
+
+#include <iphlpapi.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace test;  // the expected log
+
+// Those that the machine is given, with what it has anyway; and the ones among them that the
+// program looks for.
+const std::vector<std::wstring> AllAdapters = {
+    L"lo",          L"TarselQZ311",   L"by_TarselQZ311",    L"TARSEL_qz311_b", L"TarselQZ31",
+    L"QZ311Tarsel", L"tarselqz311.x", L"Tarsel\u00AEQZ311", L"brisko_m410"};
+const std::vector<std::wstring> WantedAdapters = {L"TarselQZ311", L"TARSEL_qz311_b",
+                                                  L"tarselqz311.x", L"Tarsel\u00AEQZ311"};
+
+const std::string FeatureLine =
+    "Writing Registry Setting HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\Tarsel "
+    "Nimbus Network Service\\Parameters\\MultiInterface_Enabled=1\n";
+
+// The descriptions of the machine's adapters in the platform's order.
+std::vector<std::wstring> Descriptions() {
+    ULONG size = 100'000;
+    std::vector<std::byte> buffer(size);
+    auto* adapter = reinterpret_cast<IP_ADAPTER_ADDRESSES*>(buffer.data());
+    std::vector<std::wstring> descriptions;
+    if (::GetAdaptersAddresses(AF_UNSPEC, GAA_FLAG_INCLUDE_ALL_INTERFACES, nullptr, adapter,
+                               &size) == ERROR_SUCCESS) {
+        for (; adapter != nullptr; adapter = adapter->Next) {
+            descriptions.emplace_back(adapter->Description);
+        }
+    }
+    return descriptions;
+}
+
+// The lines of the wanted adapters, in the platform's order.
+std::string FoundAdapters() {
+    std::string lines;
+    for (const std::wstring& description : Descriptions()) {
+        if (std::ranges::count(WantedAdapters, description) > 0) {
+            // A byte for each character.
+            std::string bytes;
+            std::ranges::transform(description, std::back_inserter(bytes),
+                                   [](wchar_t character) { return static_cast<char>(character); });
+            lines += "Found Adapter " + bytes + " to configure  Bitmask 0x2\n";
+        }
+    }
+    return lines;
+}
+
+// The log of a first configuring with these lines.
+std::string Configured(const std::string& found, const std::string& features) {
+    return DeletedSettings(true) + FilesOfAFirstInstallation + SecuredDirectories(true) +
+           RestOfConfigureWith(found, features);
+}
+
+class Adapters : public testing::Test {
+protected:
+    void SetUp() override {
+        if (::GetEnvironmentVariableW(L"FINASET_ADAPTERS", nullptr, 0) == 0) {
+            GTEST_SKIP() << "this machine cannot be given adapters; see fresh_machine.sh";
+        }
+        ASSERT_THAT(Descriptions(), testing::UnorderedElementsAreArray(AllAdapters));
+        machine.InstallProduct();
+    }
+
+    void ExpectRun(const std::string& sections, const std::wstring& arguments = L"/CONFIGURE") {
+        const FinishedRun run = machine.Run(arguments);
+        EXPECT_EQ(run.log, WholeLog(sections));
+        EXPECT_EQ(run.exitCode, 0U);
+    }
+
+    Machine machine;
+};
+
+TEST_F(Adapters, ThatAreWantedAreFoundInThePlatformsOrderAndEnableTheFeature) {
+    machine.StartProduct();
+    ExpectRun(StopSection(AskedToQuit + AllServicesStopped) +
+                  Configured(FoundAdapters(), FeatureLine) + StartSection(AllStarted),
+              L"");
+    const MachineState after = machine.Describe();
+    EXPECT_EQ(after.hardwareBitmask, 2U);
+    EXPECT_EQ(after.settings, (std::map<std::wstring, std::wstring>{
+                                  {L"FirstRun", L"0"}, {L"MultiInterface_Enabled", L"1"}}));
+}
+
+TEST_F(Adapters, AreFoundAgainEachTime) {
+    ExpectRun(Configured(FoundAdapters(), FeatureLine));
+    machine.WriteSetting(L"MultiInterface_Enabled", 0);
+    ExpectRun(DeletedSettings(false) + FilesOfAReinstallation + SecuredDirectories(false) +
+              RestOfConfigureWith(FoundAdapters(), FeatureLine));
+    EXPECT_EQ(machine.Describe().settings.at(L"MultiInterface_Enabled"), L"1");
+}
+
+TEST_F(Adapters, AreNotMatchedIfASettingSaysWhatTheHardwareIs) {
+    struct Row {
+        DWORD gate;
+        bool feature;
+    };
+    for (const auto& [gate, feature] :
+         {Row{0, false}, Row{2, true}, Row{0x12, true}, Row{4, false}, Row{0xFFFF'FFFF, true}}) {
+        SCOPED_TRACE(gate);
+        std::filesystem::remove_all(Machine::DataDirectory());
+        machine.WriteStaleSettings();
+        machine.RemoveSetting(L"MultiInterface_Enabled");
+        machine.WriteSetting(L"Tarsel_HWConfigDefault", gate);
+        ExpectRun(Configured("", feature ? FeatureLine : ""));
+        const MachineState after = machine.Describe();
+        EXPECT_EQ(after.hardwareBitmask, gate);
+        EXPECT_EQ(after.settings.contains(L"MultiInterface_Enabled"), feature);
+    }
+}
+
+TEST_F(Adapters, AreMatchedIfTheSettingIs1OrNoNumber) {
+    machine.WriteSetting(L"Tarsel_HWConfigDefault", 1);
+    ExpectRun(Configured(FoundAdapters(), FeatureLine));
+    machine.WriteTextSetting(L"Tarsel_HWConfigDefault", L"0");
+    ExpectRun(DeletedSettings(false) + FilesOfAReinstallation + SecuredDirectories(false) +
+              RestOfConfigureWith(FoundAdapters(), FeatureLine));
+    EXPECT_EQ(machine.Describe().hardwareBitmask, 2U);
+}
+
+TEST_F(Adapters, MatterToNoOptionButConfigure) {
+    for (const wchar_t* option : {L"/START", L"/STOP", L"/DISABLE", L"/?"}) {
+        static_cast<void>(machine.Run(option));
+    }
+    const MachineState after = machine.Describe();
+    EXPECT_EQ(after.hardwareBitmask, std::nullopt);
+    EXPECT_FALSE(after.settings.contains(L"MultiInterface_Enabled"));
+}
+
+// If it were taken, there would be no adapters, or no run.
+TEST_F(Adapters, AreNotAskedOfALibraryThatLiesBesideTheProgram) {
+    WriteFile(machine.ProgramDirectory() / L"iphlpapi.dll", "not the system's");
+    ExpectRun(Configured(FoundAdapters(), FeatureLine));
+}
+
+}  // namespace
