@@ -126,6 +126,10 @@ std::vector<Row> Rows(const MachineState& state, const std::set<std::wstring>& s
         rows.push_back(
             {L"Settings", name, setting == state.settings.end() ? L"absent" : setting->second});
     }
+    for (const wchar_t* name : {L"VxIdle Task", L"Tarsel Lumetra Startup Task"}) {
+        const auto scheduled = std::ranges::count(state.tasks, name);
+        rows.push_back({L"Scheduled tasks", name, scheduled > 0 ? L"scheduled" : L"absent"});
+    }
     return rows;
 }
 

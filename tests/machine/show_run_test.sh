@@ -35,6 +35,8 @@ expect "^  Nimbus.ConfigurationFiles.user.xml    the user's own$"
 expect '^  Nimbus.ConfigurationFiles.oem.xml     absent                  → shipped oem.xml$'
 expect '^  HKLM.SOFTWARE.Halvane.SAP             a key                   → absent$'
 expect '^  FirstRun                              1                       → 0$'
+expect '^  VxIdle Task                           absent                  → scheduled$'
+expect '^  Tarsel Lumetra Startup Task           scheduled               → absent$'
 expect '^  ProgramData/Tarsel/Nimbus             Administrators: everything; Local System: everything$'
 expect '^  ProgramData/Tarsel/ImageCache .*; Users: read and run$'
 
