@@ -1,0 +1,266 @@
+// Seeded campaigns over what comes from outside the program. Each input has a seed of its own,
+// which a failure names; what must come of it is said independently of the code under test.
+
+#include "config/path_resolvers.h"
+#include "config/service_parameters.h"
+#include "driver/actions.h"
+#include "fs/directory_security.h"
+#include "fs/path_helpers.h"
+#include "hw/adapter_bitmask.h"
+#include "registry/registry_setting.h"
+#include "support/console_capture.h"
+#include "support/environment_variable.h"
+#include "support/private_registry.h"
+#include "support/registry_contents.h"
+#include "support/temporary_directory.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <gtest/gtest.h>
+#include <iostream>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace {
+
+using test::Printed;
+using test::PutValue;
+using test::RegistryValue;
+
+// What is drawn for one input.
+class Draw {
+public:
+    explicit Draw(std::uint32_t seed) : random_(seed) {}
+
+    std::size_t Below(std::size_t bound) { return random_() % bound; }
+    bool OneIn(std::size_t number) { return Below(number) == 0; }
+
+    template <typename Range>
+    auto Of(const Range& values) {
+        return *std::next(std::begin(values),
+                          static_cast<std::ptrdiff_t>(Below(std::size(values))));
+    }
+
+    // Short most of the time, seldom very long.
+    std::size_t Length(std::size_t longest) {
+        return Below(OneIn(20) ? longest + 1 : std::min<std::size_t>(longest + 1, 24));
+    }
+
+    // Letters and signs of all kinds, halves of surrogate pairs, and what means something in a
+    // path.
+    wchar_t Character() {
+        static constexpr wchar_t Signs[] =
+            L"\\/:*?\"<>|%. \t\r\n\x0001\x007F\x00AE\x00FF\x0130\x4E2D"
+            L"\xD83D\xDE00\xFFFF";
+        switch (Below(4)) {
+            case 0:
+                return Signs[Below(std::size(Signs) - 1)];
+            case 1:
+                return static_cast<wchar_t>(1 + Below(0xFFFF));
+            default:
+                return static_cast<wchar_t>(L'!' + Below(L'~' - L'!'));
+        }
+    }
+
+    std::wstring Text(std::size_t longest) {
+        std::wstring text(Length(longest), L'\0');
+        std::ranges::generate(text, [this] { return Character(); });
+        return text;
+    }
+
+    std::vector<BYTE> Bytes(std::size_t most) {
+        std::vector<BYTE> bytes(Length(most));
+        std::ranges::generate(bytes, [this] { return static_cast<BYTE>(random_()); });
+        return bytes;
+    }
+
+    // A registry value of any type, size and content: often one that is nearly right.
+    RegistryValue Value() {
+        static constexpr DWORD Types[] = {
+            REG_DWORD, REG_SZ,    REG_EXPAND_SZ, REG_MULTI_SZ,         REG_BINARY,
+            REG_NONE,  REG_QWORD, REG_LINK,      REG_DWORD_BIG_ENDIAN, 0x1234};
+        RegistryValue value;
+        value.type = OneIn(2) ? Types[Below(3)] : Of(Types);
+        if (value.type == REG_DWORD && !OneIn(4)) {
+            value.bytes = Bytes(4);
+            value.bytes.resize(4);
+        } else if (OneIn(2)) {
+            value = test::TextValue(Text(4000), value.type);
+            if (OneIn(4)) {
+                value.bytes.pop_back();
+            }
+        } else {
+            value.bytes = Bytes(4000);
+        }
+        return value;
+    }
+
+private:
+    std::mt19937 random_;
+};
+
+// Tries this many inputs, each with a seed of its own.
+void Campaign(const char* name, std::uint32_t inputs, const std::function<void(Draw&)>& attempt) {
+    for (std::uint32_t seed = 1; seed <= inputs; ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        Draw draw(seed);
+        attempt(draw);
+        if (testing::Test::HasFailure()) {
+            return;
+        }
+    }
+    std::cout << "hostile input, " << name << ": " << inputs << " inputs\n";
+}
+
+// A value as the platform would have it, read as a number.
+std::uint32_t NumberOr(const RegistryValue& value, std::uint32_t otherwise) {
+    if (value.type != REG_DWORD || value.bytes.size() != 4) {
+        return otherwise;
+    }
+    std::uint32_t number = 0;
+    std::memcpy(&number, value.bytes.data(), sizeof(number));
+    return number;
+}
+
+TEST(HostileInput, NumbersInTheRegistry) {
+    const test::PrivateRegistry registry;
+    Campaign("numbers in the registry", 12'000, [](Draw& draw) {
+        const RegistryValue value = draw.Value();
+        PutValue(HKEY_LOCAL_MACHINE, ServiceParametersKey, L"FinasetAction", value);
+        const wchar_t* const arguments[] = {L"Finaset.exe"};
+        EXPECT_EQ(ChooseActions(1, arguments), NumberOr(value, 15));
+    });
+}
+
+TEST(HostileInput, TextsInTheRegistry) {
+    const test::PrivateRegistry registry;
+    Campaign("texts in the registry", 12'000, [](Draw& draw) {
+        const RegistryValue value = draw.Value();
+        PutValue(HKEY_LOCAL_MACHINE, ServiceParametersKey, L"ImageCacheDirectory", value);
+        std::wstring text = L"as before";
+        const LSTATUS error = GetStringSetting(HKEY_LOCAL_MACHINE, ServiceParametersKey,
+                                               L"ImageCacheDirectory", text);
+        const std::size_t size = value.bytes.size();
+        const bool isText = value.type == REG_SZ || value.type == REG_EXPAND_SZ;
+        const bool ends =
+            size >= 2 && size % 2 == 0 && value.bytes[size - 2] == 0 && value.bytes[size - 1] == 0;
+        if (isText && ends) {
+            std::wstring expected(size / 2, L'\0');
+            std::memcpy(expected.data(), value.bytes.data(), size);
+            EXPECT_EQ(error, ERROR_SUCCESS);
+            EXPECT_EQ(text, expected.c_str());
+        } else {
+            EXPECT_EQ(error, isText && size == 0 ? ERROR_SUCCESS : ERROR_INVALID_DATA);
+            EXPECT_EQ(text, L"as before");
+        }
+        // Whatever it says, a path is made of it, or none.
+        for (const PathResolver& resolver :
+             {ConfigurationFilesResolver, ImageCacheResolver, ActivityLogResolver}) {
+            EXPECT_LE(resolver(draw.Text(300)).size(), 2048U);
+        }
+    });
+}
+
+TEST(HostileInput, CommandLines) {
+    const test::PrivateRegistry registry;
+    PutValue(HKEY_LOCAL_MACHINE, ServiceParametersKey, L"FinasetAction", test::DwordValue(77));
+    static constexpr std::pair<const wchar_t*, std::uint32_t> Options[] = {
+        {L"/STOP", 1}, {L"/CONFIGURE", 4}, {L"/START", 8}, {L"/DISABLE", 16}, {L"/?", 0}};
+    Campaign("command lines", 12'000, [](Draw& draw) {
+        auto [option, actions] = draw.Of(Options);
+        std::wstring argument = option;
+        std::ranges::for_each(argument, [&draw](wchar_t& letter) {
+            letter = draw.OneIn(2) && letter >= L'A' ? static_cast<wchar_t>(letter + 32) : letter;
+        });
+        if (draw.OneIn(2)) {
+            // One that is no option: it has a character too many somewhere, or is anything.
+            argument = draw.OneIn(2) ? draw.Text(32'000) + L"!" : argument + draw.Character();
+            actions = 77;
+        }
+        const std::wstring second = draw.Text(100);
+        const wchar_t* const arguments[] = {L"Finaset.exe", argument.c_str(), second.c_str()};
+        std::uint32_t chosen = 0;
+        Printed([&] { chosen = ChooseActions(draw.OneIn(2) ? 2 : 3, arguments); });
+        EXPECT_EQ(chosen, actions) << testing::PrintToString(argument);
+    });
+}
+
+// A name that a file can have.
+std::wstring FileName(Draw& draw) {
+    std::wstring name = draw.Text(200);
+    std::erase_if(name, [](wchar_t character) {
+        return character < L' ' || std::wcschr(L"\\/:*?\"<>|", character) != nullptr ||
+               (character >= 0xD800 && character <= 0xDFFF) || character >= 0xFFFE;
+    });
+    return L"x" + name.substr(0, 80) + L"x";
+}
+
+TEST(HostileInput, FileNames) {
+    const test::TemporaryDirectory directory;
+    Campaign("file names", 1'500, [&directory](Draw& draw) {
+        const std::wstring name = FileName(draw);
+        const std::wstring path = directory / name;
+        const HANDLE file = ::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                                          FILE_ATTRIBUTE_NORMAL, nullptr);
+        ASSERT_NE(file, INVALID_HANDLE_VALUE) << testing::PrintToString(name);
+        ::CloseHandle(file);
+        EXPECT_EQ(ListDirectoryEntries(directory.Path()), std::vector<std::wstring>{name});
+        EXPECT_FALSE(ChildHasLink(directory.Path()));
+        ::DeleteFileW(path.c_str());
+    });
+}
+
+// Whether a description matches: the maker's name, the model anywhere behind it, and no line end.
+bool IsKnownAdapter(const std::wstring& description) {
+    std::wstring lowered = description;
+    std::ranges::transform(lowered, lowered.begin(), [](wchar_t character) {
+        return character >= L'A' && character <= L'Z' ? static_cast<wchar_t>(character + 32)
+                                                      : character;
+    });
+    return lowered.starts_with(L"tarsel") && lowered.find(L"qz311", 6) != std::wstring::npos &&
+           lowered.find_first_of(L"\n\r\x2028\x2029") == std::wstring::npos;
+}
+
+TEST(HostileInput, AdapterDescriptions) {
+    Campaign("adapter descriptions", 10'000, [](Draw& draw) {
+        static constexpr const wchar_t* Starts[] = {L"Tarsel", L"TARSEL", L"tarse", L" Tarsel",
+                                                    L""};
+        static constexpr const wchar_t* Models[] = {L"QZ311", L"qz311", L"QZ31", L"QZ 311", L""};
+        const std::wstring description =
+            draw.Of(Starts) + draw.Text(60) + draw.Of(Models) + draw.Text(60);
+        std::uint32_t mask = 0;
+        Printed([&] { mask = MatchAdapterBitmask(description); });
+        EXPECT_EQ(mask, IsKnownAdapter(description) ? 2U : 0U)
+            << testing::PrintToString(description);
+    });
+}
+
+TEST(HostileInput, VariablesOfTheEnvironment) {
+    const std::wstring parts = L"%FinasetTest%";
+    Campaign("variables of the environment", 4'000, [&parts](Draw& draw) {
+        std::wstring value =
+            draw.OneIn(8) ? std::wstring(draw.Below(32'000), draw.Character()) : draw.Text(3000);
+        std::erase(value, L'%');
+        const test::EnvironmentVariable variable(L"FinasetTest", value);
+        const std::wstring before = draw.Text(20);
+        const std::wstring path = L"C:\\" + parts + L"\\";
+        const std::wstring expanded = ExpandEnvironmentPath(path);
+        const std::wstring expected = L"C:\\" + (value.empty() ? parts : value) + L"\\";
+        if (expected.size() < 2048) {
+            EXPECT_EQ(expanded, expected);
+        } else {
+            EXPECT_LT(expanded.size(), 2048U);
+        }
+        EXPECT_FALSE(PathExists(path + before + L"?"));
+        EXPECT_LT(ParentDirectoryOf(path + before).size(), 2048U);
+    });
+}
+
+}  // namespace
