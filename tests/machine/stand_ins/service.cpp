@@ -2,6 +2,7 @@
 //
 //   --start-pending=MS   is start-pending for so long before it runs
 //   --stop-pending=MS    is stop-pending for so long before it has stopped (200 if not given)
+//   --stops-at-once      has stopped before it answers the stop control
 //   --never-stops        stays stop-pending
 //   --dies-on-start      stops instead of running
 //   --refuses-stop       does not accept the stop control
@@ -20,6 +21,7 @@ struct Ways {
     // answer to the stop control if that is still on its way. The request then seems to have
     // failed.
     DWORD stopPendingMs = 200;
+    bool stopsAtOnce = false;
     bool neverStops = false;
     bool diesOnStart = false;
     bool refusesStop = false;
@@ -41,6 +43,7 @@ Ways ReadWays(int argumentCount, wchar_t** arguments) {
         } else if (name == L"--stop-pending") {
             read.stopPendingMs = std::wcstoul(number, nullptr, 10);
         }
+        read.stopsAtOnce |= name == L"--stops-at-once";
         read.neverStops |= name == L"--never-stops";
         read.diesOnStart |= name == L"--dies-on-start";
         read.refusesStop |= name == L"--refuses-stop";
@@ -60,7 +63,8 @@ void Report(DWORD state) {
 
 DWORD WINAPI HandleControl(DWORD control, DWORD /*type*/, void* /*data*/, void* /*context*/) {
     if (control == SERVICE_CONTROL_STOP) {
-        Report(SERVICE_STOP_PENDING);
+        Report(ways.stopsAtOnce ? SERVICE_STOPPED : SERVICE_STOP_PENDING);
+        ::Sleep(ways.stopsAtOnce ? 300 : 0);  // the answer is behind for sure
         ::SetEvent(stopRequested);
     }
     return NO_ERROR;
@@ -80,7 +84,9 @@ void WINAPI ServiceMain(DWORD /*argumentCount*/, wchar_t** arguments) {
         ::Sleep(INFINITE);
     }
     ::Sleep(ways.stopPendingMs);
-    Report(SERVICE_STOPPED);
+    if (!ways.stopsAtOnce) {
+        Report(SERVICE_STOPPED);
+    }
 }
 
 }  // namespace
