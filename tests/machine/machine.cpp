@@ -90,7 +90,8 @@ StartedProcess StartProcess(std::wstring commandLine, HANDLE output, DWORD flags
     do {
         started = ::CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, output != nullptr,
                                    flags, nullptr, nullptr, &startup, &info);
-        // Wine's word for a process that died before its program began, as some do under load.
+        // Wine's word for a process that died before its program began: the system below it had put
+        // something where each process has its page of shared data.
     } while (!started && ::GetLastError() == ERROR_INTERNAL_ERROR && ++attempts < MaxAttempts);
     if (!started) {
         throw std::runtime_error("a program cannot be started, error " +
