@@ -46,7 +46,7 @@ constexpr wchar_t TaskServiceKey[] =
     L"SOFTWARE\\Classes\\CLSID\\{0F87369F-A4E5-4CFC-BD3E-73E6154572DD}";
 constexpr wchar_t TaskServiceServerKey[] =
     L"SOFTWARE\\Classes\\CLSID\\{0F87369F-A4E5-4CFC-BD3E-73E6154572DD}\\InprocServer32";
-constexpr wchar_t TaskServiceLibrary[] = L"stand_in_task_service.dll";
+constexpr wchar_t TaskServiceLibraryName[] = L"stand_in_task_service.dll";
 constexpr wchar_t ShippedFiles[][9] = {L"user.xml", L"oem.xml", L"vx.stg"};
 constexpr DWORD RunLimitMs = 180'000;   // no run lasts so long
 constexpr DWORD ReadyLimitMs = 30'000;  // no stand-in needs so long to be ready
@@ -171,6 +171,10 @@ std::vector<std::wstring> ReadTasks() {
     return tasks;
 }
 
+std::filesystem::path TaskServiceLibrary() {
+    return FromEnvironment(L"systemroot") / L"system32" / TaskServiceLibraryName;
+}
+
 // The library that has the task service's object.
 void SetTaskServiceLibrary(const std::filesystem::path& library) {
     const std::wstring path = library;
@@ -235,8 +239,8 @@ std::map<std::wstring, std::wstring> ReadSettings() {
 Machine::Machine(std::filesystem::path programDirectory) : directory_(std::move(programDirectory)) {
     std::filesystem::create_directories(directory_);
     std::filesystem::copy_file(BesideThisProgram(L"Finaset.exe"), directory_ / L"Finaset.exe");
-    InstallProgram(TaskServiceLibrary, TaskServiceLibrary);
-    SetTaskServiceLibrary(directory_ / TaskServiceLibrary);
+    std::filesystem::copy_file(BesideThisProgram(TaskServiceLibraryName), TaskServiceLibrary());
+    SetTaskServiceLibrary(TaskServiceLibrary());
 }
 
 Machine::~Machine() {
@@ -245,6 +249,8 @@ Machine::~Machine() {
         EndProcess(id);
     }
     std::error_code ignored;  // a leftover shows in the next machine's constructor
+    std::filesystem::remove(TaskServiceLibrary(), ignored);
+    std::filesystem::remove(TaskServiceLibrary() += L".definitions", ignored);
     for (const std::wstring& task : ReadTasks()) {
         std::filesystem::remove(TaskDirectory() / task, ignored);
     }
@@ -313,8 +319,8 @@ void Machine::ScheduleTask(const std::wstring& name) {
     WriteFile(TaskDirectory() / name, "");
 }
 
-std::vector<std::string> Machine::TaskDefinitions() const {
-    return ReadLines(directory_ / (std::wstring(TaskServiceLibrary) + L".definitions"));
+std::vector<std::string> Machine::TaskDefinitions() {
+    return ReadLines(TaskServiceLibrary() += L".definitions");
 }
 
 KernelHandle Machine::StartProduct() {

@@ -68,7 +68,7 @@ public:
     static void ScheduleTask(const std::wstring& name);
 
     // The definitions of the tasks that were registered, in order.
-    [[nodiscard]] std::vector<std::string> TaskDefinitions() const;
+    [[nodiscard]] static std::vector<std::string> TaskDefinitions();
 
     // Everything that runs on a machine in use: all services, and the application with its window,
     // whose process is returned.

@@ -77,6 +77,8 @@ void ExpectState(const Machine& machine, const MachineState& expected) {
     EXPECT_EQ(actual.settings, expected.settings);
     EXPECT_EQ(actual.dataFiles, expected.dataFiles);
     EXPECT_EQ(actual.staleKey, expected.staleKey);
+    EXPECT_EQ(actual.tasks, expected.tasks);
+    EXPECT_EQ(actual.hardwareBitmask, expected.hardwareBitmask);
 }
 
 // Gives each service its state, in the product's order.
@@ -153,7 +155,9 @@ TEST(Machine, ARunWithNothingInstalledFailsEverywhereAndGoesOnToTheEnd) {
                           .applications = {},
                           .settings = {{L"FirstRun", L"0"}},
                           .dataFiles = {},
-                          .staleKey = false});
+                          .staleKey = false,
+                          .tasks = {L"VxIdle Task"},
+                          .hardwareBitmask = 0});
 }
 
 // The DLLs that a program is linked with, by the names that it has for them.
@@ -177,7 +181,8 @@ std::vector<std::string> LinkedLibraries(const std::filesystem::path& program) {
 // All of them are the system's: one of the compiler's own would have to be shipped.
 TEST(Machine, TheProgramIsLinkedWithNothingButTheSystem) {
     EXPECT_THAT(LinkedLibraries(BesideThisProgram(L"Finaset.exe")),
-                UnorderedElementsAre("ADVAPI32.dll", "KERNEL32.dll", "msvcrt.dll", "ole32.dll"));
+                UnorderedElementsAre("ADVAPI32.dll", "KERNEL32.dll", "msvcrt.dll", "ole32.dll",
+                                     "OLEAUT32.dll"));
 }
 
 TEST(Machine, TheProgramNeedsNoFileBesideIt) {
@@ -352,6 +357,8 @@ TEST(Machine, ServicesThatTakeTheirTimeAreWaitedFor) {
                      {Stopped, Stopped, Stopped, Stopped, Running, Running, Running, Running});
     expected.applications = {L"BriskoLU.exe"};
     expected.settings = {{L"FirstRun", L"0"}};
+    expected.tasks = {L"VxIdle Task"};
+    expected.hardwareBitmask = 0;
     expected.dataFiles = ShippedConfiguration();
     expected.staleKey = false;
     ExpectState(machine, expected);

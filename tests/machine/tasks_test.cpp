@@ -59,7 +59,7 @@ TEST(ScheduledTasks, AreRegisteredWithTheProgramsPath) {
     const Machine machine;
     EXPECT_EQ(machine.Run(L"/CONFIGURE").log, LogOf({}));
     EXPECT_THAT(machine.Describe().tasks, ElementsAre(IdleTask));
-    EXPECT_THAT(machine.TaskDefinitions(),
+    EXPECT_THAT(Machine::TaskDefinitions(),
                 ElementsAre(IdleTaskXml(ProductDirectory + "\\VxIdleTask.exe")));
     EXPECT_THAT(Stored(IdleTask),
                 AllOf(HasSubstr("<Author>Tarsel</Author>"), HasSubstr("<URI>\\VxIdleTask</URI>")));
@@ -74,7 +74,7 @@ TEST(ScheduledTasks, AreReplacedByALaterRun) {
     EXPECT_EQ(machine.Run(L"/CONFIGURE").exitCode, 0U);
     EXPECT_THAT(machine.Describe().tasks, ElementsAre(IdleTask));
     EXPECT_EQ(Stored(IdleTask), stored);
-    EXPECT_EQ(machine.TaskDefinitions().size(), 2U);
+    EXPECT_EQ(Machine::TaskDefinitions().size(), 2U);
 }
 
 TEST(ScheduledTasks, LoseTheObsoleteOneAndNoOther) {
@@ -113,7 +113,7 @@ TEST(ScheduledTasks, TakeAPathWithBlanksAsItStands) {
     const std::string directory = "C:\\A place  with\\many blanks in it";
     const Machine machine(directory);
     EXPECT_EQ(machine.Run(L"/CONFIGURE").log, LogOf({.directory = directory}));
-    EXPECT_THAT(machine.TaskDefinitions(),
+    EXPECT_THAT(Machine::TaskDefinitions(),
                 ElementsAre(IdleTaskXml(directory + "\\VxIdleTask.exe")));
     EXPECT_THAT(machine.Describe().tasks, ElementsAre(IdleTask));
 }
@@ -124,7 +124,7 @@ TEST(ScheduledTasks, AreDefinedByInvalidXmlFromADirectoryWithAnAmpersand) {
     const std::string directory = "C:\\R & D";
     const Machine machine(directory);
     EXPECT_EQ(machine.Run(L"/CONFIGURE").log, LogOf({.directory = directory}));
-    EXPECT_THAT(machine.TaskDefinitions(), ElementsAre(IdleTaskXml("C:\\R & D\\VxIdleTask.exe")));
+    EXPECT_THAT(Machine::TaskDefinitions(), ElementsAre(IdleTaskXml("C:\\R & D\\VxIdleTask.exe")));
 }
 
 }  // namespace
