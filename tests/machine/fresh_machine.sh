@@ -62,8 +62,17 @@ export WINEDEBUG=${WINEDEBUG:--all}
 # Nothing to install, no menus, and no debugger: it would keep a program that has crashed waiting.
 export WINEDLLOVERRIDES='mscoree,mshtml=;winemenubuilder.exe,winedbg.exe=d'
 
-"$wine" wineboot -i >/dev/null 2>&1 </dev/null
-"$wine" reg add 'HKCU\Software\Wine\Drivers' /v Graphics /d null /f >/dev/null
+# set_up ARGUMENT...: runs one of Wine's own programs, and shows what it said if it fails.
+set_up() {
+    "$wine" "$@" >"$machine/set-up.log" 2>&1 </dev/null || {
+        cat "$machine/set-up.log" >&2
+        echo "the machine cannot be set up" >&2
+        exit 1
+    }
+}
+
+set_up wineboot -i
+set_up reg add 'HKCU\Software\Wine\Drivers' /v Graphics /d null /f
 # Until all of it has ended, a program started now could meet a second service manager.
 "$wineserver" -w
 
