@@ -4,10 +4,12 @@
 #include "support/console_capture.h"
 #include "support/file_contents.h"
 #include "support/registry_contents.h"
+#include "support/temporary_directory.h"
 
 #include <objbase.h>
 
 #include <algorithm>
+#include <filesystem>
 
 namespace test {
 
@@ -15,6 +17,31 @@ namespace {
 
 constexpr wchar_t Parameters[] =
     L"SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service\\Parameters";
+
+// The files of all machines, which follow one another.
+const TemporaryDirectory& Files() {
+    static const TemporaryDirectory files;
+    return files;
+}
+
+constexpr wchar_t ConfigurationFiles[] = L"data\\Tarsel\\Nimbus\\ConfigurationFiles\\";
+constexpr const wchar_t* FileNames[] = {L"user.xml", L"oem.xml", L"vx.stg"};
+
+// The files as a run finds them, whatever the one before has left.
+void LayOutFiles() {
+    if (!std::filesystem::exists(Files() / L"program")) {
+        PutFile(Files() / L"program\\Unfinaset.exe", "");
+        for (const std::wstring name : FileNames) {
+            PutFile(Files() / (L"system\\system32\\drivers\\Tarsel\\ZEFIR\\" + name), "shipped");
+        }
+        PutFile(Files() / L"data\\Tarsel\\ImageCache\\icons\\game.png", "an image");
+    }
+    for (const std::wstring name : FileNames) {
+        ::DeleteFileW((Files() / (ConfigurationFiles + name)).c_str());
+    }
+    ::RemoveDirectoryW((Files() / L"data\\Tarsel\\Nimbus\\ActivityLog").c_str());
+    PutFile(Files() / (ConfigurationFiles + std::wstring(L"oem.xml")), "old");
+}
 
 }  // namespace
 
@@ -27,7 +54,9 @@ InstalledProduct::Com::~Com() {
 }
 
 InstalledProduct::InstalledProduct()
-    : openToken_([this](HANDLE process, DWORD access, PHANDLE token) {
+    : programData_(L"ProgramData", Files() / L"data"),
+      systemRoot_(L"SystemRoot", Files() / L"system"),
+      openToken_([this](HANDLE process, DWORD access, PHANDLE token) {
           Event("OpenProcessToken");
           return openToken_.Forward(process, access, token);
       }),
@@ -66,19 +95,13 @@ InstalledProduct::InstalledProduct()
           Wait(milliseconds == INFINITE ? 0 : milliseconds);  // the thread library's own waits
           return wait_.Forward(handle, milliseconds);
       }) {
+    LayOutFiles();
     services_.obeys = true;
-    processes_.ownPath = directory_ / L"program\\Finaset.exe";
+    processes_.ownPath = Files() / L"program\\Finaset.exe";
     processes_.running = {{.id = 1000, .path = L"C:\\other.exe"},
                           {.id = 1004, .path = L"C:\\Program Files\\ZEFIR.exe"}};
     adapters_.adapters = {{L"other"}, {L"Tarsel QZ311"}};
 
-    PutFile(directory_ / L"program\\Unfinaset.exe", "");
-    for (const wchar_t* name : {L"user.xml", L"oem.xml", L"vx.stg"}) {
-        PutFile(directory_ / (std::wstring(L"system\\system32\\drivers\\Tarsel\\ZEFIR\\") + name),
-                "shipped");
-    }
-    PutFile(directory_ / L"data\\Tarsel\\Nimbus\\ConfigurationFiles\\oem.xml", "old");
-    PutFile(directory_ / L"data\\Tarsel\\ImageCache\\icons\\game.png", "an image");
     PutValue(HKEY_LOCAL_MACHINE, Parameters, L"FirstRun", DwordValue(1));
     PutValue(HKEY_LOCAL_MACHINE, Parameters, L"ConfigFileDirectory", TextValue(L"C:\\stale"));
     PutValue(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Halvane\\SAP\\below", L"value", DwordValue(1));

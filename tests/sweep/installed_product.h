@@ -10,7 +10,6 @@
 #include "support/import_hook.h"
 #include "support/print_hook.h"
 #include "support/private_registry.h"
-#include "support/temporary_directory.h"
 
 #include <windows.h>
 
@@ -21,9 +20,9 @@
 
 namespace test {
 
-// A machine with everything of the product on it, in this process: a registry and files of its own,
-// and fakes for the rest. The application runs, a matching adapter is there, and a run that nothing
-// disturbs succeeds in every line.
+// A machine with everything of the product on it, in this process: a registry of its own, files
+// that are laid out anew for each, and fakes for the rest. The application runs, a matching adapter
+// is there, and a run that nothing disturbs succeeds in every line.
 class InstalledProduct {
 public:
     InstalledProduct();
@@ -66,9 +65,8 @@ private:
     DWORD longestWait_ = 0;
     ULONGLONG waited_ = 0;
 
-    TemporaryDirectory directory_;
-    EnvironmentVariable programData_{L"ProgramData", directory_ / L"data"};
-    EnvironmentVariable systemRoot_{L"SystemRoot", directory_ / L"system"};
+    EnvironmentVariable programData_;
+    EnvironmentVariable systemRoot_;
     PrivateRegistry registry_;
     Com com_;
     FakeServices services_;

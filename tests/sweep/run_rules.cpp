@@ -101,7 +101,7 @@ std::vector<string_view> Lines(string_view log, bool tokenRefused) {
     while (!log.empty()) {
         const std::size_t end = log.find('\n');
         const string_view line = log.substr(0, end);
-        if (tokenRefused && line.starts_with(UnendedItem) && !IsComplete(line, false)) {
+        if (tokenRefused && line.starts_with(UnendedItem) && !IsOf(LineForms.front(), line)) {
             lines.push_back(UnendedItem);
             log.remove_prefix(UnendedItem.size());
             continue;
@@ -219,12 +219,12 @@ private:
         bool failed = false;
         string_view item;
         for (const string_view event : run_.Events()) {
-            if (event.starts_with("log Verifying ") || event.starts_with("log Setting ")) {
+            if (event.starts_with("log Verifying ") || event.starts_with("log Setting DACLs ") ||
+                event.starts_with("log Setting Child ")) {
                 item = event;
-            } else if (event == "log Failure\r\n" && !item.empty()) {
-                failed = true;
             } else if (event.starts_with("log ")) {
-                item = event == "log Success\r\n" ? string_view() : item;
+                failed = failed || (event == "log Failure\r\n" && !item.empty());
+                item = {};
             } else if (failed) {
                 const bool harmless = event.starts_with("CreateProcessW ") &&
                                       event.find("Unfinaset.exe") != string_view::npos;
