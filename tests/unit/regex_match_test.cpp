@@ -149,9 +149,7 @@ TEST(RegexMatchesWhole, RemembersWhatAGroupMatchedInAnyTextOfAnAdapter) {
 TEST(RegexMatchesWhole, LeavesItToItsCallerThatMemoryIsShort) {
     using Allocate = void*(std::size_t);
     const test::ImportHook<static_cast<Allocate*>(&::malloc)> allocate(
-        [](std::size_t size) -> void* {
-            return size > 64U * 1024 ? nullptr : std::calloc(1, size);
-        });
+        [](std::size_t size) -> void* { return size > 65'536 ? nullptr : std::calloc(1, size); });
     EXPECT_THROW(RegexMatchesWhole(L"a{20000}", L"a"), std::bad_alloc);
 }
 
