@@ -10,6 +10,7 @@
 #include "hw/adapter_bitmask.h"
 #include "hw/features.h"
 #include "registry/registry_key.h"
+#include "shared/guarded.h"
 #include "tasks/scheduled_tasks.h"
 
 #include <windows.h>
@@ -19,6 +20,8 @@
 #include <string>
 
 namespace {
+
+using Utils::Guarded;
 
 constexpr std::size_t BannerDashes = 55;
 
@@ -34,30 +37,36 @@ bool Configure() {
     PrintSectionBanner(BannerDashes, "Setting Up Configuration Settings and Environment....\r\n");
 
     ConsolePrint("Delete Registry Settings.....\r\n");
-    DeleteSettings(DeleteList);
+    Guarded([] { DeleteSettings(DeleteList); });
 
     ConsolePrint("\r\nCopyFiles.....\r\n");
-    RunFileOperations();
+    Guarded([] { RunFileOperations(); });
 
     ConsolePrint("\r\nSecureFilesDirectories.....\r\n");
-    const bool secured = SecureDirectories();
+    bool secured = false;  // so it stays if the securing is cut off
+    Guarded([&] { secured = SecureDirectories(); });
     if (secured) {
         ConsolePrint("\r\nWrite Registry Settings.....\r\n");
-        WriteSettings(WriteList);
+        Guarded([] { WriteSettings(WriteList); });
         ConsolePrint("Computing Tarsel HW Bitmask\r\n");
-        g_hardwareBitmask = ComputeHardwareBitmask(L"Tarsel_HWConfigDefault", L"Tarsel_HWConfig");
+        Guarded([] {
+            g_hardwareBitmask =
+                ComputeHardwareBitmask(L"Tarsel_HWConfigDefault", L"Tarsel_HWConfig");
+        });
         ConsolePrint("Enabling Features by Tarsel HW Bitmask\r\n");
-        EnableFeaturesByBitmask();
+        Guarded([] { EnableFeaturesByBitmask(); });
         ConsolePrint("\r\nScheduling Tasks.....\r\n");
-        ScheduleTasks();  // a task that is missing leaves no machine insecure
+        Guarded([] { ScheduleTasks(); });  // a task that is missing leaves no machine insecure
     } else {
-        std::wstring reason =
-            L"Security Vulnerability Securing Directories due to Failure Setting ACLs or Links "
-            L"Detected";
-        RespondToSecurityFailure(reason);
+        Guarded([] {
+            std::wstring reason =
+                L"Security Vulnerability Securing Directories due to Failure Setting ACLs or Links "
+                L"Detected";
+            RespondToSecurityFailure(reason);
+        });
     }
 
-    ClearFirstRunMarker();
+    Guarded([] { ClearFirstRunMarker(); });
     return secured;
 }
 

@@ -8,15 +8,17 @@
 #include "proc/process_lists.h"
 #include "proc/services.h"
 #include "registry/registry_setting.h"
+#include "shared/guarded.h"
 
 #include <windows.h>
 
 #include <cstddef>
-#include <exception>
 #include <string>
 #include <string_view>
 
 namespace {
+
+using Utils::Guarded;
 
 constexpr std::uint32_t DefaultActions = 15;  // stop, configure, start, and a bit without meaning
 
@@ -35,24 +37,13 @@ constexpr Option Options[] = {
     {L"/DISABLE", ActionDisable},
 };
 
-// No failure of the platform throws, only a want of memory. It ends the row or the step that it
-// befalls, and the run goes on with the next.
-template <typename Work>
-void Guarded(const Work& work) {
-    try {
-        work();
-    } catch (const std::exception&) {
-        return;  // the log has no line for it
-    }
-}
-
 void RunSteps(std::uint32_t actions) {
     if (actions & ActionStop) {
         Guarded([] { StopEntries(StopList); });
     }
     bool secured = true;
     if (actions & ActionConfigure) {
-        // Cut off, it counts as failed: a machine that may not be secured must not be started.
+        // Cut off, it counts as failed.
         secured = false;
         Guarded([&] { secured = Configure(); });
     }

@@ -210,6 +210,7 @@ DWORD Show(test::Machine& machine, const Device& device, const std::filesystem::
     machine.InstallProduct(L"--start-pending=300 --stop-pending=300");
     test::WriteFile(test::Machine::ConfigurationDirectory() / L"user.xml", "the user's own");
     test::WriteFile(test::Machine::DataDirectory() / L"ImageCache\\icons\\game.png", "an image");
+    test::Machine::ScheduleTask(L"Tarsel Lumetra Startup Task");
     const Utils::KernelHandle application = machine.StartProduct();
 
     if (::GetEnvironmentVariableW(L"FINASET_ADAPTERS", nullptr, 0) == 0) {
