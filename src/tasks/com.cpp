@@ -41,7 +41,7 @@ std::wstring MessageTextOf(HRESULT result) {
     if (result >= FirstInterfaceError && result <= LastInterfaceError) {
         return L"IDispatch error #" + std::to_wstring(result - FirstInterfaceError);
     }
-    wchar_t unknown[32] = {};
+    wchar_t unknown[] = L"Unknown error 0x00000000";
     std::swprintf(unknown, std::size(unknown), L"Unknown error 0x%0lX",
                   static_cast<unsigned long>(result));
     return unknown;

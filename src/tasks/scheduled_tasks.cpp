@@ -44,8 +44,8 @@ HRESULT CreateTaskService(ITaskService*& service) {
 // To this machine's service, as the current user.
 void Connect(ITaskService& service) {
     VARIANT missing = {};
-    missing.vt = VT_ERROR;
-    missing.scode = DISP_E_PARAMNOTFOUND;
+    missing.vt = VT_ERROR;                 // NOLINT(*-union-access): that is what a VARIANT is
+    missing.scode = DISP_E_PARAMNOTFOUND;  // NOLINT(*-union-access)
     Check(service.Connect(missing, missing, missing, missing), service);
 }
 

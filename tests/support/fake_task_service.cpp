@@ -96,9 +96,9 @@ public:
     using Counted::Counted;
 
     HRESULT STDMETHODCALLTYPE GetDescription(BSTR* text) override {
-        const std::optional<std::wstring>& description = Fake().description;
-        *text = description ? ::SysAllocString(description->c_str()) : nullptr;
-        return description ? S_OK : E_FAIL;
+        const std::optional<std::wstring>& left = Fake().description;
+        *text = left ? ::SysAllocString(left->c_str()) : nullptr;
+        return left ? S_OK : E_FAIL;
     }
 
     HRESULT STDMETHODCALLTYPE GetGUID(GUID*) override { return E_NOTIMPL; }

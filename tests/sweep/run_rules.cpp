@@ -76,6 +76,7 @@ const std::vector<string_view> FixedLines = {
     "Scheduling Tasks.....\r",
     "--------------------------\r",
     "Uninstalling Product.....\r",
+    // NOLINTNEXTLINE(bugprone-suspicious-missing-comma): one line of the log
     "Security Vulnerability Securing Directories due to Failure Setting ACLs or Links Detected - "
     "Uninstalling\r",
     "----------------------\r",
