@@ -1,9 +1,21 @@
 #include "support/failing_allocation.h"
 
+#ifdef GUARD_PAGES
+#include "support/guard_page_heap.h"
+#endif
+
 #include <cstdlib>
 #include <new>
 
 namespace {
+
+#ifdef GUARD_PAGES
+constexpr auto Allocate = test::AllocateGuarded;
+constexpr auto Release = test::ReleaseGuarded;
+#else
+constexpr auto Allocate = std::malloc;
+constexpr auto Release = std::free;
+#endif
 
 constexpr std::size_t Never = ~std::size_t{0};
 
@@ -34,16 +46,16 @@ void* operator new(std::size_t size) {
         failed = true;
         throw std::bad_alloc();
     }
-    if (void* block = std::malloc(size == 0 ? 1 : size)) {
+    if (void* block = Allocate(size == 0 ? 1 : size)) {
         return block;
     }
     throw std::bad_alloc();
 }
 
 void operator delete(void* block) noexcept {
-    std::free(block);
+    Release(block);
 }
 
 void operator delete(void* block, std::size_t /*size*/) noexcept {
-    std::free(block);
+    Release(block);
 }

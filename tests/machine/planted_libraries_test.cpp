@@ -1,0 +1,145 @@
+// Libraries under the names of the system's own, planted where the search of a careless program
+// comes by: beside the program, and in the current directory.
+
+#include "machine/machine.h"
+#include "support/installed_service.h"
+#include "support/temporary_directory.h"
+
+#include <windows.h>
+
+#include <psapi.h>
+
+#include <algorithm>
+#include <cwctype>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using test::BesideThisProgram;
+using test::Machine;
+using test::TemporaryDirectory;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::IsEmpty;
+using testing::IsSupersetOf;
+
+std::wstring LowerCase(std::wstring text) {
+    std::transform(text.begin(), text.end(), text.begin(), std::towlower);
+    return text;
+}
+
+std::filesystem::path SystemDirectory() {
+    wchar_t path[MAX_PATH] = {};
+    ::GetSystemDirectoryW(path, MAX_PATH);
+    return path;
+}
+
+// What the system has loaded into this program, which is linked with what the product is. Windows
+// takes these from nowhere but its own directory (its "known DLLs"); Wine has no such list.
+std::set<std::wstring> LibrariesLoadedHere() {
+    HMODULE modules[1024] = {};
+    DWORD bytes = 0;
+    ::EnumProcessModules(::GetCurrentProcess(), modules, sizeof(modules), &bytes);
+    std::set<std::wstring> names;
+    for (std::size_t index = 0; index < bytes / sizeof(HMODULE); ++index) {
+        wchar_t path[MAX_PATH] = {};
+        ::GetModuleFileNameW(modules[index], path, MAX_PATH);
+        names.insert(LowerCase(std::filesystem::path(path).filename()));
+    }
+    return names;
+}
+
+// The names of the system's other libraries.
+std::vector<std::wstring> LibrariesToPlant() {
+    const std::set<std::wstring> loaded = LibrariesLoadedHere();
+    std::vector<std::wstring> names;
+    for (const auto& file : std::filesystem::directory_iterator(SystemDirectory())) {
+        const std::wstring name = LowerCase(file.path().filename());
+        if (file.path().extension() == L".dll" && !loaded.contains(name)) {
+            names.push_back(name);
+        }
+    }
+    return names;
+}
+
+// While it lives, a library of each name lies in a directory, for Wine to prefer to its own.
+class PlantedLibraries {
+public:
+    PlantedLibraries(std::filesystem::path directory, const std::vector<std::wstring>& names)
+        : directory_(std::move(directory)) {
+        for (const std::wstring& name : names) {
+            // Of their own, each: for Wine two names of one file are one library.
+            std::filesystem::copy_file(BesideThisProgram(L"stand_in_planted_library.dll"),
+                                       directory_ / name);
+            const std::wstring stem = std::filesystem::path(name).stem();
+            constexpr wchar_t NativeFirst[] = L"native,builtin";
+            ::RegSetKeyValueW(HKEY_CURRENT_USER, (OfTheProgram + L"\\DllOverrides").c_str(),
+                              stem.c_str(), REG_SZ, NativeFirst, sizeof(NativeFirst));
+        }
+    }
+    PlantedLibraries(const PlantedLibraries&) = delete;
+    PlantedLibraries& operator=(const PlantedLibraries&) = delete;
+    ~PlantedLibraries() { ::RegDeleteTreeW(HKEY_CURRENT_USER, OfTheProgram.c_str()); }
+
+    // The names of those that were loaded.
+    [[nodiscard]] std::vector<std::wstring> Loaded() const {
+        std::vector<std::wstring> names;
+        for (const auto& file : std::filesystem::directory_iterator(directory_)) {
+            if (file.path().extension() == L".loaded") {
+                names.push_back(file.path().stem());
+            }
+        }
+        return names;
+    }
+
+private:
+    static inline const std::wstring OfTheProgram = L"Software\\Wine\\AppDefaults\\Finaset.exe";
+
+    std::filesystem::path directory_;
+};
+
+class PlantedLibrariesTest : public testing::Test {
+protected:
+    // Everything that a whole run loads is among the names: what it asks for itself, what serves
+    // the tasks, and what these need in turn.
+    void SetUp() override {
+        ASSERT_THAT(names, IsSupersetOf({L"iphlpapi.dll", L"nsi.dll", L"xmllite.dll"}));
+        machine.InstallProduct();
+    }
+
+    void ExpectNoneLoaded(const PlantedLibraries& planted) const {
+        EXPECT_THAT(machine.Run().log, EndsWith("FIRST RUN - FINISHED\r\n"));
+        EXPECT_THAT(planted.Loaded(), IsEmpty());
+    }
+
+    Machine machine;
+    const std::vector<std::wstring> names = LibrariesToPlant();
+};
+
+TEST_F(PlantedLibrariesTest, AreNotLoadedFromBesideTheProgram) {
+    ExpectNoneLoaded(PlantedLibraries(machine.ProgramDirectory(), names));
+}
+
+TEST_F(PlantedLibrariesTest, AreNotLoadedFromTheCurrentDirectory) {
+    const TemporaryDirectory directory;
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(directory.Path());
+    ExpectNoneLoaded(PlantedLibraries(directory.Path(), names));
+    std::filesystem::current_path(before);
+}
+
+// The same libraries, and a program that takes what it finds first.
+TEST_F(PlantedLibrariesTest, AreLoadedByAProgramThatDoesNotSayWhereFrom) {
+    machine.InstallProgram(L"stand_in_library_loader.exe", L"Finaset.exe");
+    const PlantedLibraries planted(machine.ProgramDirectory(), names);
+    static_cast<void>(machine.Run(L"iphlpapi.dll"));
+    EXPECT_THAT(planted.Loaded(), ElementsAre(L"iphlpapi.dll"));
+}
+
+}  // namespace
