@@ -26,45 +26,78 @@ std::size_t RoundUp(std::size_t size, std::size_t unit) {
     return (size + unit - 1) / unit * unit;
 }
 
-// The platform gives addresses out in steps of 64 KiB.
+// Where the pages of a block begin: the platform gives addresses out in steps of 64 KiB, and a
+// block that is larger than a step begins in its first one all the same.
 std::byte* Pages(void* block) {
     constexpr std::uintptr_t Step = 64 * 1024;
     return reinterpret_cast<std::byte*>(reinterpret_cast<std::uintptr_t>(block) & ~(Step - 1));
 }
 
-// Their addresses are not given out again for a while, so that a late access meets no other block.
-class Released {
+// The pages of released blocks, for a while, so that a late access meets no other block.
+class Quarantine {
 public:
     void Add(std::byte* pages) {
-        std::byte*& oldest = pages_[next_++ % pages_.size()];
-        if (oldest != nullptr) {
-            ::VirtualFree(oldest, 0, MEM_RELEASE);
+        if (added_ - taken_ == pages_.size()) {
+            ::VirtualFree(Oldest(), 0, MEM_RELEASE);
         }
-        oldest = pages;
+        pages_[added_++ % pages_.size()] = pages;
     }
 
+    // Those that have been here for long, if there are any; else null.
+    std::byte* Take() { return added_ - taken_ < pages_.size() / 2 ? nullptr : Oldest(); }
+
 private:
+    std::byte* Oldest() { return pages_[taken_++ % pages_.size()]; }
+
     std::array<std::byte*, 4096> pages_{};
-    std::size_t next_ = 0;
+    std::size_t added_ = 0;
+    std::size_t taken_ = 0;
 };
 
-Released released;
+// Most blocks have one page. That is locked on release and used again, which takes a fraction of
+// the time of a new one.
+Quarantine singles;
+Quarantine others;
+
+std::byte* PagesFor(std::size_t length) {
+    std::byte* used = length == PageSize ? singles.Take() : nullptr;
+    if (used != nullptr) {
+        DWORD before = 0;
+        ::VirtualProtect(used, PageSize, PAGE_READWRITE, &before);
+        return used;
+    }
+    // The page at the end is never committed.
+    void* pages = ::VirtualAlloc(nullptr, length + PageSize, MEM_RESERVE, PAGE_NOACCESS);
+    return static_cast<std::byte*>(
+        pages == nullptr ? nullptr : ::VirtualAlloc(pages, length, MEM_COMMIT, PAGE_READWRITE));
+}
+
+void Lock(std::byte* pages, std::size_t length) {
+    if (length == PageSize) {
+        DWORD before = 0;
+        ::VirtualProtect(pages, PageSize, PAGE_NOACCESS, &before);
+        singles.Add(pages);
+    } else {
+        ::VirtualFree(pages, 0, MEM_DECOMMIT);
+        others.Add(pages);
+    }
+}
+
+std::size_t LengthFor(std::size_t size) {
+    return RoundUp(sizeof(Header) + RoundUp(size, Alignment), PageSize);
+}
 
 }  // namespace
 
 void* AllocateGuarded(std::size_t size) {
-    const std::size_t inUse = sizeof(Header) + RoundUp(size, Alignment);
-    const std::size_t length = RoundUp(inUse, PageSize);
-    void* pages = length < size
-                      ? nullptr
-                      : ::VirtualAlloc(nullptr, length + PageSize, MEM_RESERVE, PAGE_NOACCESS);
-    if (pages == nullptr || ::VirtualAlloc(pages, length, MEM_COMMIT, PAGE_READWRITE) == nullptr) {
+    const std::size_t length = LengthFor(size);
+    std::byte* pages = length < size ? nullptr : PagesFor(length);
+    if (pages == nullptr) {
         return nullptr;
     }
-    std::byte* end = static_cast<std::byte*>(pages) + length;
-    auto* header = reinterpret_cast<Header*>(end - inUse);
-    *header = {size, Mark};
-    auto* block = reinterpret_cast<std::byte*>(header + 1);
+    std::byte* end = pages + length;
+    std::byte* block = end - RoundUp(size, Alignment);
+    *(reinterpret_cast<Header*>(block) - 1) = {size, Mark};
     std::fill(block + size, end, Filler);
     return block;
 }
@@ -73,16 +106,14 @@ void ReleaseGuarded(void* block) {
     if (block == nullptr) {
         return;
     }
-    const auto* header = static_cast<const Header*>(block) - 1;
+    const Header header = *(static_cast<const Header*>(block) - 1);
     const auto* begin = static_cast<const std::byte*>(block);
-    const std::byte* end = begin + RoundUp(header->size, Alignment);
-    if (header->mark != Mark ||
-        !std::all_of(begin + header->size, end, [](std::byte each) { return each == Filler; })) {
+    const std::byte* end = begin + RoundUp(header.size, Alignment);
+    if (header.mark != Mark ||
+        !std::all_of(begin + header.size, end, [](std::byte each) { return each == Filler; })) {
         std::abort();
     }
-    // A block that is larger than a step begins in its first one all the same.
-    ::VirtualFree(Pages(block), 0, MEM_DECOMMIT);
-    released.Add(Pages(block));
+    Lock(Pages(block), LengthFor(header.size));
 }
 
 }  // namespace test

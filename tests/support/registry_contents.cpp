@@ -75,9 +75,12 @@ std::optional<RegistryValue> ValueOf(HKEY root, const std::wstring& path, const 
             ERROR_SUCCESS) {
         return std::nullopt;
     }
+    // Room for one character more: of a text of one byte, Wine writes a zero behind the buffer.
+    size += sizeof(wchar_t);
     value.bytes.resize(size);
     Require(
         ::RegQueryValueExW(key.Get(), name.c_str(), nullptr, nullptr, value.bytes.data(), &size));
+    value.bytes.resize(size);
     return value;
 }
 

@@ -1,9 +1,8 @@
 #include "hw/regex_match.h"
 
-#include "support/import_hook.h"
+#include "support/failing_allocation.h"
 
 #include <cstddef>
-#include <cstdlib>
 #include <gtest/gtest.h>
 #include <new>
 #include <string>
@@ -147,9 +146,7 @@ TEST(RegexMatchesWhole, RemembersWhatAGroupMatchedInAnyTextOfAnAdapter) {
 }
 
 TEST(RegexMatchesWhole, LeavesItToItsCallerThatMemoryIsShort) {
-    using Allocate = void*(std::size_t);
-    const test::ImportHook<static_cast<Allocate*>(&::malloc)> allocate(
-        [](std::size_t size) -> void* { return size > 65'536 ? nullptr : std::calloc(1, size); });
+    const test::FailingAllocation memory(100);
     EXPECT_THROW(RegexMatchesWhole(L"a{20000}", L"a"), std::bad_alloc);
 }
 
