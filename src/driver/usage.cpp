@@ -17,7 +17,10 @@ std::wstring GetFileTitle(const std::wstring& path) {
     wchar_t title[TitleCapacity] = {};
     const errno_t error = ::_wsplitpath_s(ExpandEnvironmentPath(path).c_str(), nullptr, 0, nullptr,
                                           0, title, std::size(title), nullptr, 0);
-    return error == 0 ? std::wstring(title) : std::wstring();
+    if (error != 0) {
+        return {};
+    }
+    return title;
 }
 
 void PrintUsage(const std::wstring& programPath) {

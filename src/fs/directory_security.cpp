@@ -183,7 +183,7 @@ bool ResetChildDacls(const std::wstring& directory) {
     if (GetPathAttributes(directory) != FILE_ATTRIBUTE_DIRECTORY) {  // equality: meant
         return true;
     }
-    std::vector<std::wstring> parents = {directory};
+    std::vector<std::wstring> parents(1, directory);
     std::ranges::copy(CollectSubdirectories(directory), std::back_inserter(parents));
     bool allReset = true;
     for (const std::wstring& parent : parents) {

@@ -10,8 +10,10 @@ namespace {
 
 // A destination that is not there yet is a failure: meant.
 bool DeleteDestination(const std::wstring& destination) {
-    return PathExists(destination) &&
-           ::DeleteFileW(ExpandEnvironmentPath(destination).c_str()) != FALSE;
+    if (!PathExists(destination)) {
+        return false;
+    }
+    return ::DeleteFileW(ExpandEnvironmentPath(destination).c_str()) != FALSE;
 }
 
 void RunFileOperation(const FileOperation& operation) {

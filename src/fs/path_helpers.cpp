@@ -23,8 +23,10 @@ std::wstring ExpandEnvironmentPath(const std::wstring& path) {
 }
 
 DWORD GetPathAttributes(const std::wstring& path) {
-    return path.empty() ? INVALID_FILE_ATTRIBUTES
-                        : ::GetFileAttributesW(ExpandEnvironmentPath(path).c_str());
+    if (path.empty()) {
+        return INVALID_FILE_ATTRIBUTES;
+    }
+    return ::GetFileAttributesW(ExpandEnvironmentPath(path).c_str());
 }
 
 bool PathExists(const std::wstring& path) {
@@ -37,7 +39,10 @@ std::wstring ParentDirectoryOf(const std::wstring& path) {
     const errno_t error =
         ::_wsplitpath_s(ExpandEnvironmentPath(path).c_str(), drive, std::size(drive), directory,
                         std::size(directory), nullptr, 0, nullptr, 0);
-    return error == 0 ? std::wstring(drive) + directory : std::wstring();
+    if (error != 0) {
+        return {};
+    }
+    return std::wstring(drive) + directory;
 }
 
 std::vector<std::wstring> PathLevels(const std::wstring& path) {
@@ -65,6 +70,9 @@ bool CreateDirectoryPath(const std::wstring& path) {
 }
 
 std::wstring JoinPath(const std::wstring& directory, const std::wstring& name) {
-    const bool separated = directory.empty() || directory.back() == L'\\';
-    return separated ? directory + name : directory + L'\\' + name;
+    std::wstring joined = directory;
+    if (!directory.empty() && directory.back() != L'\\') {
+        joined += L'\\';
+    }
+    return joined += name;
 }

@@ -49,6 +49,8 @@ std::wstring GetProcessImagePath(HANDLE process) {
     }
     wchar_t path[MAX_PATH] = {};
     DWORD size = MAX_PATH;
-    return ::QueryFullProcessImageNameW(process, 0, path, &size) ? std::wstring(path)
-                                                                 : std::wstring();
+    if (!::QueryFullProcessImageNameW(process, 0, path, &size)) {
+        return {};
+    }
+    return path;
 }

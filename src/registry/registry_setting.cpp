@@ -131,10 +131,10 @@ bool DeleteSetting(const RegistrySetting& setting) {
         ERROR_SUCCESS) {
         return false;
     }
-    const LSTATUS error = setting.valueName.empty()
-                              ? key.RecurseDeleteKey(L"")
-                              : ::RegDeleteValueW(key.Get(), setting.valueName.c_str());
-    return error == ERROR_SUCCESS;
+    if (setting.valueName.empty()) {
+        return key.RecurseDeleteKey(L"") == ERROR_SUCCESS;
+    }
+    return ::RegDeleteValueW(key.Get(), setting.valueName.c_str()) == ERROR_SUCCESS;
 }
 
 std::wstring SettingKeyText(const RegistrySetting& setting) {

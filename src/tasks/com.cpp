@@ -66,7 +66,10 @@ std::optional<std::wstring> DescriptionLeftBy(IUnknown& source, REFIID iid) {
     BSTR text = nullptr;
     const HRESULT described = info->GetDescription(&text);
     const ComString description(text);
-    return SUCCEEDED(described) && description ? std::optional<std::wstring>(text) : std::nullopt;
+    if (FAILED(described) || !description) {
+        return std::nullopt;
+    }
+    return text;
 }
 
 }  // namespace

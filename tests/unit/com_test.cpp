@@ -1,5 +1,6 @@
 #include "tasks/com.h"
 
+#include "support/com_object.h"
 #include "support/import_hook.h"
 
 #include <windows.h>
@@ -19,6 +20,7 @@ namespace {
 
 using test::ImportHook;
 using Utils::ComError;
+using Utils::ComPointer;
 
 std::wstring MessageOf(DWORD result) {
     return ComError(static_cast<HRESULT>(result)).MessageText();
@@ -110,6 +112,26 @@ TEST(ComErrorMessage, IsMadeOfTheNumberForACodeThatTheSystemDoesNotKnow) {
 TEST(ComError, HasNoDescriptionByItself) {
     EXPECT_EQ(ComError(E_FAIL).Description(), nullptr);
     EXPECT_EQ(ComError(E_FAIL).Result(), E_FAIL);
+}
+
+// What the thread holds is of somebody else, and stays there.
+TEST(ComError, HasNoDescriptionFromAnObjectThatLeavesNone) {
+    ICreateErrorInfo* created = nullptr;
+    ASSERT_EQ(::CreateErrorInfo(&created), S_OK);
+    const ComPointer<ICreateErrorInfo> createdOwner(created);
+    IErrorInfo* earlier = nullptr;
+    created->QueryInterface(__uuidof(IErrorInfo), reinterpret_cast<void**>(&earlier));
+    const ComPointer<IErrorInfo> earlierOwner(earlier);
+    ASSERT_EQ(::SetErrorInfo(0, earlier), S_OK);
+
+    auto* const source = new test::ComObject<test::TaskServiceStub, ITaskService>;
+    const ComPointer<ITaskService> sourceOwner(source);
+    EXPECT_EQ(ComError(E_FAIL, *source, __uuidof(ITaskService)).Description(), nullptr);
+
+    IErrorInfo* left = nullptr;
+    EXPECT_EQ(::GetErrorInfo(0, &left), S_OK);
+    const ComPointer<IErrorInfo> leftOwner(left);
+    EXPECT_EQ(left, earlier);
 }
 
 TEST(MakeComString, HoldsTheText) {
