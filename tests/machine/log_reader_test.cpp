@@ -4,6 +4,7 @@
 
 #include <windows.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <gmock/gmock.h>
@@ -12,9 +13,6 @@
 
 namespace {
 
-using testing::AllOf;
-using testing::HasSubstr;
-using testing::Not;
 using testing::StartsWith;
 
 constexpr std::chrono::seconds QuitLimit{10};  // for an application that was asked to quit

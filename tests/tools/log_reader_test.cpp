@@ -438,6 +438,7 @@ TEST(Input, InUtf16IsReadAndNoted) {
         EXPECT_THAT(Texts(report), ElementsAre(Quit + " application not found!"));
         EXPECT_FALSE(reader::NeedsAttention(report));
     }
+    EXPECT_TRUE(Read("\xFF\xFE" + Utf16(log.substr(2), true)).begins);
 }
 
 TEST(Input, InUtf16LosesWhatTheProgramCannotWriteEither) {
@@ -455,6 +456,10 @@ TEST(Input, InUtf8IsReadAndNoted) {
         EXPECT_THAT(report.notes, ElementsAre(StartsWith("The file is UTF-8")));
         EXPECT_THAT(Texts(report), ElementsAre(HasSubstr("Tarsel\xAE Lumetra")));
     }
+    EXPECT_TRUE(Read("\xEF\xBB\xBF"
+                     "FIRST RUN - START\r\n" +
+                     End)
+                    .begins);
     EXPECT_THAT(Texts(Read("\xEF\xBB\xBF" + Begin + "\xE2\x82\xAC\xF0\x9F\x98\x80!")),
                 ElementsAre("?"
                             "?!"));
@@ -537,6 +542,35 @@ TEST(Writing, HtmlOpensTheSectionsThatNeedAttentionOnly) {
     EXPECT_THAT(html, HasSubstr("<details>\n<summary>Stopping Processes....."));
     EXPECT_THAT(html, HasSubstr("<details open>\n<summary>Starting Processes....."));
     EXPECT_THAT(html, HasSubstr("&#x2717; attention</td>"));
+}
+
+TEST(Writing, TextHoldsTheWholeReport) {
+    EXPECT_EQ(reader::WriteText(Read("\xEF\xBB\xBF" + Begin +
+                                     "Hello\r\nStarting Processes.....\r\n"
+                                     "Starting Ardex....started\r\n"
+                                     "Starting Corvo....start failed!\r\n")),
+              R"(2 things need attention (1 ok, 0 failed as expected, 1 not the program's).
+Note: The file is UTF-8, so something has rewritten the log: it is read all the same, but what is not ASCII in it may be wrong; capture the next one with: cmd /c "Finaset.exe > finaset.log".
+ATTENTION: The log's end is missing: the run, or its capture, was cut off.
+
+Before the first section
+  unknown   4     Hello
+                    The program writes no such line.
+
+Starting Processes.....
+  ok        6     Starting Ardex....started
+  ATTENTION 7     Starting Corvo....start failed!
+                    It does not start, or is not installed, or runs already.
+)");
+}
+
+TEST(Writing, HtmlSaysWhatIsToBeKnownOfTheFile) {
+    const std::string html = reader::WriteHtml(Read("\xEF\xBB\xBF" + Begin));
+    EXPECT_THAT(html, HasSubstr("<p class=\"result attention\">&#x2717; 1 thing needs attention"));
+    EXPECT_THAT(html, HasSubstr("<p>Note: The file is UTF-8"));
+    EXPECT_THAT(html, HasSubstr("<li>The log&#39;s end is missing"));
+    EXPECT_THAT(reader::WriteHtml(ReadWhole("")),
+                HasSubstr("<p class=\"result\">&#x2713; Nothing needs attention"));
 }
 
 TEST(Writing, TextHasNoControlCharacters) {

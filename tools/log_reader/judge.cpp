@@ -144,9 +144,9 @@ Finding AdapterThatWasFound(const Item& /*item*/, const Report& log) {
 // ---- All rules
 
 struct Rule {
-    Kind kind;
-    Outcome outcome;
-    Finding finding;
+    Kind kind = Kind::Unknown;
+    Outcome outcome = Outcome::Failed;
+    Finding finding = Fine;
     Finding (*judge)(const Item& item, const Report& log) = nullptr;  // in place of the finding
 };
 

@@ -1,6 +1,7 @@
 #include "log_reader/read_log.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -18,10 +19,13 @@ constexpr char HowToCapture[] = "; capture the next one with: cmd /c \"Finaset.e
 using CodePoint = std::uint32_t;
 
 constexpr CodePoint LastOfLog = 0xFF;
+constexpr CodePoint ByteOrderMark = 0xFEFF;
 
 // The program writes what it cannot write in one byte in the same way.
-char ToLog(CodePoint character) {
-    return character <= LastOfLog ? static_cast<char>(character) : '?';
+void Append(std::string& text, CodePoint character) {
+    if (character != ByteOrderMark) {
+        text += character <= LastOfLog ? static_cast<char>(character) : '?';
+    }
 }
 
 CodePoint ByteAt(std::string_view bytes, std::size_t index) {
@@ -45,7 +49,7 @@ std::string FromUtf16(std::string_view bytes, std::size_t highByte) {
         const CodePoint unit =
             ByteAt(bytes, index + highByte) << 8U | ByteAt(bytes, index + 1 - highByte);
         if (unit < SecondSurrogates || unit >= AfterSurrogates) {  // a pair is one character
-            text += ToLog(unit);
+            Append(text, unit);
         }
     }
     return text;
@@ -53,66 +57,51 @@ std::string FromUtf16(std::string_view bytes, std::size_t highByte) {
 
 // Nothing if it is not UTF-8. Plain ASCII is.
 std::optional<std::string> FromUtf8(std::string_view bytes) {
+    constexpr int MostBytes = 4;
+    constexpr unsigned BitsOfMore = 6;
+    constexpr CodePoint MaskOfMore = 0x3F;
+    const auto leadingOnes = [&](std::size_t index) {
+        return index < bytes.size() ? std::countl_one(static_cast<unsigned char>(bytes[index])) : 0;
+    };
     std::string text;
-    for (std::size_t index = 0; index < bytes.size();) {
-        const CodePoint lead = ByteAt(bytes, index++);
-        std::size_t more = 0;
-        CodePoint character = lead;
-        if (lead >= 0xF0 && lead < 0xF8) {
-            more = 3;
-            character = lead & 0x07U;
-        } else if (lead >= 0xE0 && lead < 0xF0) {
-            more = 2;
-            character = lead & 0x0FU;
-        } else if (lead >= 0xC2 && lead < 0xE0) {
-            more = 1;
-            character = lead & 0x1FU;
-        } else if (lead >= 0x80) {
+    for (std::size_t index = 0; index < bytes.size(); ++index) {
+        const int length = leadingOnes(index);
+        if (length == 1 || length > MostBytes) {
             return std::nullopt;
         }
-        for (; more > 0; --more) {
-            if (index == bytes.size() || (ByteAt(bytes, index) & 0xC0U) != 0x80) {
+        CodePoint character = ByteAt(bytes, index) & (LastOfLog >> static_cast<unsigned>(length));
+        for (int more = 1; more < length; ++more) {
+            if (leadingOnes(++index) != 1) {
                 return std::nullopt;
             }
-            character = character << 6U | (ByteAt(bytes, index++) & 0x3FU);
+            character = character << BitsOfMore | (ByteAt(bytes, index) & MaskOfMore);
         }
-        text += ToLog(character);
+        Append(text, character);
     }
     return text;
 }
 
-bool IsPlain(char character) {
-    return static_cast<unsigned char>(character) < 0x80;
-}
-
-std::string DecodeUtf16(std::string_view bytes, std::size_t highByte, Report& report) {
-    report.notes.push_back(
-        std::string("The file is UTF-16, as PowerShell's > writes it: it is read all the same, but "
-                    "what is not ASCII in it may be wrong") +
-        HowToCapture);
-    return FromUtf16(bytes, highByte);
-}
-
 std::string Decode(std::string_view bytes, Report& report) {
-    if (bytes.starts_with("\xFF\xFE") || bytes.starts_with("\xFE\xFF")) {
-        return DecodeUtf16(bytes.substr(2), bytes.front() == '\xFF' ? 1 : 0, report);
-    }
     for (const std::size_t highByte : {1U, 0U}) {
         if (IsUtf16(bytes, highByte)) {
-            return DecodeUtf16(bytes, highByte, report);
-        }
-    }
-    const bool marked = bytes.starts_with("\xEF\xBB\xBF");
-    if (marked || !std::ranges::all_of(bytes, IsPlain)) {
-        if (const auto text = FromUtf8(bytes.substr(marked ? 3 : 0))) {
             report.notes.push_back(
-                std::string("The file is UTF-8, so something has rewritten the log: it is read all "
-                            "the same, but what is not ASCII in it may be wrong") +
+                std::string("The file is UTF-16, as PowerShell's > writes it: it is read all the "
+                            "same, but what is not ASCII in it may be wrong") +
                 HowToCapture);
-            return *text;
+            return FromUtf16(bytes, highByte);
         }
     }
-    return std::string(bytes);
+    auto text = FromUtf8(bytes);
+    if (!text) {
+        return std::string(bytes);
+    }
+    if (*text != bytes) {
+        report.notes.push_back(
+            std::string("The file is UTF-8, so something has rewritten the log: it is read all the "
+                        "same, but what is not ASCII in it may be wrong") +
+            HowToCapture);
+    }
+    return *text;
 }
 
 // The sign in the application's title tells whether the bytes are those that the program wrote.
@@ -126,7 +115,7 @@ void NoteCodePage(Report& report) {
                 continue;
             }
             const std::string& title = item.names[1];
-            if (title.starts_with("Tarsel") && title.find("\xAE") == std::string::npos) {
+            if (title.starts_with("Tarsel") && title.find('\xAE') == std::string::npos) {
                 report.notes.push_back(
                     std::string("The file went through a console, whose code page has changed what "
                                 "is not ASCII in it: names may be wrong") +

@@ -57,13 +57,12 @@ small.attention { font-weight: 600; }
 std::string Escaped(std::string_view text) {
     std::string escaped;
     for (const char character : text) {
-        const auto code = static_cast<unsigned char>(character);
         const bool space = character == '\n' || character == '\t';
         if (IsControl(character) && !space) {
             escaped += "&#xFFFD;";
-        } else if (code >= 0x80 ||
+        } else if (!IsAscii(character) ||
                    std::string_view("&<>\"'").find(character) != std::string::npos) {
-            escaped += "&#" + std::to_string(code) + ';';
+            escaped += "&#" + std::to_string(static_cast<unsigned char>(character)) + ';';
         } else {
             escaped += character;
         }

@@ -19,7 +19,7 @@ std::string Quoted(std::string_view text) {
         if (character == '"' || character == '\\') {
             quoted += '\\';
             quoted += character;
-        } else if (IsControl(character) || code >= 0x80) {
+        } else if (IsControl(character) || !IsAscii(character)) {
             quoted += "\\u00";
             quoted += Digits[code / Digits.size()];
             quoted += Digits[code % Digits.size()];

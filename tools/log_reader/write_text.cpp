@@ -17,7 +17,7 @@ std::string Padded(std::string text, std::size_t width) {
 }
 
 // What could make a terminal do something is shown as what it is not.
-std::string Shown(std::string text, std::size_t indent) {
+std::string Shown(const std::string& text, std::size_t indent) {
     std::string shown;
     for (const char character : text) {
         if (character == '\n') {
@@ -54,9 +54,15 @@ std::string_view NameOf(Judgement judgement) {
     }
 }
 
+bool IsAscii(char character) {
+    constexpr unsigned char LastOfAscii = 0x7F;
+    return static_cast<unsigned char>(character) <= LastOfAscii;
+}
+
 bool IsControl(char character) {
+    constexpr unsigned char OtherControls = 0xA0;  // end there
     const auto code = static_cast<unsigned char>(character);
-    return code < 0x20 || (code >= 0x7F && code < 0xA0);
+    return IsAscii(character) ? code < ' ' || character == '\x7F' : code < OtherControls;
 }
 
 std::string Summary(const Report& report) {

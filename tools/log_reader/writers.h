@@ -16,8 +16,9 @@ std::string WriteHtml(const Report& report);
 // "ok", "expected", "attention" or "unknown".
 std::string_view NameOf(Judgement judgement);
 
-// Whether it shows nothing by itself.
+// Whether a character of the log shows nothing by itself, and whether it is one of ASCII's.
 bool IsControl(char character);
+bool IsAscii(char character);
 
 // In a sentence, how the run went.
 std::string Summary(const Report& report);
