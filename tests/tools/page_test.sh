@@ -45,12 +45,12 @@ grep -q '^finaset-log: page_test.sh: it is not a log of Finaset' "$work/refused.
 grep -q '^finaset-log: it takes --json or --html' "$work/usage.error" ||
     complain "no word on the call: $(<"$work/usage.error")"
 
-# What a browser makes of a file: the document, with its scripts run.
+# browse FILE OPTION: what a browser makes of a file.
 browse() {
     chromium --headless --no-sandbox --disable-gpu --disable-background-networking --no-first-run \
         --disable-component-update --disable-sync --disable-quic \
         --user-data-dir="$(mktemp -d -p "$work")" --virtual-time-budget=5000 \
-        --dump-dom "file://$1" 2>"$work/browser.error" || {
+        "$2" "file://$1" 2>"$work/browser.error" || {
         cat "$work/browser.error"
         complain "the browser has failed"
     }
@@ -82,7 +82,7 @@ document.getElementById("found").textContent = found.join("\n");
 </html>
 HTML
 } >"$work/asked.html"
-browse "$work/asked.html" >"$work/found"
+browse "$work/asked.html" --dump-dom >"$work/found"
 
 expect() {
     grep --fixed-strings --quiet -- "$1" "$work/found" || complain "not in the page: $1"
@@ -101,6 +101,12 @@ expect 'coloured: true'
 expect 'within the window: true'
 expect 'from elsewhere: 0'
 
+# On paper nothing can be unfolded: all of it is there, which takes more than the one page of what
+# is open.
+browse "$work/page.html" --print-to-pdf="$work/page.pdf"
+pages=$(grep --text --count '/Type /Page$' "$work/page.pdf") || true
+((pages > 1)) || complain "printed, the page takes ${pages:-no} pages"
+
 {
     echo '<!DOCTYPE html><meta charset="utf-8"><pre></pre><script>const report ='
     cat "$work/report.json"
@@ -113,7 +119,7 @@ document.querySelector("pre").textContent = [report.attention, report.attention_
 </script>
 HTML
 } >"$work/json.html"
-browse "$work/json.html" >"$work/found"
+browse "$work/json.html" --dump-dom >"$work/found"
 expect '<pre>true 2 38,45 true</pre>'
 
 ((failures == 0)) || cat "$work/found"

@@ -45,7 +45,8 @@ code { font: .9rem/1.4 Consolas, monospace; white-space: pre-wrap; overflow-wrap
 tr.attention { background: var(--attention-back); }
 .attention .reason { color: inherit; }
 small.attention { font-weight: 600; }
-@media print { details { break-inside: avoid-page; border: 0; } body { margin: 0; } }
+@media print { details::details-content { content-visibility: visible; } tr { break-inside: avoid; }
+  body { margin: 0; } }
 </style>
 </head>
 <body>
