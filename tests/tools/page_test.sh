@@ -1,0 +1,126 @@
+#!/usr/bin/env bash
+# Tests the reader of logs as it is called, and in a browser what it writes for one: its page, and
+# that its JSON can be read.
+#
+#   page_test.sh FINASET_LOG_EXE
+set -euo pipefail
+
+reader=$1
+tests=$(dirname "$(readlink -f "$0")")
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+failures=0
+
+complain() {
+    echo "$*"
+    failures=1
+}
+
+# run_reader NAME ARGUMENT...: leaves what it printed, and its exit status, under the name. Each run
+# has a machine of its own.
+run_reader() {
+    local name=$1 status=0
+    shift
+    "$tests/../machine/fresh_machine.sh" "$reader" "$@" \
+        >"$work/$name" 2>"$work/$name.error" || status=$?
+    echo "$status" >"$work/$name.status"
+}
+
+log=$tests/logs/insecure-machine.log
+run_reader page.html --html "Z:$log" &
+run_reader report.json --json "Z:$log" &
+run_reader refused "Z:$tests/page_test.sh" &
+run_reader usage --yaml &
+wait
+
+expect_status() {
+    [[ $(<"$work/$1.status") == "$2" ]] || complain "$1: exit status $(<"$work/$1.status"), not $2"
+}
+expect_status page.html 1
+expect_status report.json 1
+expect_status refused 2
+expect_status usage 2
+grep -q '^finaset-log: page_test.sh: it is not a log of Finaset' "$work/refused.error" ||
+    complain "no reason for the refusal: $(<"$work/refused.error")"
+grep -q '^finaset-log: it takes --json or --html' "$work/usage.error" ||
+    complain "no word on the call: $(<"$work/usage.error")"
+
+# browse FILE OPTION: what a browser makes of a file.
+browse() {
+    chromium --headless --no-sandbox --disable-gpu --disable-background-networking --no-first-run \
+        --disable-component-update --disable-sync --disable-quic \
+        --user-data-dir="$(mktemp -d -p "$work")" --virtual-time-budget=5000 \
+        "$2" "file://$1" 2>"$work/browser.error" || {
+        cat "$work/browser.error"
+        complain "the browser has failed"
+    }
+}
+
+# A script at the end says what the browser has found in the page.
+{
+    sed '/<\/body>/,$d' "$work/page.html"
+    cat <<'HTML'
+<pre id="found"></pre>
+<script>
+const all = (selector, within = document) => [...within.querySelectorAll(selector)];
+const found = [
+  "title: " + document.title,
+  "result: " + all(".result")[0].textContent,
+  ...all("details").map(each => (each.open ? "open " : "folded ") +
+    all("summary", each)[0].textContent),
+  ...all("tr.attention").map(row => all("td", row)[1].textContent + ": " +
+    all("code", row)[0].textContent),
+  "hidden while folded: " + (all("details:not([open]) td")[0].checkVisibility() === false),
+  "coloured: " + (getComputedStyle(all("tr.attention td")[0]).color !==
+    getComputedStyle(document.body).color),
+  "within the window: " + (document.documentElement.scrollWidth <= innerWidth),
+  "from elsewhere: " + all("[src], link, [href]").length,
+];
+document.getElementById("found").textContent = found.join("\n");
+</script>
+</body>
+</html>
+HTML
+} >"$work/asked.html"
+browse "$work/asked.html" --dump-dom >"$work/found"
+
+expect() {
+    grep --fixed-strings --quiet -- "$1" "$work/found" || complain "not in the page: $1"
+}
+expect 'title: Finaset log'
+expect 'result: ✗ 2 things need attention (18 ok, 5 failed as expected).'
+expect 'folded Stopping Processes.....9 items'
+expect 'folded CopyFiles.....8 items'
+expect 'open SecureFilesDirectories.....3 items✗ 1 for attention'
+expect 'open Uninstalling Product.....3 items✗ 1 for attention'
+expect '38: Verifying Children Files of Directory C:\ProgramData\Tarsel\Nimbus has NO links'
+expect '45: Security Vulnerability Securing Directories'
+expect 'Window Title Tarsel® Lumetra'
+expect 'hidden while folded: true'
+expect 'coloured: true'
+expect 'within the window: true'
+expect 'from elsewhere: 0'
+
+# On paper nothing can be unfolded: all of it is there, which takes more than the one page of what
+# is open.
+browse "$work/page.html" --print-to-pdf="$work/page.pdf"
+pages=$(grep --text --count '/Type /Page$' "$work/page.pdf") || true
+((pages > 1)) || complain "printed, the page takes ${pages:-no} pages"
+
+{
+    echo '<!DOCTYPE html><meta charset="utf-8"><pre></pre><script>const report ='
+    cat "$work/report.json"
+    cat <<'HTML'
+;
+const items = report.sections.flatMap(section => section.items);
+document.querySelector("pre").textContent = [report.attention, report.attention_items,
+  items.filter(item => item.judgement === "attention").map(item => item.line).join(),
+  items[0].text.includes("Tarsel\u00ae Lumetra")].join(" ");
+</script>
+HTML
+} >"$work/json.html"
+browse "$work/json.html" --dump-dom >"$work/found"
+expect '<pre>true 2 38,45 true</pre>'
+
+((failures == 0)) || cat "$work/found"
+exit "$failures"

@@ -1,0 +1,122 @@
+#include "log_reader/messages.h"
+
+#include <algorithm>
+#include <cstddef>
+
+namespace reader {
+
+namespace {
+
+constexpr Verdict Quit[] = {
+    {" application not found!", Outcome::Absent},
+    {" Process %ls Started in context of %ls application to send QUIT Message - Success=True",
+     Outcome::Done},
+    {" Process %ls Started in context of %ls application to send QUIT Message - Success=False",
+     Outcome::Failed},
+};
+constexpr Verdict Stopped[] = {{"stopped", Outcome::Done}, {"stop failed!", Outcome::Failed}};
+constexpr Verdict Started[] = {{"started", Outcome::Done}, {"start failed!", Outcome::Failed}};
+constexpr Verdict Disabled[] = {{"Disabled", Outcome::Done}, {"Disable  failed!", Outcome::Failed}};
+constexpr Verdict Success[] = {{"Success", Outcome::Done}, {"Failure", Outcome::Failed}};
+constexpr Verdict TaskSuccess[] = {{"SUCCESS", Outcome::Done}, {"FAILED", Outcome::Failed}};
+constexpr Verdict Ended[] = {{"True)", Outcome::Done}, {"False)", Outcome::Failed}};
+constexpr Verdict Uninstalling[] = {{" - Uninstalling", Outcome::Plain}};
+
+// What begins like another stands before it.
+constexpr Message Table[] = {
+    {Kind::RunBegins, "FIRST RUN - START"},
+    {Kind::RunEnds, "FIRST RUN - FINISHED"},
+    {Kind::Usage, "%ls [/<Option>]"},
+    {Kind::Usage, "       Option = /STOP  or  /CONFIGURE  or  /START  or  /DISABLE"},
+    {Kind::Usage, "       No option means STOP then CONFIGURE then START"},
+
+    {Kind::Heading, "Stopping Processes....."},
+    {Kind::QuitApplication, "Stopping Application %ls....with Window Title %ls ", Quit},
+    {Kind::StopService, "Stopping %ls....", Stopped},
+
+    {Kind::EmptyHeading, "Setting Up Configuration Settings and Environment...."},
+    {Kind::Heading, "Delete Registry Settings....."},
+    {Kind::DeleteSetting, "Deleting Registry Setting %ls \t - \t", Success},
+    {Kind::Heading, "CopyFiles....."},
+    {Kind::DeleteFile, "Deleting File %ls \t - \t", Success},
+    {Kind::CreateDirectory, "Creating Directory %ls \t - \t", Success},
+    {Kind::CopyFile, "Copying File %ls -> %ls     overwriting =%ls\t - \t", Success},
+    {Kind::Heading, "SecureFilesDirectories....."},
+    {Kind::CheckPath, "Verifying File/Directory %ls has NO links\t - \t", Success},
+    {Kind::CheckChildren, "Verifying Children Files of Directory %ls has NO links\t - \t", Success},
+    {Kind::SetAccess, "Setting DACLs on File/Directory %ls \t - \t", Success},
+    {Kind::ResetChildren, "Setting Child Inheritance DACLs on File/Directory %ls \t - \t", Success},
+    {Kind::Heading, "Uninstalling Product....."},
+    {Kind::UninstallMissing, "First Run - %ls  DOES NOT EXIST"},
+    {Kind::UninstallBegins, "First Run - Starting %ls Process"},
+    {Kind::UninstallEnds, "First Run - Process %ls Ended (", Ended},
+    {Kind::Insecure,
+     "Security Vulnerability Securing Directories due to Failure Setting ACLs or Links Detected",
+     Uninstalling},
+    {Kind::EmptyHeading, "Write Registry Settings....."},
+    {Kind::WriteSetting, "Writing Registry Setting %ls \t - \t", Success},
+    {Kind::EmptyHeading, "Computing Tarsel HW Bitmask"},
+    {Kind::FoundAdapter, "Found Adapter %ls to configure  Bitmask 0x%lx"},
+    {Kind::AdapterError, "Error allocating memory needed to call GetAdaptersAddresses"},
+    {Kind::AdapterError, "GetAdaptersInfo failed with error: %lu"},
+    {Kind::EmptyHeading, "Enabling Features by Tarsel HW Bitmask"},
+    {Kind::WriteFeature, "Writing Registry Setting %ls"},
+    {Kind::Heading, "Scheduling Tasks....."},
+    {Kind::CreateTask, "   Creating Task Name [%ls] for Process [%ls]...."},
+    {Kind::DeleteTask, "   Deleting Task Name [%ls]...."},
+    {Kind::TaskError, "     ====> %s:[_com_error] Exception 0x%08x, %s, %s"},
+    {Kind::NoSuchTask, "     ====> DeleteScheduledTask:[ERROR] %s GetLastError 0x%08x"},
+    {Kind::TaskResult, "     ====> ", TaskSuccess},
+
+    {Kind::Heading, "Starting Processes....."},
+    {Kind::StartApplication, "Starting Application %ls with command line %ls....", Started},
+    {Kind::StartService, "Starting %ls....", Started},
+
+    {Kind::Heading, "Disabling Processes...."},
+    {Kind::DisableService, "Disabling Service %ls....", Disabled},
+};
+
+// The pieces of the format between its conversions.
+std::vector<std::string_view> Pieces(std::string_view format) {
+    std::vector<std::string_view> pieces;
+    for (std::size_t at = format.find('%'); at != std::string_view::npos; at = format.find('%')) {
+        pieces.push_back(format.substr(0, at));
+        format.remove_prefix(std::min(format.find_first_of("csxu", at), format.size() - 1) + 1);
+    }
+    pieces.push_back(format);
+    return pieces;
+}
+
+}  // namespace
+
+std::span<const Message> Messages() {
+    return Table;
+}
+
+std::optional<std::vector<std::string>> Match(std::string_view format, std::string_view line) {
+    const std::vector<std::string_view> pieces = Pieces(format);
+    if (pieces.size() == 1) {
+        return line == format ? std::optional(std::vector<std::string>()) : std::nullopt;
+    }
+    if (!line.starts_with(pieces.front()) || !line.ends_with(pieces.back()) ||
+        line.size() < pieces.front().size() + pieces.back().size()) {
+        return std::nullopt;
+    }
+    line.remove_prefix(pieces.front().size());
+    line.remove_suffix(pieces.back().size());
+    // From behind: what a name holds may look like what follows on it.
+    std::vector<std::string> names;
+    for (std::size_t index = pieces.size() - 2; index > 0; --index) {
+        const std::size_t at = line.rfind(pieces[index]);
+        if (at == std::string_view::npos) {
+            return std::nullopt;
+        }
+        names.emplace_back(line.substr(at + pieces[index].size()));
+        line = line.substr(0, at);
+    }
+    names.emplace_back(line);
+    std::ranges::reverse(names);
+    return names;
+}
+
+}  // namespace reader

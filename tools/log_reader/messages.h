@@ -1,0 +1,73 @@
+#pragma once
+
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// Every text that the program can write to its log.
+
+namespace reader {
+
+enum class Kind {
+    RunBegins,
+    RunEnds,
+    Heading,       // of a section with items
+    EmptyHeading,  // of one that may have none
+    Usage,
+    QuitApplication,
+    StopService,
+    StartApplication,
+    StartService,
+    DisableService,
+    DeleteSetting,
+    WriteSetting,
+    WriteFeature,
+    DeleteFile,
+    CreateDirectory,
+    CopyFile,
+    CheckPath,
+    CheckChildren,
+    SetAccess,
+    ResetChildren,
+    FoundAdapter,
+    AdapterError,
+    CreateTask,
+    DeleteTask,
+    TaskError,   // within one of the two above
+    NoSuchTask,  // the same
+    TaskResult,  // their end
+    UninstallMissing,
+    UninstallBegins,
+    UninstallEnds,
+    Insecure,
+    Unknown,  // no text of the program's
+};
+
+enum class Outcome {
+    Plain,    // the text has no verdict
+    Done,     // the verdict is good
+    Failed,   // it is not
+    Absent,   // there was nothing to do it to
+    Missing,  // the text should have a verdict
+};
+
+struct Verdict {
+    std::string_view text;
+    Outcome outcome;
+};
+
+struct Message {
+    Kind kind;
+    std::string_view text;                // as the sources have it, without the line ends
+    std::span<const Verdict> verdicts{};  // one of them completes the line
+};
+
+// In the order in which a line is to be compared with them.
+std::span<const Message> Messages();
+
+// What stands for each conversion, if `line` is written by `format`.
+std::optional<std::vector<std::string>> Match(std::string_view format, std::string_view line);
+
+}  // namespace reader

@@ -1,0 +1,42 @@
+#pragma once
+
+#include "log_reader/messages.h"
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace reader {
+
+enum class Judgement { Fine, Expected, Attention, Unknown };
+
+// A line of the log, or the lines of a scheduled task.
+struct Item {
+    std::size_t line = 0;  // its number in the file, from 1
+    std::string text;      // the log's own
+    Kind kind = Kind::Unknown;
+    std::vector<std::string> names{};
+    Outcome outcome = Outcome::Plain;
+    std::string verdict{};  // the log's word
+    Judgement judgement = Judgement::Unknown;
+    std::string_view reason{};
+};
+
+struct Section {
+    std::size_t line = 0;
+    std::string title;  // empty for what stands before the first one
+    bool mayBeEmpty = true;
+    std::vector<Item> items{};
+};
+
+// A run of the program, in the characters of its log: one byte each.
+struct Report {
+    bool begins = false;
+    bool ends = false;
+    std::vector<Section> sections;
+    std::vector<std::string> notes;     // on the file
+    std::vector<std::string> findings;  // what needs attention beside the items
+};
+
+}  // namespace reader
