@@ -26,6 +26,22 @@ std::wstring MessageOf(DWORD result) {
     return ComError(static_cast<HRESULT>(result)).MessageText();
 }
 
+// Leaves an error object without a description to the thread.
+ComPointer<IErrorInfo> LeaveError() {
+    ICreateErrorInfo* created = nullptr;
+    ::CreateErrorInfo(&created);
+    const ComPointer<ICreateErrorInfo> createdOwner(created);
+    IErrorInfo* error = nullptr;
+    created->QueryInterface(__uuidof(IErrorInfo), reinterpret_cast<void**>(&error));
+    ::SetErrorInfo(0, error);
+    return ComPointer<IErrorInfo>(error);
+}
+
+class LeavesErrors : public ISupportErrorInfo {
+public:
+    HRESULT STDMETHODCALLTYPE InterfaceSupportsErrorInfo(REFIID) override { return S_OK; }
+};
+
 // The system has this one message for every code, or none.
 class SystemText {
 public:
@@ -116,22 +132,21 @@ TEST(ComError, HasNoDescriptionByItself) {
 
 // What the thread holds is of somebody else, and stays there.
 TEST(ComError, HasNoDescriptionFromAnObjectThatLeavesNone) {
-    ICreateErrorInfo* created = nullptr;
-    ASSERT_EQ(::CreateErrorInfo(&created), S_OK);
-    const ComPointer<ICreateErrorInfo> createdOwner(created);
-    IErrorInfo* earlier = nullptr;
-    created->QueryInterface(__uuidof(IErrorInfo), reinterpret_cast<void**>(&earlier));
-    const ComPointer<IErrorInfo> earlierOwner(earlier);
-    ASSERT_EQ(::SetErrorInfo(0, earlier), S_OK);
-
-    auto* const source = new test::ComObject<test::TaskServiceStub, ITaskService>;
-    const ComPointer<ITaskService> sourceOwner(source);
-    EXPECT_EQ(ComError(E_FAIL, *source, __uuidof(ITaskService)).Description(), nullptr);
-
+    const ComPointer<IErrorInfo> earlier = LeaveError();
+    const ComPointer<IUnknown> source(new test::ComObject<test::TaskServiceStub, ITaskService>);
+    EXPECT_EQ(ComError(E_FAIL, *source.Get(), __uuidof(ITaskService)).Description(), nullptr);
     IErrorInfo* left = nullptr;
     EXPECT_EQ(::GetErrorInfo(0, &left), S_OK);
     const ComPointer<IErrorInfo> leftOwner(left);
-    EXPECT_EQ(left, earlier);
+    EXPECT_EQ(left, earlier.Get());
+}
+
+TEST(ComError, HasNoDescriptionIfTheOneThatWasLeftIsNull) {
+    const ComPointer<IErrorInfo> error = LeaveError();
+    const ComPointer<IUnknown> source(new test::ComObject<LeavesErrors, ISupportErrorInfo>);
+    EXPECT_EQ(ComError(E_FAIL, *source.Get(), __uuidof(ITaskService)).Description(), nullptr);
+    IErrorInfo* left = nullptr;
+    EXPECT_EQ(::GetErrorInfo(0, &left), S_FALSE);  // taken
 }
 
 TEST(MakeComString, HoldsTheText) {
