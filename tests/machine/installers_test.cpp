@@ -186,7 +186,7 @@ class Installers : public testing::TestWithParam<Installer> {
 protected:
     Installers() { std::filesystem::remove_all(VendorDirectory()); }
 
-    ~Installers() override {
+    void TearDown() override {
         for (const std::wstring& version : InstalledVersions()) {
             GetParam().uninstall(version);
         }
