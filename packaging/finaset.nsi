@@ -1,5 +1,5 @@
-; An NSIS installer of a product that Finaset sets up: an example to copy. What is yours to change is
-; marked "CHANGE". The product's pieces are stand-ins here. They lie in one directory:
+; An NSIS installer of a product that Finaset sets up: an example to copy. What is yours to change
+; is marked "CHANGE". The product's pieces are stand-ins here. They lie in one directory:
 ;
 ;   makensis -DVERSION=1.0.0 -DPAYLOAD=DIRECTORY -DOUTPUT=setup.exe finaset.nsi
 ;
@@ -41,7 +41,8 @@ UninstPage instfiles
     !insertmacro ${DO} "Tarsel Data Relay Service"
 !macroend
 !macro CreateService NAME
-    nsExec::Exec '"$SYSDIR\sc.exe" create "${NAME}" binPath= "\"$INSTDIR\ProductService.exe\"" start= auto'
+    nsExec::Exec '"$SYSDIR\sc.exe" create "${NAME}" start= auto \
+        binPath= "\"$INSTDIR\ProductService.exe\""'
     Pop $0
 !macroend
 !macro DeleteService NAME
@@ -50,8 +51,8 @@ UninstPage instfiles
 !macroend
 
 Function .onInit
-    ; Finaset starts programs that lie beside it, with an administrator's rights: only administrators
-    ; may be able to write there, so neither a page nor /D= leads to another directory.
+    ; Finaset starts programs that lie beside it, with an administrator's rights: nobody else may be
+    ; able to write there, so neither a page nor /D= leads to another directory.
     StrCpy $INSTDIR "$PROGRAMFILES64\Tarsel\Lumetra"
 FunctionEnd
 
@@ -65,7 +66,7 @@ Section
 
     SetOutPath "$INSTDIR"
     File "${PAYLOAD}/Finaset.exe"
-    ; CHANGE: the product's programs. Finaset runs Unfinaset.exe on a machine that cannot be secured.
+    ; CHANGE: the product's programs. Finaset runs Unfinaset.exe if a machine cannot be secured.
     File "${PAYLOAD}/ZEFIR.exe"
     File "${PAYLOAD}/Quitline.exe"
     File "${PAYLOAD}/BriskoLU.exe"
@@ -94,10 +95,10 @@ Section
     Call RunFinaset  ; the last step: what it starts needs everything else
 SectionEnd
 
-; The log goes to a file, through cmd, which takes away the outer pair of the quotes, and from there to
-; the details. Not straight there by nsExec::ExecToLog: the companion inherits standard output and
+; The log goes to a file, through cmd, which takes away the outer pair of the quotes, and from there
+; to the details. Not straight there by nsExec::ExecToLog: the companion inherits standard output and
 ; lives on, and would be left with a pipe that nobody reads. (Who reads such a pipe to its end waits
-; for the companion.) The details get them from a copy, since the companion has the file itself open.
+; for the companion.) The details get a copy, since the companion has the file itself open.
 ; The exit code says nothing: it is always 0, and what failed stands in the log.
 Function RunFinaset
     DetailPrint "Setting up the product..."
