@@ -289,6 +289,16 @@ TEST_P(Installers, TakeAwayWhatTheyLaidDownAndLeaveTheProductsData) {
 
 INSTANTIATE_TEST_SUITE_P(All, Installers, testing::Values(Msi, Nsis), NameOf);
 
+class MsiInstaller : public Installers {};
+
+TEST_P(MsiInstaller, RefusesToReplaceALaterVersion) {
+    ASSERT_EQ(Install(NextVersion), 0U);
+    EXPECT_EQ(Install(Version), DWORD{ERROR_INSTALL_FAILURE});
+    ExpectInstalled(NextVersion);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, MsiInstaller, testing::Values(Msi), NameOf);
+
 // The texts of another process's list.
 std::vector<std::wstring> TextsOf(HWND list, HANDLE process) {
     // The list fills in a record of its own process.
