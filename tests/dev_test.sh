@@ -22,6 +22,7 @@ expect 0 '--keep leaves the machine' help
 expect 2 "there is no command 'tset'" tset
 expect 2 'usage: ./dev COMMAND' tset
 expect 2 'build takes no argument' build all
+expect 2 'package takes no argument' package msi
 expect 2 'test takes one name at the most' test one two
 expect 2 "no test has a name that contains 'Machine.*-Machine.A'" test 'Machine.*-Machine.A'
 expect 2 "no test has a name that contains 'Actions:Usage'" test Actions:Usage

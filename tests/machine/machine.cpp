@@ -385,16 +385,7 @@ FinishedRun Machine::Run(const std::wstring& arguments) const {
 }
 
 DWORD Machine::Run(const std::wstring& arguments, HANDLE output) const {
-    const std::wstring program = (directory_ / L"Finaset.exe").wstring();
-    const StartedProcess started =
-        StartProcess(L"\"" + program + L"\" " + arguments, output, DETACHED_PROCESS);
-    if (::WaitForSingleObject(started.process.Get(), RunLimitMs) != WAIT_OBJECT_0) {
-        EndProcess(started.id);
-        throw std::runtime_error("the program does not end");
-    }
-    DWORD exitCode = 0;
-    ::GetExitCodeProcess(started.process.Get(), &exitCode);
-    return exitCode;
+    return RunToEnd(L"\"" + (directory_ / L"Finaset.exe").wstring() + L"\" " + arguments, output);
 }
 
 MachineState Machine::Describe() const {
@@ -436,6 +427,17 @@ std::filesystem::path Machine::DataDirectory() {
 
 std::filesystem::path Machine::ConfigurationDirectory() {
     return DataDirectory() / L"Nimbus\\ConfigurationFiles";
+}
+
+DWORD RunToEnd(const std::wstring& commandLine, HANDLE output) {
+    const StartedProcess started = StartProcess(commandLine, output, DETACHED_PROCESS);
+    if (::WaitForSingleObject(started.process.Get(), RunLimitMs) != WAIT_OBJECT_0) {
+        EndProcess(started.id);
+        throw std::runtime_error("the program does not end");
+    }
+    DWORD exitCode = 0;
+    ::GetExitCodeProcess(started.process.Get(), &exitCode);
+    return exitCode;
 }
 
 std::string ReadFile(const std::filesystem::path& path) {

@@ -112,6 +112,10 @@ private:
     std::map<std::wstring, InstalledService> services_;
 };
 
+// Runs a program to its end, and returns its exit code. Its standard output goes to `output`, which
+// must be inheritable, or nowhere if null.
+DWORD RunToEnd(const std::wstring& commandLine, HANDLE output = nullptr);
+
 // A whole file, and the writing of one, with the directories to it.
 std::string ReadFile(const std::filesystem::path& path);
 void WriteFile(const std::filesystem::path& path, std::string_view content);

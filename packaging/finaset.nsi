@@ -1,0 +1,144 @@
+; An NSIS installer of a product that Finaset sets up: an example to copy. What is yours to change
+; is marked "CHANGE". The product's pieces are stand-ins here. They lie in one directory:
+;
+;   makensis -DVERSION=1.0.0 -DPAYLOAD=DIRECTORY -DOUTPUT=setup.exe finaset.nsi
+;
+; Silent: "setup.exe /S", and "Uninstall.exe /S".
+
+Target amd64-unicode  ; a 32-bit one would find system32 and the registry redirected
+SetCompressor /SOLID lzma
+RequestExecutionLevel admin
+
+; CHANGE: the names.
+!define PRODUCT "Tarsel Lumetra"
+!define UNINSTALL_KEY "Software\Microsoft\Windows\CurrentVersion\Uninstall\Tarsel Lumetra"
+!define DRIVER_DIRECTORY "$SYSDIR\drivers\Tarsel\ZEFIR"
+!define PARAMETERS_KEY \
+    "SYSTEM\CurrentControlSet\Services\Tarsel Nimbus Network Service\Parameters"
+
+Name "${PRODUCT}"
+OutFile "${OUTPUT}"
+ShowInstDetails show
+VIProductVersion "${VERSION}.0"
+VIAddVersionKey ProductName "${PRODUCT}"
+VIAddVersionKey ProductVersion "${VERSION}"
+VIAddVersionKey FileVersion "${VERSION}"
+VIAddVersionKey FileDescription "${PRODUCT} Setup"
+VIAddVersionKey LegalCopyright ""
+
+Page instfiles
+UninstPage instfiles
+
+; CHANGE: the product's services. Here one program stands in for all.
+!macro ForEachService DO
+    !insertmacro ${DO} "brisko network service x64"
+    !insertmacro ${DO} "hvnetsvc"
+    !insertmacro ${DO} "Corvo"
+    !insertmacro ${DO} "TarselHubService"
+    !insertmacro ${DO} "Tarsel Nimbus Network Service"
+    !insertmacro ${DO} "Ardex"
+    !insertmacro ${DO} "Tarsel Metrics Service"
+    !insertmacro ${DO} "Tarsel Data Relay Service"
+!macroend
+!macro CreateService NAME
+    nsExec::Exec '"$SYSDIR\sc.exe" create "${NAME}" start= auto \
+        binPath= "\"$INSTDIR\ProductService.exe\""'
+    Pop $0
+!macroend
+!macro DeleteService NAME
+    nsExec::Exec '"$SYSDIR\sc.exe" delete "${NAME}"'
+    Pop $0
+!macroend
+
+Function .onInit
+    ; Finaset starts programs that lie beside it, with an administrator's rights: nobody else may be
+    ; able to write there, so neither a page nor /D= leads to another directory.
+    StrCpy $INSTDIR "$PROGRAMFILES64\Tarsel\Lumetra"
+FunctionEnd
+
+Section
+    ; The older version goes first. With _?= its uninstaller works where it lies, so that it can be
+    ; waited for, and leaves itself to be overwritten.
+    ReadRegStr $0 HKLM "${UNINSTALL_KEY}" "UninstallString"
+    StrCmp $0 "" removed
+    ExecWait '$0 /S _?=$INSTDIR'
+    removed:
+
+    SetOutPath "$INSTDIR"
+    File "${PAYLOAD}/Finaset.exe"
+    ; CHANGE: the product's programs. Finaset runs Unfinaset.exe if a machine cannot be secured.
+    File "${PAYLOAD}/ZEFIR.exe"
+    File "${PAYLOAD}/Quitline.exe"
+    File "${PAYLOAD}/BriskoLU.exe"
+    File "${PAYLOAD}/VxIdleTask.exe"
+    File "${PAYLOAD}/Unfinaset.exe"
+    File "${PAYLOAD}/ProductService.exe"
+    File "${PAYLOAD}/ReleaseNotes-${VERSION}.txt"
+
+    ; From here Finaset copies the configuration files to the product's data.
+    SetOutPath "${DRIVER_DIRECTORY}"
+    File "${PAYLOAD}/user.xml"
+    File "${PAYLOAD}/oem.xml"
+    File "${PAYLOAD}/vx.stg"
+    SetOutPath "$INSTDIR"
+
+    !insertmacro ForEachService CreateService
+    WriteRegDWORD HKLM "${PARAMETERS_KEY}" "FirstRun" 1
+
+    WriteUninstaller "$INSTDIR\Uninstall.exe"
+    WriteRegStr HKLM "${UNINSTALL_KEY}" "DisplayName" "${PRODUCT}"
+    WriteRegStr HKLM "${UNINSTALL_KEY}" "DisplayVersion" "${VERSION}"
+    WriteRegStr HKLM "${UNINSTALL_KEY}" "Publisher" "Tarsel"
+    WriteRegStr HKLM "${UNINSTALL_KEY}" "UninstallString" '"$INSTDIR\Uninstall.exe"'
+    WriteRegStr HKLM "${UNINSTALL_KEY}" "QuietUninstallString" '"$INSTDIR\Uninstall.exe" /S'
+
+    Call RunFinaset  ; the last step: what it starts needs everything else
+SectionEnd
+
+; The log goes to a file, through cmd, which takes away the outer pair of the quotes, and from there
+; to the details. Not straight there by nsExec::ExecToLog: the companion inherits standard output and
+; lives on, and would be left with a pipe that nobody reads. (Who reads such a pipe to its end waits
+; for the companion.) The details get a copy, since the companion has the file itself open.
+; The exit code says nothing: it is always 0, and what failed stands in the log.
+Function RunFinaset
+    DetailPrint "Setting up the product..."
+    nsExec::Exec '"$SYSDIR\cmd.exe" /s /c ""$INSTDIR\Finaset.exe" > "$INSTDIR\finaset.log""'
+    Pop $0
+    CopyFiles /SILENT "$INSTDIR\finaset.log" "$PLUGINSDIR"
+    nsExec::ExecToLog '"$SYSDIR\cmd.exe" /s /c "type "$PLUGINSDIR\finaset.log""'
+    Pop $0
+FunctionEnd
+
+Section Uninstall
+    ; Nothing that is to go may run on. CHANGE: how the companion is asked to end; it keeps the log
+    ; open, too.
+    nsExec::Exec '"$INSTDIR\Finaset.exe" /STOP'
+    Pop $0
+    nsExec::Exec '"$SYSDIR\taskkill.exe" /f /im BriskoLU.exe'
+    Pop $0
+    !insertmacro ForEachService DeleteService
+
+    ; The idle task came by Finaset, and its program goes.
+    nsExec::Exec '"$SYSDIR\schtasks.exe" /delete /f /tn "VxIdle Task"'
+    Pop $0
+    DeleteRegKey HKLM "${UNINSTALL_KEY}"
+
+    ; By name: a wildcard would take what others have put there. CHANGE: as above.
+    Delete "$INSTDIR\Finaset.exe"
+    Delete "$INSTDIR\finaset.log"
+    Delete "$INSTDIR\ZEFIR.exe"
+    Delete "$INSTDIR\Quitline.exe"
+    Delete "$INSTDIR\BriskoLU.exe"
+    Delete "$INSTDIR\VxIdleTask.exe"
+    Delete "$INSTDIR\Unfinaset.exe"
+    Delete "$INSTDIR\ProductService.exe"
+    Delete "$INSTDIR\ReleaseNotes-${VERSION}.txt"
+    Delete "$INSTDIR\Uninstall.exe"
+    RMDir "$INSTDIR"
+    RMDir "$PROGRAMFILES64\Tarsel"
+    Delete "${DRIVER_DIRECTORY}\user.xml"
+    Delete "${DRIVER_DIRECTORY}\oem.xml"
+    Delete "${DRIVER_DIRECTORY}\vx.stg"
+    RMDir "${DRIVER_DIRECTORY}"
+    RMDir "$SYSDIR\drivers\Tarsel"
+SectionEnd

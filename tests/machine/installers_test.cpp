@@ -1,0 +1,370 @@
+// The two installers, run as they are rolled out, without a window: they lay down the product, run
+// the program, and take everything away again.
+
+#include "machine/expected_log.h"
+#include "machine/machine.h"
+#include "shared/owner.h"
+#include "support/installed_service.h"
+
+#include <windows.h>
+
+#include <commctrl.h>
+#include <tlhelp32.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <map>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+using namespace std::chrono_literals;
+using namespace test;  // the expected log
+using testing::Each;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+const std::wstring Version = L"" FINASET_VERSION;
+const std::wstring NextVersion = L"" FINASET_NEXT_VERSION;
+
+constexpr wchar_t UninstallKey[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall";
+constexpr DWORD Stopped = SERVICE_STOPPED;
+constexpr DWORD Running = SERVICE_RUNNING;
+constexpr DWORD NotThere = 0;
+constexpr std::chrono::seconds QuitLimit{10};      // for an application that was asked to quit
+constexpr std::chrono::minutes UninstallLimit{1};  // for an uninstaller that works on by itself
+
+// Waits for all programs with this file name.
+void WaitForPrograms(std::wstring_view name) {
+    const Utils::FileHandle snapshot(::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+    PROCESSENTRY32W entry = {};
+    entry.dwSize = sizeof(entry);
+    for (BOOL more = ::Process32FirstW(snapshot.Get(), &entry); more;
+         more = ::Process32NextW(snapshot.Get(), &entry)) {
+        if (entry.szExeFile == name) {
+            const Utils::KernelHandle process(
+                ::OpenProcess(SYNCHRONIZE, FALSE, entry.th32ProcessID));
+            EXPECT_TRUE(!process || Ended(process, UninstallLimit));
+        }
+    }
+}
+
+// How an installer is called.
+struct Installer {
+    const char* name;
+    DWORD (*install)(const std::wstring& version, const std::wstring& arguments);
+    DWORD (*uninstall)(const std::wstring& version);
+    std::wstring repair;                 // what makes of an installation a repair
+    std::wstring elsewhere;              // what asks for a directory, if it may be asked for
+    std::vector<std::wstring> ownFiles;  // that it leaves among the product's
+};
+
+void PrintTo(const Installer& installer, std::ostream* out) {
+    *out << installer.name;
+}
+
+std::wstring Package(const std::wstring& version, const std::wstring& ending) {
+    return L"\"" + BesideThisProgram(L"Finaset-" + version + ending) + L"\"";
+}
+
+DWORD InstallMsi(const std::wstring& version, const std::wstring& arguments) {
+    return RunToEnd(L"msiexec.exe /i " + Package(version, L".msi") + L" /qn " + arguments);
+}
+
+DWORD UninstallMsi(const std::wstring& version) {
+    return RunToEnd(L"msiexec.exe /x " + Package(version, L".msi") + L" /qn");
+}
+
+DWORD InstallNsis(const std::wstring& version, const std::wstring& arguments) {
+    return RunToEnd(Package(version, L"-setup.exe") + L" /S " + arguments);
+}
+
+DWORD UninstallNsis(const std::wstring& /*version*/) {
+    const DWORD exitCode = RunToEnd(L"\"C:\\Program Files\\Tarsel\\Lumetra\\Uninstall.exe\" /S");
+    WaitForPrograms(L"Un.exe");  // a copy of itself, in which it works on
+    return exitCode;
+}
+
+const Installer Msi = {.name = "Msi",
+                       .install = &InstallMsi,
+                       .uninstall = &UninstallMsi,
+                       .repair = L"REINSTALL=ALL REINSTALLMODE=amus",
+                       .elsewhere = L"INSTALLDIR=C:\\Elsewhere",
+                       .ownFiles = {}};
+const Installer Nsis = {.name = "Nsis",
+                        .install = &InstallNsis,
+                        .uninstall = &UninstallNsis,
+                        .repair = {},
+                        .elsewhere = L"/D=C:\\Elsewhere",
+                        .ownFiles = {L"Uninstall.exe"}};
+
+std::string NameOf(const testing::TestParamInfo<Installer>& installer) {
+    return installer.param.name;
+}
+
+// The state of each of the product's services, in its order.
+std::vector<DWORD> ServiceStates() {
+    const Utils::ServiceHandle manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
+    std::vector<DWORD> states;
+    for (const std::wstring& name : ProductServices) {
+        const Utils::ServiceHandle service(
+            ::OpenServiceW(manager.Get(), name.c_str(), SERVICE_QUERY_STATUS));
+        SERVICE_STATUS status = {};
+        states.push_back(service && ::QueryServiceStatus(service.Get(), &status)
+                             ? status.dwCurrentState
+                             : NotThere);
+    }
+    return states;
+}
+
+// The versions of the product that are listed as installed.
+std::vector<std::wstring> InstalledVersions() {
+    const auto text = [](const std::wstring& key, const wchar_t* name) -> std::wstring {
+        wchar_t buffer[256] = {};
+        DWORD size = sizeof(buffer);
+        ::RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), name, RRF_RT_REG_SZ, nullptr, buffer,
+                       &size);
+        return buffer;
+    };
+    std::vector<std::wstring> versions;
+    HKEY entries = nullptr;
+    ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, UninstallKey, 0, KEY_READ, &entries);
+    wchar_t entry[256] = {};
+    for (DWORD index = 0; ::RegEnumKeyW(entries, index, entry, std::size(entry)) == ERROR_SUCCESS;
+         ++index) {
+        const std::wstring key = std::wstring(UninstallKey) + L"\\" + entry;
+        if (text(key, L"DisplayName") == L"Tarsel Lumetra") {
+            versions.push_back(text(key, L"DisplayVersion"));
+        }
+    }
+    ::RegCloseKey(entries);
+    return versions;
+}
+
+// The files in a directory, sorted, but for the stand-ins' own records.
+std::vector<std::wstring> FilesIn(const std::filesystem::path& directory) {
+    std::vector<std::wstring> files;
+    for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+        if (entry.path().extension() != L".started") {
+            files.push_back(entry.path().filename());
+        }
+    }
+    std::ranges::sort(files);
+    return files;
+}
+
+// What a version has laid down in the program's directory, with the log.
+std::vector<std::wstring> FilesOf(const std::wstring& version,
+                                  const std::vector<std::wstring>& others) {
+    std::vector<std::wstring> files = {
+        L"BriskoLU.exe", L"Finaset.exe",   L"ProductService.exe",
+        L"Quitline.exe", L"Unfinaset.exe", L"VxIdleTask.exe",
+        L"ZEFIR.exe",    L"finaset.log",   L"ReleaseNotes-" + version + L".txt"};
+    files.insert(files.end(), others.begin(), others.end());
+    std::ranges::sort(files);
+    return files;
+}
+
+// The data of a machine that was configured by a version the first time.
+std::map<std::wstring, std::string> ConfigurationOf(const std::wstring& version) {
+    std::map<std::wstring, std::string> files;
+    for (const std::wstring name : {L"user.xml", L"oem.xml", L"vx.stg"}) {
+        const std::wstring content = name + L" of " + version;
+        files[L"Nimbus\\ConfigurationFiles\\" + name] = {content.begin(), content.end()};
+    }
+    return files;
+}
+
+class Installers : public testing::TestWithParam<Installer> {
+protected:
+    Installers() { std::filesystem::remove_all(VendorDirectory()); }
+
+    void TearDown() override {
+        for (const std::wstring& version : InstalledVersions()) {
+            GetParam().uninstall(version);
+        }
+    }
+
+    [[nodiscard]] std::filesystem::path VendorDirectory() const {
+        return machine.ProgramDirectory().parent_path();
+    }
+
+    static DWORD Install(const std::wstring& version, const std::wstring& arguments = {}) {
+        return GetParam().install(version, arguments);
+    }
+
+    [[nodiscard]] std::string Log() const {
+        return ReadFile(machine.ProgramDirectory() / L"finaset.log");
+    }
+
+    // The product is there in this version, once, and runs.
+    void ExpectInstalled(const std::wstring& version) const {
+        EXPECT_THAT(InstalledVersions(), ElementsAre(version));
+        EXPECT_EQ(FilesIn(machine.ProgramDirectory()), FilesOf(version, GetParam().ownFiles));
+        EXPECT_THAT(FilesIn(Machine::DriverDirectory()),
+                    ElementsAre(L"oem.xml", L"user.xml", L"vx.stg"));
+        EXPECT_THAT(ServiceStates(), ElementsAre(Stopped, Stopped, Stopped, Stopped, Running,
+                                                 Running, Running, Running));
+        const MachineState state = machine.Describe();
+        EXPECT_THAT(state.applications,
+                    ElementsAre(L"BriskoLU.exe", L"ProductService.exe", L"ProductService.exe",
+                                L"ProductService.exe", L"ProductService.exe"));
+        EXPECT_EQ(state.settings, (std::map<std::wstring, std::wstring>{{L"FirstRun", L"0"}}));
+        EXPECT_THAT(state.tasks, ElementsAre(L"VxIdle Task"));
+        EXPECT_EQ(state.hardwareBitmask, 0U);
+    }
+
+    Machine machine;
+};
+
+// All services are there, and none of them runs.
+std::string NothingToStop() {
+    return StopSection(ApplicationNotFound + NoServiceStopped);
+}
+
+TEST_P(Installers, RunTheProgramAsTheirLastStepAndKeepItsLog) {
+    EXPECT_EQ(Install(Version), 0U);
+    EXPECT_EQ(Log(),
+              WholeLog(NothingToStop() + DeletedSettings(false) + FilesOfAFirstInstallation +
+                       SecuredDirectories(true) + RestOfConfigure + StartSection(AllStarted)));
+    ExpectInstalled(Version);
+    EXPECT_EQ(machine.Describe().dataFiles, ConfigurationOf(Version));
+}
+
+TEST_P(Installers, ReplaceAnOlderVersionThatIsInUseAndKeepItsUsersConfiguration) {
+    ASSERT_EQ(Install(Version), 0U);
+    const Utils::KernelHandle application = machine.StartApplication(L"ZEFIR.exe");
+    WriteFile(Machine::ConfigurationDirectory() / L"user.xml", "the user's own");
+
+    EXPECT_EQ(Install(NextVersion), 0U);
+    EXPECT_TRUE(Ended(application, QuitLimit));
+    // The older version was asked to stop before it was removed.
+    EXPECT_EQ(Log(), WholeLog(NothingToStop() + LaterConfigureSection + StartSection(AllStarted)));
+    ExpectInstalled(NextVersion);
+    auto expected = ConfigurationOf(NextVersion);
+    expected[L"Nimbus\\ConfigurationFiles\\user.xml"] = "the user's own";
+    EXPECT_EQ(machine.Describe().dataFiles, expected);
+}
+
+// The companion runs meanwhile, and has the log open.
+TEST_P(Installers, RepairAnInstallationThatIsInUse) {
+    ASSERT_EQ(Install(Version), 0U);
+    machine.RemoveProgram(L"ZEFIR.exe");
+    WriteFile(machine.ProgramDirectory() / L"finaset.log", "an older log");
+
+    EXPECT_EQ(Install(Version, GetParam().repair), 0U);
+    EXPECT_EQ(Log(), WholeLog(NothingToStop() + LaterConfigureSection + StartSection(AllStarted)));
+    ExpectInstalled(Version);
+}
+
+TEST_P(Installers, InstallNowhereElse) {
+    EXPECT_EQ(Install(Version, GetParam().elsewhere), 0U);
+    EXPECT_FALSE(std::filesystem::exists(L"C:\\Elsewhere"));
+    ExpectInstalled(Version);
+}
+
+TEST_P(Installers, TakeAwayWhatTheyLaidDownAndLeaveTheProductsData) {
+    ASSERT_EQ(Install(Version), 0U);
+    ASSERT_THAT(machine.StartsOf(L"BriskoLU.exe"), SizeIs(1));
+    machine.RemoveProgram(L"BriskoLU.exe.started");  // a record of the stand-in's own
+
+    EXPECT_EQ(GetParam().uninstall(Version), 0U);
+    EXPECT_THAT(InstalledVersions(), IsEmpty());
+    EXPECT_THAT(ServiceStates(), Each(NotThere));
+    EXPECT_FALSE(std::filesystem::exists(VendorDirectory()));
+    EXPECT_FALSE(std::filesystem::exists(Machine::DriverDirectory().parent_path()));
+    const MachineState state = machine.Describe();
+    EXPECT_THAT(state.applications, IsEmpty());
+    EXPECT_THAT(state.settings, IsEmpty());
+    EXPECT_THAT(state.tasks, IsEmpty());
+    EXPECT_EQ(state.dataFiles, ConfigurationOf(Version));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, Installers, testing::Values(Msi, Nsis), NameOf);
+
+class MsiInstaller : public Installers {};
+
+TEST_P(MsiInstaller, RefusesToReplaceALaterVersion) {
+    ASSERT_EQ(Install(NextVersion), 0U);
+    EXPECT_EQ(Install(Version), DWORD{ERROR_INSTALL_FAILURE});
+    ExpectInstalled(NextVersion);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, MsiInstaller, testing::Values(Msi), NameOf);
+
+// The texts of another process's list.
+std::vector<std::wstring> TextsOf(HWND list, HANDLE process) {
+    // The list fills in a record of its own process.
+    struct Row {
+        LVITEMW item;
+        wchar_t text[1024];
+    };
+    void* const there = ::VirtualAllocEx(process, nullptr, sizeof(Row), MEM_COMMIT, PAGE_READWRITE);
+    std::vector<std::wstring> texts;
+    const auto count = static_cast<WPARAM>(::SendMessageW(list, LVM_GETITEMCOUNT, 0, 0));
+    for (WPARAM index = 0; index < count; ++index) {
+        Row row = {};
+        row.item.pszText = static_cast<Row*>(there)->text;
+        row.item.cchTextMax = std::size(row.text);
+        ::WriteProcessMemory(process, there, &row, sizeof(row), nullptr);
+        ::SendMessageW(list, LVM_GETITEMTEXTW, index, reinterpret_cast<LPARAM>(there));
+        ::ReadProcessMemory(process, there, &row, sizeof(row), nullptr);
+        texts.emplace_back(row.text);
+    }
+    return texts;
+}
+
+// The lines of the log, but for the empty one before the first, as the details show them: with
+// blanks for tabs, and the one character that is not ASCII as the byte it is.
+std::vector<std::wstring> LinesOf(const std::string& log) {
+    std::vector<std::wstring> lines(1);
+    for (const char character : log) {
+        if (character == '\n') {
+            lines.emplace_back();
+        } else if (character == '\t') {
+            lines.back().append(8, L' ');
+        } else if (character != '\r') {
+            lines.back() += static_cast<unsigned char>(character);
+        }
+    }
+    lines.erase(lines.begin());
+    lines.pop_back();  // what follows on the last line end
+    return lines;
+}
+
+class NsisInstaller : public Installers {};
+
+TEST_P(NsisInstaller, ShowsTheLogAmongItsDetails) {
+    std::wstring commandLine = Package(Version, L"-setup.exe");
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION info = {};
+    ASSERT_TRUE(::CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE,
+                                 DETACHED_PROCESS, nullptr, nullptr, &startup, &info));
+    const Utils::KernelHandle thread(info.hThread);
+    const Utils::KernelHandle setup(info.hProcess);
+    HWND window = nullptr;
+    while (window == nullptr && !Ended(setup, 50ms)) {
+        window = ::FindWindowW(nullptr, L"Tarsel Lumetra Setup: Completed");
+    }
+    const HWND page = ::FindWindowExW(window, nullptr, L"#32770", nullptr);
+    const HWND list = ::FindWindowExW(page, nullptr, L"SysListView32", nullptr);
+    std::vector<std::wstring> details = TextsOf(list, setup.Get());
+    ::PostMessageW(window, WM_COMMAND, IDOK, 0);
+    EXPECT_TRUE(Ended(setup, QuitLimit));
+
+    const auto first = std::ranges::find(details, L"FIRST RUN - START");
+    const auto last = std::find(first, details.end(), L"Completed");
+    EXPECT_EQ(std::vector(first, last), LinesOf(Log()));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, NsisInstaller, testing::Values(Nsis), NameOf);
+
+}  // namespace
