@@ -62,7 +62,7 @@ check "it names no place of the machine that built it" names_no_place
 
 mkdir "$work/another directory"
 cd "$source_directory"
-cp -R CMakeLists.txt CMakePresets.json cmake src "$work/another directory/"
+cp -R CMakeLists.txt CMakePresets.json cmake packaging src tools "$work/another directory/"
 cd "$work/another directory"
 if ! { cmake --preset mingw-release -DBUILD_TESTING=OFF &&
     cmake --build --preset mingw-release --target Finaset; } >"$work/log" 2>&1; then

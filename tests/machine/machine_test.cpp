@@ -462,12 +462,52 @@ TEST(Machine, WithoutTheCompanionTheServicesAreStartedAllTheSame) {
     ExpectState(machine, expected);
 }
 
-TEST(Machine, ARunWithoutStandardOutputDoesItsWorkAllTheSame) {
-    Machine machine;
+// A run whose log goes nowhere does its work all the same.
+void ExpectWorkDone(Machine& machine, HANDLE output) {
     machine.InstallProduct();
-    EXPECT_EQ(machine.Run(L"/START", nullptr), 0U);
-    EXPECT_THAT(ServiceStates(machine.Describe()), ElementsAre(Stopped, Stopped, Stopped, Stopped,
-                                                               Running, Running, Running, Running));
+    EXPECT_EQ(machine.Run(L"", output), 0U);
+    const MachineState after = machine.Describe();
+    EXPECT_EQ(after.settings.at(L"FirstRun"), L"0");
+    EXPECT_EQ(after.dataFiles, ShippedConfiguration());
+    EXPECT_THAT(ServiceStates(after), ElementsAre(Stopped, Stopped, Stopped, Stopped, Running,
+                                                  Running, Running, Running));
+}
+
+TEST(Machine, ARunWithoutStandardOutputDoesItsWork) {
+    Machine machine;
+    ExpectWorkDone(machine, nullptr);
+}
+
+TEST(Machine, ARunWhoseStandardOutputIsAnInvalidHandleDoesItsWork) {
+    Machine machine;
+    ExpectWorkDone(machine, INVALID_HANDLE_VALUE);
+}
+
+TEST(Machine, ARunWhoseLogGoesToAPipeThatNobodyReadsAnyMoreDoesItsWork) {
+    SECURITY_ATTRIBUTES inheritable = {sizeof(inheritable), nullptr, TRUE};
+    HANDLE reader = nullptr;
+    HANDLE writer = nullptr;
+    ASSERT_TRUE(::CreatePipe(&reader, &writer, &inheritable, 0));
+    ::CloseHandle(reader);
+    const Utils::KernelHandle writerOwner(writer);
+    Machine machine;
+    ExpectWorkDone(machine, writer);
+}
+
+// The computer below Wine has a file that is always full.
+TEST(Machine, ARunWhoseLogGoesToAFullDiskDoesItsWork) {
+    if (!test::OnWine()) {
+        GTEST_SKIP() << "there is no full disk here";
+    }
+    SECURITY_ATTRIBUTES inheritable = {sizeof(inheritable), nullptr, TRUE};
+    const Utils::KernelHandle file(::CreateFileW(L"Z:\\dev\\full", GENERIC_WRITE,
+                                                 FILE_SHARE_READ | FILE_SHARE_WRITE, &inheritable,
+                                                 OPEN_EXISTING, 0, nullptr));
+    DWORD written = 0;
+    ASSERT_FALSE(::WriteFile(file.Get(), "x", 1, &written, nullptr));
+    ASSERT_EQ(::GetLastError(), static_cast<DWORD>(ERROR_DISK_FULL));
+    Machine machine;
+    ExpectWorkDone(machine, file.Get());
 }
 
 TEST(Machine, AProgramDirectoryWithManyBlanksServes) {

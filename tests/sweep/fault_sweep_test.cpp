@@ -8,16 +8,20 @@
 #include <gtest/gtest.h>
 #include <iostream>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 namespace {
 
+using test::FaultInjector;
+using test::InstalledProduct;
 using test::NoFault;
 using test::Outcome;
 using test::PlatformCall;
 using test::RunWith;
 using testing::IsEmpty;
+using testing::IsSupersetOf;
 
 struct Action {
     const char* name;
@@ -68,6 +72,28 @@ TEST_P(FaultSweep, EveryCallFailsOnceAndFromThereOn) {
     }
     std::cout << "fault sweep, " << GetParam().name << ": " << calls_.size() << " calls, " << tried_
               << " faults tried, " << failures_ << " failures\n";
+}
+
+// Some are called after failures alone.
+TEST(FaultInjector, StandsBeforeNothingThatNoRunReaches) {
+    std::set<std::string> reached;
+    const auto run = [&](const std::wstring& option, const FaultInjector::Decision& decision) {
+        const std::vector<PlatformCall> calls = RunWith(option, decision).calls;
+        for (const PlatformCall& call : calls) {
+            reached.insert(call.function);
+        }
+        return calls.size();
+    };
+    run(L"/DISABLE", &NoFault);
+    const std::size_t calls = run(L"", &NoFault);
+    for (std::size_t call = 0; call < calls; ++call) {
+        run(L"", [&](std::size_t each) {
+            return each == call ? std::optional<std::size_t>(0) : std::nullopt;
+        });
+    }
+    InstalledProduct product;
+    const FaultInjector injector(product.TaskService(), &NoFault);
+    EXPECT_THAT(reached, IsSupersetOf(injector.Functions()));
 }
 
 // The two long ones beside each other, so that they fall into different shares.
