@@ -9,10 +9,14 @@
 #include "support/private_registry.h"
 #include "support/registry_contents.h"
 #include "support/temporary_directory.h"
+#include "tasks/com.h"
+#include "tasks/task_table.h"
 
 #include <windows.h>
 
 #include <aclapi.h>
+#include <objbase.h>
+#include <taskschd.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -135,6 +139,28 @@ TEST_F(WineLimits, NoProcessHasAHandle) {
     DWORD handles = 1;
     ASSERT_TRUE(::GetProcessHandleCount(::GetCurrentProcess(), &handles));
     EXPECT_EQ(handles, 0U);
+}
+
+// Allowance: from a directory with an & in its name, the run that registers the idle task is
+// expected to succeed.
+TEST_F(WineLimits, ATaskWhoseXmlIsNotWellFormedIsTaken) {
+    ASSERT_EQ(::CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
+    {
+        ITaskService* created = nullptr;
+        ASSERT_EQ(::CoCreateInstance(__uuidof(TaskScheduler), nullptr, CLSCTX_INPROC_SERVER,
+                                     __uuidof(ITaskService), reinterpret_cast<void**>(&created)),
+                  S_OK);
+        const Utils::ComPointer<ITaskService> service(created);
+        const VARIANT none = {};
+        ASSERT_EQ(created->Connect(none, none, none, none), S_OK);
+        ITaskDefinition* made = nullptr;
+        ASSERT_EQ(created->NewTask(0, &made), S_OK);
+        const Utils::ComPointer<ITaskDefinition> definition(made);
+        std::wstring xml = ScheduledTaskTable.front().taskXml;
+        xml.insert(xml.find(L"##PROCESSNAME##"), L"&");
+        EXPECT_EQ(made->put_XmlText(Utils::MakeComString(xml).Get()), S_OK);
+    }
+    ::CoUninitialize();
 }
 
 }  // namespace
