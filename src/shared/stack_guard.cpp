@@ -28,19 +28,21 @@ namespace {
 // Fills the guard before every other constructor runs, from what nobody can know who prepares the
 // input of a run: the time to the tick of the processor, the numbers of the process and the thread,
 // and where the system put the stack. Its lowest byte is zero, so that no text carries the whole.
-[[gnu::constructor(101), gnu::no_stack_protector]] void FillStackGuard() {
+__attribute__((constructor(101), no_stack_protector)) void FillStackGuard() {
     FILETIME time = {};
     ::GetSystemTimeAsFileTime(&time);
     LARGE_INTEGER counter = {};
     ::QueryPerformanceCounter(&counter);
-    std::uint64_t guard = reinterpret_cast<std::uintptr_t>(&counter);
+    auto guard = reinterpret_cast<std::uintptr_t>(&counter);
     for (const std::uint64_t each :
          {std::uint64_t{time.dwLowDateTime}, std::uint64_t{time.dwHighDateTime},
           static_cast<std::uint64_t>(counter.QuadPart), std::uint64_t{::GetCurrentProcessId()},
           std::uint64_t{::GetCurrentThreadId()}}) {
-        guard = std::rotl(guard, 13) ^ each;
+        constexpr int Spread = 13;  // what differs from run to run meets other bits each time
+        guard = std::rotl(guard, Spread) ^ each;
     }
-    __stack_chk_guard = guard & ~std::uint64_t{0xFF};
+    constexpr std::uintptr_t LowestByte = 0xFF;
+    __stack_chk_guard = guard & ~LowestByte;
 }
 
 }  // namespace

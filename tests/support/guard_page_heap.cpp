@@ -29,7 +29,7 @@ std::size_t RoundUp(std::size_t size, std::size_t unit) {
 // Where the pages of a block begin: the platform gives addresses out in steps of 64 KiB, and a
 // block that is larger than a step begins in its first one all the same.
 std::byte* Pages(void* block) {
-    constexpr std::uintptr_t Step = 64 * 1024;
+    constexpr std::uintptr_t Step = 0x10000;
     return reinterpret_cast<std::byte*>(reinterpret_cast<std::uintptr_t>(block) & ~(Step - 1));
 }
 
