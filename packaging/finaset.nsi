@@ -41,9 +41,8 @@ UninstPage instfiles
     !insertmacro ${DO} "Tarsel Data Relay Service"
 !macroend
 !macro CreateService NAME
-    nsExec::Exec '"$SYSDIR\sc.exe" create "${NAME}" start= auto \
-        binPath= "\"$INSTDIR\ProductService.exe\""'
-    Pop $0
+    Push "${NAME}"
+    Call CreateService
 !macroend
 !macro DeleteService NAME
     nsExec::Exec '"$SYSDIR\sc.exe" delete "${NAME}"'
@@ -56,13 +55,36 @@ Function .onInit
     StrCpy $INSTDIR "$PROGRAMFILES64\Tarsel\Lumetra"
 FunctionEnd
 
+; A service of that name may only be marked for deletion, until whoever looks at it has done: tries
+; for ten seconds.
+Function CreateService
+    Pop $1
+    StrCpy $2 0
+    again:
+    nsExec::Exec '"$SYSDIR\sc.exe" create "$1" start= auto \
+        binPath= "\"$INSTDIR\ProductService.exe\""'
+    Pop $0
+    StrCmp $0 0 created
+    Sleep 500
+    IntOp $2 $2 + 1
+    IntCmp $2 20 0 again
+    DetailPrint "The service $1 cannot be created: error $0"
+    SetErrorLevel 2
+    created:
+FunctionEnd
+
 Section
     ; The older version goes first. With _?= its uninstaller works where it lies, so that it can be
     ; waited for, and leaves itself to be overwritten.
     ReadRegStr $0 HKLM "${UNINSTALL_KEY}" "UninstallString"
     StrCmp $0 "" removed
-    ExecWait '$0 /S _?=$INSTDIR'
+    ExecWait '$0 /S _?=$INSTDIR' $1
+    StrCmp $1 0 removed
+    DetailPrint "The older version cannot be removed: error $1"
+    SetErrorLevel 2
     removed:
+
+    ClearErrors
 
     SetOutPath "$INSTDIR"
     File "${PAYLOAD}/Finaset.exe"
@@ -81,6 +103,12 @@ Section
     File "${PAYLOAD}/oem.xml"
     File "${PAYLOAD}/vx.stg"
     SetOutPath "$INSTDIR"
+
+    ; A file that is in use is passed over when nobody can be asked.
+    IfErrors 0 written
+    DetailPrint "Not all files could be written."
+    SetErrorLevel 2
+    written:
 
     !insertmacro ForEachService CreateService
     WriteRegDWORD HKLM "${PARAMETERS_KEY}" "FirstRun" 1
@@ -102,7 +130,7 @@ SectionEnd
 ; The exit code says nothing: it is always 0, and what failed stands in the log.
 Function RunFinaset
     DetailPrint "Setting up the product..."
-    nsExec::Exec '"$SYSDIR\cmd.exe" /s /c ""$INSTDIR\Finaset.exe" > "$INSTDIR\finaset.log""'
+    nsExec::Exec '"$SYSDIR\cmd.exe" /s /c ""$INSTDIR\Finaset.exe" > "$INSTDIR\finaset.log" 2>&1 <nul"'
     Pop $0
     CopyFiles /SILENT "$INSTDIR\finaset.log" "$PLUGINSDIR"
     nsExec::ExecToLog '"$SYSDIR\cmd.exe" /s /c "type "$PLUGINSDIR\finaset.log""'
@@ -116,6 +144,7 @@ Section Uninstall
     Pop $0
     nsExec::Exec '"$SYSDIR\taskkill.exe" /f /im BriskoLU.exe'
     Pop $0
+    Sleep 1000  ; what is ended by force lets go of its files a moment later
     !insertmacro ForEachService DeleteService
 
     ; The idle task came by Finaset, and its program goes.

@@ -43,7 +43,8 @@ has_no_symbols() {
 }
 check "it has no symbols" has_no_symbols
 
-# Each function that has a buffer calls the one that ends the program with a fast fail.
+# A function that has a buffer calls the one that ends the program with a fast fail; the product has
+# more than a hundred.
 is_stack_protected() {
     x86_64-w64-mingw32-objdump -d "$program" >"$work/code"
     local fail

@@ -74,5 +74,6 @@ std::wstring JoinPath(const std::wstring& directory, const std::wstring& name) {
     if (!directory.empty() && directory.back() != L'\\') {
         joined += L'\\';
     }
-    return joined += name;
+    joined += name;
+    return joined;
 }

@@ -42,6 +42,18 @@ public:
     HRESULT STDMETHODCALLTYPE InterfaceSupportsErrorInfo(REFIID) override { return S_OK; }
 };
 
+class FailingErrorInfo : public IErrorInfo {
+public:
+    HRESULT STDMETHODCALLTYPE GetDescription(BSTR* text) override {
+        *text = ::SysAllocString(L"half a text");
+        return E_FAIL;
+    }
+    HRESULT STDMETHODCALLTYPE GetGUID(GUID*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetSource(BSTR*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetHelpFile(BSTR*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetHelpContext(DWORD*) override { return E_NOTIMPL; }
+};
+
 // The system has this one message for every code, or none.
 class SystemText {
 public:
@@ -147,6 +159,14 @@ TEST(ComError, HasNoDescriptionIfTheOneThatWasLeftIsNull) {
     EXPECT_EQ(ComError(E_FAIL, *source.Get(), __uuidof(ITaskService)).Description(), nullptr);
     IErrorInfo* left = nullptr;
     EXPECT_EQ(::GetErrorInfo(0, &left), S_FALSE);  // taken
+}
+
+// What it leaves all the same is released.
+TEST(ComError, HasNoDescriptionIfTheOneThatWasLeftCannotBeRead) {
+    const ComPointer<IErrorInfo> error(new test::ComObject<FailingErrorInfo, IErrorInfo>);
+    ASSERT_EQ(::SetErrorInfo(0, error.Get()), S_OK);
+    const ComPointer<IUnknown> source(new test::ComObject<LeavesErrors, ISupportErrorInfo>);
+    EXPECT_EQ(ComError(E_FAIL, *source.Get(), __uuidof(ITaskService)).Description(), nullptr);
 }
 
 TEST(MakeComString, HoldsTheText) {

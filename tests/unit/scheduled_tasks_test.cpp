@@ -170,7 +170,7 @@ INSTANTIATE_TEST_SUITE_P(All, TasksWithoutObject,
 
 TEST(TasksWithoutCom, CountAsDone) {
     EXPECT_EQ(Printed([] {
-                  CreateScheduledTask(L"A Task", L"<the xml/>", L"C:\\a b\\x.exe");
+                  EXPECT_TRUE(CreateScheduledTask(L"A Task", L"<the xml/>", L"C:\\a b\\x.exe"));
                   DeleteScheduledTask(L"A Task");
               }),
               Creating + Success + Deleting + Success);
