@@ -1,6 +1,7 @@
 #include "machine/machine.h"
 
 #include "machine/expected_log.h"
+#include "machine/linked_libraries.h"
 #include "support/on_wine.h"
 
 #include <chrono>
@@ -158,24 +159,6 @@ TEST(Machine, ARunWithNothingInstalledFailsEverywhereAndGoesOnToTheEnd) {
                           .staleKey = false,
                           .tasks = {L"VxIdle Task"},
                           .hardwareBitmask = 0});
-}
-
-// The DLLs that a program is linked with, by the names that it has for them.
-std::vector<std::string> LinkedLibraries(const std::filesystem::path& program) {
-    const HMODULE module = ::LoadLibraryExW(program.c_str(), nullptr, DONT_RESOLVE_DLL_REFERENCES);
-    const auto* base = reinterpret_cast<const BYTE*>(module);
-    const auto* headers = reinterpret_cast<const IMAGE_NT_HEADERS*>(
-        base + reinterpret_cast<const IMAGE_DOS_HEADER*>(base)->e_lfanew);
-    const IMAGE_DATA_DIRECTORY& imports =
-        headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
-    std::vector<std::string> names;
-    for (const auto* library =
-             reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(base + imports.VirtualAddress);
-         library->Name != 0; ++library) {
-        names.emplace_back(reinterpret_cast<const char*>(base + library->Name));
-    }
-    ::FreeLibrary(module);
-    return names;
 }
 
 // All of them are the system's: one of the compiler's own would have to be shipped.

@@ -1,13 +1,12 @@
 // Libraries under the names of the system's own, planted where the search of a careless program
 // comes by: beside the program, and in the current directory.
 
+#include "machine/linked_libraries.h"
 #include "machine/machine.h"
 #include "support/installed_service.h"
 #include "support/temporary_directory.h"
 
 #include <windows.h>
-
-#include <psapi.h>
 
 #include <algorithm>
 #include <cwctype>
@@ -40,28 +39,26 @@ std::filesystem::path SystemDirectory() {
     return path;
 }
 
-// What the system has loaded into this program, which is linked with what the product is. Windows
-// takes these from nowhere but its own directory (its "known DLLs"); Wine has no such list.
-std::set<std::wstring> LibrariesLoadedHere() {
-    HMODULE modules[1024] = {};
-    DWORD bytes = 0;
-    ::EnumProcessModules(::GetCurrentProcess(), modules, sizeof(modules), &bytes);
-    std::set<std::wstring> names;
-    for (std::size_t index = 0; index < bytes / sizeof(HMODULE); ++index) {
-        wchar_t path[MAX_PATH] = {};
-        ::GetModuleFileNameW(modules[index], path, MAX_PATH);
-        names.insert(LowerCase(std::filesystem::path(path).filename()));
+// What the program is linked with, and what these libraries are linked with in turn. Windows takes
+// them from nowhere but its own directory (its "known DLLs"); Wine has no such list.
+void AddLinkedLibraries(const std::filesystem::path& file, std::set<std::wstring>& names) {
+    for (const std::string& library : test::LinkedLibraries(file)) {
+        const std::wstring name = LowerCase({library.begin(), library.end()});
+        if (names.insert(name).second) {
+            AddLinkedLibraries(SystemDirectory() / name, names);
+        }
     }
-    return names;
 }
 
 // The names of the system's other libraries.
 std::vector<std::wstring> LibrariesToPlant() {
-    const std::set<std::wstring> loaded = LibrariesLoadedHere();
+    std::set<std::wstring> linked = {
+        L"imm32.dll"};  // a known one too, which user32 loads by itself
+    AddLinkedLibraries(BesideThisProgram(L"Finaset.exe"), linked);
     std::vector<std::wstring> names;
     for (const auto& file : std::filesystem::directory_iterator(SystemDirectory())) {
         const std::wstring name = LowerCase(file.path().filename());
-        if (file.path().extension() == L".dll" && !loaded.contains(name)) {
+        if (file.path().extension() == L".dll" && !linked.contains(name)) {
             names.push_back(name);
         }
     }

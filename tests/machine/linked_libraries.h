@@ -1,0 +1,13 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace test {
+
+// The DLLs that a program or a DLL is linked with, by the names that it has for them; none if it
+// cannot be read.
+std::vector<std::string> LinkedLibraries(const std::filesystem::path& file);
+
+}  // namespace test
