@@ -69,7 +69,7 @@ check_path() {
         is_target "${BASH_REMATCH[2]}" || complain "$span: no such program"
     elif [[ $span =~ ^(src|tests|tools|docs|cmake|packaging|\.ci)(/[A-Za-z0-9_.*-]*)+$ ]]; then
         compgen -G "$span" >/dev/null || complain "$span is not there"
-    elif [[ $span =~ ^[A-Za-z0-9_.-]+\.(cpp|h|sh|md|cmake|txt|json|cfg)$ ]]; then
+    elif [[ $span =~ ^([A-Za-z0-9_.-]+\.(cpp|h|sh|md|cmake|cfg)|CMake[A-Za-z]+\.[a-z]+)$ ]]; then
         [[ $(find . -path ./build -prune -o -path ./.git -prune -o -name "$span" -print) ]] ||
             complain "no file is named $span"
     elif [[ $span =~ ^([a-z]+_[a-z_]+)\.exe$ ]]; then
