@@ -1,15 +1,16 @@
 // Measures the program beside what it is to be measured by, on the machine that this runs on, and
 // writes what it measured: lines of "group,subject,entries,measure,value".
 //
-//   bench RESULTS DATA
+//   bench RESULTS
 //
-// DATA has directories flat-N and tree-N with N entries each, and steps.cmd and steps.exe, which do
-// the program's work with the system's own tools. The subjects of a group take turns.
+// C:\files has directories flat-N and tree-N with N entries each, and steps.cmd and steps.exe,
+// which do the program's work with the system's own tools. The subjects of a group take turns.
 
 #include "machine/machine.h"
 #include "shared/owner.h"
 #include "support/end_process.h"
 #include "support/installed_service.h"
+#include "tasks/task_table.h"
 
 #include <windows.h>
 
@@ -28,6 +29,8 @@
 namespace {
 
 using Utils::KernelHandle;
+
+const std::filesystem::path Files = L"C:\\files";
 
 constexpr DWORD SamplingMs = 20;     // beside a run that is timed
 constexpr DWORD FineSamplingMs = 1;  // of a short one that is not
@@ -119,18 +122,18 @@ struct Subject {
 
 class Bench {
 public:
-    Bench(const std::filesystem::path& results, std::filesystem::path data)
-        : results_(results), data_(std::move(data)) {
+    explicit Bench(const std::filesystem::path& results) : results_(results) {
         machine_.InstallProduct(L"--start-pending=100");
         machine_.InstallProgram(L"bare_program.exe", L"bare.exe");
+        machine_.InstallProgram(L"libraries_program.exe", L"libraries.exe");
         machine_.InstallProgram(L"empty_program.exe", L"empty.exe");
     }
 
     // Starting, and nothing to do.
     void Usage() {
-        const std::vector<Subject> subjects = {Program("Finaset", L"Finaset.exe", L"/?"),
-                                               Program("bare", L"bare.exe", L"/?"),
-                                               Program("empty", L"empty.exe", L"")};
+        const std::vector<Subject> subjects = {
+            Program("Finaset", L"Finaset.exe", L"/?"), Program("bare", L"bare.exe", L"/?"),
+            Program("libraries", L"libraries.exe", L""), Program("empty", L"empty.exe", L"")};
         TakeTurns("usage", subjects, 0, 40);
         for (int run = 0; run < 10; ++run) {
             for (const Subject& subject : subjects) {
@@ -147,7 +150,7 @@ public:
         for (const auto& [entries, runs] : sizes) {
             for (const std::wstring shape : {L"flat", L"tree"}) {
                 const std::wstring directory = shape + L"-" + std::to_wstring(entries);
-                machine_.WriteTextSetting(L"ImageCacheDirectory", data_ / directory);
+                machine_.WriteTextSetting(L"ImageCacheDirectory", Files / directory);
                 TakeTurns("configure " + std::string(shape.begin(), shape.end()), subjects, entries,
                           runs);
             }
@@ -186,16 +189,22 @@ public:
     // The program's work, done with the system's own tools.
     void Tools() {
         const std::wstring cmd =
-            L"C:\\windows\\system32\\cmd.exe /c \"\"" + (data_ / L"steps.cmd").wstring() + L"\" ";
-        const std::wstring nsis = L"\"" + (data_ / L"steps.exe").wstring() + L"\" /S ";
-        const std::wstring directory = machine_.ProgramDirectory();
+            L"C:\\windows\\system32\\cmd.exe /c " + (Files / L"steps.cmd").wstring() + L" ";
+        const std::wstring nsis = (Files / L"steps.exe").wstring() + L" ";
+        std::wstring task = ScheduledTaskTable[0].taskXml;
+        const std::wstring placeholder = L"##PROCESSNAME##";
+        task.replace(task.find(placeholder), placeholder.size(),
+                     machine_.ProgramDirectory() / ScheduledTaskTable[0].processName);
+        task.insert(0, 1, L'\uFEFF');
+        test::WriteFile(
+            machine_.ProgramDirectory() / L"task.xml",
+            {reinterpret_cast<const char*>(task.data()), task.size() * sizeof(wchar_t)});
         for (const auto& [group, option, step] :
              {std::tuple{"tools configure", L"/CONFIGURE", L"configure"},
               std::tuple{"tools all", L"", L"all"}}) {
-            const std::vector<Subject> subjects = {
-                Program("Finaset", L"Finaset.exe", option),
-                {"cmd", cmd + step + L" \"" + directory + L"\"\""},
-                {"NSIS", nsis + step}};
+            const std::vector<Subject> subjects = {Program("Finaset", L"Finaset.exe", option),
+                                                   {"cmd", cmd + step},
+                                                   {"NSIS", nsis + step}};
             for (int run = 0; run < 3; ++run) {
                 for (const Subject& subject : subjects) {
                     if (*option == L'\0') {
@@ -261,18 +270,17 @@ private:
     }
 
     std::ofstream results_;
-    std::filesystem::path data_;
     test::Machine machine_;
 };
 
 }  // namespace
 
 int wmain(int argumentCount, wchar_t** arguments) {
-    if (argumentCount != 3) {
+    if (argumentCount != 2) {
         return 2;
     }
     try {
-        Bench bench(arguments[1], arguments[2]);
+        Bench bench(arguments[1]);
         bench.Usage();
         bench.FileSizes();
         bench.Services();
