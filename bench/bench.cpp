@@ -35,6 +35,8 @@ const std::filesystem::path Files = L"C:\\files";
 constexpr DWORD SamplingMs = 20;     // beside a run that is timed
 constexpr DWORD FineSamplingMs = 1;  // of a short one that is not
 constexpr DWORD RunLimitMs = 180'000;
+constexpr int ManyEntries = 10'000;
+constexpr ULONGLONG TurnsLimitMs = 30'000;
 
 // Of a run, with the processes that it starts.
 struct Measured {
@@ -146,7 +148,7 @@ public:
     void Configure() {
         const std::vector<Subject> subjects = {Program("Finaset", L"Finaset.exe", L"/CONFIGURE"),
                                                Program("bare", L"bare.exe", L"/CONFIGURE")};
-        const std::pair<int, int> sizes[] = {{100, 9}, {1'000, 9}, {10'000, 5}, {100'000, 2}};
+        const std::pair<int, int> sizes[] = {{100, 9}, {1'000, 9}, {10'000, 5}, {100'000, 3}};
         for (const auto& [entries, runs] : sizes) {
             for (const std::wstring shape : {L"flat", L"tree"}) {
                 const std::wstring directory = shape + L"-" + std::to_wstring(entries);
@@ -174,7 +176,7 @@ public:
 
     // Eight services are stopped, and four started.
     void Services() {
-        for (int run = 0; run < 3; ++run) {
+        for (int run = 0; run < 2; ++run) {
             for (const wchar_t* program : {L"Finaset.exe", L"bare.exe"}) {
                 const std::string name = *program == L'F' ? "Finaset" : "bare";
                 StartServices();
@@ -234,14 +236,20 @@ private:
         }
     }
 
-    // Each once without being counted; then in turns, the other way round every second time.
-    void TakeTurns(const std::string& group, std::vector<Subject> subjects, int entries, int runs) {
+    // Each once without being counted, if that is soon done; then in turns, the other way round
+    // every second time, for as often as said, or as long as it may take.
+    void TakeTurns(const std::string& group, std::vector<Subject> subjects, int entries,
+                   int turns) {
         std::cout << group << " " << entries << std::endl;
-        for (int run = entries > 10'000 ? 0 : -1; run < runs; ++run) {
+        const ULONGLONG start = ::GetTickCount64();
+        for (int turn = entries > ManyEntries ? 0 : -1; turn < turns; ++turn) {
+            if (turn > 0 && ::GetTickCount64() - start > TurnsLimitMs) {
+                break;
+            }
             for (const Subject& subject : subjects) {
                 machine_.WriteStaleSettings();
                 const Measured measured = Run(subject.commandLine);
-                if (run >= 0) {
+                if (turn >= 0) {
                     Time(group, subject, entries, measured);
                     Memory(group, subject, entries, measured);
                 }
