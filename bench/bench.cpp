@@ -36,7 +36,7 @@ constexpr DWORD SamplingMs = 20;     // beside a run that is timed
 constexpr DWORD FineSamplingMs = 1;  // of a short one that is not
 constexpr DWORD RunLimitMs = 180'000;
 constexpr int ManyEntries = 10'000;
-constexpr ULONGLONG TurnsLimitMs = 30'000;
+constexpr ULONGLONG TurnsLimitMs = 40'000;
 
 // Of a run, with the processes that it starts.
 struct Measured {
@@ -129,6 +129,7 @@ public:
         machine_.InstallProgram(L"bare_program.exe", L"bare.exe");
         machine_.InstallProgram(L"libraries_program.exe", L"libraries.exe");
         machine_.InstallProgram(L"empty_program.exe", L"empty.exe");
+        machine_.InstallProgram(L"search_program.exe", L"search.exe");
     }
 
     // Starting, and nothing to do.
@@ -158,6 +159,17 @@ public:
             }
         }
         machine_.RemoveSetting(L"ImageCacheDirectory");
+    }
+
+    // The platform's own memory for the entries of a directory.
+    void Search() {
+        for (const int entries : {100, 100'000}) {
+            const Subject subject = Program(
+                "search", L"search.exe", L"C:\\files\\flat-" + std::to_wstring(entries) + L"\\*");
+            for (int run = 0; run < 3; ++run) {
+                Memory("search", subject, entries, Run(subject.commandLine, FineSamplingMs));
+            }
+        }
     }
 
     // A shipped file of any size.
@@ -207,7 +219,7 @@ public:
             const std::vector<Subject> subjects = {Program("Finaset", L"Finaset.exe", option),
                                                    {"cmd", cmd + step},
                                                    {"NSIS", nsis + step}};
-            for (int run = 0; run < 3; ++run) {
+            for (int run = 0; run < (*option == L'\0' ? 2 : 5); ++run) {
                 for (const Subject& subject : subjects) {
                     if (*option == L'\0') {
                         StartServices();
@@ -290,6 +302,7 @@ int wmain(int argumentCount, wchar_t** arguments) {
     try {
         Bench bench(arguments[1]);
         bench.Usage();
+        bench.Search();
         bench.FileSizes();
         bench.Services();
         bench.Tools();

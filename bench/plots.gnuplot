@@ -4,7 +4,7 @@ suffix = ARGC > 2 ? ARG3 : "svg"
 set terminal @terminal size 860,520 font "sans-serif,13" background "white"
 set grid lc "#dddddd"
 set border lc "#444444"
-set key left top
+set key left top Left reverse
 set style fill solid 0.85 noborder
 
 set output ARG1 . "/benchmark-start." . suffix
@@ -21,6 +21,7 @@ unset boxwidth
 
 set output ARG1 . "/benchmark-configure." . suffix
 set multiplot layout 1,2 title "/CONFIGURE by the number of entries"
+unset title
 set logscale xy
 set format x "10^{%L}"
 set format y "10^{%L}"
@@ -28,7 +29,6 @@ set xrange [70:150000]
 set yrange [*:*]
 set xlabel "entries of a data directory"
 set ylabel "time (ms), median"
-at1000 = 1.0
 stats "entries.dat" using 2 every ::1::1 nooutput
 at1000 = STATS_max
 plot "entries.dat" using 1:2 with linespoints lc "#3b6ea5" lw 2 pt 7 title "Finaset, flat", \
@@ -38,7 +38,7 @@ plot "entries.dat" using 1:2 with linespoints lc "#3b6ea5" lw 2 pt 7 title "Fina
      (x >= 1000 ? at1000 * (x / 1000.0) ** 1.05 : 1/0) lc "#c0392b" lw 2 dt 2 title "limit: x^{1.05}"
 unset logscale y
 set format y "%.2f"
-set yrange [0.9:1.2]
+set yrange [0.8:1.3]
 set ylabel "Finaset's time to the bare program's"
 plot "entries.dat" using 1:6 with linespoints lc "#3b6ea5" lw 2 pt 7 title "flat", \
      "" using 1:11 with linespoints lc "#5a9a4a" lw 2 pt 5 title "tree", \
@@ -47,6 +47,7 @@ unset multiplot
 
 set output ARG1 . "/benchmark-memory." . suffix
 set title "Memory by the number of entries"
+set key left top
 unset logscale
 set format x "%'.0f"
 set format y "%.0f"
@@ -71,6 +72,8 @@ unset format
 set format y "%g"
 set style data histograms
 set style histogram clustered gap 1
+set key outside center bottom vertical
+set yrange [0:*]
 set ylabel "time (ms), median"
 plot "tools.dat" using 2:xtic(1) lc "#3b6ea5" title "configure", \
      "" using 5 lc "#5a9a4a" title "stop, configure, start"

@@ -31,7 +31,7 @@ constexpr std::size_t BacktrackingLimit = 256;
 // its size.
 struct Traits : std::regex_traits<wchar_t> {
     // What a digit is worth, or -1. The library makes a stream for that.
-    [[nodiscard]] int value(wchar_t digit, int radix) const {
+    static int value(wchar_t digit, int radix) {
         constexpr std::wstring_view Digits = L"0123456789abcdef";
         constexpr std::wstring_view Capitals = L"0123456789ABCDEF";
         const std::size_t worth = std::min(Digits.find(digit), Capitals.find(digit));
