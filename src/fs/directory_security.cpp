@@ -47,6 +47,15 @@ void AppendSubdirectories(const std::wstring& directory, std::vector<std::wstrin
                  });
 }
 
+bool SetAccessList(const std::wstring& path, SECURITY_INFORMATION inheritance, PACL list) {
+    std::wstring target = ExpandEnvironmentPath(path);
+    const DWORD error = ::SetNamedSecurityInfoW(
+        target.data(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION | inheritance,
+        /*psidOwner=*/nullptr, /*psidGroup=*/nullptr, list, /*pSacl=*/nullptr);
+    ::SetLastError(error);
+    return error == ERROR_SUCCESS;
+}
+
 // Memory for an access list, empty at first.
 class AccessList {
 public:
@@ -64,15 +73,7 @@ public:
 
     // Makes the list that of a path. A list that could not be built whole is not set.
     bool Set(const std::wstring& path, SECURITY_INFORMATION inheritance) {
-        if (!valid_) {
-            return false;
-        }
-        std::wstring target = ExpandEnvironmentPath(path);
-        const DWORD error = ::SetNamedSecurityInfoW(
-            target.data(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION | inheritance,
-            /*psidOwner=*/nullptr, /*psidGroup=*/nullptr, Get(), /*pSacl=*/nullptr);
-        ::SetLastError(error);
-        return error == ERROR_SUCCESS;
+        return valid_ && SetAccessList(path, inheritance, Get());
     }
 
 private:
@@ -183,8 +184,8 @@ bool ResetChildDacls(const std::wstring& directory) {
     if (GetPathAttributes(directory) != FILE_ATTRIBUTE_DIRECTORY) {  // equality: meant
         return true;
     }
-    std::vector<std::wstring> parents(1, directory);
-    std::ranges::copy(CollectSubdirectories(directory), std::back_inserter(parents));
+    std::vector<std::wstring> parents = CollectSubdirectories(directory);
+    parents.insert(parents.begin(), directory);
     bool allReset = true;
     for (const std::wstring& parent : parents) {
         for (const std::wstring& name : ListDirectoryEntries(parent)) {
@@ -195,5 +196,7 @@ bool ResetChildDacls(const std::wstring& directory) {
 }
 
 bool ResetInheritedDacl(const std::wstring& path) {
-    return AccessList(sizeof(ACL)).Set(path, UNPROTECTED_DACL_SECURITY_INFORMATION);
+    ACL empty = {
+        .AclRevision = ACL_REVISION, .Sbz1 = 0, .AclSize = sizeof(ACL), .AceCount = 0, .Sbz2 = 0};
+    return SetAccessList(path, UNPROTECTED_DACL_SECURITY_INFORMATION, &empty);
 }

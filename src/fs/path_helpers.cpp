@@ -1,10 +1,10 @@
 #include "fs/path_helpers.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdlib>
 #include <cwchar>
 #include <iterator>
-#include <sstream>
 
 namespace {
 
@@ -47,14 +47,15 @@ std::wstring ParentDirectoryOf(const std::wstring& path) {
 
 std::vector<std::wstring> PathLevels(const std::wstring& path) {
     std::vector<std::wstring> levels;
-    std::wistringstream components(path);
     std::wstring level;
-    for (std::wstring component; std::getline(components, component, L'\\');) {
+    for (std::size_t start = 0; start < path.size();) {
+        const std::size_t end = std::min(path.find(L'\\', start), path.size());
         if (!level.empty()) {
             level += L'\\';
         }
-        level += component;
+        level.append(path, start, end - start);
         levels.push_back(level);
+        start = end + 1;
     }
     return levels;
 }

@@ -1,7 +1,11 @@
 #include "hw/regex_match.h"
 
+#include "driver/case_mapping.h"
+
+#include <algorithm>
 #include <cstddef>
 #include <regex>  // here alone: it takes seconds to compile
+#include <string_view>
 
 namespace {
 
@@ -23,9 +27,30 @@ constexpr regex::syntax_option_type Engine = {};
 // IF_MAX_STRING_SIZE in ifdef.h.
 constexpr std::size_t BacktrackingLimit = 256;
 
+// The library's own, without the stream in it: that would be the program's only one, and a fifth of
+// its size.
+struct Traits : std::regex_traits<wchar_t> {
+    // What a digit is worth, or -1. The library makes a stream for that.
+    static int value(wchar_t digit, int radix) {
+        constexpr std::wstring_view Digits = L"0123456789abcdef";
+        constexpr std::wstring_view Capitals = L"0123456789ABCDEF";
+        const std::size_t worth = std::min(Digits.find(digit), Capitals.find(digit));
+        return worth < static_cast<std::size_t>(radix) ? static_cast<int>(worth) : -1;
+    }
+
+    // With traits that are not its own, GCC's library compares a text with the group that it
+    // repeats by this, whatever the options say of the case.
+    template <typename Iterator>
+    [[nodiscard]] std::wstring transform(Iterator first, Iterator last) const {
+        std::wstring text(first, last);
+        ToLowerInPlace(text);
+        return text;
+    }
+};
+
 bool Matches(const std::wstring& pattern, const std::wstring& text,
              regex::syntax_option_type options) {
-    return std::regex_match(text, std::wregex(pattern, options));
+    return std::regex_match(text, std::basic_regex<wchar_t, Traits>(pattern, options));
 }
 
 }  // namespace

@@ -8,6 +8,8 @@
 # With FINASET_KEEP_MACHINE=DIRECTORY the machine is built there and left as it is. Any other is taken
 # down after FINASET_MACHINE_LIMIT seconds, with exit code 124 if the program has not ended by then.
 #
+# With FINASET_FILES=DIRECTORY that becomes the machine's C:\files, and goes when the machine goes.
+#
 # The machine's network adapters are those at the ends of the cables in FINASET_ADAPTERS, "NAME:NAME
 # ...", with names of 15 bytes at the most, and the loopback. Where the computer does not allow that,
 # the machine has the computer's own adapters, and FINASET_ADAPTERS is not set for the program.
@@ -75,6 +77,10 @@ set_up wineboot -i
 set_up reg add 'HKCU\Software\Wine\Drivers' /v Graphics /d null /f
 # Until all of it has ended, a program started now could meet a second service manager.
 "$wineserver" -w
+
+if [[ -n ${FINASET_FILES:-} ]]; then
+    mv "$FINASET_FILES" "$WINEPREFIX/drive_c/files"
+fi
 
 # On the machine's own drive: from anywhere else, a path that begins with a backslash would lead to
 # the root of the computer that the machine runs on.

@@ -1,6 +1,5 @@
 #include "sweep/installed_product.h"
 
-#include "driver/entry.h"
 #include "support/console_capture.h"
 #include "support/file_contents.h"
 #include "support/registry_contents.h"
@@ -107,11 +106,11 @@ InstalledProduct::InstalledProduct()
     PutValue(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Halvane\\SAP\\below", L"value", DwordValue(1));
 }
 
-void InstalledProduct::Run(const std::wstring& option) {
+void InstalledProduct::Run(const std::wstring& option, Program program) {
     const wchar_t* const arguments[] = {L"Finaset.exe", option.c_str()};
     log_ = Printed([&] {
         const PrintHook print([this](const std::string& text) { Event("log " + text); });
-        exitCode_ = RunProgram(option.empty() ? 1 : 2, arguments);
+        exitCode_ = program(option.empty() ? 1 : 2, arguments);
     });
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "driver/entry.h"
 #include "support/environment_variable.h"
 #include "support/fake_adapters.h"
 #include "support/fake_event_log.h"
@@ -27,8 +28,9 @@ class InstalledProduct {
 public:
     InstalledProduct();
 
-    // Runs the program with one option, or none if that is empty.
-    void Run(const std::wstring& option);
+    // Runs the program, or another that takes its place, with one option, or none if that is empty.
+    using Program = int (*)(int argumentCount, const wchar_t* const* arguments);
+    void Run(const std::wstring& option, Program program = &RunProgram);
 
     [[nodiscard]] int ExitCode() const { return exitCode_; }
     [[nodiscard]] const std::string& Log() const { return log_; }

@@ -153,9 +153,7 @@ TEST(SettingAnAccessList, SucceedsOnlyWithoutAnErrorAndStoresTheResult) {
 TEST(SettingAnAccessList, FailsWithoutACallIfTheListCannotBeMade) {
     const ImportHook<&::InitializeAcl> hook([](PACL, DWORD, DWORD) { return FALSE; });
     const SecurityCalls calls;
-    for (const auto& [set, call] : ListSetters) {
-        EXPECT_FALSE(set(L"C:\\a"));
-    }
+    EXPECT_FALSE(Protect(L"C:\\a"));
     EXPECT_FALSE(SetProtectedDacl(L"C:\\a", std::vector<AceSpec>{{0x3, 0x1000'0000, Users}}));
     EXPECT_THAT(calls.Made(), IsEmpty());
 }

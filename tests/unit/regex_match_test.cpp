@@ -59,6 +59,8 @@ TEST(RegexMatchesWhole, ReadsTheEcmaScriptGrammar) {
                    {L"^ab$", L"ab"},
                    {L"\\bab\\b c\\Bd", L"ab cd"},
                    {L"\\x41\\u0042", L"AB"},
+                   {L"\\x4a\\x4B\\u00fC\\u00Bf", L"JK\u00FC\u00BF"},
+                   {L"a{10,12}", L"aaaaaaaaaaa"},
                    {L"\\t\\n\\r\\f\\v", L"\t\n\r\f\v"},
                    {L"[\\d\\-]+", L"1-2"},
                    {L"[[:digit:]]+", L"12"},

@@ -1,0 +1,623 @@
+#include "bare.h"
+
+#include <winsock2.h>
+
+#include <aclapi.h>
+#include <iphlpapi.h>
+#include <objbase.h>
+#include <psapi.h>
+#include <taskschd.h>
+
+#include <cstddef>
+#include <cstdlib>
+#include <cwchar>
+#include <iterator>
+#include <vector>
+
+namespace {
+
+constexpr wchar_t Parameters[] =
+    L"SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service\\Parameters";
+
+constexpr const wchar_t* Stopped[] = {
+    L"brisko network service x64",
+    L"hvnetsvc",
+    L"Corvo",
+    L"TarselHubService",
+    L"Tarsel Nimbus Network Service",
+    L"Ardex",
+    L"Tarsel Metrics Service",
+    L"Tarsel Data Relay Service",
+};
+constexpr const wchar_t* Started[] = {L"Ardex", L"Tarsel Metrics Service",
+                                      L"Tarsel Nimbus Network Service",
+                                      L"Tarsel Data Relay Service"};
+constexpr const wchar_t* Disabled[] = {L"Corvo",
+                                       L"TarselHubService",
+                                       L"Ardex",
+                                       L"Tarsel Metrics Service",
+                                       L"Tarsel Nimbus Network Service",
+                                       L"Tarsel Data Relay Service"};
+
+// Every path has a buffer of its own.
+constexpr std::size_t PathCapacity = 2048;
+using Path = wchar_t[PathCapacity];
+
+void Append(Path& path, const wchar_t* text) {
+    std::wcsncat(path, text, PathCapacity - 1 - std::wcslen(path));
+}
+
+void Join(Path& path, const wchar_t* name) {
+    const std::size_t length = std::wcslen(path);
+    if (length != 0 && path[length - 1] != L'\\') {
+        Append(path, L"\\");
+    }
+    Append(path, name);
+}
+
+void Expand(const wchar_t* path, Path& expanded) {
+    *expanded = L'\0';
+    ::ExpandEnvironmentStringsW(path, expanded, PathCapacity);
+}
+
+// A path that is expanded for the log alone.
+void Show(const wchar_t* path) {
+    Path expanded;
+    Expand(path, expanded);
+}
+
+// Services
+
+void Request(const wchar_t* name, DWORD access) {
+    SC_HANDLE manager =
+        ::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT | SC_MANAGER_ENUMERATE_SERVICE);
+    SC_HANDLE service = ::OpenServiceW(manager, name, access);
+    SERVICE_STATUS status = {};
+    if (access == SERVICE_STOP) {
+        ::ControlService(service, SERVICE_CONTROL_STOP, &status);
+    } else if (access == SERVICE_START) {
+        ::StartServiceW(service, 0, nullptr);
+    } else {
+        ::ChangeServiceConfigW(service, SERVICE_NO_CHANGE, SERVICE_DISABLED, SERVICE_NO_CHANGE,
+                               nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+    }
+    ::CloseServiceHandle(service);
+    ::CloseServiceHandle(manager);
+}
+
+void Await(const wchar_t* name, DWORD target) {
+    SC_HANDLE manager =
+        ::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT | SC_MANAGER_ENUMERATE_SERVICE);
+    SC_HANDLE service = ::OpenServiceW(manager, name, SERVICE_QUERY_STATUS);
+    SERVICE_STATUS status = {};
+    while (::QueryServiceStatus(service, &status) && status.dwCurrentState != target) {
+        ::Sleep(500);
+    }
+    ::CloseServiceHandle(service);
+    ::CloseServiceHandle(manager);
+}
+
+// Applications
+
+void QuitApplication() {
+    std::vector<DWORD> ids(4096);
+    DWORD bytes = 0;
+    ::K32EnumProcesses(ids.data(), static_cast<DWORD>(ids.size() * sizeof(DWORD)), &bytes);
+    ids.resize(bytes / sizeof(DWORD));
+    for (const DWORD id : ids) {
+        HANDLE process = ::OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, id);
+        if (process == nullptr) {
+            continue;
+        }
+        wchar_t image[MAX_PATH] = {};
+        DWORD size = MAX_PATH;
+        ::QueryFullProcessImageNameW(process, 0, image, &size);
+        if (std::wcsstr(::_wcslwr(image), L"zefir.exe") != nullptr) {
+            HANDLE token = nullptr;
+            ::OpenProcessToken(
+                process, TOKEN_ASSIGN_PRIMARY | TOKEN_DUPLICATE | TOKEN_IMPERSONATE | TOKEN_QUERY,
+                &token);
+            wchar_t commandLine[] = L"Quitline.exe Tarsel\u00AE Lumetra";
+            STARTUPINFOW startup = {};
+            PROCESS_INFORMATION info = {};
+            ::CreateProcessAsUserW(token, nullptr, commandLine, nullptr, nullptr, TRUE, 0, nullptr,
+                                   nullptr, &startup, &info);
+            ::WaitForSingleObject(info.hProcess, 30'000);
+            ::CloseHandle(info.hProcess);
+            ::CloseHandle(info.hThread);
+            ::CloseHandle(token);
+            ::CloseHandle(process);
+            return;
+        }
+        ::CloseHandle(process);
+    }
+}
+
+void LaunchCompanion() {
+    wchar_t commandLine[MAX_PATH + 32] = {};
+    DWORD size = MAX_PATH;
+    ::QueryFullProcessImageNameW(::GetCurrentProcess(), 0, commandLine, &size);
+    std::wcscpy(std::wcsrchr(commandLine, L'\\') + 1, L"BriskoLU.exe -u");
+    STARTUPINFOW startup = {};
+    PROCESS_INFORMATION info = {};
+    ::CreateProcessW(nullptr, commandLine, nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
+                     &info);
+    ::CloseHandle(info.hProcess);
+    ::CloseHandle(info.hThread);
+}
+
+// Registry
+
+DWORD ReadNumber(const wchar_t* name, DWORD otherwise) {
+    HKEY key = nullptr;
+    DWORD number = 0;
+    DWORD bytes = sizeof(number);
+    DWORD type = REG_NONE;
+    ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, Parameters, 0, KEY_READ, &key);
+    const LSTATUS error =
+        ::RegQueryValueExW(key, name, nullptr, &type, reinterpret_cast<BYTE*>(&number), &bytes);
+    ::RegCloseKey(key);
+    return error == ERROR_SUCCESS ? number : otherwise;
+}
+
+void WriteNumber(const wchar_t* path, const wchar_t* name, DWORD number) {
+    HKEY key = nullptr;
+    DWORD disposition = 0;
+    ::RegCreateKeyExW(HKEY_LOCAL_MACHINE, path, 0, nullptr, 0, KEY_WRITE, nullptr, &key,
+                      &disposition);
+    ::RegSetValueExW(key, name, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&number),
+                     sizeof(number));
+    ::RegCloseKey(key);
+}
+
+void DeleteKey(HKEY parent, const wchar_t* name) {
+    HKEY key = nullptr;
+    ::RegOpenKeyExW(parent, name, 0, KEY_READ | KEY_WRITE, &key);
+    wchar_t subKey[256] = {};
+    DWORD length = std::size(subKey);
+    while (::RegEnumKeyExW(key, 0, subKey, &length, nullptr, nullptr, nullptr, nullptr) ==
+           ERROR_SUCCESS) {
+        DeleteKey(key, subKey);
+        length = std::size(subKey);
+    }
+    ::RegCloseKey(key);
+    static const auto deleteKeyEx =
+        reinterpret_cast<decltype(&::RegDeleteKeyExW)>(reinterpret_cast<void*>(
+            ::GetProcAddress(::GetModuleHandleW(L"Advapi32.dll"), "RegDeleteKeyExW")));
+    deleteKeyEx(parent, name, 0, 0);
+}
+
+void DeleteStaleSettings() {
+    HKEY key = nullptr;
+    DWORD disposition = 0;
+    ::RegCreateKeyExW(HKEY_LOCAL_MACHINE, Parameters, 0, nullptr, 0, KEY_WRITE, nullptr, &key,
+                      &disposition);
+    ::RegDeleteValueW(key, L"ConfigFileDirectory");
+    ::RegCloseKey(key);
+    ::RegCreateKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Halvane\\SAP", 0, nullptr, 0, KEY_WRITE,
+                      nullptr, &key, &disposition);
+    DeleteKey(key, L"");
+    ::RegCloseKey(key);
+}
+
+// Files
+
+struct Directory {
+    const wchar_t* setting;  // or none
+    const wchar_t* otherwise;
+    bool endsInBackslash;
+    bool forReaders;
+};
+
+constexpr Directory Secured[] = {
+    {nullptr, L"%programdata%\\Tarsel\\Nimbus", false, false},
+    {L"ConfigFileDirectory", L"%programdata%\\Tarsel\\Nimbus\\ConfigurationFiles", true, false},
+    {L"ImageCacheDirectory", L"%programdata%\\Tarsel\\ImageCache", false, true},
+    {L"ActivityLogDirectory", L"%programdata%\\Tarsel\\Nimbus\\ActivityLog", true, false},
+};
+constexpr const Directory& ConfigurationFiles = Secured[1];
+
+void Resolve(const Directory& directory, const wchar_t* name, Path& resolved) {
+    if (directory.setting == nullptr) {
+        std::wcscpy(resolved, directory.otherwise);
+        return;
+    }
+    Path text = {};
+    HKEY key = nullptr;
+    ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, Parameters, 0, KEY_READ, &key);
+    DWORD bytes = 0;
+    DWORD type = REG_NONE;
+    ::RegQueryValueExW(key, directory.setting, nullptr, nullptr, nullptr, &bytes);
+    bytes = sizeof(text);
+    if (::RegQueryValueExW(key, directory.setting, nullptr, &type, reinterpret_cast<BYTE*>(text),
+                           &bytes) != ERROR_SUCCESS) {
+        std::wcscpy(text, directory.otherwise);
+    }
+    ::RegCloseKey(key);
+    Append(text, directory.endsInBackslash ? L"\\" : L"");
+    Append(text, name);
+    Expand(text, resolved);
+}
+
+DWORD Attributes(const wchar_t* path) {
+    Path expanded;
+    Expand(path, expanded);
+    return ::GetFileAttributesW(expanded);
+}
+
+bool Exists(const wchar_t* path) {
+    return Attributes(path) != INVALID_FILE_ATTRIBUTES;
+}
+
+// Calls `visit` with each level of an expanded path.
+template <typename Visit>
+void ForEachLevel(const wchar_t* path, Visit visit) {
+    Path expanded;
+    Expand(path, expanded);
+    for (wchar_t* at = expanded; *at != L'\0'; ++at) {
+        if (*at == L'\\') {
+            *at = L'\0';
+            visit(expanded);
+            *at = L'\\';
+        } else if (at[1] == L'\0') {
+            visit(expanded);
+        }
+    }
+}
+
+void CreateLevels(const wchar_t* path) {
+    ForEachLevel(path, [](const wchar_t* level) {
+        if (!Exists(level)) {
+            ::CreateDirectoryW(level, nullptr);
+        }
+    });
+}
+
+void CopyShippedFile(const wchar_t* name, bool overwrite) {
+    Path destination;
+    Resolve(ConfigurationFiles, name, destination);
+    Path source = L"%systemroot%\\system32\\drivers\\Tarsel\\ZEFIR";
+    Join(source, name);
+    Path expanded;
+
+    if (overwrite) {
+        Show(destination);
+        if (Exists(destination)) {
+            Expand(destination, expanded);
+            ::DeleteFileW(expanded);
+        }
+    }
+
+    wchar_t drive[260] = {};
+    wchar_t directory[260] = {};
+    Expand(destination, expanded);
+    ::_wsplitpath_s(expanded, drive, std::size(drive), directory, std::size(directory), nullptr, 0,
+                    nullptr, 0);
+    std::wcscpy(expanded, drive);
+    Append(expanded, directory);
+    Show(expanded);
+    CreateLevels(expanded);
+
+    Show(source);
+    Show(destination);
+    if (overwrite || !Exists(destination)) {
+        Path from;
+        Expand(source, from);
+        Expand(destination, expanded);
+        ::CopyFileW(from, expanded, FALSE);
+    }
+}
+
+bool IsLink(const wchar_t* path) {
+    const DWORD attributes = Attributes(path);
+    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+        return true;
+    }
+    Path expanded;
+    Expand(path, expanded);
+    HANDLE file = ::CreateFileW(expanded, GENERIC_READ, 0, nullptr, OPEN_EXISTING,
+                                FILE_ATTRIBUTE_READONLY, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        return false;
+    }
+    BY_HANDLE_FILE_INFORMATION information = {};
+    ::GetFileInformationByHandle(file, &information);
+    ::CloseHandle(file);
+    return information.nNumberOfLinks > 1;
+}
+
+// Names, each with its zero, one behind the other.
+using Names = std::vector<wchar_t>;
+
+template <typename Visit>
+void ForEachName(const Names& names, Visit visit) {
+    for (const wchar_t* name = names.data(); name != names.data() + names.size();
+         name += std::wcslen(name) + 1) {
+        visit(name);
+    }
+}
+
+// Calls `visit` with the name and the attributes of each entry of the directory.
+template <typename Visit>
+void ForEachEntry(const wchar_t* directory, Visit visit) {
+    Path pattern;
+    Expand(directory, pattern);
+    Join(pattern, L"*");
+    WIN32_FIND_DATAW entry;
+    HANDLE search = ::FindFirstFileW(pattern, &entry);
+    if (search == INVALID_HANDLE_VALUE) {
+        return;
+    }
+    do {
+        if (std::wcscmp(entry.cFileName, L".") != 0 && std::wcscmp(entry.cFileName, L"..") != 0) {
+            visit(entry.cFileName, entry.dwFileAttributes);
+        }
+    } while (::FindNextFileW(search, &entry));
+    ::FindClose(search);
+}
+
+Names ListEntries(const wchar_t* directory) {
+    Names names;
+    ForEachEntry(directory, [&](const wchar_t* name, DWORD /*attributes*/) {
+        names.insert(names.end(), name, name + std::wcslen(name) + 1);
+    });
+    return names;
+}
+
+void CollectSubdirectories(const wchar_t* directory, Names& paths) {
+    ForEachEntry(directory, [&](const wchar_t* name, DWORD attributes) {
+        if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+            Path path = {};
+            Append(path, directory);
+            Join(path, name);
+            CollectSubdirectories(path, paths);
+            paths.insert(paths.end(), path, path + std::wcslen(path) + 1);
+        }
+    });
+}
+
+void SetList(const wchar_t* path, SECURITY_INFORMATION inheritance, PACL list) {
+    Path expanded;
+    Expand(path, expanded);
+    ::SetNamedSecurityInfoW(expanded, SE_FILE_OBJECT, DACL_SECURITY_INFORMATION | inheritance,
+                            nullptr, nullptr, list, nullptr);
+}
+
+struct Trustee {
+    BYTE revision;
+    BYTE count;
+    SID_IDENTIFIER_AUTHORITY authority;
+    DWORD subAuthorities[2];
+    DWORD access;
+};
+
+void SetProtectedList(const wchar_t* path, bool forReaders) {
+    Trustee trustees[] = {
+        {SID_REVISION, 2, SECURITY_NT_AUTHORITY, {32, 544}, GENERIC_ALL},
+        {SID_REVISION, 1, SECURITY_NT_AUTHORITY, {18, 0}, GENERIC_ALL},
+        {SID_REVISION, 2, SECURITY_NT_AUTHORITY, {32, 545}, GENERIC_READ | GENERIC_EXECUTE},
+    };
+    DWORD storage[32] = {};
+    auto* list = reinterpret_cast<PACL>(storage);
+    ::InitializeAcl(list, sizeof(storage), ACL_REVISION);
+    for (Trustee& trustee : trustees) {
+        if (trustee.subAuthorities[1] == 545 && !forReaders) {
+            continue;
+        }
+        ::IsValidSid(&trustee);
+        ::AddAccessAllowedAceEx(list, ACL_REVISION, OBJECT_INHERIT_ACE | CONTAINER_INHERIT_ACE,
+                                trustee.access, &trustee);
+    }
+    SetList(path, PROTECTED_DACL_SECURITY_INFORMATION, list);
+}
+
+// What is below inherits.
+void ResetLists(const wchar_t* directory) {
+    const Names names = ListEntries(directory);
+    ForEachName(names, [&](const wchar_t* name) {
+        Path path = {};
+        Append(path, directory);
+        Join(path, name);
+        ACL empty = {ACL_REVISION, 0, sizeof(ACL), 0, 0};
+        SetList(path, UNPROTECTED_DACL_SECURITY_INFORMATION, &empty);
+    });
+}
+
+void Secure(const Directory& directory) {
+    Path target;
+    Resolve(directory, L"", target);
+    Show(target);
+    CreateLevels(target);
+    ForEachLevel(target, &IsLink);
+    const Names names = ListEntries(target);
+    ForEachName(names, [&](const wchar_t* name) {
+        Path path = {};
+        Append(path, target);
+        Join(path, name);
+        IsLink(path);
+    });
+    SetProtectedList(target, directory.forReaders);
+    if (Attributes(target) != FILE_ATTRIBUTE_DIRECTORY) {
+        return;
+    }
+    Names subdirectories;
+    CollectSubdirectories(target, subdirectories);
+    ResetLists(target);
+    ForEachName(subdirectories, &ResetLists);
+}
+
+// Adapters
+
+bool HasAdapter() {
+    HMODULE library = ::LoadLibraryExW(L"iphlpapi.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
+    const auto getAdapters = reinterpret_cast<decltype(&::GetAdaptersAddresses)>(
+        reinterpret_cast<void*>(::GetProcAddress(library, "GetAdaptersAddresses")));
+    ULONG size = 0;
+    getAdapters(AF_UNSPEC, GAA_FLAG_INCLUDE_ALL_INTERFACES, nullptr, nullptr, &size);
+    std::vector<std::byte> storage(size);
+    auto* adapters = reinterpret_cast<IP_ADAPTER_ADDRESSES*>(storage.data());
+    getAdapters(AF_UNSPEC, GAA_FLAG_INCLUDE_ALL_INTERFACES, nullptr, adapters, &size);
+    ::FreeLibrary(library);
+    for (auto* adapter = adapters; adapter != nullptr; adapter = adapter->Next) {
+        const wchar_t* brand = std::wcsstr(::_wcslwr(adapter->Description), L"tarsel");
+        if (brand != nullptr && std::wcsstr(brand, L"qz311") != nullptr) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void ConfigureByAdapters() {
+    constexpr DWORD MatchTheAdapters = 1;
+    const bool present = HasAdapter();
+    DWORD bitmask = ReadNumber(L"Tarsel_HWConfigDefault", MatchTheAdapters);
+    if (bitmask == MatchTheAdapters) {
+        bitmask = present ? 2 : 0;
+    }
+    WriteNumber(L"SOFTWARE\\Tarsel\\Nimbus", L"Tarsel_HWConfig", bitmask);
+    if ((bitmask & 2) != 0) {
+        WriteNumber(Parameters, L"MultiInterface_Enabled", 1);
+    }
+}
+
+// Tasks
+
+ITaskService* ConnectTaskService() {
+    IUnknown* object = nullptr;
+    ::CoCreateInstance(__uuidof(TaskScheduler), nullptr, CLSCTX_ALL, __uuidof(IUnknown),
+                       reinterpret_cast<void**>(&object));
+    ::OleRun(object);
+    ITaskService* service = nullptr;
+    object->QueryInterface(__uuidof(ITaskService), reinterpret_cast<void**>(&service));
+    object->Release();
+    VARIANT missing = {};
+    missing.vt = VT_ERROR;                 // NOLINT(*-union-access): that is what a VARIANT is
+    missing.scode = DISP_E_PARAMNOTFOUND;  // NOLINT(*-union-access)
+    service->Connect(missing, missing, missing, missing);
+    return service;
+}
+
+ITaskFolder* RootFolder(ITaskService* service) {
+    BSTR path = ::SysAllocString(L"\\");
+    ITaskFolder* folder = nullptr;
+    service->GetFolder(path, &folder);
+    ::SysFreeString(path);
+    return folder;
+}
+
+void ScheduleIdleTask() {
+    wchar_t image[MAX_PATH] = {};
+    DWORD size = MAX_PATH;
+    ::QueryFullProcessImageNameW(::GetCurrentProcess(), 0, image, &size);
+    Path expanded;
+    Expand(image, expanded);
+    wchar_t drive[260] = {};
+    wchar_t directory[260] = {};
+    ::_wsplitpath_s(expanded, drive, std::size(drive), directory, std::size(directory), nullptr, 0,
+                    nullptr, 0);
+    wchar_t xml[2048] = {};
+    ::_snwprintf(
+        xml, std::size(xml) - 1,
+        L"<?xml version=\"1.0\" encoding=\"UTF-16\"?><Task version=\"1.4\" "
+        L"xmlns=\"http://schemas.microsoft.com/windows/2004/02/mit/task\"><RegistrationInfo>"
+        L"<Author>Tarsel</Author><Description>VxIdle Task</Description><URI>\\VxIdleTask</URI>"
+        L"</RegistrationInfo><Triggers><IdleTrigger><Enabled>true</Enabled></IdleTrigger>"
+        L"</Triggers><Principals><Principal><GroupId>S-1-5-32-544</GroupId></Principal>"
+        L"</Principals><Settings><Enabled>true</Enabled><AllowStartOnDemand>true"
+        L"</AllowStartOnDemand><AllowHardTerminate>true</AllowHardTerminate>"
+        L"<DisallowStartIfOnBatteries>false</DisallowStartIfOnBatteries><StopIfGoingOnBatteries>"
+        L"false</StopIfGoingOnBatteries></Settings><Actions><Exec><Command>%ls%lsVxIdleTask.exe"
+        L"</Command></Exec></Actions></Task>",
+        drive, directory);
+
+    ITaskService* service = ConnectTaskService();
+    ITaskDefinition* definition = nullptr;
+    service->NewTask(0, &definition);
+    BSTR text = ::SysAllocString(xml);
+    definition->put_XmlText(text);
+    ITaskFolder* folder = RootFolder(service);
+    BSTR name = ::SysAllocString(L"VxIdle Task");
+    const VARIANT empty = {};
+    IRegisteredTask* registered = nullptr;
+    folder->RegisterTaskDefinition(name, definition, TASK_CREATE_OR_UPDATE, empty, empty,
+                                   TASK_LOGON_GROUP, empty, &registered);
+    registered->Release();
+    ::SysFreeString(name);
+    folder->Release();
+    ::SysFreeString(text);
+    definition->Release();
+    service->Release();
+}
+
+void DeleteStartupTask() {
+    ITaskService* service = ConnectTaskService();
+    ITaskFolder* folder = RootFolder(service);
+    BSTR name = ::SysAllocString(L"Tarsel Lumetra Startup Task");
+    folder->DeleteTask(name, 0);
+    ::SysFreeString(name);
+    folder->Release();
+    service->Release();
+}
+
+// Actions
+
+void Stop() {
+    QuitApplication();
+    for (const wchar_t* name : Stopped) {
+        Request(name, SERVICE_STOP);
+        Await(name, SERVICE_STOPPED);
+    }
+}
+
+void Configure() {
+    DeleteStaleSettings();
+    CopyShippedFile(L"user.xml", false);
+    CopyShippedFile(L"oem.xml", true);
+    CopyShippedFile(L"vx.stg", true);
+    for (const Directory& directory : Secured) {
+        Secure(directory);
+    }
+    ConfigureByAdapters();
+    ScheduleIdleTask();
+    DeleteStartupTask();
+    WriteNumber(Parameters, L"FirstRun", 0);
+}
+
+void Start() {
+    LaunchCompanion();
+    for (const wchar_t* name : Started) {
+        Request(name, SERVICE_START);
+        Await(name, SERVICE_RUNNING);
+    }
+}
+
+}  // namespace
+
+int RunBare(int argumentCount, const wchar_t* const* arguments) {
+    ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    ReadNumber(L"FinasetAction", 0);
+    const wchar_t* option = argumentCount > 1 ? arguments[1] : L"";
+    const bool all = *option == L'\0';
+    if (all || std::wcscmp(option, L"/STOP") == 0) {
+        Stop();
+    }
+    if (all || std::wcscmp(option, L"/CONFIGURE") == 0) {
+        Configure();
+    }
+    if (all || std::wcscmp(option, L"/START") == 0) {
+        Start();
+    }
+    if (std::wcscmp(option, L"/DISABLE") == 0) {
+        for (const wchar_t* name : Disabled) {
+            Request(name, SERVICE_CHANGE_CONFIG);
+        }
+    }
+    if (std::wcscmp(option, L"/?") == 0) {
+        Path expanded;
+        Expand(arguments[0], expanded);
+        wchar_t title[260] = {};
+        ::_wsplitpath_s(expanded, nullptr, 0, nullptr, 0, title, std::size(title), nullptr, 0);
+    }
+    ::CoUninitialize();
+    return 0;
+}
