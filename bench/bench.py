@@ -214,10 +214,10 @@ walks, and each function expands its path again.
     text.append(f"""## Memory
 
 The peak of the working set, sampled while the program runs, over that of the empty program
-({number(empty)} KB). The libraries take the most of it. Wine reads a
-directory as a whole when a search begins: a program that does nothing else takes {search:.0f} bytes for each
-entry of the flat directory. That leaves {flat - search:.0f} to the program, for the names, of 15 characters here,
-that it has to have before it sets the first list.
+({number(empty)} KB). The libraries take the most of it. Wine reads a directory as a whole when a search
+begins: a program that does nothing else takes {search:.0f} bytes for each entry of the flat directory. That
+leaves {flat - search:.0f} to the program, for the names, of 15 characters here, which it collects before
+it sets the first list.
 
 {table(("", "entries", "Finaset, KB", "bare, KB"), rows)}
 ![The memory by the number of entries](benchmark-memory.svg)
