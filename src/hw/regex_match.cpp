@@ -40,8 +40,8 @@ struct Traits : std::regex_traits<wchar_t> {
 
     // With traits that are not its own, GCC's library compares a text with the group that it
     // repeats by this, whatever the options say of the case.
-    template <typename Iterator>
-    [[nodiscard]] std::wstring transform(Iterator first, Iterator last) const {
+    static std::wstring transform(std::wstring::const_iterator first,
+                                  std::wstring::const_iterator last) {
         std::wstring text(first, last);
         ToLowerInPlace(text);
         return text;
