@@ -1,10 +1,12 @@
 #!/usr/bin/env python3
 """Runs the benchmarks on a machine of their own, and writes what they say.
 
-    bench.py PROGRAMS DOCUMENTATION
+    bench.py PROGRAMS RESULTS DOCUMENTATION [--again]
 
-PROGRAMS is the directory of the programs that were built, DOCUMENTATION gets benchmarks.md and the
-plots. Nothing is asserted: what was reached stands beside each goal.
+PROGRAMS is the directory of the programs that were built. RESULTS is the file that gets the figures,
+lines of "group,subject,entries,measure,value"; with --again, those that are there are taken, and
+nothing is measured. DOCUMENTATION gets benchmarks.md and the plots. Nothing is asserted: what was
+reached stands beside each goal.
 """
 
 import collections
@@ -63,6 +65,10 @@ class Figures:
     def median(self, group, subject, entries, measure="ms"):
         return statistics.median(self.all[group, subject, entries, measure])
 
+    def peak(self, group, subject, entries):
+        """Of the memory, in KB. Each is of a sample, and may be too low, but never too high."""
+        return max(self.all[group, subject, entries, "peak KB"])
+
     def runs(self, group, subject, entries, measure="ms"):
         return len(self.all[group, subject, entries, measure])
 
@@ -78,7 +84,7 @@ class Figures:
         return math.log(many / few) / math.log(100)
 
     def bytes_per_entry(self, group, subject):
-        few, many = (self.median(group, subject, entries, "peak KB") for entries in (100, 100_000))
+        few, many = (self.peak(group, subject, entries) for entries in (100, 100_000))
         return (many - few) * 1024 / (100_000 - 100)
 
 
@@ -191,11 +197,11 @@ walks, and each function expands its path again.
 
     # Memory
     rows = []
-    empty = figures.median("usage", "empty", 0, "peak KB")
+    empty = figures.peak("usage", "empty", 0)
     for shape in ("flat", "tree"):
         group = f"configure {shape}"
         rows += [(shape, f"{entries:,}",
-                  *(number(figures.median(group, subject, entries, "peak KB") - empty)
+                  *(number(figures.peak(group, subject, entries) - empty)
                     for subject in ("Finaset", "bare"))) for entries in SIZES]
         mine = figures.bytes_per_entry(group, "Finaset")
         its = figures.bytes_per_entry(group, "bare")
@@ -204,9 +210,9 @@ walks, and each function expands its path again.
                       verdict(mine <= 200)))
     search = figures.bytes_per_entry("search", "search")
     flat = figures.bytes_per_entry("configure flat", "Finaset")
-    sizes = [(f"{kilobytes:,}", number(figures.median("file size", "Finaset", kilobytes, "peak KB")))
+    sizes = [(f"{kilobytes:,}", number(figures.peak("file size", "Finaset", kilobytes)))
              for kilobytes in (1, 1_000, 100_000)]
-    peaks = [figures.median("file size", "Finaset", kilobytes, "peak KB")
+    peaks = [figures.peak("file size", "Finaset", kilobytes)
              for kilobytes in (1, 1_000, 100_000)]
     goals.append(("memory by the size of a file, 1 KB to 100 MB", "flat",
                   f"{max(peaks) - min(peaks):+.0f} KB",
@@ -214,10 +220,10 @@ walks, and each function expands its path again.
     text.append(f"""## Memory
 
 The peak of the working set, sampled while the program runs, over that of the empty program
-({number(empty)} KB). The libraries take the most of it. Wine reads a
-directory as a whole when a search begins: a program that does nothing else takes {search:.0f} bytes for each
-entry of the flat directory. That leaves {flat - search:.0f} to the program, for the names, of 15 characters here,
-that it has to have before it sets the first list.
+({number(empty)} KB). The libraries take the most of it. Wine reads a directory as a whole when a search
+begins: a program that does nothing else takes {search:.0f} bytes for each entry of the flat directory. That
+leaves {flat - search:.0f} to the program, for the names, of 15 characters here, which it collects before
+it sets the first list.
 
 {table(("", "entries", "Finaset, KB", "bare, KB"), rows)}
 ![The memory by the number of entries](benchmark-memory.svg)
@@ -232,7 +238,7 @@ By the size of a shipped file that is copied:
         for subject, name in (("Finaset", "Finaset.exe"), ("cmd", "batch file"), ("NSIS", "NSIS")):
             rows.append((what, name, number(figures.median(group, subject, 0)),
                          f"{figures.median(group, subject, 0, 'processes'):.0f}",
-                         number(figures.median(group, subject, 0, "peak KB") / 1024)))
+                         number(figures.peak(group, subject, 0) / 1024)))
     text.append(f"""## Against the system's own tools
 
 The same steps in a batch file ([steps.cmd](../bench/steps.cmd)) and in the section of an NSIS installer
@@ -279,13 +285,13 @@ def plot(figures, work, documentation):
         for subject in ("empty", "libraries", "bare", "Finaset"):
             data.write(f'"{subject}" {figures.median("usage", subject, 0)}\n')
     with open(work / "entries.dat", "w", encoding="ascii") as data:
-        empty = figures.median("usage", "empty", 0, "peak KB")
+        empty = figures.peak("usage", "empty", 0)
         for entries in SIZES:
             cells = [entries]
             for shape in ("flat", "tree"):
                 for subject in ("Finaset", "bare"):
                     cells.append(figures.median(f"configure {shape}", subject, entries))
-                    cells.append((figures.median(f"configure {shape}", subject, entries, "peak KB")
+                    cells.append((figures.peak(f"configure {shape}", subject, entries)
                                   - empty) / 1024)
                 cells.append(figures.ratio(f"configure {shape}", "Finaset", "bare", entries)[0])
             data.write(" ".join(str(cell) for cell in cells) + "\n")
@@ -298,28 +304,31 @@ def plot(figures, work, documentation):
     subprocess.run(["gnuplot", "-c", HERE / "plots.gnuplot", documentation], cwd=work, check=True)
 
 
+def measure(programs, results, work):
+    """Makes the data directories, and measures on a machine that has them."""
+    print("bench: making data directories", flush=True)
+    files = work / "files"
+    files.mkdir()
+    for entries in SIZES:
+        make_entries(files / f"flat-{entries}", entries, tree=False)
+        make_entries(files / f"tree-{entries}", entries, tree=True)
+    (files / "steps.cmd").write_bytes((HERE / "steps.cmd").read_bytes())
+    subprocess.run(["makensis", "-V2", f"-DOUTPUT={files}/steps.exe", HERE / "steps.nsi"],
+                   check=True)
+    print("bench: measuring, for some minutes", flush=True)
+    run_on_machine(programs / "bench.exe", windows_path(results), FINASET_FILES=str(files))
+
+
 def main():
-    programs, documentation = (pathlib.Path(argument).resolve() for argument in sys.argv[1:])
+    programs, results, documentation = (pathlib.Path(each).resolve() for each in sys.argv[1:4])
+    print("bench: counting calls", flush=True)
+    counted = run_on_machine(programs / "sweep_tests.exe", GTEST_FILTER="*PlatformCalls*")
+    calls = [[cell.strip() for cell in line.split("|")[1:]]
+             for line in counted.splitlines() if line.startswith("platform calls |")]
     with tempfile.TemporaryDirectory(prefix="finaset-bench.") as directory:
         work = pathlib.Path(directory)
-        print("bench: counting calls", flush=True)
-        counted = run_on_machine(programs / "sweep_tests.exe", GTEST_FILTER="*PlatformCalls*")
-        calls = [[cell.strip() for cell in line.split("|")[1:]]
-                 for line in counted.splitlines() if line.startswith("platform calls |")]
-
-        print("bench: making data directories", flush=True)
-        files = work / "files"
-        files.mkdir()
-        for entries in SIZES:
-            make_entries(files / f"flat-{entries}", entries, tree=False)
-            make_entries(files / f"tree-{entries}", entries, tree=True)
-        (files / "steps.cmd").write_bytes((HERE / "steps.cmd").read_bytes())
-        subprocess.run(["makensis", "-V2", f"-DOUTPUT={files}/steps.exe", HERE / "steps.nsi"],
-                       check=True)
-
-        print("bench: measuring", flush=True)
-        results = pathlib.Path(os.environ.get("FINASET_BENCH_RESULTS", work / "results.csv"))
-        run_on_machine(programs / "bench.exe", windows_path(results), FINASET_FILES=str(files))
+        if sys.argv[4:] != ["--again"]:
+            measure(programs, results, work)
         figures = Figures(results)
         goals, sections = report(figures, calls, programs)
         plot(figures, work, documentation)

@@ -32,16 +32,16 @@ constexpr std::size_t BacktrackingLimit = 256;
 struct Traits : std::regex_traits<wchar_t> {
     // What a digit is worth, or -1. The library makes a stream for that.
     static int value(wchar_t digit, int radix) {
-        constexpr std::wstring_view Digits = L"0123456789abcdef";
-        constexpr std::wstring_view Capitals = L"0123456789ABCDEF";
-        const std::size_t worth = std::min(Digits.find(digit), Capitals.find(digit));
-        return worth < static_cast<std::size_t>(radix) ? static_cast<int>(worth) : -1;
+        const auto count = static_cast<std::size_t>(radix);
+        const std::wstring_view digits(L"0123456789abcdef", count);
+        const std::wstring_view capitals(L"0123456789ABCDEF", count);
+        return static_cast<int>(std::min(digits.find(digit), capitals.find(digit)));  // npos is -1
     }
 
     // With traits that are not its own, GCC's library compares a text with the group that it
     // repeats by this, whatever the options say of the case.
-    template <typename Iterator>
-    [[nodiscard]] std::wstring transform(Iterator first, Iterator last) const {
+    static std::wstring transform(std::wstring::const_iterator first,
+                                  std::wstring::const_iterator last) {
         std::wstring text(first, last);
         ToLowerInPlace(text);
         return text;
