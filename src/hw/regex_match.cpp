@@ -13,19 +13,12 @@ namespace regex = std::regex_constants;
 
 constexpr auto Grammar = regex::ECMAScript | regex::icase;
 
+#ifdef __GLIBCXX__
+
 // By default, GCC's library goes back and forth over the text, and one call deeper for each
 // character: 400 bytes of the stack for ".*", so that a text of some thousand characters overflows
 // it, which nothing catches. It has another engine, which takes the text once, in linear time.
-// Microsoft's library has one engine, with limits of its own.
-#ifdef __GLIBCXX__
 constexpr auto Engine = regex::__polynomial;
-#else
-constexpr regex::syntax_option_type Engine = {};
-#endif
-
-// The longest text that is left to the default engine. No adapter's description is longer: see
-// IF_MAX_STRING_SIZE in ifdef.h.
-constexpr std::size_t BacktrackingLimit = 256;
 
 // The library's own, without the stream in it: that would be the program's only one, and a fifth of
 // its size.
@@ -38,8 +31,8 @@ struct Traits : std::regex_traits<wchar_t> {
         return static_cast<int>(std::min(digits.find(digit), capitals.find(digit)));  // npos is -1
     }
 
-    // With traits that are not its own, GCC's library compares a text with the group that it
-    // repeats by this, whatever the options say of the case.
+    // With traits that are not its own, the library compares a text with the group that it repeats
+    // by this, whatever the options say of the case.
     static std::wstring transform(std::wstring::const_iterator first,
                                   std::wstring::const_iterator last) {
         std::wstring text(first, last);
@@ -47,6 +40,18 @@ struct Traits : std::regex_traits<wchar_t> {
         return text;
     }
 };
+
+#else
+
+// Microsoft's library has one engine, with limits of its own.
+constexpr regex::syntax_option_type Engine = {};
+using Traits = std::regex_traits<wchar_t>;
+
+#endif
+
+// The longest text that is left to the default engine. No adapter's description is longer: see
+// IF_MAX_STRING_SIZE in ifdef.h.
+constexpr std::size_t BacktrackingLimit = 256;
 
 bool Matches(const std::wstring& pattern, const std::wstring& text,
              regex::syntax_option_type options) {
