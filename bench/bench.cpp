@@ -219,13 +219,16 @@ public:
             const std::vector<Subject> subjects = {Program("Finaset", L"Finaset.exe", option),
                                                    {"cmd", cmd + step},
                                                    {"NSIS", nsis + step}};
+            std::vector<test::MachineState> states;
             for (int run = 0; run < (*option == L'\0' ? 2 : 5); ++run) {
                 for (const Subject& subject : subjects) {
                     if (*option == L'\0') {
                         StartServices();
                     }
-                    machine_.WriteStaleSettings();
+                    UndoConfiguration();
                     const Measured measured = Run(subject.commandLine);
+                    states.push_back(StateAtRest());
+                    Write(group, subject, 0, "same state", IsSame(states.back(), states.front()));
                     Time(group, subject, 0, measured);
                     Memory(group, subject, 0, measured);
                     Write(group, subject, 0, "processes", measured.processes);
@@ -246,6 +249,34 @@ private:
                 machine_.Service(name).Start();
             }
         }
+    }
+
+    // So that each run has everything to do.
+    void UndoConfiguration() {
+        machine_.WriteStaleSettings();
+        machine_.WriteSetting(L"FirstRun", 1);
+        std::filesystem::remove(test::Machine::ConfigurationDirectory() / L"oem.xml");
+        std::filesystem::remove(L"C:\\windows\\system32\\tasks\\VxIdle Task");
+    }
+
+    // Of the machine once its services are neither starting nor stopping.
+    test::MachineState StateAtRest() {
+        test::MachineState state = machine_.Describe();
+        const auto isPending = [](const auto& service) {
+            return service.second.state != SERVICE_RUNNING &&
+                   service.second.state != SERVICE_STOPPED;
+        };
+        while (std::ranges::any_of(state.services, isPending)) {
+            ::Sleep(SamplingMs);
+            state = machine_.Describe();
+        }
+        return state;
+    }
+
+    static bool IsSame(const test::MachineState& one, const test::MachineState& other) {
+        return one.services == other.services && one.settings == other.settings &&
+               one.dataFiles == other.dataFiles && one.staleKey == other.staleKey &&
+               one.tasks == other.tasks && one.hardwareBitmask == other.hardwareBitmask;
     }
 
     // Each once without being counted, if that is soon done; then in turns, the other way round

@@ -238,14 +238,16 @@ By the size of a shipped file that is copied:
         for subject, name in (("Finaset", "Finaset.exe"), ("cmd", "batch file"), ("NSIS", "NSIS")):
             rows.append((what, name, number(figures.median(group, subject, 0)),
                          f"{figures.median(group, subject, 0, 'processes'):.0f}",
-                         number(figures.peak(group, subject, 0) / 1024)))
+                         number(figures.peak(group, subject, 0) / 1024),
+                         "yes" if all(figures.all[group, subject, 0, "same state"]) else "no"))
     text.append(f"""## Against the system's own tools
 
 The same steps in a batch file ([steps.cmd](../bench/steps.cmd)) and in the section of an NSIS installer
 ([steps.nsi](../bench/steps.nsi)), with net, reg, copy, ipconfig and schtasks. Memory is what the
-processes of a run have together at a time, shared pages counted in each.
+processes of a run have together at a time, shared pages counted in each. Each run has the same to do;
+whether it leaves services, settings, files and tasks as the program does is looked at after each.
 
-{table(("", "", "ms", "processes", "peak, MB"), rows)}
+{table(("", "", "ms", "processes", "peak, MB", "same state"), rows)}
 ![Time, processes and memory beside the system's tools](benchmark-tools.svg)
 
 It is not quite the same. Wine's icacls does nothing, so the lists of the data directories are left out
