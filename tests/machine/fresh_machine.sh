@@ -68,7 +68,8 @@ export WINEDLLOVERRIDES='mscoree,mshtml=;winemenubuilder.exe,winedbg.exe=d'
 set_up() {
     "$wine" "$@" >"$machine/set-up.log" 2>&1 </dev/null || {
         cat "$machine/set-up.log" >&2
-        echo "the machine cannot be set up" >&2
+        echo "the machine cannot be set up; free there:" \
+            "$(df --human-readable --output=avail "$machine" | tail -n 1)" >&2
         exit 1
     }
 }
