@@ -239,7 +239,7 @@ By the size of a shipped file that is copied:
             rows.append((what, name, number(figures.median(group, subject, 0)),
                          f"{figures.median(group, subject, 0, 'processes'):.0f}",
                          number(figures.peak(group, subject, 0) / 1024),
-                         "yes" if all(figures.all[group, subject, 0, "same state"]) else "no"))
+                         {0: "no", 1: "yes"}[min(figures.all[group, subject, 0, "same state"])]))
     text.append(f"""## Against the system's own tools
 
 The same steps in a batch file ([steps.cmd](../bench/steps.cmd)) and in the section of an NSIS installer
