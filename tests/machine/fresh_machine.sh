@@ -40,8 +40,14 @@ unset FINASET_IN_NETWORK
 # Less than CTest waits for, since what CTest ends leaves its machine behind.
 limit=${FINASET_MACHINE_LIMIT:-270}
 
-wine=/usr/lib/wine/wine64
+wine=(/usr/lib/wine/wine64)
 wineserver=/usr/lib/wine/wineserver64
+
+# Linux puts a program's heap anywhere in the gigabyte behind Wine's loader, and in that gigabyte is the
+# page that Windows shares with each process: one process in 8,000 could not be started.
+if setarch --addr-no-randomize true 2>/dev/null; then
+    wine=(setarch --addr-no-randomize "${wine[@]}")
+fi
 
 machine=${FINASET_KEEP_MACHINE:-$(mktemp -d "${TMPDIR:-/tmp}/finaset-machine.XXXXXX")}
 export WINEPREFIX=$machine/prefix
@@ -66,7 +72,7 @@ export WINEDLLOVERRIDES='mscoree,mshtml=;winemenubuilder.exe,winedbg.exe=d'
 
 # set_up ARGUMENT...: runs one of Wine's own programs, and shows what it said if it fails.
 set_up() {
-    "$wine" "$@" >"$machine/set-up.log" 2>&1 </dev/null || {
+    "${wine[@]}" "$@" >"$machine/set-up.log" 2>&1 </dev/null || {
         cat "$machine/set-up.log" >&2
         echo "the machine cannot be set up; free there:" \
             "$(df --human-readable --output=avail "$machine" | tail -n 1)" >&2
@@ -91,8 +97,8 @@ cd "$WINEPREFIX/drive_c"
 
 if [[ -n ${FINASET_KEEP_MACHINE:-} ]]; then
     # Out of reach of the hang-up that ends what a terminal leaves behind.
-    setsid --wait "$wine" "$program" "$@"
+    setsid --wait "${wine[@]}" "$program" "$@"
 else
     left=$((limit - SECONDS))
-    timeout --kill-after=5 $((left > 0 ? left : 1)) "$wine" "$program" "$@"
+    timeout --kill-after=5 $((left > 0 ? left : 1)) "${wine[@]}" "$program" "$@"
 fi

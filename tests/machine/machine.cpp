@@ -50,7 +50,6 @@ constexpr wchar_t TaskServiceLibraryName[] = L"stand_in_task_service.dll";
 constexpr wchar_t ShippedFiles[][9] = {L"user.xml", L"oem.xml", L"vx.stg"};
 constexpr DWORD RunLimitMs = 180'000;   // no run lasts so long
 constexpr DWORD ReadyLimitMs = 30'000;  // no stand-in needs so long to be ready
-constexpr int MaxAttempts = 5;
 
 // The running processes whose program lies in `directory`, by the program's file name.
 std::multimap<std::wstring, DWORD> ProcessesFrom(const std::filesystem::path& directory) {
@@ -85,15 +84,8 @@ StartedProcess StartProcess(std::wstring commandLine, HANDLE output, DWORD flags
         startup.hStdError = output;
     }
     PROCESS_INFORMATION info = {};
-    BOOL started = FALSE;
-    int attempts = 0;
-    do {
-        started = ::CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, output != nullptr,
-                                   flags, nullptr, nullptr, &startup, &info);
-        // Wine's word for a process that died before its program began: the system below it had put
-        // something where each process has its page of shared data.
-    } while (!started && ::GetLastError() == ERROR_INTERNAL_ERROR && ++attempts < MaxAttempts);
-    if (!started) {
+    if (!::CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, output != nullptr, flags,
+                          nullptr, nullptr, &startup, &info)) {
         throw std::runtime_error("a program cannot be started, error " +
                                  std::to_string(::GetLastError()));
     }
