@@ -35,8 +35,9 @@ const std::filesystem::path Files = L"C:\\files";
 constexpr DWORD SamplingMs = 20;     // beside a run that is timed
 constexpr DWORD FineSamplingMs = 1;  // of a short one that is not
 constexpr DWORD RunLimitMs = 180'000;
+constexpr DWORD NoSampling = RunLimitMs;  // of a short one that is timed
 constexpr int ManyEntries = 10'000;
-constexpr ULONGLONG TurnsLimitMs = 40'000;
+constexpr ULONGLONG TurnsLimitMs = 360'000;
 
 // Of a run, with the processes that it starts.
 struct Measured {
@@ -101,7 +102,7 @@ Measured Run(std::wstring commandLine, DWORD samplingMs = SamplingMs) {
     while (::WaitForSingleObject(process.Get(), samplingMs) == WAIT_TIMEOUT) {
         measured.peakBytes = std::max(measured.peakBytes, WorkingSetsOf(job.Get()));
         waited += samplingMs;
-        if (waited > RunLimitMs) {
+        if (waited >= RunLimitMs) {
             test::EndProcess(info.dwProcessId);
             throw std::runtime_error("a program does not end");
         }
@@ -130,6 +131,7 @@ public:
         machine_.InstallProgram(L"libraries_program.exe", L"libraries.exe");
         machine_.InstallProgram(L"empty_program.exe", L"empty.exe");
         machine_.InstallProgram(L"search_program.exe", L"search.exe");
+        machine_.InstallProgram(L"without_lists.exe", L"without_lists.exe");
     }
 
     // Starting, and nothing to do.
@@ -137,7 +139,7 @@ public:
         const std::vector<Subject> subjects = {
             Program("Finaset", L"Finaset.exe", L"/?"), Program("bare", L"bare.exe", L"/?"),
             Program("libraries", L"libraries.exe", L""), Program("empty", L"empty.exe", L"")};
-        TakeTurns("usage", subjects, 0, 40);
+        TakeTurns("usage", subjects, 0, 40, NoSampling);
         for (int run = 0; run < 10; ++run) {
             for (const Subject& subject : subjects) {
                 Memory("usage", subject, 0, Run(subject.commandLine, FineSamplingMs));
@@ -149,7 +151,7 @@ public:
     void Configure() {
         const std::vector<Subject> subjects = {Program("Finaset", L"Finaset.exe", L"/CONFIGURE"),
                                                Program("bare", L"bare.exe", L"/CONFIGURE")};
-        const std::pair<int, int> sizes[] = {{100, 9}, {1'000, 9}, {10'000, 5}, {100'000, 3}};
+        const std::pair<int, int> sizes[] = {{100, 9}, {1'000, 9}, {10'000, 9}, {100'000, 5}};
         for (const auto& [entries, runs] : sizes) {
             for (const std::wstring shape : {L"flat", L"tree"}) {
                 const std::wstring directory = shape + L"-" + std::to_wstring(entries);
@@ -216,9 +218,11 @@ public:
         for (const auto& [group, option, step] :
              {std::tuple{"tools configure", L"/CONFIGURE", L"configure"},
               std::tuple{"tools all", L"", L"all"}}) {
-            const std::vector<Subject> subjects = {Program("Finaset", L"Finaset.exe", option),
-                                                   {"cmd", cmd + step},
-                                                   {"NSIS", nsis + step}};
+            const std::vector<Subject> subjects = {
+                Program("Finaset", L"Finaset.exe", option),
+                Program("without lists", L"without_lists.exe", option),
+                {"cmd", cmd + step},
+                {"NSIS", nsis + step}};
             std::vector<test::MachineState> states;
             for (int run = 0; run < (*option == L'\0' ? 2 : 5); ++run) {
                 for (const Subject& subject : subjects) {
@@ -281,8 +285,8 @@ private:
 
     // Each once without being counted, if that is soon done; then in turns, the other way round
     // every second time, for as often as said, or as long as it may take.
-    void TakeTurns(const std::string& group, std::vector<Subject> subjects, int entries,
-                   int turns) {
+    void TakeTurns(const std::string& group, std::vector<Subject> subjects, int entries, int turns,
+                   DWORD samplingMs = SamplingMs) {
         std::cout << group << " " << entries << std::endl;
         const ULONGLONG start = ::GetTickCount64();
         for (int turn = entries > ManyEntries ? 0 : -1; turn < turns; ++turn) {
@@ -291,7 +295,7 @@ private:
             }
             for (const Subject& subject : subjects) {
                 machine_.WriteStaleSettings();
-                const Measured measured = Run(subject.commandLine);
+                const Measured measured = Run(subject.commandLine, samplingMs);
                 if (turn >= 0) {
                     Time(group, subject, entries, measured);
                     Memory(group, subject, entries, measured);
