@@ -123,7 +123,6 @@ def report(figures, calls, programs):
     ratio = figures.ratio("usage", "Finaset", "bare", 0)
     goals.append(("`/?`, over the bare program", "1.15", f"{ratio[0]:.2f}",
                   verdict(ratio[0] <= 1.15)))
-    empty = figures.median("usage", "empty", 0)
     names = {
         "empty": "the empty program",
         "libraries": "the empty program, with the libraries that the program has",
@@ -131,11 +130,13 @@ def report(figures, calls, programs):
         "Finaset": "`Finaset.exe /?`",
     }
     rows = [(name, f"{figures.median('usage', subject, 0):.2f}",
-             f"{figures.median('usage', subject, 0) / empty:.2f}")
+             f"{figures.ratio('usage', subject, 'empty', 0)[0]:.2f}")
             for subject, name in names.items()]
     text.append(f"""## Starting
 
-{figures.runs('usage', 'Finaset', 0)} runs of each, in turns; medians.
+{figures.runs('usage', 'Finaset', 0)} runs of each, in turns; medians of the times, and of the ratios of runs that stood side by side.
+The fastest and the slowest run of the empty program are a factor of {figures.unrest('usage', 'empty', 0):.1f} apart: what the last
+three differ by among themselves is the machine's unrest.
 
 {table(("", "ms", "to the empty program"), rows)}
 ![The time of a run that does nothing](benchmark-start.svg)
@@ -230,7 +231,8 @@ The peak of the working set, sampled while the program runs, over that of the em
 ({number(empty)} KB). The libraries take the most of it. Wine reads a directory as a whole when a search
 begins: a program that does nothing else takes {search:.0f} bytes for each entry of the flat directory. That
 leaves {flat - search:.0f} to the program, for the names, of 15 characters here, which it collects before
-it sets the first list.
+it sets the first list: 80 for a string each, the rest for the growth of their list. One block for all
+names would come below the goal, and be harder to read.
 
 {table(("", "entries", "Finaset, KB", "bare, KB"), rows)}
 ![The memory by the number of entries](benchmark-memory.svg)
@@ -308,7 +310,7 @@ def plot(figures, work, documentation):
                 cells.append(figures.ratio(f"configure {shape}", "Finaset", "bare", entries)[0])
             data.write(" ".join(str(cell) for cell in cells) + "\n")
     with open(work / "tools.dat", "w", encoding="ascii") as data:
-        for subject, name in (("without lists", "Finaset"), ("cmd", "batch file"), ("NSIS", "NSIS")):
+        for subject, name in (("without lists", "Finaset"), ("cmd", "batch"), ("NSIS", "NSIS")):
             cells = [figures.median(group, subject, 0, measure) * scale
                      for group in ("tools configure", "tools all")
                      for measure, scale in (("ms", 1), ("processes", 1), ("peak KB", 1 / 1024))]

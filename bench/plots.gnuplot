@@ -15,7 +15,7 @@ set boxwidth 0.5
 stats "start.dat" using 2 every ::0::0 nooutput
 limit = 1.15 * STATS_max
 plot "start.dat" using 0:2:xtic(1) with boxes lc "#3b6ea5" notitle, \
-     "" using 0:2:(sprintf("%.1f ms", $2)) with labels offset 0,0.8 notitle, \
+     "" using 0:2:(sprintf("%.1f ms", $2)) with labels offset 0,-1 tc "white" notitle, \
      limit lc "#c0392b" lw 2 dt 2 title "limit: 1.15 times the empty program"
 unset boxwidth
 
@@ -72,6 +72,7 @@ unset format
 set format y "%g"
 set style data histograms
 set style histogram clustered gap 1
+set xtics font ",11"
 set key outside center bottom vertical
 set yrange [0:*]
 set ylabel "time (ms), median"
@@ -81,6 +82,7 @@ plot "tools.dat" using 2:xtic(1) lc "#3b6ea5" title "configure", \
      "" using 5 lc "#5a9a4a" title "stop, configure, start"
 unset logscale y
 set yrange [0:*]
+set offsets 0, 0, graph 0.05, 0
 set ylabel "processes"
 plot "tools.dat" using 3:xtic(1) lc "#3b6ea5" title "configure", \
      "" using 6 lc "#5a9a4a" title "stop, configure, start"
