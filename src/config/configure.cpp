@@ -9,21 +9,15 @@
 #include "fs/security_response.h"
 #include "hw/adapter_bitmask.h"
 #include "hw/features.h"
-#include "registry/registry_key.h"
-#include "shared/guarded.h"
 #include "tasks/scheduled_tasks.h"
 
 #include <windows.h>
 
-#include <cstddef>
-#include <cstdint>
 #include <string>
 
 namespace {
 
-using Utils::Guarded;
-
-constexpr std::size_t BannerDashes = 55;
+constexpr int BannerDashes = 55;
 
 // Nothing is said of the outcome.
 void ClearFirstRunMarker() {
@@ -37,36 +31,30 @@ bool Configure() {
     PrintSectionBanner(BannerDashes, "Setting Up Configuration Settings and Environment....\r\n");
 
     ConsolePrint("Delete Registry Settings.....\r\n");
-    Guarded([] { DeleteSettings(DeleteList); });
+    DeleteSettings(DeleteList);
 
     ConsolePrint("\r\nCopyFiles.....\r\n");
-    Guarded([] { RunFileOperations(); });
+    RunFileOperations();
 
     ConsolePrint("\r\nSecureFilesDirectories.....\r\n");
-    bool secured = false;  // so it stays if the securing is cut off
-    Guarded([&] { secured = SecureDirectories(); });
+    const bool secured = SecureDirectories();
     if (secured) {
         ConsolePrint("\r\nWrite Registry Settings.....\r\n");
-        Guarded([] { WriteSettings(WriteList); });
+        WriteSettings(WriteList);
         ConsolePrint("Computing Tarsel HW Bitmask\r\n");
-        Guarded([] {
-            g_hardwareBitmask =
-                ComputeHardwareBitmask(L"Tarsel_HWConfigDefault", L"Tarsel_HWConfig");
-        });
+        g_hardwareBitmask = ComputeHardwareBitmask(L"Tarsel_HWConfigDefault", L"Tarsel_HWConfig");
         ConsolePrint("Enabling Features by Tarsel HW Bitmask\r\n");
-        Guarded([] { EnableFeaturesByBitmask(); });
+        EnableFeaturesByBitmask();
         ConsolePrint("\r\nScheduling Tasks.....\r\n");
-        Guarded([] { ScheduleTasks(); });  // a task that is missing leaves no machine insecure
+        ScheduleTasks();  // a task that is missing leaves no machine insecure
     } else {
-        Guarded([] {
-            std::wstring reason =
-                L"Security Vulnerability Securing Directories due to Failure Setting ACLs or Links "
-                L"Detected";
-            RespondToSecurityFailure(reason);
-        });
+        std::wstring reason =
+            L"Security Vulnerability Securing Directories due to Failure Setting ACLs or Links "
+            L"Detected";
+        RespondToSecurityFailure(reason);
     }
 
-    Guarded([] { ClearFirstRunMarker(); });
+    ClearFirstRunMarker();
     return secured;
 }
 

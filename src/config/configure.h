@@ -5,8 +5,9 @@
 #include <span>
 
 // The configure action: prepares the machine for the product's service, and clears its first-run
-// marker whatever became of the rest. Returns whether the product's directories are secured. If
-// they are not, nothing more is configured, and the product is uninstalled.
+// marker in the end. Returns whether the product's directories are secured. If they are not,
+// nothing more is configured, and the product is uninstalled. A want of memory ends the whole
+// action where it is, by its exception: meant.
 bool Configure();
 
 // Delete or write each setting in order, one line of the log each, whatever becomes of the others.

@@ -1,7 +1,7 @@
 #pragma once
 
 // The names of the values that the product's service keeps in its Parameters key: the service's own
-// settings. No step reads or writes them but those that the tables name.
+// settings. No step reads or writes them but those that the tables name, and FirstRun.
 namespace ServiceParameter {
 
 inline constexpr wchar_t ActivityLogDirectory[] = L"ActivityLogDirectory";

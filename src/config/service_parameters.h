@@ -1,7 +1,7 @@
 #pragma once
 
-// The product's one configuration key, under HKEY_LOCAL_MACHINE, and what this program keeps in it
-// or takes from it. In a directory, environment variables stand in the form %name%.
+// The product's one configuration key, under HKEY_LOCAL_MACHINE, and the directories that values in
+// it move, with their defaults. Environment variables stand in them in the form %name%.
 
 inline constexpr wchar_t ServiceParametersKey[] =
     L"SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service\\Parameters";

@@ -12,7 +12,6 @@
 
 #include <windows.h>
 
-#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -22,8 +21,8 @@ using Utils::Guarded;
 
 constexpr std::uint32_t DefaultActions = 15;  // stop, configure, start, and a bit without meaning
 
-constexpr std::size_t StopBannerDashes = 24;
-constexpr std::size_t StartBannerDashes = 22;
+constexpr int StopBannerDashes = 24;
+constexpr int StartBannerDashes = 22;
 
 struct Option {
     std::wstring_view text;

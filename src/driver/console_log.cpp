@@ -50,9 +50,10 @@ void PrintVerdict(bool success) {
     ConsolePrint("%ls\r\n", success ? L"Success" : L"Failure");
 }
 
-void PrintSectionBanner(std::size_t dashes, const char* title) {
-    const std::string line(dashes, '-');
-    ConsolePrint("\r\n%s\r\n", line.c_str());
+void PrintSectionBanner(int dashes, const char* title) {
+    // As many as the longest line has: a banner needs no memory.
+    constexpr char Line[] = "-------------------------------------------------------";
+    ConsolePrint("\r\n%.*s\r\n", dashes, Line);
     ConsolePrint("%s", title);
-    ConsolePrint("%s\r\n", line.c_str());
+    ConsolePrint("%.*s\r\n", dashes, Line);
 }

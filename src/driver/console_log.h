@@ -2,7 +2,6 @@
 
 #include "shared/c_runtime.h"
 
-#include <cstddef>
 #include <cstdint>
 
 // Puts standard output into binary mode, so that a line end arrives as it is written: "\r\n" as two
@@ -23,6 +22,6 @@ std::int32_t ConsolePrint(const wchar_t* format, ...);
 // Ends the line of a file, directory or registry item: "Success" or "Failure".
 void PrintVerdict(bool success);
 
-// Opens a section of the log with its three writes: an empty line and a line of `dashes` dashes,
-// the title (with its own line end), and the line of dashes again.
-void PrintSectionBanner(std::size_t dashes, const char* title);
+// Opens a section of the log with its three writes: an empty line and a line of `dashes` dashes, 55
+// at the most, the title (with its own line end), and the line of dashes again.
+void PrintSectionBanner(int dashes, const char* title);

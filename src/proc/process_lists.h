@@ -4,8 +4,8 @@
 
 #include <vector>
 
-// What is stopped, started and disabled, in this order. The orders are deliberate and the lists do
-// not mirror one another: see process_lists.cpp.
+// What is stopped, started and disabled, in this order. The orders are deliberate, and the lists do
+// not mirror one another.
 extern const std::vector<ProcessEntry> StopList;
 extern const std::vector<ProcessEntry> StartList;
 extern const std::vector<ProcessEntry> DisableList;

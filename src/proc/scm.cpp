@@ -12,24 +12,24 @@ SCM::SCM()
     : manager_(::OpenSCManagerW(/*lpMachineName=*/nullptr, /*lpDatabaseName=*/nullptr,
                                 SC_MANAGER_CONNECT | SC_MANAGER_ENUMERATE_SERVICE)) {}
 
-ServiceHandle SCM::OpenService(const std::wstring& name, DWORD access) const {
+ServiceHandle SCM::Open(const std::wstring& name, DWORD access) const {
     return manager_ ? ServiceHandle(::OpenServiceW(manager_.Get(), name.c_str(), access))
                     : ServiceHandle();
 }
 
 bool SCM::RequestStart(const std::wstring& name) const {
-    const ServiceHandle service = OpenService(name, SERVICE_START);
+    const ServiceHandle service = Open(name, SERVICE_START);
     return service && ::StartServiceW(service.Get(), 0, nullptr) != FALSE;
 }
 
 bool SCM::RequestStop(const std::wstring& name) const {
-    const ServiceHandle service = OpenService(name, SERVICE_STOP);
+    const ServiceHandle service = Open(name, SERVICE_STOP);
     SERVICE_STATUS status = {};
     return service && ::ControlService(service.Get(), SERVICE_CONTROL_STOP, &status) != FALSE;
 }
 
 bool SCM::SetDisabled(const std::wstring& name) const {
-    const ServiceHandle service = OpenService(name, SERVICE_CHANGE_CONFIG);
+    const ServiceHandle service = Open(name, SERVICE_CHANGE_CONFIG);
     return service &&
            ::ChangeServiceConfigW(service.Get(), SERVICE_NO_CHANGE, SERVICE_DISABLED,
                                   SERVICE_NO_CHANGE, /*lpBinaryPathName=*/nullptr,
@@ -40,7 +40,7 @@ bool SCM::SetDisabled(const std::wstring& name) const {
 
 bool SCM::WaitForState(const std::wstring& name, DWORD target, std::uint64_t /*reserved*/,
                        DWORD timeoutMs) const {
-    const ServiceHandle service = OpenService(name, SERVICE_QUERY_STATUS);
+    const ServiceHandle service = Open(name, SERVICE_QUERY_STATUS);
     if (!service) {
         return false;
     }

@@ -34,7 +34,7 @@ public:
                                     DWORD timeoutMs) const;
 
 private:
-    [[nodiscard]] ServiceHandle OpenService(const std::wstring& name, DWORD access) const;
+    [[nodiscard]] ServiceHandle Open(const std::wstring& name, DWORD access) const;
 
     ServiceHandle manager_;
 };

@@ -4,15 +4,15 @@
 #include "proc/applications.h"
 #include "proc/process_lists.h"
 #include "proc/scm.h"
+#include "shared/guarded.h"
 
 #include <windows.h>
 
-#include <cstddef>
 #include <string>
 
 namespace {
 
-constexpr std::size_t DisableBannerDashes = 24;
+constexpr int DisableBannerDashes = 24;
 
 // How a service is brought into another state, and the texts of its line.
 struct Transition {
@@ -81,10 +81,12 @@ bool DisableServices(std::span<const ProcessEntry> entries) {
         if (entry.name.empty() || entry.kind != EntryKind::Service) {
             continue;
         }
-        ConsolePrint("Disabling Service %ls....", entry.name.c_str());
-        const bool disabled = Utils::SCM().SetDisabled(entry.name);
-        ConsolePrint("%s",
-                     disabled ? "Disabled\r\n" : "Disable  failed!\r\n");  // two blanks: meant
+        Utils::Guarded([&] {
+            ConsolePrint("Disabling Service %ls....", entry.name.c_str());
+            const bool disabled = Utils::SCM().SetDisabled(entry.name);
+            ConsolePrint("%s",
+                         disabled ? "Disabled\r\n" : "Disable  failed!\r\n");  // two blanks: meant
+        });
     }
     return true;
 }

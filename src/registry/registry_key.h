@@ -8,7 +8,7 @@ namespace Utils {
 
 // What a key object may be told to work within. With a handle, keys are opened, created and deleted
 // in that kernel transaction. Without one, they are reached plainly if that is allowed, or not at
-// all. The handle stays its creator's.
+// all. The handle stays its creator's. No step works within one yet it is kept: meant.
 struct RegistryTransaction {
     HANDLE handle = nullptr;
     bool plainAllowed = false;

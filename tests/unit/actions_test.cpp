@@ -14,6 +14,7 @@
 #include <windows.h>
 
 #include <aclapi.h>
+#include <objbase.h>
 
 #include <cstdint>
 #include <cstring>
@@ -435,32 +436,46 @@ TEST_F(ActionsWithoutMemory, GoOnWithTheNextServiceAndTheNextStep) {
                   "\r\n------------------------\r\n"
                   "Disabling Processes....\r\n"
                   "------------------------\r\n"
-                  "Disabling Service Corvo....");
+                  "Disabling Service Corvo...."
+                  "Disabling Service TarselHubService...."
+                  "Disabling Service Ardex...."
+                  "Disabling Service Tarsel Metrics Service...."
+                  "Disabling Service Tarsel Nimbus Network Service...."
+                  "Disabling Service Tarsel Data Relay Service....");
 }
 
-TEST_F(ActionsWithoutMemory, GoOnBehindTheApplicationAndTheScheduledTasks) {
-    std::string configured = ConfigureSection();
-    configured.resize(configured.find("   Creating Task Name"));
+TEST_F(ActionsWithoutMemory, GoOnBehindTheApplications) {
     ImportHook<&::K32EnumProcesses> enumerate(
         [](DWORD*, DWORD, LPDWORD) -> BOOL { throw std::bad_alloc(); });
-    ImportHook<&::QueryFullProcessImageNameW> image(
-        [](HANDLE, DWORD, LPWSTR, PDWORD) -> BOOL { throw std::bad_alloc(); });
+    ImportHook<&::CreateProcessW> launch([](auto...) -> BOOL { throw std::bad_alloc(); });
     const auto without = [](std::string text, const std::string& verdict) {
         return text.erase(text.find(verdict), verdict.size());
     };
-    EXPECT_EQ(Log(), StopBanner + without(StopLines, " application not found!\r\n") + configured +
-                         StartBanner + without(StartLines, "start failed!\r\n") + DisableSection);
+    EXPECT_EQ(Log(), StopBanner + without(StopLines, " application not found!\r\n") +
+                         ConfigureSection() + StartBanner +
+                         without(StartLines, "start failed!\r\n") + DisableSection);
 }
 
-TEST_F(ActionsWithoutMemory, NeitherStartNorDisableWhatMayNotBeSecured) {
-    test::FakeProcesses processes;
-    processes.ownPath.clear();
-    const test::FakeEventLog events;
-    ImportHook<&::SetNamedSecurityInfoW> secure([](LPWSTR, SE_OBJECT_TYPE, SECURITY_INFORMATION,
-                                                   PSID, PSID, PACL,
-                                                   PACL) -> DWORD { throw std::bad_alloc(); });
-    EXPECT_EQ(Log(), std::string(StopBanner) + StopLines + ConfigureLines + SecuringLines +
-                         (UnsecuredConfigureLines + std::strlen("Failure\r\n")));
+// Wherever it is: here before the securing, in it, and behind it.
+TEST_F(ActionsWithoutMemory, EndTheConfigureActionAndNeitherStartNorDisableAnything) {
+    const std::string stopped = std::string(StopBanner) + StopLines;
+    const auto configuredUpTo = [section = ConfigureSection()](const char* end) {
+        return section.substr(0, section.find(end) + std::strlen(end));
+    };
+    {
+        ImportHook<&::RegDeleteValueW> remove(
+            [](HKEY, LPCWSTR) -> LSTATUS { throw std::bad_alloc(); });
+        EXPECT_EQ(Log(), stopped + configuredUpTo("ConfigFileDirectory= \t - \t"));
+    }
+    {
+        ImportHook<&::SetNamedSecurityInfoW> secure(
+            [](auto...) -> DWORD { throw std::bad_alloc(); });
+        EXPECT_EQ(Log(), stopped + configuredUpTo("Setting DACLs on File/Directory  \t - \t"));
+    }
+    {
+        ImportHook<&::CoCreateInstance> create([](auto...) -> HRESULT { throw std::bad_alloc(); });
+        EXPECT_EQ(Log(), stopped + configuredUpTo("VxIdleTask.exe]....\n"));
+    }
 }
 
 TEST_F(ActionsWithoutMemory, DoNothingIfItCannotBeToldWhat) {
@@ -496,7 +511,7 @@ TEST_F(ActionsTest, EndWithTheFinishBannerWhicheverAllocationFails) {
         const bool starts = has("\r\nStarting Processes");
         const bool disables = has("\r\nDisabling Processes");
         // It cost one step at the most, or all if it could not be told what to do, or also those
-        // that need a secured machine.
+        // that need a configured machine.
         EXPECT_TRUE((stops && configures) || (stops && !starts && !disables) ||
                     (configures && starts && disables) || log == std::string(Started) + Finished)
             << log;

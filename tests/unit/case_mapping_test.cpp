@@ -1,10 +1,23 @@
 #include "driver/case_mapping.h"
 
+#include <algorithm>
 #include <cwctype>
 #include <gtest/gtest.h>
+#include <locale>
 #include <string>
 
 namespace {
+
+// Of a locale in which every letter is an X.
+class CaseOfX : public std::ctype<wchar_t> {
+    const wchar_t* do_toupper(wchar_t* first, const wchar_t* last) const override {
+        std::fill(first, const_cast<wchar_t*>(last), L'X');
+        return last;
+    }
+    const wchar_t* do_tolower(wchar_t* first, const wchar_t* last) const override {
+        return do_toupper(first, last);
+    }
+};
 
 std::wstring Upper(std::wstring text) {
     ToUpperInPlace(text);
@@ -57,6 +70,14 @@ TEST(CaseMapping, IsTheCLocales) {
     }
     EXPECT_TRUE(Upper(EveryCharacter()) == upper);  // EXPECT_EQ would print 64 K characters
     EXPECT_TRUE(Lower(EveryCharacter()) == lower);
+}
+
+TEST(CaseMapping, KeepsTheLocaleOfItsFirstUse) {
+    Upper(L"first");
+    const std::locale before = std::locale::global(std::locale(std::locale(), new CaseOfX));
+    EXPECT_EQ(Upper(L"ab"), L"AB");
+    EXPECT_EQ(Lower(L"AB"), L"ab");
+    std::locale::global(before);
 }
 
 }  // namespace

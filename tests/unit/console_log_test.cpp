@@ -1,6 +1,7 @@
 #include "driver/console_log.h"
 
 #include "support/console_capture.h"
+#include "support/failing_allocation.h"
 #include "support/import_hook.h"
 #include "support/print_hook.h"
 
@@ -182,11 +183,21 @@ TEST(PrintSectionBanner, IsThreeWrites) {
 }
 
 TEST(PrintSectionBanner, HasAsManyDashesAsItIsTold) {
-    for (const std::size_t dashes : {0U, 22U, 24U, 26U, 55U}) {
-        const std::string line = std::string(dashes, '-') + "\r\n";
+    for (const int dashes : {0, 22, 24, 26, 55}) {
+        const std::string line = std::string(static_cast<std::size_t>(dashes), '-') + "\r\n";
         EXPECT_EQ(Printed([&] { PrintSectionBanner(dashes, "T\r\n"); }),
                   "\r\n" + line + "T\r\n" + line);
     }
+}
+
+TEST(PrintSectionBanner, NeedsNoMemory) {
+    bool asked = true;
+    Printed([&] {
+        const test::FailingAllocation failing(0);
+        PrintSectionBanner(55, "T\r\n");
+        asked = failing.Failed();
+    });
+    EXPECT_FALSE(asked);
 }
 
 TEST(PrepareConsole, PutsStandardOutputIntoBinaryMode) {
