@@ -32,6 +32,7 @@ const std::set<std::string> NoTexts = {
     "%ls",
     "%s",
     "%lc",
+    "-------------------------------------------------------",  // a banner's, or as many as it has
     "?",
     "*",
     ".",
