@@ -23,6 +23,7 @@
 #include <new>
 #include <ostream>
 #include <span>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -348,6 +349,12 @@ TEST_F(ActionsTest, AreNoneForTheUsageText) {
     EXPECT_EQ(chosen, 0U);
 }
 
+TEST_F(ActionsTest, AreExplainedUnderTheNameThatTheProgramWasCalledBy) {
+    const wchar_t* const arguments[] = {L"D:\\another name.exe", L"/?"};
+    EXPECT_THAT(Printed([&] { ChooseActions(2, arguments); }),
+                testing::StartsWith("\r\nanother name [/<Option>]\r\n"));
+}
+
 TEST_F(ActionsTest, RunInTheirOrderWhateverTheyAreCombinedWith) {
     for (std::uint32_t bits = 0; bits < 16; ++bits) {
         // The four bits that mean something; those between them are set with every second one.
@@ -482,6 +489,20 @@ TEST_F(ActionsWithoutMemory, DoNothingIfItCannotBeToldWhat) {
     ImportHook<&::RegQueryValueExW> query([](HKEY, LPCWSTR, LPDWORD, LPDWORD, LPBYTE,
                                              LPDWORD) -> LSTATUS { throw std::bad_alloc(); });
     EXPECT_EQ(Log(), "");
+}
+
+// Not only for want of memory: a text that is longer than any may be is another exception.
+TEST_F(ActionsTest, GoOnWithTheNextServiceWhateverTheStandardLibraryThrows) {
+    ImportHook<&::OpenSCManagerW> connect(
+        [](LPCWSTR, LPCWSTR, DWORD) -> SC_HANDLE { throw std::length_error("too long"); });
+    EXPECT_EQ(LogOfRun({L"/START"}),
+              std::string(Started) + StartBanner +
+                  "Starting Application BriskoLU.exe with command line -u....start failed!\r\n"
+                  "Starting Ardex...."
+                  "Starting Tarsel Metrics Service...."
+                  "Starting Tarsel Nimbus Network Service...."
+                  "Starting Tarsel Data Relay Service...." +
+                  Finished);
 }
 
 // Each allocation of a run fails in turn, until a run is through without.

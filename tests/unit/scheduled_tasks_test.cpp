@@ -13,6 +13,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <new>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -321,6 +323,48 @@ TEST_F(DeleteTask, FailsForWantOfMemoryForAnyOfItsStrings) {
         EXPECT_TRUE(want.Reached());
     }
 }
+
+// The program's own want of memory, which is no COM error, at one step of a routine.
+class TasksWithoutMemory : public Tasks, public testing::WithParamInterface<const char*> {
+protected:
+    TasksWithoutMemory() {
+        service_.onCall = [](const std::string& call) -> std::optional<HRESULT> {
+            return call == GetParam() ? throw std::bad_alloc() : std::nullopt;
+        };
+    }
+
+    // What the routine prints until that ends it.
+    static std::string Cut(void (*routine)()) {
+        bool thrown = false;
+        std::string printed = Printed([&] {
+            try {
+                routine();
+            } catch (const std::bad_alloc&) {
+                thrown = true;
+            }
+        });
+        EXPECT_TRUE(thrown);
+        return printed;
+    }
+};
+
+using CreateTaskWithoutMemory = TasksWithoutMemory;
+using DeleteTaskWithoutMemory = TasksWithoutMemory;
+
+TEST_P(CreateTaskWithoutMemory, PassesThatOnWithoutALine) {
+    EXPECT_EQ(Cut([] { CreateScheduledTask(L"A Task", L"<the xml/>", L"C:\\a b\\x.exe"); }),
+              Creating);
+}
+
+TEST_P(DeleteTaskWithoutMemory, PassesThatOnWithoutALine) {
+    EXPECT_EQ(Cut([] { DeleteScheduledTask(L"A Task"); }), Deleting);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, CreateTaskWithoutMemory,
+                         testing::Values("Connect", "NewTask", "put_XmlText", "GetFolder",
+                                         "RegisterTaskDefinition"));
+INSTANTIATE_TEST_SUITE_P(All, DeleteTaskWithoutMemory,
+                         testing::Values("Connect", "GetFolder", "DeleteTask"));
 
 TEST_F(DeleteTask, ReportsARefusalWithTheLastErrorAndCountsItAsSuccess) {
     for (const DWORD result : {0x80070002U, 0x80004005U, 0x80070005U, 0xFFFFFFFFU}) {
