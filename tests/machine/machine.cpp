@@ -3,6 +3,7 @@
 #include "machine/stand_ins/stand_in.h"
 #include "registry/registry_key.h"
 #include "support/end_process.h"
+#include "support/file_contents.h"
 #include "support/on_wine.h"
 
 #include <windows.h>
@@ -131,7 +132,7 @@ std::map<std::wstring, std::string> ReadDataFiles() {
     std::error_code none;  // no such directory, no files
     for (const auto& entry : std::filesystem::recursive_directory_iterator(top, none)) {
         if (entry.is_regular_file()) {
-            files[entry.path().lexically_relative(top)] = ReadFile(entry.path());
+            files[entry.path().lexically_relative(top)] = FileText(entry.path()).value();
         }
     }
     return files;
@@ -270,7 +271,7 @@ void Machine::InstallProduct(const std::wstring& ways) {
 
 void Machine::InstallShippedFiles() {
     for (const std::wstring name : ShippedFiles) {
-        WriteFile(DriverDirectory() / name, "shipped " + std::string(name.begin(), name.end()));
+        PutFile(DriverDirectory() / name, "shipped " + std::string(name.begin(), name.end()));
     }
 }
 
@@ -308,7 +309,7 @@ void Machine::RemoveTaskService() {
 }
 
 void Machine::ScheduleTask(const std::wstring& name) {
-    WriteFile(TaskDirectory() / name, "");
+    PutFile(TaskDirectory() / name, "");
 }
 
 std::vector<std::string> Machine::TaskDefinitions() {
@@ -371,7 +372,7 @@ FinishedRun Machine::Run(const std::wstring& arguments) const {
         run.duration = std::chrono::duration_cast<std::chrono::milliseconds>(
             std::chrono::steady_clock::now() - start);
     }
-    run.log = ReadFile(path);
+    run.log = FileText(path).value();
     std::filesystem::remove(path);
     return run;
 }
@@ -430,16 +431,6 @@ DWORD RunToEnd(const std::wstring& commandLine, HANDLE output) {
     DWORD exitCode = 0;
     ::GetExitCodeProcess(started.process.Get(), &exitCode);
     return exitCode;
-}
-
-std::string ReadFile(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-void WriteFile(const std::filesystem::path& path, std::string_view content) {
-    std::filesystem::create_directories(path.parent_path());
-    std::ofstream(path, std::ios::binary) << content;
 }
 
 DirectoryLink::DirectoryLink(std::filesystem::path link, const std::filesystem::path& target)
