@@ -1,10 +1,10 @@
 #include "machine/machine.h"
 
 #include "machine/stand_ins/stand_in.h"
-#include "registry/registry_key.h"
 #include "support/end_process.h"
 #include "support/file_contents.h"
 #include "support/on_wine.h"
+#include "support/registry_contents.h"
 
 #include <windows.h>
 
@@ -37,8 +37,6 @@ using Utils::KernelHandle;
 
 constexpr wchar_t ServiceKey[] =
     L"SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service";
-constexpr wchar_t ParametersKey[] =
-    L"SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service\\Parameters";
 constexpr wchar_t StaleKey[] = L"SOFTWARE\\Halvane\\SAP";
 constexpr wchar_t ResultKey[] = L"SOFTWARE\\Tarsel\\Nimbus";
 constexpr wchar_t ResultVendorKey[] = L"SOFTWARE\\Tarsel";
@@ -170,15 +168,8 @@ std::filesystem::path TaskServiceLibrary() {
 
 // The library that has the task service's object.
 void SetTaskServiceLibrary(const std::filesystem::path& library) {
-    const std::wstring path = library;
-    ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, TaskServiceServerKey, nullptr, REG_SZ, path.c_str(),
-                      static_cast<DWORD>((path.size() + 1) * sizeof(wchar_t)));
-    ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, TaskServiceServerKey, L"ThreadingModel", REG_SZ, L"Both",
-                      sizeof(L"Both"));
-}
-
-bool StaleKeyExists() {
-    return Utils::RegistryKey().Open(HKEY_LOCAL_MACHINE, StaleKey, KEY_READ) == ERROR_SUCCESS;
+    PutValue(HKEY_LOCAL_MACHINE, TaskServiceServerKey, L"", TextValue(library));
+    PutValue(HKEY_LOCAL_MACHINE, TaskServiceServerKey, L"ThreadingModel", TextValue(L"Both"));
 }
 
 std::optional<DWORD> HardwareBitmask() {
@@ -207,7 +198,8 @@ std::wstring SettingText(DWORD type, const std::vector<BYTE>& data) {
 std::map<std::wstring, std::wstring> ReadSettings() {
     std::map<std::wstring, std::wstring> settings;
     HKEY key = nullptr;
-    if (::RegOpenKeyExW(HKEY_LOCAL_MACHINE, ParametersKey, 0, KEY_READ, &key) != ERROR_SUCCESS) {
+    if (::RegOpenKeyExW(HKEY_LOCAL_MACHINE, ParametersKey.c_str(), 0, KEY_READ, &key) !=
+        ERROR_SUCCESS) {
         return settings;
     }
     for (DWORD index = 0;; ++index) {
@@ -252,7 +244,7 @@ Machine::~Machine() {
     std::filesystem::remove_all(DataDirectory(), ignored);
     ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, StaleVendorKey);
     ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, ResultVendorKey);
-    ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, ParametersKey);
+    ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, ParametersKey.c_str());
     ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, ServiceKey);
 }
 
@@ -277,8 +269,7 @@ void Machine::InstallShippedFiles() {
 
 void Machine::WriteStaleSettings() {
     WriteTextSetting(L"ConfigFileDirectory", L"C:\\Stale");
-    ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Halvane\\SAP\\Below", L"value", REG_SZ, L"",
-                      sizeof(wchar_t));
+    PutValue(HKEY_LOCAL_MACHINE, std::wstring(StaleKey) + L"\\Below", L"value", TextValue(L""));
 }
 
 void Machine::InstallProgram(const std::wstring& standIn, const std::wstring& fileName) {
@@ -335,24 +326,19 @@ void Machine::StartBackgroundProgram(const std::wstring& fileName) const {
 }
 
 void Machine::WriteSetting(const std::wstring& name, DWORD type, std::string_view bytes) {
-    if (::RegSetKeyValueW(HKEY_LOCAL_MACHINE, ParametersKey, name.c_str(), type, bytes.data(),
-                          static_cast<DWORD>(bytes.size())) != ERROR_SUCCESS) {
-        throw std::runtime_error("a setting cannot be written");
-    }
+    PutValue(HKEY_LOCAL_MACHINE, ParametersKey, name, {type, {bytes.begin(), bytes.end()}});
 }
 
 void Machine::WriteSetting(const std::wstring& name, std::uint32_t number) {
-    WriteSetting(name, REG_DWORD, {reinterpret_cast<const char*>(&number), sizeof(number)});
+    PutValue(HKEY_LOCAL_MACHINE, ParametersKey, name, DwordValue(number));
 }
 
 void Machine::WriteTextSetting(const std::wstring& name, const std::wstring& text, DWORD type) {
-    WriteSetting(
-        name, type,
-        {reinterpret_cast<const char*>(text.c_str()), (text.size() + 1) * sizeof(wchar_t)});
+    PutValue(HKEY_LOCAL_MACHINE, ParametersKey, name, TextValue(text, type));
 }
 
 void Machine::RemoveSetting(const std::wstring& name) {
-    ::RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, ParametersKey, name.c_str());
+    ::RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, ParametersKey.c_str(), name.c_str());
 }
 
 FinishedRun Machine::Run(const std::wstring& arguments) const {
@@ -391,7 +377,7 @@ MachineState Machine::Describe() const {
     }
     state.settings = ReadSettings();
     state.dataFiles = ReadDataFiles();
-    state.staleKey = StaleKeyExists();
+    state.staleKey = KeyExists(HKEY_LOCAL_MACHINE, StaleKey);
     state.tasks = ReadTasks();
     state.hardwareBitmask = HardwareBitmask();
     return state;
