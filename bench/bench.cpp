@@ -9,6 +9,7 @@
 #include "machine/machine.h"
 #include "shared/owner.h"
 #include "support/end_process.h"
+#include "support/file_contents.h"
 #include "support/installed_service.h"
 #include "tasks/task_table.h"
 
@@ -178,7 +179,7 @@ public:
     void FileSizes() {
         const Subject subject = Program("Finaset", L"Finaset.exe", L"/CONFIGURE");
         for (const int kilobytes : {1, 1'000, 100'000}) {
-            test::WriteFile(test::Machine::DriverDirectory() / L"oem.xml", "");
+            test::PutFile(test::Machine::DriverDirectory() / L"oem.xml", "");
             std::filesystem::resize_file(test::Machine::DriverDirectory() / L"oem.xml",
                                          static_cast<std::uintmax_t>(kilobytes) * 1024);
             for (int run = 0; run < 5; ++run) {
@@ -212,9 +213,8 @@ public:
         task.replace(task.find(placeholder), placeholder.size(),
                      machine_.ProgramDirectory() / ScheduledTaskTable[0].processName);
         task.insert(0, 1, L'\uFEFF');
-        test::WriteFile(
-            machine_.ProgramDirectory() / L"task.xml",
-            {reinterpret_cast<const char*>(task.data()), task.size() * sizeof(wchar_t)});
+        test::PutFile(machine_.ProgramDirectory() / L"task.xml",
+                      {reinterpret_cast<const char*>(task.data()), task.size() * sizeof(wchar_t)});
         for (const auto& [group, option, step] :
              {std::tuple{"tools configure", L"/CONFIGURE", L"configure"},
               std::tuple{"tools all", L"", L"all"}}) {

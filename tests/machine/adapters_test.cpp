@@ -2,6 +2,7 @@
 
 #include "machine/expected_log.h"
 #include "machine/machine.h"
+#include "support/file_contents.h"
 
 #include <windows.h>
 #include <winsock2.h>
@@ -147,7 +148,7 @@ TEST_F(Adapters, MatterToNoOptionButConfigure) {
 
 // If it were taken, there would be no adapters, or no run.
 TEST_F(Adapters, AreNotAskedOfALibraryThatLiesBesideTheProgram) {
-    WriteFile(machine.ProgramDirectory() / L"iphlpapi.dll", "not the system's");
+    PutFile(machine.ProgramDirectory() / L"iphlpapi.dll", "not the system's");
     ExpectRun(Configured(FoundAdapters(), FeatureLine));
 }
 

@@ -4,6 +4,7 @@
 #include "machine/expected_log.h"
 #include "machine/machine.h"
 #include "support/environment_variable.h"
+#include "support/file_contents.h"
 
 #include <windows.h>
 
@@ -147,11 +148,11 @@ protected:
 TEST_F(Configure, KeepsTheUsersFileAndReplacesTheOthersOnAReinstallation) {
     ExpectRun(FirstConfigureSection);
     const std::filesystem::path directory = Machine::ConfigurationDirectory();
-    WriteFile(directory / "user.xml", "edited");
-    WriteFile(directory / "oem.xml", "edited");
-    WriteFile(directory / "vx.stg", "edited");
+    PutFile(directory / "user.xml", "edited");
+    PutFile(directory / "oem.xml", "edited");
+    PutFile(directory / "vx.stg", "edited");
     ExpectRun(LaterConfigureSection);
-    EXPECT_EQ(ReadFile(directory / "user.xml"), "edited");
+    EXPECT_EQ(FileText(directory / "user.xml"), "edited");
 }
 
 TEST_F(Configure, LeavesTheSameMachineHoweverOftenItRuns) {
@@ -182,7 +183,7 @@ TEST_F(Configure, GoesOnWithoutTheDriverDirectory) {
 TEST_F(Configure, GoesOnAfterAReadOnlyDestination) {
     ExpectRun(FirstConfigureSection);
     const std::filesystem::path file = Machine::ConfigurationDirectory() / L"oem.xml";
-    WriteFile(file, "read-only");
+    PutFile(file, "read-only");
     ::SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_READONLY);
     // Under Wine, whoever is root may replace it.
     const std::filesystem::path probe = Machine::ConfigurationDirectory() / L"vx.stg";
@@ -298,7 +299,7 @@ TEST_F(Configure, CannotSecureADirectoryThatCannotBe) {
 // An empty activity-log directory is the root of the drive that the program runs on. Not to be
 // tried on a drive that matters.
 TEST_F(Configure, SecuresTheRootOfTheCurrentDriveForAnEmptyActivityLogDirectory) {
-    WriteFile(L"C:\\Sandbox\\below\\file", "kept");
+    PutFile(L"C:\\Sandbox\\below\\file", "kept");
     const Drive drive(L'S', L"C:\\Sandbox");
     machine.WriteTextSetting(L"ActivityLogDirectory", L"");
     ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation +
@@ -306,7 +307,7 @@ TEST_F(Configure, SecuresTheRootOfTheCurrentDriveForAnEmptyActivityLogDirectory)
               Securing({.directory = ConfigurationDirectory}) +
               Securing({.directory = ImageCacheDirectory, .created = true}) +
               Securing({.directory = "\\"}) + RestOfConfigure);
-    EXPECT_EQ(ReadFile(L"C:\\Sandbox\\below\\file"), "kept");
+    EXPECT_EQ(FileText(L"C:\\Sandbox\\below\\file"), "kept");
 }
 
 TEST_F(Configure, ForgetsTheConfigurationDirectoryWhateverTheValueHolds) {
@@ -338,8 +339,8 @@ TEST_F(Configure, ResetsWhatIsBelowADirectoryUnlessThatHasAnotherAttribute) {
         SCOPED_TRACE(hidden);
         std::filesystem::remove_all(Machine::DataDirectory());
         machine.WriteStaleSettings();
-        WriteFile(paths[0], "kept");
-        WriteFile(paths[2], "kept");
+        PutFile(paths[0], "kept");
+        PutFile(paths[2], "kept");
         OpenToEveryone(images);
         const std::wstring open = AccessListOf(images);
         std::vector<std::wstring> before;
@@ -364,7 +365,7 @@ TEST_F(Configure, SecuresATreeOf2000EntriesInSixLevels) {
     std::filesystem::path level = Machine::DataDirectory() / L"ImageCache";
     for (int depth = 0; depth < 6; ++depth) {
         for (int number = 0; number < 333; ++number) {
-            WriteFile(level / (L"file " + std::to_wstring(number)), "");
+            PutFile(level / (L"file " + std::to_wstring(number)), "");
         }
         level /= L"below";
     }
@@ -382,7 +383,7 @@ TEST_F(Configure, SecuresFilesOfAnyName) {
     for (const std::wstring& name : {std::wstring(L"a name  with blanks"), std::wstring(255, L'n'),
                                      std::wstring(L"\u0416\u4E2D\u20AC")}) {
         const std::filesystem::path path = Machine::DataDirectory() / L"ImageCache" / name;
-        WriteFile(path, "kept");
+        PutFile(path, "kept");
         OpenToEveryone(path);
         open[path] = AccessListOf(path);
     }
@@ -395,7 +396,7 @@ TEST_F(Configure, SecuresFilesOfAnyName) {
 
 // Every path is expanded once more before it is used, those of files too.
 TEST_F(Configure, CannotSecureAFileThatIsNamedLikeAVariable) {
-    WriteFile(Machine::DataDirectory() / L"ImageCache\\%TEMP%", "kept");
+    PutFile(Machine::DataDirectory() / L"ImageCache\\%TEMP%", "kept");
     const std::string secured = ReplaceIn(
         SecuredDirectories(true),
         {{ImageCacheDirectory + " \t - \tSuccess", ImageCacheDirectory + " \t - \tFailure"}});
@@ -415,7 +416,7 @@ protected:
 
     void MakeVictim() {
         std::filesystem::remove_all(VictimDirectory);
-        WriteFile(VictimFile, "victim");
+        PutFile(VictimFile, "victim");
         OpenToEveryone(VictimFile);
         OpenToEveryone(VictimDirectory);
         victimAccess_ = AccessListOf(VictimFile);
@@ -429,7 +430,7 @@ protected:
     }
 
     void ExpectVictimUntouched() const {
-        EXPECT_EQ(ReadFile(VictimFile), "victim");
+        EXPECT_EQ(FileText(VictimFile), "victim");
         EXPECT_EQ(AccessListOf(VictimFile), victimAccess_);
         EXPECT_EQ(AccessListOf(VictimDirectory), victimDirectoryAccess_);
     }
@@ -462,7 +463,7 @@ TEST_F(ConfigureWithALink, RespondsWithoutTheUninstallProgram) {
 
 TEST_F(ConfigureWithALink, RespondsThoughTheUninstallProgramDoesNotStart) {
     machine.RemoveProgram(L"Unfinaset.exe");
-    WriteFile(machine.ProgramDirectory() / L"Unfinaset.exe", "no program");
+    PutFile(machine.ProgramDirectory() / L"Unfinaset.exe", "no program");
     HardLink(Machine::DataDirectory() / L"Nimbus\\link");
     ExpectRun(InsecureNimbus() + ResponseOf("First Run - Starting " + UninstallProgram() +
                                             " Process\nFirst Run - Process " + UninstallProgram() +
@@ -525,7 +526,7 @@ TEST_F(ConfigureWithALink, EndsAtALinkAmongTheEntriesOfEachDirectory) {
             // The rows behind it are not even created.
             EXPECT_EQ(std::filesystem::exists(ImageCacheDirectory), &row >= &rows[2]);
             EXPECT_EQ(std::filesystem::exists(ActivityLogDirectory), &row >= &rows[3]);
-            EXPECT_EQ(ReadFile(VictimFile), "victim");
+            EXPECT_EQ(FileText(VictimFile), "victim");
             if (!row.reached) {
                 ExpectVictimUntouched();
             }
@@ -636,7 +637,7 @@ TEST_F(ConfigureWithALink, DoesNotSeeAHardLinkOneLevelDeeper) {
                   (there ? ReplaceIn(FilesOfAFirstInstallation, {{"Success", "Failure"}})
                          : FilesOfAFirstInstallation) +
                   log + RestOfConfigure);
-        EXPECT_EQ(ReadFile(VictimFile), "victim");
+        EXPECT_EQ(FileText(VictimFile), "victim");
     }
 }
 

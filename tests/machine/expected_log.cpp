@@ -1,6 +1,7 @@
 #include "machine/expected_log.h"
 
 #include "machine/machine.h"
+#include "support/log_texts.h"
 
 #include <algorithm>
 
@@ -35,9 +36,8 @@ std::string Replaced(const std::string& name, bool deleted, bool copied) {
 }  // namespace
 
 std::string WholeLog(std::string_view sections) {
-    std::string log;
-    for (const char character :
-         "\nFIRST RUN - START\n\n" + std::string(sections) + "\n\nFIRST RUN - FINISHED\n") {
+    std::string log = LogBegin;
+    for (const char character : sections) {
         switch (character) {
             case '\n':
                 log += "\r\n";
@@ -49,7 +49,7 @@ std::string WholeLog(std::string_view sections) {
                 log += character;
         }
     }
-    return log;
+    return log + LogEnd;
 }
 
 std::string StopSection(std::string_view lines) {

@@ -4,6 +4,7 @@
 #include "machine/expected_log.h"
 #include "machine/machine.h"
 #include "shared/owner.h"
+#include "support/file_contents.h"
 #include "support/installed_service.h"
 
 #include <windows.h>
@@ -201,7 +202,7 @@ protected:
     }
 
     [[nodiscard]] std::string Log() const {
-        return ReadFile(machine.ProgramDirectory() / L"finaset.log");
+        return FileText(machine.ProgramDirectory() / L"finaset.log").value();
     }
 
     // The product is there in this version, once, and runs.
@@ -241,7 +242,7 @@ TEST_P(Installers, RunTheProgramAsTheirLastStepAndKeepItsLog) {
 TEST_P(Installers, ReplaceAnOlderVersionThatIsInUseAndKeepItsUsersConfiguration) {
     ASSERT_EQ(Install(Version), 0U);
     const Utils::KernelHandle application = machine.StartApplication(L"ZEFIR.exe");
-    WriteFile(Machine::ConfigurationDirectory() / L"user.xml", "the user's own");
+    PutFile(Machine::ConfigurationDirectory() / L"user.xml", "the user's own");
 
     EXPECT_EQ(Install(NextVersion), 0U);
     EXPECT_TRUE(Ended(application, QuitLimit));
@@ -253,11 +254,10 @@ TEST_P(Installers, ReplaceAnOlderVersionThatIsInUseAndKeepItsUsersConfiguration)
     EXPECT_EQ(machine.Describe().dataFiles, expected);
 }
 
-// The companion runs meanwhile, and has the log open.
+// The companion runs meanwhile, and has the log of the installation open.
 TEST_P(Installers, RepairAnInstallationThatIsInUse) {
     ASSERT_EQ(Install(Version), 0U);
     machine.RemoveProgram(L"ZEFIR.exe");
-    WriteFile(machine.ProgramDirectory() / L"finaset.log", "an older log");
 
     EXPECT_EQ(Install(Version, GetParam().repair), 0U);
     EXPECT_EQ(Log(), WholeLog(NothingToStop() + LaterConfigureSection + StartSection(AllStarted)));

@@ -1,6 +1,7 @@
 // The reader of logs on the machine, and the logs that it and the documentation are tested with.
 
 #include "machine/machine.h"
+#include "support/file_contents.h"
 
 #include <windows.h>
 
@@ -40,10 +41,10 @@ protected:
         const std::filesystem::path kept =
             std::filesystem::path(_wgetenv(L"FINASET_LOGS")) / (name + ".log");
         if (_wgetenv(L"FINASET_KEEP_LOGS") != nullptr) {  // to renew them by hand
-            test::WriteFile(kept, log);
+            test::PutFile(kept, log);
         }
-        EXPECT_EQ(log, test::ReadFile(kept)) << kept;
-        test::WriteFile(L"C:\\captured.log", log);
+        EXPECT_EQ(log, test::FileText(kept)) << kept;
+        test::PutFile(L"C:\\captured.log", log);
         return Read(L"C:\\captured.log");
     }
 
@@ -51,7 +52,7 @@ protected:
         const std::wstring command = L"cd /d \"" + machine.ProgramDirectory().wstring() +
                                      L"\" && finaset-log.exe " + arguments + L" > C:\\printed.txt";
         const int exitCode = ::_wsystem(command.c_str());
-        printed = test::ReadFile(L"C:\\printed.txt");
+        printed = test::FileText(L"C:\\printed.txt").value();
         return exitCode;
     }
 
@@ -81,7 +82,7 @@ TEST_F(ReaderOfLogs, FindsNothingWrongWithAReinstallation) {
 
 TEST_F(ReaderOfLogs, SaysWhatIsWrongWithAnInsecureMachine) {
     const std::filesystem::path victim = L"C:\\victim";
-    test::WriteFile(victim, "victim");
+    test::PutFile(victim, "victim");
     const std::filesystem::path link = test::Machine::DataDirectory() / L"Nimbus\\link";
     std::filesystem::create_directories(link.parent_path());
     ASSERT_TRUE(::CreateHardLinkW(link.c_str(), victim.c_str(), nullptr));

@@ -1,9 +1,10 @@
 #include "machine/machine.h"
 
 #include "machine/stand_ins/stand_in.h"
-#include "registry/registry_key.h"
 #include "support/end_process.h"
+#include "support/file_contents.h"
 #include "support/on_wine.h"
+#include "support/registry_contents.h"
 
 #include <windows.h>
 
@@ -36,8 +37,6 @@ using Utils::KernelHandle;
 
 constexpr wchar_t ServiceKey[] =
     L"SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service";
-constexpr wchar_t ParametersKey[] =
-    L"SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service\\Parameters";
 constexpr wchar_t StaleKey[] = L"SOFTWARE\\Halvane\\SAP";
 constexpr wchar_t ResultKey[] = L"SOFTWARE\\Tarsel\\Nimbus";
 constexpr wchar_t ResultVendorKey[] = L"SOFTWARE\\Tarsel";
@@ -131,7 +130,7 @@ std::map<std::wstring, std::string> ReadDataFiles() {
     std::error_code none;  // no such directory, no files
     for (const auto& entry : std::filesystem::recursive_directory_iterator(top, none)) {
         if (entry.is_regular_file()) {
-            files[entry.path().lexically_relative(top)] = ReadFile(entry.path());
+            files[entry.path().lexically_relative(top)] = FileText(entry.path()).value();
         }
     }
     return files;
@@ -169,15 +168,8 @@ std::filesystem::path TaskServiceLibrary() {
 
 // The library that has the task service's object.
 void SetTaskServiceLibrary(const std::filesystem::path& library) {
-    const std::wstring path = library;
-    ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, TaskServiceServerKey, nullptr, REG_SZ, path.c_str(),
-                      static_cast<DWORD>((path.size() + 1) * sizeof(wchar_t)));
-    ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, TaskServiceServerKey, L"ThreadingModel", REG_SZ, L"Both",
-                      sizeof(L"Both"));
-}
-
-bool StaleKeyExists() {
-    return Utils::RegistryKey().Open(HKEY_LOCAL_MACHINE, StaleKey, KEY_READ) == ERROR_SUCCESS;
+    PutValue(HKEY_LOCAL_MACHINE, TaskServiceServerKey, L"", TextValue(library));
+    PutValue(HKEY_LOCAL_MACHINE, TaskServiceServerKey, L"ThreadingModel", TextValue(L"Both"));
 }
 
 std::optional<DWORD> HardwareBitmask() {
@@ -206,7 +198,8 @@ std::wstring SettingText(DWORD type, const std::vector<BYTE>& data) {
 std::map<std::wstring, std::wstring> ReadSettings() {
     std::map<std::wstring, std::wstring> settings;
     HKEY key = nullptr;
-    if (::RegOpenKeyExW(HKEY_LOCAL_MACHINE, ParametersKey, 0, KEY_READ, &key) != ERROR_SUCCESS) {
+    if (::RegOpenKeyExW(HKEY_LOCAL_MACHINE, ParametersKey.c_str(), 0, KEY_READ, &key) !=
+        ERROR_SUCCESS) {
         return settings;
     }
     for (DWORD index = 0;; ++index) {
@@ -251,7 +244,7 @@ Machine::~Machine() {
     std::filesystem::remove_all(DataDirectory(), ignored);
     ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, StaleVendorKey);
     ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, ResultVendorKey);
-    ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, ParametersKey);
+    ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, ParametersKey.c_str());
     ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, ServiceKey);
 }
 
@@ -270,14 +263,13 @@ void Machine::InstallProduct(const std::wstring& ways) {
 
 void Machine::InstallShippedFiles() {
     for (const std::wstring name : ShippedFiles) {
-        WriteFile(DriverDirectory() / name, "shipped " + std::string(name.begin(), name.end()));
+        PutFile(DriverDirectory() / name, "shipped " + std::string(name.begin(), name.end()));
     }
 }
 
 void Machine::WriteStaleSettings() {
     WriteTextSetting(L"ConfigFileDirectory", L"C:\\Stale");
-    ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Halvane\\SAP\\Below", L"value", REG_SZ, L"",
-                      sizeof(wchar_t));
+    PutValue(HKEY_LOCAL_MACHINE, std::wstring(StaleKey) + L"\\Below", L"value", TextValue(L""));
 }
 
 void Machine::InstallProgram(const std::wstring& standIn, const std::wstring& fileName) {
@@ -308,7 +300,7 @@ void Machine::RemoveTaskService() {
 }
 
 void Machine::ScheduleTask(const std::wstring& name) {
-    WriteFile(TaskDirectory() / name, "");
+    PutFile(TaskDirectory() / name, "");
 }
 
 std::vector<std::string> Machine::TaskDefinitions() {
@@ -334,24 +326,19 @@ void Machine::StartBackgroundProgram(const std::wstring& fileName) const {
 }
 
 void Machine::WriteSetting(const std::wstring& name, DWORD type, std::string_view bytes) {
-    if (::RegSetKeyValueW(HKEY_LOCAL_MACHINE, ParametersKey, name.c_str(), type, bytes.data(),
-                          static_cast<DWORD>(bytes.size())) != ERROR_SUCCESS) {
-        throw std::runtime_error("a setting cannot be written");
-    }
+    PutValue(HKEY_LOCAL_MACHINE, ParametersKey, name, {type, {bytes.begin(), bytes.end()}});
 }
 
 void Machine::WriteSetting(const std::wstring& name, std::uint32_t number) {
-    WriteSetting(name, REG_DWORD, {reinterpret_cast<const char*>(&number), sizeof(number)});
+    PutValue(HKEY_LOCAL_MACHINE, ParametersKey, name, DwordValue(number));
 }
 
 void Machine::WriteTextSetting(const std::wstring& name, const std::wstring& text, DWORD type) {
-    WriteSetting(
-        name, type,
-        {reinterpret_cast<const char*>(text.c_str()), (text.size() + 1) * sizeof(wchar_t)});
+    PutValue(HKEY_LOCAL_MACHINE, ParametersKey, name, TextValue(text, type));
 }
 
 void Machine::RemoveSetting(const std::wstring& name) {
-    ::RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, ParametersKey, name.c_str());
+    ::RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, ParametersKey.c_str(), name.c_str());
 }
 
 FinishedRun Machine::Run(const std::wstring& arguments) const {
@@ -371,7 +358,7 @@ FinishedRun Machine::Run(const std::wstring& arguments) const {
         run.duration = std::chrono::duration_cast<std::chrono::milliseconds>(
             std::chrono::steady_clock::now() - start);
     }
-    run.log = ReadFile(path);
+    run.log = FileText(path).value();
     std::filesystem::remove(path);
     return run;
 }
@@ -390,7 +377,7 @@ MachineState Machine::Describe() const {
     }
     state.settings = ReadSettings();
     state.dataFiles = ReadDataFiles();
-    state.staleKey = StaleKeyExists();
+    state.staleKey = KeyExists(HKEY_LOCAL_MACHINE, StaleKey);
     state.tasks = ReadTasks();
     state.hardwareBitmask = HardwareBitmask();
     return state;
@@ -430,16 +417,6 @@ DWORD RunToEnd(const std::wstring& commandLine, HANDLE output) {
     DWORD exitCode = 0;
     ::GetExitCodeProcess(started.process.Get(), &exitCode);
     return exitCode;
-}
-
-std::string ReadFile(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-void WriteFile(const std::filesystem::path& path, std::string_view content) {
-    std::filesystem::create_directories(path.parent_path());
-    std::ofstream(path, std::ios::binary) << content;
 }
 
 DirectoryLink::DirectoryLink(std::filesystem::path link, const std::filesystem::path& target)

@@ -116,10 +116,6 @@ private:
 // must be inheritable, or nowhere if null.
 DWORD RunToEnd(const std::wstring& commandLine, HANDLE output = nullptr);
 
-// A whole file, and the writing of one, with the directories to it.
-std::string ReadFile(const std::filesystem::path& path);
-void WriteFile(const std::filesystem::path& path, std::string_view content);
-
 // A link to a directory, for as long as it lives. The way to both must be there.
 class DirectoryLink {
 public:

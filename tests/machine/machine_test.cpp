@@ -2,6 +2,7 @@
 
 #include "machine/expected_log.h"
 #include "machine/linked_libraries.h"
+#include "support/log_texts.h"
 #include "support/on_wine.h"
 
 #include <chrono>
@@ -229,13 +230,7 @@ TEST(Machine, TheOptionConfigureRunsNoOtherStep) {
 TEST(Machine, TheUsageTextIsPrintedAndNothingIsDone) {
     Machine machine;
     machine.WriteSetting(L"FinasetAction", 255);
-    ExpectLog(machine.Run(L"/?"),
-              WholeLog("\n"
-                       "Finaset [/<Option>]\n"
-                       "       Option = /STOP  or  /CONFIGURE  or  /START  or  /DISABLE\n"
-                       "\n"
-                       "       No option means STOP then CONFIGURE then START\n"
-                       "\n"));
+    ExpectLog(machine.Run(L"/?"), LogBegin + UsageText() + LogEnd);
 }
 
 // Command lines and values of FinasetAction, with what a machine without the product then logs.

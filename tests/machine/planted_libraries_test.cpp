@@ -4,6 +4,7 @@
 #include "machine/linked_libraries.h"
 #include "machine/machine.h"
 #include "support/installed_service.h"
+#include "support/registry_contents.h"
 #include "support/temporary_directory.h"
 
 #include <windows.h>
@@ -75,9 +76,8 @@ public:
             std::filesystem::copy_file(BesideThisProgram(L"stand_in_planted_library.dll"),
                                        directory_ / name);
             const std::wstring stem = std::filesystem::path(name).stem();
-            constexpr wchar_t NativeFirst[] = L"native,builtin";
-            ::RegSetKeyValueW(HKEY_CURRENT_USER, (OfTheProgram + L"\\DllOverrides").c_str(),
-                              stem.c_str(), REG_SZ, NativeFirst, sizeof(NativeFirst));
+            test::PutValue(HKEY_CURRENT_USER, OfTheProgram + L"\\DllOverrides", stem,
+                           test::TextValue(L"native,builtin"));
         }
     }
     PlantedLibraries(const PlantedLibraries&) = delete;

@@ -10,6 +10,7 @@
 // and in use as the program left it. The options are the program's.
 
 #include "machine/machine.h"
+#include "support/file_contents.h"
 
 #include <windows.h>
 
@@ -208,8 +209,8 @@ std::wstring ProgramOptions(int argumentCount, wchar_t** arguments, int first) {
 DWORD Show(test::Machine& machine, const Device& device, const std::filesystem::path& trace,
            const std::wstring& options) {
     machine.InstallProduct(L"--start-pending=300 --stop-pending=300");
-    test::WriteFile(test::Machine::ConfigurationDirectory() / L"user.xml", "the user's own");
-    test::WriteFile(test::Machine::DataDirectory() / L"ImageCache\\icons\\game.png", "an image");
+    test::PutFile(test::Machine::ConfigurationDirectory() / L"user.xml", "the user's own");
+    test::PutFile(test::Machine::DataDirectory() / L"ImageCache\\icons\\game.png", "an image");
     test::Machine::ScheduleTask(L"Tarsel Lumetra Startup Task");
     const Utils::KernelHandle application = machine.StartProduct();
 

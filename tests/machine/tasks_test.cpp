@@ -2,6 +2,7 @@
 
 #include "machine/expected_log.h"
 #include "machine/machine.h"
+#include "support/file_contents.h"
 
 #include <windows.h>
 
@@ -47,7 +48,7 @@ std::string LogOf(const TasksOf& tasks) {
 
 // What the task service keeps of a task.
 std::string Stored(const wchar_t* task) {
-    return ReadFile(std::filesystem::path(L"C:\\windows\\system32\\tasks") / task);
+    return FileText(std::filesystem::path(L"C:\\windows\\system32\\tasks") / task).value();
 }
 
 // The line of a COM error that both routines run into.

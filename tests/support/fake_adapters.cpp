@@ -66,6 +66,16 @@ std::vector<std::byte> AdapterRecords(const std::vector<FakeAdapter>& adapters) 
     return records;
 }
 
+bool IsTheModel(const std::wstring& description) {
+    std::wstring lowered = description;
+    std::ranges::transform(lowered, lowered.begin(), [](wchar_t character) {
+        return character >= L'A' && character <= L'Z' ? static_cast<wchar_t>(character + 32)
+                                                      : character;
+    });
+    return lowered.starts_with(L"tarsel") && lowered.find(L"qz311", 6) != std::wstring::npos &&
+           lowered.find_first_of(L"\r\n") == std::wstring::npos;
+}
+
 FakeAdapters::FakeAdapters()
     : load_([this](LPCWSTR name, HANDLE file, DWORD flags) {
           if (std::wstring(name) != L"iphlpapi.dll") {

@@ -25,6 +25,10 @@ struct FakeAdapter {
 // which is not that of their places, and nothing of use in any field that is not to be looked at.
 std::vector<std::byte> AdapterRecords(const std::vector<FakeAdapter>& adapters);
 
+// Whether the program looks for an adapter of this description, in words of the tests' own: the
+// maker's name, the model anywhere behind it, and no line end.
+bool IsTheModel(const std::wstring& description);
+
 // Takes the place of the library that knows the machine's adapters: answers as it is set and enters
 // each call, with its arguments, in a log. Other libraries are left alone.
 class FakeAdapters {

@@ -6,11 +6,12 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace test {
 
 // Writes a file and the directories above it.
-inline void PutFile(const std::filesystem::path& path, const std::string& text) {
+inline void PutFile(const std::filesystem::path& path, std::string_view text) {
     std::filesystem::create_directories(path.parent_path());
     if (!(std::ofstream(path, std::ios::binary) << text)) {
         throw std::runtime_error("a file cannot be written");

@@ -11,6 +11,10 @@ namespace test {
 // The registry as the tests prepare and look at it, in the default view unless `view` says
 // otherwise. Whatever fails here that should not throws.
 
+// The key of the product's settings.
+inline const std::wstring ParametersKey =
+    L"SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service\\Parameters";
+
 struct RegistryValue {
     DWORD type = REG_NONE;
     std::vector<BYTE> bytes;

@@ -10,6 +10,7 @@
 #include "registry/registry_setting.h"
 #include "support/console_capture.h"
 #include "support/environment_variable.h"
+#include "support/fake_adapters.h"
 #include "support/private_registry.h"
 #include "support/registry_contents.h"
 #include "support/temporary_directory.h"
@@ -217,17 +218,6 @@ TEST(HostileInput, FileNames) {
     });
 }
 
-// Whether a description matches: the maker's name, the model anywhere behind it, and no line end.
-bool IsKnownAdapter(const std::wstring& description) {
-    std::wstring lowered = description;
-    std::ranges::transform(lowered, lowered.begin(), [](wchar_t character) {
-        return character >= L'A' && character <= L'Z' ? static_cast<wchar_t>(character + 32)
-                                                      : character;
-    });
-    return lowered.starts_with(L"tarsel") && lowered.find(L"qz311", 6) != std::wstring::npos &&
-           lowered.find_first_of(L"\n\r") == std::wstring::npos;
-}
-
 TEST(HostileInput, AdapterDescriptions) {
     Campaign("adapter descriptions", 10'000, [](Draw& draw) {
         static constexpr const wchar_t* Starts[] = {L"Tarsel", L"TARSEL", L"tarse", L" Tarsel",
@@ -239,7 +229,7 @@ TEST(HostileInput, AdapterDescriptions) {
         std::erase_if(description, [](wchar_t sign) { return sign == 0x2028 || sign == 0x2029; });
         std::uint32_t mask = 0;
         Printed([&] { mask = MatchAdapterBitmask(description); });
-        EXPECT_EQ(mask, IsKnownAdapter(description) ? 2U : 0U)
+        EXPECT_EQ(mask, test::IsTheModel(description) ? 2U : 0U)
             << testing::PrintToString(description);
     });
 }

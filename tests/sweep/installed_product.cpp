@@ -5,17 +5,12 @@
 #include "support/registry_contents.h"
 #include "support/temporary_directory.h"
 
-#include <objbase.h>
-
 #include <algorithm>
 #include <filesystem>
 
 namespace test {
 
 namespace {
-
-constexpr wchar_t Parameters[] =
-    L"SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service\\Parameters";
 
 // The files of all machines, which follow one another.
 const TemporaryDirectory& Files() {
@@ -43,14 +38,6 @@ void LayOutFiles() {
 }
 
 }  // namespace
-
-InstalledProduct::Com::Com() {
-    ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-}
-
-InstalledProduct::Com::~Com() {
-    ::CoUninitialize();
-}
 
 InstalledProduct::InstalledProduct()
     : programData_(L"ProgramData", Files() / L"data"),
@@ -101,8 +88,8 @@ InstalledProduct::InstalledProduct()
                           {.id = 1004, .path = L"C:\\Program Files\\ZEFIR.exe"}};
     adapters_.adapters = {{L"other"}, {L"Tarsel QZ311"}};
 
-    PutValue(HKEY_LOCAL_MACHINE, Parameters, L"FirstRun", DwordValue(1));
-    PutValue(HKEY_LOCAL_MACHINE, Parameters, L"ConfigFileDirectory", TextValue(L"C:\\stale"));
+    PutValue(HKEY_LOCAL_MACHINE, ParametersKey, L"FirstRun", DwordValue(1));
+    PutValue(HKEY_LOCAL_MACHINE, ParametersKey, L"ConfigFileDirectory", TextValue(L"C:\\stale"));
     PutValue(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Halvane\\SAP\\below", L"value", DwordValue(1));
 }
 

@@ -9,6 +9,7 @@
 #include "support/fake_task_service.h"
 #include "support/handle_ledger.h"
 #include "support/import_hook.h"
+#include "support/initialised_com.h"
 #include "support/print_hook.h"
 #include "support/private_registry.h"
 
@@ -49,15 +50,6 @@ public:
     FakeTaskService& TaskService() { return taskService_; }
 
 private:
-    // COM for as long as the fake task service needs it.
-    class Com {
-    public:
-        Com();
-        Com(const Com&) = delete;
-        Com& operator=(const Com&) = delete;
-        ~Com();
-    };
-
     void Event(const std::string& event) { events_.push_back(event); }
     void Wait(DWORD milliseconds);
 
@@ -70,7 +62,7 @@ private:
     EnvironmentVariable programData_;
     EnvironmentVariable systemRoot_;
     PrivateRegistry registry_;
-    Com com_;
+    InitialisedCom com_;  // for as long as the fake task service needs it
     FakeServices services_;
     FakeProcesses processes_;
     FakeEventLog eventLog_;

@@ -1,5 +1,7 @@
 #include "sweep/run_rules.h"
 
+#include "support/log_texts.h"
+
 #include <algorithm>
 #include <initializer_list>
 #include <ranges>
@@ -184,8 +186,8 @@ public:
         for (const std::string& leak : run_.Leaks()) {
             Expect(false, leak);
         }
-        Expect(run_.Log().starts_with("\r\nFIRST RUN - START\r\n\r\n"), "no start banner");
-        Expect(run_.Log().ends_with("\r\n\r\nFIRST RUN - FINISHED\r\n"), "no finish banner");
+        Expect(run_.Log().starts_with(LogBegin), "no start banner");
+        Expect(run_.Log().ends_with(LogEnd), "no finish banner");
         for (const string_view line : lines_) {
             Expect(IsComplete(line, tokenRefused_), "a line that is none: " + std::string(line));
         }

@@ -1,6 +1,7 @@
 #include "log_reader/judge.h"
 #include "log_reader/read_log.h"
 #include "log_reader/writers.h"
+#include "support/log_texts.h"
 
 #include <cstddef>
 #include <gmock/gmock.h>
@@ -15,15 +16,14 @@ using reader::Judgement;
 using reader::Kind;
 using reader::NotALog;
 using reader::Report;
+using test::LogBegin;
+using test::LogEnd;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
-
-const std::string Begin = "\r\nFIRST RUN - START\r\n\r\n";
-const std::string End = "\r\n\r\nFIRST RUN - FINISHED\r\n";
 
 Report Read(const std::string& bytes) {
     Report report = reader::ReadLog(bytes);
@@ -32,7 +32,7 @@ Report Read(const std::string& bytes) {
 }
 
 Report ReadWhole(const std::string& lines) {
-    return Read(Begin + lines + End);
+    return Read(LogBegin + lines + LogEnd);
 }
 
 std::vector<reader::Item> Items(const Report& report) {
@@ -281,14 +281,14 @@ TEST(Judging, NoFailureOfTheProgramIsFine) {
 }
 
 TEST(Judging, ALogWithoutItsEndNeedsAttention) {
-    const Report report = Read(Begin + "Stopping Ardex....stopped\r\n");
+    const Report report = Read(LogBegin + "Stopping Ardex....stopped\r\n");
     EXPECT_THAT(report.findings, ElementsAre(HasSubstr("end is missing")));
     EXPECT_TRUE(reader::NeedsAttention(report));
     EXPECT_FALSE(reader::NeedsAttention(ReadWhole("Stopping Ardex....stopped\r\n")));
 }
 
 TEST(Judging, ALogWithoutItsBeginningNeedsAttention) {
-    const Report report = Read("Stopping Ardex....stopped\r\n" + End);
+    const Report report = Read("Stopping Ardex....stopped\r\n" + LogEnd);
     EXPECT_THAT(report.findings, ElementsAre(HasSubstr("beginning is missing")));
 }
 
@@ -304,10 +304,7 @@ TEST(Judging, AStepWithoutItemsNeedsAttention) {
 }
 
 TEST(Judging, TheUsageTextNeedsNoAttention) {
-    const Report report = ReadWhole(
-        "\r\nFinaset [/<Option>]\r\n"
-        "       Option = /STOP  or  /CONFIGURE  or  /START  or  /DISABLE\r\n\r\n"
-        "       No option means STOP then CONFIGURE then START\r\n\r\n");
+    const Report report = ReadWhole(test::UsageText());
     EXPECT_THAT(Judgements(report), ElementsAre(Fine, Fine, Fine));
 }
 
@@ -320,7 +317,7 @@ TEST(Reading, EachMessageIsRecognisedAsWhatItIs) {
             lines.push_back(lines.front() + std::string(verdict.text));
         }
         for (const std::string& line : lines) {
-            const std::vector<reader::Item> items = Items(Read(Begin + line + "\r\n"));
+            const std::vector<reader::Item> items = Items(Read(LogBegin + line + "\r\n"));
             if (!items.empty()) {  // no heading
                 EXPECT_EQ(items.front().kind, message.kind) << line;
                 EXPECT_EQ(items.front().text, line);
@@ -383,8 +380,8 @@ TEST(Reading, ALineOfAnotherProgramIsUnknownAndNeedsNoAttention) {
 }
 
 TEST(Reading, OfSeveralRunsTheLastIsRead) {
-    const Report report = Read(Begin + "Starting Ardex....start failed!\r\n" + End + Begin +
-                               "Stopping Corvo....stopped\r\n" + End);
+    const Report report = Read(LogBegin + "Starting Ardex....start failed!\r\n" + LogEnd +
+                               LogBegin + "Stopping Corvo....stopped\r\n" + LogEnd);
     EXPECT_THAT(Texts(report), ElementsAre("Stopping Corvo....stopped"));
     EXPECT_THAT(report.notes, ElementsAre("The file holds 2 runs: this is the last one"));
     EXPECT_FALSE(reader::NeedsAttention(report));
@@ -430,7 +427,7 @@ std::string Utf16(const std::string& log, bool lowFirst) {
 }
 
 TEST(Input, InUtf16IsReadAndNoted) {
-    const std::string log = Begin + Quit + " application not found!\r\n" + End;
+    const std::string log = LogBegin + Quit + " application not found!\r\n" + LogEnd;
     for (const std::string& bytes : {"\xFF\xFE" + Utf16(log, true), "\xFE\xFF" + Utf16(log, false),
                                      Utf16(log, true), Utf16(log, false)}) {
         const Report report = Read(bytes);
@@ -452,15 +449,15 @@ TEST(Input, InUtf16LosesWhatTheProgramCannotWriteEither) {
 TEST(Input, InUtf8IsReadAndNoted) {
     const std::string quit = "Stopping Application Z....with Window Title Tarsel\xC2\xAE Lumetra ";
     for (const std::string mark : {"", "\xEF\xBB\xBF"}) {
-        const Report report = Read(mark + Begin + quit + " application not found!\r\n" + End);
+        const Report report = Read(mark + LogBegin + quit + " application not found!\r\n" + LogEnd);
         EXPECT_THAT(report.notes, ElementsAre(StartsWith("The file is UTF-8")));
         EXPECT_THAT(Texts(report), ElementsAre(HasSubstr("Tarsel\xAE Lumetra")));
     }
     EXPECT_TRUE(Read("\xEF\xBB\xBF"
                      "FIRST RUN - START\r\n" +
-                     End)
+                     LogEnd)
                     .begins);
-    EXPECT_THAT(Texts(Read("\xEF\xBB\xBF" + Begin + "\xE2\x82\xAC\xF0\x9F\x98\x80!")),
+    EXPECT_THAT(Texts(Read("\xEF\xBB\xBF" + LogBegin + "\xE2\x82\xAC\xF0\x9F\x98\x80!")),
                 ElementsAre("?"
                             "?!"));
 }
@@ -476,10 +473,10 @@ TEST(Input, OfTheConsolesCodePageIsNoted) {
 }
 
 TEST(Input, CutOffAnywhereIsReadToItsEnd) {
-    const std::string log = Begin + "\r\n----\r\nStopping Processes.....\r\n----\r\n" + Quit +
+    const std::string log = LogBegin + "\r\n----\r\nStopping Processes.....\r\n----\r\n" + Quit +
                             "Stopping Ardex....stopped\r\nStarting Ardex....started\r\n" +
-                            "   Deleting Task Name [T]....\n     ====> SUCCESS\n" + End;
-    for (std::size_t size = Begin.size(); size + 2 < log.size(); ++size) {
+                            "   Deleting Task Name [T]....\n     ====> SUCCESS\n" + LogEnd;
+    for (std::size_t size = LogBegin.size(); size + 2 < log.size(); ++size) {
         EXPECT_TRUE(reader::NeedsAttention(Read(log.substr(0, size)))) << size;
     }
 }
@@ -510,7 +507,7 @@ TEST(Writing, JsonHasEveryByteInAscii) {
 
 TEST(Writing, JsonHoldsTheWholeReport) {
     EXPECT_EQ(
-        reader::WriteJson(Read(Begin + "CopyFiles.....\r\nStarting Ardex....start failed!\r\n")),
+        reader::WriteJson(Read(LogBegin + "CopyFiles.....\r\nStarting Ardex....start failed!\r\n")),
         R"({
   "attention": true,
   "summary": "2 things need attention (0 ok, 0 failed as expected).",
@@ -545,7 +542,7 @@ TEST(Writing, HtmlOpensTheSectionsThatNeedAttentionOnly) {
 }
 
 TEST(Writing, TextHoldsTheWholeReport) {
-    EXPECT_EQ(reader::WriteText(Read("\xEF\xBB\xBF" + Begin +
+    EXPECT_EQ(reader::WriteText(Read("\xEF\xBB\xBF" + LogBegin +
                                      "Hello\r\nStarting Processes.....\r\n"
                                      "Starting Ardex....started\r\n"
                                      "Starting Corvo....start failed!\r\n")),
@@ -565,7 +562,7 @@ Starting Processes.....
 }
 
 TEST(Writing, HtmlSaysWhatIsToBeKnownOfTheFile) {
-    const std::string html = reader::WriteHtml(Read("\xEF\xBB\xBF" + Begin));
+    const std::string html = reader::WriteHtml(Read("\xEF\xBB\xBF" + LogBegin));
     EXPECT_THAT(html, HasSubstr("<p class=\"result attention\">&#x2717; 1 thing needs attention"));
     EXPECT_THAT(html, HasSubstr("<p>Note: The file is UTF-8"));
     EXPECT_THAT(html, HasSubstr("<li>The log&#39;s end is missing"));

@@ -3,15 +3,14 @@
 #include "log_reader/messages.h"
 
 #include "log_reader/read_log.h"
+#include "support/file_contents.h"
 
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <set>
 #include <sstream>
 #include <string>
@@ -23,6 +22,7 @@ namespace {
 using reader::Match;
 using reader::Message;
 using reader::Messages;
+using test::FileText;
 using testing::IsEmpty;
 using testing::Not;
 
@@ -68,11 +68,6 @@ const std::set<std::string> NoTexts = {
     "Tarsel Nimbus CInstall",
     "Tarsel Nimbus Network Service",
 };
-
-std::string ReadFile(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 // The string literals of C++ source, as they stand there, with those that follow on one another
 // joined.
@@ -143,7 +138,7 @@ protected:
         }
         root_ = directory;
         for (const auto& file : std::filesystem::recursive_directory_iterator(root_ / "src")) {
-            const std::string source = file.is_regular_file() ? ReadFile(file.path()) : "";
+            const std::string source = file.is_regular_file() ? FileText(file.path()).value() : "";
             if (source.find("#include \"driver/console_log.h\"") == std::string::npos) {
                 continue;
             }
@@ -158,7 +153,7 @@ protected:
 
     // The lines in the fences of the documentation below this heading, or in all of them.
     [[nodiscard]] std::vector<std::string> DocumentedLines(const std::string& heading = {}) const {
-        std::istringstream text(ReadFile(root_ / "docs/log.md"));
+        std::istringstream text(FileText(root_ / "docs/log.md").value());
         std::vector<std::string> lines;
         bool below = heading.empty();
         bool fenced = false;
@@ -178,7 +173,7 @@ protected:
 
     // The lines of a kept log, in UTF-8.
     [[nodiscard]] std::vector<std::string> KeptLog(const std::string& name) const {
-        std::istringstream log(ReadFile(root_ / "tests/tools/logs" / name));
+        std::istringstream log(FileText(root_ / "tests/tools/logs" / name).value());
         std::vector<std::string> lines;
         for (std::string line; std::getline(log, line);) {
             std::erase(line, '\r');

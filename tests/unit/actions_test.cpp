@@ -8,8 +8,10 @@
 #include "support/fake_processes.h"
 #include "support/fake_services.h"
 #include "support/import_hook.h"
+#include "support/log_texts.h"
 #include "support/print_hook.h"
 #include "support/private_registry.h"
+#include "support/registry_contents.h"
 
 #include <windows.h>
 
@@ -30,16 +32,17 @@
 
 namespace {
 
+using test::DwordValue;
 using test::ImportHook;
+using test::LogBegin;
+using test::LogEnd;
+using test::ParametersKey;
 using test::Printed;
+using test::PutValue;
+using test::RegistryValue;
+using test::UsageText;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-constexpr wchar_t ParametersKey[] =
-    L"SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service\\Parameters";
-
-constexpr char Started[] = "\r\nFIRST RUN - START\r\n\r\n";
-constexpr char Finished[] = "\r\n\r\nFIRST RUN - FINISHED\r\n";
 
 constexpr char StopBanner[] =
     "\r\n------------------------\r\n"
@@ -134,20 +137,12 @@ constexpr char DisableSection[] =
     "Disabling Service Tarsel Nimbus Network Service....Disable  failed!\r\n"
     "Disabling Service Tarsel Data Relay Service....Disable  failed!\r\n";
 
-constexpr char UsageText[] =
-    "\r\n"
-    "Finaset [/<Option>]\r\n"
-    "       Option = /STOP  or  /CONFIGURE  or  /START  or  /DISABLE\r\n"
-    "\r\n"
-    "       No option means STOP then CONFIGURE then START\r\n"
-    "\r\n";
-
 // The log of a run with these bits on a machine without the product.
 std::string LogOf(std::uint32_t actions) {
-    return std::string(Started) + (actions & 1 ? std::string(StopBanner) + StopLines : "") +
+    return LogBegin + (actions & 1 ? std::string(StopBanner) + StopLines : "") +
            (actions & 4 ? ConfigureSection() : "") +
            (actions & 8 ? std::string(StartBanner) + StartLines : "") +
-           (actions & 16 ? DisableSection : "") + Finished;
+           (actions & 16 ? DisableSection : "") + LogEnd;
 }
 
 // The arguments of wmain.
@@ -178,25 +173,11 @@ std::string LogOfRun(std::vector<std::wstring> options) {
 // be told, and every access list can be set.
 class ActionsTest : public testing::Test {
 protected:
-    void SetRegistry(DWORD type, const std::string& data,
-                     const wchar_t* valueName = L"FinasetAction",
-                     const wchar_t* keyPath = ParametersKey) const {
-        HKEY key = nullptr;
-        ASSERT_EQ(::RegCreateKeyExW(registry_.Root(), keyPath, 0, nullptr, 0, KEY_WRITE, nullptr,
-                                    &key, nullptr),
-                  ERROR_SUCCESS);
-        EXPECT_EQ(
-            ::RegSetValueExW(key, valueName, 0, type, reinterpret_cast<const BYTE*>(data.data()),
-                             static_cast<DWORD>(data.size())),
-            ERROR_SUCCESS);
-        ::RegCloseKey(key);
+    static void SetRegistry(const RegistryValue& value) {
+        PutValue(HKEY_LOCAL_MACHINE, ParametersKey, L"FinasetAction", value);
     }
 
-    void SetRegistry(std::uint32_t actions) const {
-        std::string data(sizeof(actions), '\0');
-        std::memcpy(data.data(), &actions, sizeof(actions));
-        SetRegistry(REG_DWORD, data);
-    }
+    static void SetRegistry(std::uint32_t actions) { SetRegistry(DwordValue(actions)); }
 
     // The choice, and that it prints nothing.
     static std::uint32_t Choose(std::vector<std::wstring> options) {
@@ -297,25 +278,22 @@ TEST_F(ActionsTest, AreTheRegistrysWithoutAnArgument) {
 
 TEST_F(ActionsTest, AreStopConfigureAndStartWithoutAKeyOrValue) {
     EXPECT_EQ(Choose({}), 15U);  // 2 means nothing
-    SetRegistry(REG_DWORD, {"\x10\0\0\0", 4}, L"FinasetActions");
+    PutValue(HKEY_LOCAL_MACHINE, ParametersKey, L"FinasetActions", DwordValue(16));
     EXPECT_EQ(Choose({}), 15U);
     EXPECT_EQ(Choose({L"/FOO"}), 15U);
 }
 
 TEST_F(ActionsTest, AreTheDefaultsForAValueThatIsNoNumberOf32Bits) {
-    const struct {
-        DWORD type;
-        std::string data;
-    } rows[] = {
-        {REG_SZ, {"1\0\0\0", 4}},
-        {REG_BINARY, {"\x10\0\0\0", 4}},
-        {REG_QWORD, {"\x10\0\0\0\0\0\0\0", 8}},
-        {REG_DWORD_BIG_ENDIAN, {"\0\0\0\x10", 4}},
-        {REG_NONE, {"\x10\0\0\0", 4}},
+    const RegistryValue values[] = {
+        {REG_SZ, {'1', 0, 0, 0}},
+        {REG_BINARY, {16, 0, 0, 0}},
+        {REG_QWORD, {16, 0, 0, 0, 0, 0, 0, 0}},
+        {REG_DWORD_BIG_ENDIAN, {0, 0, 0, 16}},
+        {REG_NONE, {16, 0, 0, 0}},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.type);
-        SetRegistry(row.type, row.data);
+    for (const RegistryValue& value : values) {
+        SCOPED_TRACE(value.type);
+        SetRegistry(value);
         EXPECT_EQ(Choose({}), 15U);
     }
 }
@@ -345,7 +323,7 @@ TEST_F(ActionsTest, AreNoneForTheUsageText) {
     const Arguments arguments({L"/?"});
     std::uint32_t chosen = 255;
     EXPECT_EQ(Printed([&] { chosen = ChooseActions(arguments.Count(), arguments.Vector()); }),
-              UsageText);
+              UsageText());
     EXPECT_EQ(chosen, 0U);
 }
 
@@ -393,7 +371,7 @@ TEST_F(ActionsTest, NeitherStartNorDisableWhatCouldNotBeSecured) {
     securingError_ = ERROR_ACCESS_DENIED;
     for (const std::uint32_t actions : {4U | 8U | 16U, 4U | 8U, 4U | 16U, 4U}) {
         SetRegistry(actions);
-        EXPECT_EQ(LogOfRun({}), Started + failedConfigureSection + Finished);
+        EXPECT_EQ(LogOfRun({}), LogBegin + failedConfigureSection + LogEnd);
     }
     for (const std::uint32_t actions : {8U | 16U, 8U, 16U}) {  // nothing was to be secured
         SetRegistry(actions);
@@ -403,7 +381,7 @@ TEST_F(ActionsTest, NeitherStartNorDisableWhatCouldNotBeSecured) {
 
 TEST_F(ActionsTest, DoNotRunForTheUsageText) {
     SetRegistry(255);
-    EXPECT_EQ(LogOfRun({L"/?"}), std::string(Started) + UsageText + Finished);
+    EXPECT_EQ(LogOfRun({L"/?"}), LogBegin + UsageText() + LogEnd);
 }
 
 // What a want of memory inside a call of the platform does to a run of all steps.
@@ -413,9 +391,9 @@ protected:
     [[nodiscard]] std::string Log() const {
         SetRegistry(255);
         std::string log = LogOfRun({});
-        EXPECT_TRUE(log.starts_with(Started) && log.ends_with(Finished)) << log;
-        log.resize(log.size() - std::strlen(Finished));
-        return log.substr(std::strlen(Started));
+        EXPECT_TRUE(log.starts_with(LogBegin) && log.ends_with(LogEnd)) << log;
+        log.resize(log.size() - LogEnd.size());
+        return log.substr(LogBegin.size());
     }
 };
 
@@ -524,8 +502,8 @@ TEST_F(ActionsTest, EndWithTheFinishBannerWhicheverAllocationFails) {
             RunActions(arguments.Count(), arguments.Vector());
             failed = failing.Failed();
         });
-        EXPECT_THAT(log, testing::StartsWith(Started));
-        EXPECT_THAT(log, testing::EndsWith(Finished));
+        EXPECT_THAT(log, testing::StartsWith(LogBegin));
+        EXPECT_THAT(log, testing::EndsWith(LogEnd));
         const auto has = [&](const char* text) { return log.find(text) != std::string::npos; };
         const bool stops = has("\r\nStopping Processes");
         const bool configures = has("\r\nSetting Up");
@@ -534,7 +512,7 @@ TEST_F(ActionsTest, EndWithTheFinishBannerWhicheverAllocationFails) {
         // It cost one step at the most, or all if it could not be told what to do, or also those
         // that need a configured machine.
         EXPECT_TRUE((stops && configures) || (stops && !starts && !disables) ||
-                    (configures && starts && disables) || log == std::string(Started) + Finished)
+                    (configures && starts && disables) || log == LogBegin + LogEnd)
             << log;
         EXPECT_TRUE((!starts && !disables) || has("\r\nWrite Registry Settings")) << log;
     }

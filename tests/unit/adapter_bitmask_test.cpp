@@ -4,7 +4,7 @@
 #include "support/console_capture.h"
 #include "support/fake_adapters.h"
 #include "support/import_hook.h"
-#include "support/print_hook.h"
+#include "support/noted_steps.h"
 #include "support/private_registry.h"
 #include "support/registry_calls.h"
 #include "support/registry_contents.h"
@@ -30,6 +30,8 @@ using test::Calls;
 using test::DwordValue;
 using test::FakeAdapter;
 using test::ImportHook;
+using test::IsTheModel;
+using test::ParametersKey;
 using test::Printed;
 using test::PutValue;
 using test::RecordedImport;
@@ -203,17 +205,6 @@ TEST(MatchAdapterBitmask, TakesLettersOfAllKinds) {
     EXPECT_EQ(Match(L"T\u0430rsel QZ311"), Nothing);  // another alphabet's "a"
 }
 
-// The rule of the table in words of its own.
-bool IsTheModel(const std::wstring& description) {
-    std::wstring lowered = description;
-    std::ranges::transform(lowered, lowered.begin(), [](wchar_t character) {
-        return character >= L'A' && character <= L'Z' ? static_cast<wchar_t>(character + 32)
-                                                      : character;
-    });
-    return lowered.starts_with(L"tarsel") && lowered.find(L"qz311", 6) != std::wstring::npos &&
-           lowered.find_first_of(L"\r\n") == std::wstring::npos;
-}
-
 TEST(MatchAdapterBitmask, AgreesWithTheRuleOnRandomDescriptions) {
     const std::vector<std::wstring> pieces = {
         L"tarsel", L"Tarsel",       L"TARSEL", L"taRSel", L"tarse", L"l",      L"qz311",
@@ -276,8 +267,6 @@ TEST(ListPresentAdapterDescriptions, KeepsTextsOfItsOwn) {
 
 // ---- The whole computation
 
-constexpr wchar_t Parameters[] =
-    L"SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service\\Parameters";
 constexpr wchar_t ResultKey[] = L"SOFTWARE\\Tarsel\\Nimbus";
 
 constexpr char NoMemory[] = "Error allocating memory needed to call GetAdaptersAddresses\n";
@@ -302,7 +291,7 @@ protected:
     }
 
     static void SetGate(const test::RegistryValue& value) {
-        PutValue(HKEY_LOCAL_MACHINE, Parameters, L"the gate", value);
+        PutValue(HKEY_LOCAL_MACHINE, ParametersKey, L"the gate", value);
     }
 
     static std::optional<test::RegistryValue> Result() {
@@ -441,7 +430,7 @@ TEST_F(HardwareBitmask, TakesDescriptionsOfAnyLengthAndContent) {
 TEST_F(HardwareBitmask, IsComputedIfTheGateIs1OrNotThere) {
     machine.adapters = {{L"Tarsel QZ311"}};
     ExpectBitmask(2, Line("Tarsel QZ311"));  // not even the key
-    PutValue(HKEY_LOCAL_MACHINE, Parameters, L"another value", DwordValue(0x12));
+    PutValue(HKEY_LOCAL_MACHINE, ParametersKey, L"another value", DwordValue(0x12));
     ExpectBitmask(2, Line("Tarsel QZ311"));
     SetGate(DwordValue(1));
     ExpectBitmask(2, Line("Tarsel QZ311"));
@@ -504,7 +493,7 @@ TEST_F(HardwareBitmask, IsReadFromAndKeptInTheDefaultViewUnderTheNamesThatAreGiv
     const RecordedImport<&::RegCreateKeyExW> create;
     const RecordedImport<&::RegSetValueExW> set;
     Log();
-    EXPECT_EQ(open.Made(), Calls{Call(HKEY_LOCAL_MACHINE, Parameters, 0, 0x20019, Some)});
+    EXPECT_EQ(open.Made(), Calls{Call(HKEY_LOCAL_MACHINE, ParametersKey, 0, 0x20019, Some)});
     ASSERT_EQ(query.Made().size(), 1U);
     EXPECT_THAT(query.Made()[0], testing::HasSubstr(Call(L"the gate")));
     EXPECT_EQ(create.Made(), Calls{Call(HKEY_LOCAL_MACHINE, ResultKey, 0, nullptr, 0, 0x20006,
@@ -546,15 +535,9 @@ TEST_F(HardwareBitmask, IsListedThenGatedThenMatchedThenKept) {
     std::vector<std::string> steps;
     machine.betweenQueries = [&] { steps.emplace_back("list"); };
     Printed([&] {
-        const test::PrintHook prints([&](const std::string& text) { steps.push_back(text); });
-        ImportHook<&::RegQueryValueExW> query([&](auto... arguments) {
-            steps.emplace_back("gate");
-            return query.Forward(arguments...);
-        });
-        ImportHook<&::RegSetValueExW> set([&](auto... arguments) {
-            steps.emplace_back("keep");
-            return set.Forward(arguments...);
-        });
+        const test::NotedPrints prints(steps);
+        const test::NotedCalls<&::RegQueryValueExW> query(steps, "gate");
+        const test::NotedCalls<&::RegSetValueExW> set(steps, "keep");
         SetGate(DwordValue(1));
         steps.clear();
         bitmask = ComputeHardwareBitmask(L"the gate", L"the result");

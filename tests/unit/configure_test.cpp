@@ -9,10 +9,12 @@
 #include "support/fake_processes.h"
 #include "support/file_contents.h"
 #include "support/import_hook.h"
+#include "support/noted_steps.h"
 #include "support/print_hook.h"
 #include "support/private_registry.h"
 #include "support/registry_calls.h"
 #include "support/registry_contents.h"
+#include "support/setting_records.h"
 #include "support/temporary_directory.h"
 
 #include <windows.h>
@@ -35,15 +37,16 @@ using test::ImportHook;
 using test::KeyExists;
 using test::MakeKey;
 using test::Narrow;
+using test::NumberSetting;
+using test::ParametersKey;
 using test::Printed;
 using test::PutValue;
 using test::RecordedImport;
 using test::Some;
+using test::TextSetting;
 using test::TextValue;
 using test::ValueOf;
 
-const std::wstring Parameters =
-    L"SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service\\Parameters";
 const std::wstring StaleKey = L"SOFTWARE\\Halvane\\SAP";
 
 // ---- The walks over the settings
@@ -60,24 +63,6 @@ protected:
 private:
     test::PrivateRegistry registry_;
 };
-
-RegistrySetting TextSetting(const std::wstring& name, const std::wstring& text) {
-    return {.root = HKEY_LOCAL_MACHINE,
-            .keyPath = L"Software\\a",
-            .valueName = name,
-            .type = REG_SZ,
-            .number = 99,
-            .text = text};
-}
-
-RegistrySetting NumberSetting(const std::wstring& name, std::uint32_t number) {
-    return {.root = HKEY_LOCAL_MACHINE,
-            .keyPath = L"Software\\a",
-            .valueName = name,
-            .type = REG_DWORD,
-            .number = number,
-            .text = L"not this"};
-}
 
 TEST_F(SettingWalks, PrintNothingForAnEmptyList) {
     const RecordedImport<&::RegCreateKeyExW> create;
@@ -182,15 +167,9 @@ TEST_F(SettingWalks, FailWithThePlatform) {
 TEST_F(SettingWalks, PrintTheVerdictAfterTheDeed) {
     std::vector<std::string> steps;
     Printed([&] {
-        const test::PrintHook prints([&](const std::string& text) { steps.push_back(text); });
-        ImportHook<&::RegSetValueExW> set([&](auto... arguments) {
-            steps.emplace_back("set");
-            return set.Forward(arguments...);
-        });
-        ImportHook<&::RegDeleteValueW> remove([&](auto... arguments) {
-            steps.emplace_back("delete");
-            return remove.Forward(arguments...);
-        });
+        const test::NotedPrints prints(steps);
+        const test::NotedCalls<&::RegSetValueExW> set(steps, "set");
+        const test::NotedCalls<&::RegDeleteValueW> remove(steps, "delete");
         WriteSettings(std::vector{NumberSetting(L"n", 5)});
         DeleteSettings(std::vector{NumberSetting(L"n", 5)});
     });
@@ -221,7 +200,7 @@ protected:
     }
 
     static std::string Settings(const char* value, const char* key) {
-        return "Deleting Registry Setting HKEY_LOCAL_MACHINE\\" + Narrow(Parameters) +
+        return "Deleting Registry Setting HKEY_LOCAL_MACHINE\\" + Narrow(ParametersKey) +
                "\\ConfigFileDirectory= \t - \t" + value +
                "\r\nDeleting Registry Setting HKEY_LOCAL_MACHINE\\SOFTWARE\\Halvane\\SAP\\= \t - "
                "\t" +
@@ -279,7 +258,7 @@ protected:
     }
 
     static void ExpectFirstRunCleared() {
-        EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, Parameters, L"FirstRun"), DwordValue(0));
+        EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, ParametersKey, L"FirstRun"), DwordValue(0));
     }
 
     // The log from there on, with the lines of the adapters that are found and of the features.
@@ -297,11 +276,11 @@ protected:
 
     static inline const std::string Ending = EndingWith("", "");
     static inline const std::string FeatureLine = "Writing Registry Setting HKEY_LOCAL_MACHINE\\" +
-                                                  Narrow(Parameters) +
+                                                  Narrow(ParametersKey) +
                                                   "\\MultiInterface_Enabled=1\r\n";
 
     static std::optional<test::RegistryValue> Feature() {
-        return ValueOf(HKEY_LOCAL_MACHINE, Parameters, L"MultiInterface_Enabled");
+        return ValueOf(HKEY_LOCAL_MACHINE, ParametersKey, L"MultiInterface_Enabled");
     }
     static std::optional<test::RegistryValue> Bitmask() {
         return ValueOf(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Tarsel\\Nimbus", L"Tarsel_HWConfig");
@@ -339,9 +318,9 @@ TEST_F(ConfigureTest, PreparesANewMachine) {
 TEST_F(ConfigureTest, PreparesAMachineAgain) {
     ShipFiles();
     Log();
-    PutValue(HKEY_LOCAL_MACHINE, Parameters, L"FirstRun", DwordValue(1));
-    PutValue(HKEY_LOCAL_MACHINE, Parameters, L"ConfigFileDirectory", TextValue(L"C:\\other"));
-    PutValue(HKEY_LOCAL_MACHINE, Parameters, L"Other", TextValue(L"as it was"));
+    PutValue(HKEY_LOCAL_MACHINE, ParametersKey, L"FirstRun", DwordValue(1));
+    PutValue(HKEY_LOCAL_MACHINE, ParametersKey, L"ConfigFileDirectory", TextValue(L"C:\\other"));
+    PutValue(HKEY_LOCAL_MACHINE, ParametersKey, L"Other", TextValue(L"as it was"));
     PutValue(HKEY_LOCAL_MACHINE, StaleKey + L"\\below\\it", L"x", DwordValue(1));
     MakeKey(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Halvane\\Other");
     const std::wstring userFile = Data(L"Tarsel\\Nimbus\\ConfigurationFiles\\user.xml");
@@ -353,8 +332,8 @@ TEST_F(ConfigureTest, PreparesAMachineAgain) {
                          AllSecured("Failure") + Ending);
     EXPECT_TRUE(result);
     ExpectFirstRunCleared();
-    EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, Parameters, L"ConfigFileDirectory"), std::nullopt);
-    EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, Parameters, L"Other"), TextValue(L"as it was"));
+    EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, ParametersKey, L"ConfigFileDirectory"), std::nullopt);
+    EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, ParametersKey, L"Other"), TextValue(L"as it was"));
     EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, StaleKey));
     EXPECT_TRUE(KeyExists(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Halvane\\Other"));
     EXPECT_THAT(test::FileText(userFile), testing::Optional(std::string("the user's own")));
@@ -372,7 +351,7 @@ TEST_F(ConfigureTest, SucceedsThoughAllButTheSecuringFails) {
                                    File(L"vx.stg", "Failure", "Failure", "Failure")) +
                          AllSecured("Failure") + Ending);
     EXPECT_TRUE(result);
-    EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, Parameters, L"FirstRun"), std::nullopt);
+    EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, ParametersKey, L"FirstRun"), std::nullopt);
 }
 
 TEST_F(ConfigureTest, EnablesTheFeaturesOfTheAdaptersThatArePresent) {
@@ -398,7 +377,7 @@ TEST_F(ConfigureTest, LeavesTheFeaturesOfAdaptersThatAreNotPresent) {
 TEST_F(ConfigureTest, EnablesTheFeaturesThatTheSettingAsksFor) {
     machine.adapters = {{L"Tarsel QZ311"}};
     for (const std::uint32_t bitmask : {0x12U, 0x10U, 0U}) {
-        PutValue(HKEY_LOCAL_MACHINE, Parameters, L"Tarsel_HWConfigDefault", DwordValue(bitmask));
+        PutValue(HKEY_LOCAL_MACHINE, ParametersKey, L"Tarsel_HWConfigDefault", DwordValue(bitmask));
         EXPECT_THAT(Log(), testing::EndsWith(EndingWith("", bitmask == 0x12 ? FeatureLine : "")));
         EXPECT_EQ(g_hardwareBitmask, bitmask);
         EXPECT_EQ(Bitmask(), DwordValue(bitmask));
@@ -406,7 +385,7 @@ TEST_F(ConfigureTest, EnablesTheFeaturesThatTheSettingAsksFor) {
 }
 
 TEST_F(ConfigureTest, SetsTheBitmaskBetweenItsTwoLines) {
-    PutValue(HKEY_LOCAL_MACHINE, Parameters, L"Tarsel_HWConfigDefault", DwordValue(2));
+    PutValue(HKEY_LOCAL_MACHINE, ParametersKey, L"Tarsel_HWConfigDefault", DwordValue(2));
     std::vector<std::uint32_t> bitmasks;
     Printed([&] {
         const test::PrintHook prints([&](const std::string& text) {
@@ -447,7 +426,7 @@ TEST_F(ConfigureTest, EndsWithTheResponseIfADirectoryCannotBeSecured) {
     ShipFiles();
     securingError = ERROR_ACCESS_DENIED;
     processes.ownPath = Data(L"Finaset.exe");
-    PutValue(HKEY_LOCAL_MACHINE, Parameters, L"FirstRun", DwordValue(1));
+    PutValue(HKEY_LOCAL_MACHINE, ParametersKey, L"FirstRun", DwordValue(1));
     EXPECT_EQ(Log(), Beginning(Settings("Failure", "Success"),
                                File(L"user.xml", nullptr, "Success", "Success") +
                                    File(L"oem.xml", "Failure", "Failure", "Success") +
@@ -492,15 +471,15 @@ TEST_F(ConfigureTest, ClearsTheMarkLastOnBothWays) {
         EXPECT_EQ(printedBefore, printed);
         EXPECT_EQ(sets.back(), Call(L"FirstRun", 0, 4, Some, 4));
         EXPECT_EQ(sets.size(), error == ERROR_SUCCESS ? 2U : 1U);  // the hardware bitmask before
-        EXPECT_EQ(create.Made().back(), Call(HKEY_LOCAL_MACHINE, Parameters, 0, nullptr, 0, 0x20006,
-                                             nullptr, Some, Some));
+        EXPECT_EQ(create.Made().back(), Call(HKEY_LOCAL_MACHINE, ParametersKey, 0, nullptr, 0,
+                                             0x20006, nullptr, Some, Some));
         EXPECT_EQ(create.Made().size(), sets.size() + 2);  // the two settings to delete before
         ExpectFirstRunCleared();
     }
 }
 
 TEST_F(ConfigureTest, ReplacesAMarkOfAnotherType) {
-    PutValue(HKEY_LOCAL_MACHINE, Parameters, L"FirstRun", TextValue(L"yes"));
+    PutValue(HKEY_LOCAL_MACHINE, ParametersKey, L"FirstRun", TextValue(L"yes"));
     Log();
     ExpectFirstRunCleared();
 }
@@ -523,7 +502,7 @@ TEST_F(ConfigureTest, LeavesTheSameRegistryEachTime) {
         Log();
         ExpectFirstRunCleared();
         EXPECT_EQ(test::SubKeyCount(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Halvane"), 0U);
-        EXPECT_EQ(test::SubKeyCount(HKEY_LOCAL_MACHINE, Parameters), 0U);
+        EXPECT_EQ(test::SubKeyCount(HKEY_LOCAL_MACHINE, ParametersKey), 0U);
     }
 }
 

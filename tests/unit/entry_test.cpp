@@ -3,6 +3,7 @@
 #include "support/call_log.h"
 #include "support/console_capture.h"
 #include "support/import_hook.h"
+#include "support/log_texts.h"
 
 #include <windows.h>
 
@@ -22,10 +23,7 @@ using test::ImportHook;
 using test::Printed;
 using testing::ElementsAre;
 
-constexpr char Usage[] =
-    "\r\nFIRST RUN - START\r\n\r\n\r\nFinaset [/<Option>]\r\n"
-    "       Option = /STOP  or  /CONFIGURE  or  /START  or  /DISABLE\r\n\r\n"
-    "       No option means STOP then CONFIGURE then START\r\n\r\n\r\n\r\nFIRST RUN - FINISHED\r\n";
+const std::string Usage = test::LogBegin + test::UsageText() + test::LogEnd;
 
 // Runs the program with an option that changes nothing on the machine.
 int RunUsage() {
@@ -85,7 +83,7 @@ TEST_F(RunProgramWithFakeCom, PreparesTheOutputThenComAndThenRuns) {
         calls.Lines(),
         ElementsAre(testing::StartsWith("_setmode("), binary,
                     "CoInitializeEx(null, 0, nothing printed)", "RegOpenKeyExW()",
-                    "CoUninitialize(" + std::to_string(sizeof(Usage) - 1) + " characters printed)",
+                    "CoUninitialize(" + std::to_string(Usage.size()) + " characters printed)",
                     testing::StartsWith("_setmode(")));
 }
 
@@ -110,8 +108,7 @@ TEST_F(RunProgramWithFakeCom, EndsWithCode0AfterAWantOfMemory) {
     ImportHook<&::RegOpenKeyExW> open(
         [](HKEY, LPCWSTR, DWORD, REGSAM, PHKEY) -> LSTATUS { throw std::bad_alloc(); });
     int code = -1;
-    EXPECT_THAT(Printed([&] { code = RunUsage(); }),
-                testing::EndsWith("\r\n\r\nFIRST RUN - FINISHED\r\n"));
+    EXPECT_THAT(Printed([&] { code = RunUsage(); }), testing::EndsWith(test::LogEnd));
     EXPECT_EQ(code, 0);
     EXPECT_THAT(calls.Of("CoUninitialize"), testing::SizeIs(1));
 }

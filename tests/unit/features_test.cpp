@@ -4,10 +4,11 @@
 #include "hw/feature_table.h"
 #include "support/console_capture.h"
 #include "support/import_hook.h"
-#include "support/print_hook.h"
+#include "support/noted_steps.h"
 #include "support/private_registry.h"
 #include "support/registry_calls.h"
 #include "support/registry_contents.h"
+#include "support/setting_records.h"
 
 #include <windows.h>
 
@@ -24,33 +25,29 @@ namespace {
 using test::Call;
 using test::Calls;
 using test::DwordValue;
+using test::Fields;
 using test::ImportHook;
+using test::NumberSetting;
+using test::ParametersKey;
 using test::Printed;
 using test::PutValue;
 using test::RecordedImport;
 using test::Some;
+using test::TextSetting;
 using test::TextValue;
 using test::ValueOf;
 
-const std::wstring Parameters =
-    L"SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service\\Parameters";
 constexpr wchar_t Feature[] = L"MultiInterface_Enabled";
 constexpr char FeatureLine[] =
     "Writing Registry Setting HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\Tarsel "
     "Nimbus Network Service\\Parameters\\MultiInterface_Enabled=1\r\n";
-
-// All fields in the order of the record.
-auto Fields(const RegistrySetting& setting) {
-    return std::tuple(setting.root, setting.keyPath, setting.valueName, setting.view32,
-                      setting.type, setting.number, setting.text);
-}
 
 TEST(FeatureRuleTable, HoldsTheOneFeature) {
     ASSERT_EQ(FeatureRuleTable.size(), 1U);
     const FeatureRule& rule = FeatureRuleTable[0];
     EXPECT_EQ(rule.mask, 0x00000002U);
     EXPECT_EQ(Fields(rule.whenSet),
-              std::tuple(HKEY_LOCAL_MACHINE, Parameters, Feature, false, 4U, 1U, L""));
+              std::tuple(HKEY_LOCAL_MACHINE, ParametersKey, Feature, false, 4U, 1U, L""));
     EXPECT_EQ(Fields(rule.whenClear),
               std::tuple(static_cast<HKEY>(nullptr), L"", L"", false, 4U, 0U, L""));
 }
@@ -74,24 +71,6 @@ private:
     test::PrivateRegistry registry_;
 };
 
-RegistrySetting NumberSetting(const std::wstring& name, std::uint32_t number) {
-    return {.root = HKEY_LOCAL_MACHINE,
-            .keyPath = L"Software\\a",
-            .valueName = name,
-            .type = REG_DWORD,
-            .number = number,
-            .text = L"not this"};
-}
-
-RegistrySetting TextSetting(const std::wstring& name, const std::wstring& text) {
-    return {.root = HKEY_LOCAL_MACHINE,
-            .keyPath = L"Software\\a",
-            .valueName = name,
-            .type = REG_SZ,
-            .number = 99,
-            .text = text};
-}
-
 TEST_F(Features, AreNotTouchedWithoutTheHardware) {
     const RecordedImport<&::RegCreateKeyExW> create;
     for (const std::uint32_t bitmask : {0U, 1U, 4U, 0x02000000U, 0xFFFF'FFFDU}) {
@@ -101,16 +80,16 @@ TEST_F(Features, AreNotTouchedWithoutTheHardware) {
 }
 
 TEST_F(Features, KeepWithoutTheHardwareWhatTheyWere) {
-    PutValue(HKEY_LOCAL_MACHINE, Parameters, Feature, DwordValue(7));
+    PutValue(HKEY_LOCAL_MACHINE, ParametersKey, Feature, DwordValue(7));
     EXPECT_EQ(Enabled(0), "");
-    EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, Parameters, Feature), DwordValue(7));
+    EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, ParametersKey, Feature), DwordValue(7));
 }
 
 TEST_F(Features, AreEnabledByTheirBitWhateverTheOthersAre) {
     for (const std::uint32_t bitmask : {2U, 3U, 0x12U, 0xFFFF'FFFFU}) {
-        PutValue(HKEY_LOCAL_MACHINE, Parameters, Feature, TextValue(L"as it was"));
+        PutValue(HKEY_LOCAL_MACHINE, ParametersKey, Feature, TextValue(L"as it was"));
         EXPECT_EQ(Enabled(bitmask), FeatureLine) << bitmask;
-        EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, Parameters, Feature), DwordValue(1));
+        EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, ParametersKey, Feature), DwordValue(1));
     }
 }
 
@@ -118,7 +97,7 @@ TEST_F(Features, AreWrittenInTheDefaultView) {
     const RecordedImport<&::RegCreateKeyExW> create;
     const RecordedImport<&::RegSetValueExW> set;
     Enabled(2);
-    EXPECT_EQ(create.Made(), Calls{Call(HKEY_LOCAL_MACHINE, Parameters, 0, nullptr, 0, 0x20006,
+    EXPECT_EQ(create.Made(), Calls{Call(HKEY_LOCAL_MACHINE, ParametersKey, 0, nullptr, 0, 0x20006,
                                         nullptr, Some, Some)});
     ASSERT_EQ(set.Made().size(), 1U);
     EXPECT_THAT(set.Made()[0], testing::EndsWith(Call(Feature, 0, 4, Some, 4)));
@@ -146,7 +125,7 @@ TEST_F(Features, PassOverInSilenceThatTheKeyIsRefused) {
             return ERROR_ACCESS_DENIED;
         });
     EXPECT_EQ(Enabled(2), "");
-    EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, Parameters, Feature), std::nullopt);
+    EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, ParametersKey, Feature), std::nullopt);
 }
 
 TEST_F(Features, AreThoseOfTheRowsInTheirOrder) {
@@ -202,11 +181,8 @@ TEST_F(Features, AreLoggedOnceTheyAreWritten) {
     std::vector<std::string> steps;
     g_hardwareBitmask = 2;
     Printed([&] {
-        const test::PrintHook prints([&](const std::string& text) { steps.push_back(text); });
-        ImportHook<&::RegSetValueExW> set([&](auto... arguments) {
-            steps.emplace_back("set");
-            return set.Forward(arguments...);
-        });
+        const test::NotedPrints prints(steps);
+        const test::NotedCalls<&::RegSetValueExW> set(steps, "set");
         EnableFeaturesByBitmask();
     });
     EXPECT_THAT(steps, testing::ElementsAre("set", FeatureLine));

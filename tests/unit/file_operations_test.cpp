@@ -292,10 +292,8 @@ TEST_F(FileOperationsTest, CopyFilesOfTheProductsTable) {
 TEST_F(FileOperationsTest, CopyToTheDirectoryOfTheRegistry) {
     const test::PrivateRegistry registry;
     const EnvironmentVariable variable(L"FinasetTests", directory.Path());
-    test::PutValue(
-        HKEY_LOCAL_MACHINE,
-        L"SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service\\Parameters",
-        L"ConfigFileDirectory", test::TextValue(L"%FinasetTests%\\moved\\"));
+    test::PutValue(HKEY_LOCAL_MACHINE, test::ParametersKey, L"ConfigFileDirectory",
+                   test::TextValue(L"%FinasetTests%\\moved\\"));
     const std::string log = Printed([] { RunFileOperations(); });
     EXPECT_THAT(log, testing::StartsWith(Creating(directory / L"moved\\\\", Success)));
     EXPECT_THAT(log, testing::HasSubstr(Deleting(directory / L"moved\\\\vx.stg", Failure)));

@@ -20,13 +20,11 @@ namespace {
 using test::Call;
 using test::Calls;
 using test::ImportHook;
+using test::ParametersKey;
 using test::RecordedImport;
 using test::RegistryValue;
 using test::Some;
 using test::TextValue;
-
-constexpr wchar_t ParametersKey[] =
-    L"SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service\\Parameters";
 
 // A resolver, the value that it reads, its default on a machine whose data is in C:\Data, and what
 // an empty name leaves behind the directory.

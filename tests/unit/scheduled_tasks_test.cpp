@@ -4,6 +4,7 @@
 #include "support/fake_processes.h"
 #include "support/fake_task_service.h"
 #include "support/import_hook.h"
+#include "support/initialised_com.h"
 #include "tasks/com.h"
 #include "tasks/task_table.h"
 
@@ -27,15 +28,6 @@ using test::Printed;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::IsEmpty;
-
-// COM for the length of a test, as the program has it for its whole run.
-class InitialisedCom {
-public:
-    InitialisedCom() { ::CoInitializeEx(nullptr, COINIT_MULTITHREADED); }
-    InitialisedCom(const InitialisedCom&) = delete;
-    InitialisedCom& operator=(const InitialisedCom&) = delete;
-    ~InitialisedCom() { ::CoUninitialize(); }
-};
 
 const std::string Creating = "   Creating Task Name [A Task] for Process [C:\\a b\\x.exe]....\n";
 const std::string Deleting = "   Deleting Task Name [A Task]....\n";
@@ -105,7 +97,7 @@ protected:
     bool created = false;
 
 private:
-    InitialisedCom com_;
+    test::InitialisedCom com_;
 
 protected:
     test::FakeTaskService service_;

@@ -30,9 +30,6 @@ using test::ImportHook;
 using test::InheritedDacl;
 using test::ProtectedDacl;
 
-constexpr wchar_t ParametersKey[] =
-    L"SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service\\Parameters";
-
 constexpr char ForTheSystem[] = "(A;OICI;GA;;;BA)(A;OICI;GA;;;SY)";
 constexpr char ForReadersToo[] = "(A;OICI;GA;;;BA)(A;OICI;GA;;;SY)(A;OICI;GXGR;;;BU)";
 
@@ -43,7 +40,7 @@ protected:
     [[nodiscard]] std::wstring Data(const std::wstring& name) const { return data_ / name; }
 
     void PutDirectory(const std::wstring& valueName, const test::RegistryValue& value) const {
-        test::PutValue(registry_.Root(), ParametersKey, valueName, value);
+        test::PutValue(registry_.Root(), test::ParametersKey, valueName, value);
     }
 
     static std::vector<std::wstring> Targets() {
@@ -154,6 +151,13 @@ protected:
         return test::Printed([&] { secured_ = SecureDirectories(); });
     }
 
+    void ExpectTheFourSecuredAndNothingBelow() const {
+        EXPECT_EQ(calls_.Made(), (Calls{ProtectedDacl(product_, ForTheSystem),
+                                        ProtectedDacl(configuration_, ForTheSystem),
+                                        ProtectedDacl(images_, ForReadersToo),
+                                        ProtectedDacl(activity_, ForTheSystem)}));
+    }
+
     const std::wstring product_ = Data(L"Tarsel\\Nimbus");
     const std::wstring configuration_ = defaults_[1];
     const std::wstring images_ = defaults_[2];
@@ -167,10 +171,7 @@ TEST_F(SecuringTheDirectories, WalksTheTable) {
     EXPECT_EQ(Secure(), Log(product_, true) + Log(configuration_, true) + Log(images_, true) +
                             Log(activity_, true));
     EXPECT_TRUE(secured_);
-    EXPECT_EQ(
-        calls_.Made(),
-        (Calls{ProtectedDacl(product_, ForTheSystem), ProtectedDacl(configuration_, ForTheSystem),
-               ProtectedDacl(images_, ForReadersToo), ProtectedDacl(activity_, ForTheSystem)}));
+    ExpectTheFourSecuredAndNothingBelow();
 }
 
 TEST_F(SecuringTheDirectories, ResetsWhatIsThereAlready) {
@@ -246,10 +247,7 @@ TEST_F(SecuringTheDirectories, LeavesWhatIsBelowADirectoryOfAnyFurtherAttribute)
     EXPECT_EQ(Secure(), Log(product_, true) + Log(configuration_, true) + Log(images_, false) +
                             Log(activity_, true));
     EXPECT_TRUE(secured_);
-    EXPECT_EQ(
-        calls_.Made(),
-        (Calls{ProtectedDacl(product_, ForTheSystem), ProtectedDacl(configuration_, ForTheSystem),
-               ProtectedDacl(images_, ForReadersToo), ProtectedDacl(activity_, ForTheSystem)}));
+    ExpectTheFourSecuredAndNothingBelow();
 }
 
 TEST_F(SecuringTheDirectories, SecuresAndNamesTheDirectoryOfAValue) {

@@ -7,7 +7,7 @@
 #include "support/file_contents.h"
 #include "support/import_hook.h"
 #include "support/installed_service.h"
-#include "support/print_hook.h"
+#include "support/noted_steps.h"
 #include "support/temporary_directory.h"
 #include "support/virtual_clock.h"
 
@@ -172,15 +172,9 @@ TEST_F(RunUninstallProgramTest, RunsTheProgramThoughNoEntryIsWritten) {
 TEST_F(RunUninstallProgramTest, PrintsAndReportsTheStartBeforeIt) {
     std::vector<std::string> steps;
     Printed([&] {
-        const test::PrintHook prints([&](const std::string& text) { steps.push_back(text); });
-        test::ImportHook<&::ReportEventW> report([&](auto... arguments) {
-            steps.emplace_back("report");
-            return report.Forward(arguments...);
-        });
-        test::ImportHook<&::CreateProcessW> create([&](auto... arguments) {
-            steps.emplace_back("start");
-            return create.Forward(arguments...);
-        });
+        const test::NotedPrints prints(steps);
+        const test::NotedCalls<&::ReportEventW> report(steps, "report");
+        const test::NotedCalls<&::CreateProcessW> create(steps, "start");
         RunUninstallProgram();
     });
     EXPECT_THAT(steps, ElementsAre(StartingLine(), "report", "start", EndedLine("True")));
@@ -283,11 +277,8 @@ TEST_F(RespondToSecurityFailureTest, WritesItsLinesOneByOneAndTheReasonBeforeIts
     processes.ownPath.clear();
     std::vector<std::string> steps;
     Printed([&] {
-        const test::PrintHook prints([&](const std::string& text) { steps.push_back(text); });
-        test::ImportHook<&::ReportEventW> report([&](auto... arguments) {
-            steps.emplace_back("report");
-            return report.Forward(arguments...);
-        });
+        const test::NotedPrints prints(steps);
+        const test::NotedCalls<&::ReportEventW> report(steps, "report");
         std::wstring reason = L"Why";
         RespondToSecurityFailure(reason);
     });

@@ -2,6 +2,8 @@
 
 #include "config/service_parameter_names.h"
 #include "config/service_parameters.h"
+#include "support/registry_contents.h"
+#include "support/setting_records.h"
 
 #include <windows.h>
 
@@ -15,17 +17,10 @@
 
 namespace {
 
+using test::Fields;
+using test::ParametersKey;
 using testing::IsEmpty;
 using testing::SizeIs;
-
-const std::wstring Parameters =
-    L"SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service\\Parameters";
-
-// All fields in the order of the record.
-auto Fields(const RegistrySetting& setting) {
-    return std::tuple(setting.root, setting.keyPath, setting.valueName, setting.view32,
-                      setting.type, setting.number, setting.text);
-}
 
 auto Row(HKEY root, const std::wstring& keyPath, const std::wstring& valueName, std::uint32_t type,
          std::uint32_t number = 0) {
@@ -35,14 +30,14 @@ auto Row(HKEY root, const std::wstring& keyPath, const std::wstring& valueName, 
 TEST(DeleteList, HoldsTheConfigurationFilesDirectoryAndAWholeKey) {
     ASSERT_THAT(DeleteList, SizeIs(2));
     EXPECT_EQ(Fields(DeleteList[0]),
-              Row(HKEY_LOCAL_MACHINE, Parameters, L"ConfigFileDirectory", 1));
+              Row(HKEY_LOCAL_MACHINE, ParametersKey, L"ConfigFileDirectory", 1));
     EXPECT_EQ(Fields(DeleteList[1]), Row(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Halvane\\SAP", L"", 1));
 }
 
 TEST(DeleteList, IsShownWithTheMarkOfItsEmptyData) {
     ASSERT_THAT(DeleteList, SizeIs(2));
     EXPECT_EQ(SettingDisplayText(DeleteList[0]),
-              L"HKEY_LOCAL_MACHINE\\" + Parameters + L"\\ConfigFileDirectory=");
+              L"HKEY_LOCAL_MACHINE\\" + ParametersKey + L"\\ConfigFileDirectory=");
     EXPECT_EQ(SettingDisplayText(DeleteList[1]), L"HKEY_LOCAL_MACHINE\\SOFTWARE\\Halvane\\SAP\\=");
 }
 
@@ -52,7 +47,7 @@ TEST(WriteList, IsEmpty) {
 
 TEST(HardwareBitmaskGroups, SetOneFeatureEach) {
     const auto feature = [](const wchar_t* name, std::uint32_t number) {
-        return Row(HKEY_LOCAL_MACHINE, Parameters, name, 4, number);
+        return Row(HKEY_LOCAL_MACHINE, ParametersKey, name, 4, number);
     };
     const auto none = Row(nullptr, L"", L"", 4);
     ASSERT_THAT(HardwareBitmaskGroups, SizeIs(3));
@@ -75,7 +70,7 @@ TEST(FeatureRule, HoldsTheFirstSettingThenTheSecondThenTheMask) {
 }
 
 TEST(ServiceParameters, AreInTheServicesOwnKey) {
-    EXPECT_EQ(ServiceParametersKey, Parameters);
+    EXPECT_EQ(ServiceParametersKey, ParametersKey);
 }
 
 TEST(ServiceParameters, NameTheDirectoriesAndTheirDefaults) {

@@ -3,6 +3,7 @@
 #include "support/console_capture.h"
 #include "support/environment_variable.h"
 #include "support/import_hook.h"
+#include "support/log_texts.h"
 #include "support/split_path.h"
 
 #include <windows.h>
@@ -77,12 +78,7 @@ TEST(GetFileTitle, IsEmptyIfTheExpansionFails) {
 
 TEST(PrintUsage, NamesTheProgramAndItsOptions) {
     EXPECT_EQ(test::Printed([] { PrintUsage(L"C:\\Program Files\\X\\The Program.exe"); }),
-              "\r\n"
-              "The Program [/<Option>]\r\n"
-              "       Option = /STOP  or  /CONFIGURE  or  /START  or  /DISABLE\r\n"
-              "\r\n"
-              "       No option means STOP then CONFIGURE then START\r\n"
-              "\r\n");
+              test::UsageText("The Program"));
 }
 
 TEST(PrintUsage, NamesNothingIfThereIsNoTitle) {

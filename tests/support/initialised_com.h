@@ -1,0 +1,18 @@
+#pragma once
+
+#include <windows.h>
+
+#include <objbase.h>
+
+namespace test {
+
+// COM for as long as it lives, as the program has it for its whole run.
+class InitialisedCom {
+public:
+    InitialisedCom() { ::CoInitializeEx(nullptr, COINIT_MULTITHREADED); }
+    InitialisedCom(const InitialisedCom&) = delete;
+    InitialisedCom& operator=(const InitialisedCom&) = delete;
+    ~InitialisedCom() { ::CoUninitialize(); }
+};
+
+}  // namespace test
