@@ -474,13 +474,13 @@ TEST_F(ActionsTest, GoOnWithTheNextServiceWhateverTheStandardLibraryThrows) {
     ImportHook<&::OpenSCManagerW> connect(
         [](LPCWSTR, LPCWSTR, DWORD) -> SC_HANDLE { throw std::length_error("too long"); });
     EXPECT_EQ(LogOfRun({L"/START"}),
-              std::string(Started) + StartBanner +
+              LogBegin + StartBanner +
                   "Starting Application BriskoLU.exe with command line -u....start failed!\r\n"
                   "Starting Ardex...."
                   "Starting Tarsel Metrics Service...."
                   "Starting Tarsel Nimbus Network Service...."
                   "Starting Tarsel Data Relay Service...." +
-                  Finished);
+                  LogEnd);
 }
 
 // Each allocation of a run fails in turn, until a run is through without.
