@@ -67,8 +67,9 @@ fi
 export HOME=$machine TMPDIR=$machine WINEPREFIX=$machine/prefix LC_ALL=C.UTF-8
 unset DISPLAY WAYLAND_DISPLAY
 export WINEDEBUG=${WINEDEBUG:--all}
-# Nothing to install, no menus, and no debugger: it would keep a program that has crashed waiting.
-export WINEDLLOVERRIDES='mscoree,mshtml=;winemenubuilder.exe,winedbg.exe=d'
+# Nothing to install, no menus, no debugger, which would keep a program that has crashed waiting, and
+# no USB, whose driver has a thread that can outlive the machine.
+export WINEDLLOVERRIDES='mscoree,mshtml=;winemenubuilder.exe,winedbg.exe,wineusb.sys=d'
 
 # set_up ARGUMENT...: runs one of Wine's own programs, and shows what it said if it fails.
 set_up() {
