@@ -64,8 +64,8 @@ constexpr Message Table[] = {
     {Kind::Heading, "Scheduling Tasks....."},
     {Kind::CreateTask, "   Creating Task Name [%ls] for Process [%ls]...."},
     {Kind::DeleteTask, "   Deleting Task Name [%ls]...."},
-    {Kind::TaskError, "     ====> %s:[_com_error] Exception 0x%08x, %s, %s"},
-    {Kind::NoSuchTask, "     ====> DeleteScheduledTask:[ERROR] %s GetLastError 0x%08x"},
+    {Kind::TaskError, "     ====> %ls:[_com_error] Exception 0x%08x, %ls, %ls"},
+    {Kind::NoSuchTask, "     ====> DeleteScheduledTask:[ERROR] %ls GetLastError 0x%08x"},
     {Kind::TaskResult, "     ====> ", TaskSuccess},
 
     {Kind::Heading, "Starting Processes....."},
