@@ -26,7 +26,7 @@ import tempfile
 import time
 
 from entries import make_entries
-from figures import Figures, Missing, table
+from figures import Figures, Missing, label, table
 from groups import GROUPS
 from machine import Bench, FreshMachine, Unmeasurable
 from schedule import Calibration, plan
@@ -201,10 +201,11 @@ def measure_groups(groups, calibration, session, progress):
         now, *later = planned()
         group, step = waiting.pop(0)
         if now.choice is None:
-            session.figures.add(group.title, step.name, 0, "failed", "there was no time for it")
+            session.figures.add(group.title, step.name, step.choices[0].entries, "failed",
+                                "there was no time")
             continue
-        entries = f", {now.choice.entries:,} entries" if now.choice.entries else ""
-        progress.what = f"{step.name}{entries} (part {steps - len(waiting)} of {steps})"
+        progress.what = (f"{label(step.name, now.choice.entries)}, "
+                         f"part {steps - len(waiting)} of {steps}")
         progress.ends = time.monotonic() + now.seconds
         progress.afterwards = sum(each.seconds for each in later) + RESERVE
         progress.tick()
@@ -212,7 +213,7 @@ def measure_groups(groups, calibration, session, progress):
         try:
             group.measure(now, session)
         except Exception as error:  # whatever it is, the other groups stand
-            session.figures.add(group.title, step.name, 0, "failed", reason(error))
+            session.figures.add(group.title, step.name, now.choice.entries, "failed", reason(error))
             session.end_machine(patience=0)
             waiting = [pair for pair in waiting if pair[0] is not group]
         session.figures.add("schedule", step.name, now.choice.entries, "planned s", f"{now.seconds:.1f}")
@@ -285,8 +286,8 @@ def write(groups, figures, documentation):
     sections = []
     for group in groups:
         sections.append(f"## {group.title}\n")
-        reasons = [f"{step}: {figures.texts(group.title, step, 0, 'failed')[0]}"
-                   for step in figures.subjects(group.title, "failed")]
+        reasons = [f"{label(*step)}: {figures.texts(group.title, *step, 'failed')[0]}"
+                   for step in figures.having(group.title, "failed")]
         try:
             text = group.text(figures, page.plot)
             if reasons:
@@ -307,7 +308,7 @@ What the program's work costs beside what it has to: a bare program makes the sa
 same order, with nothing around them, and an empty one does nothing at all. `./dev bench` measures all
 of this again and writes this page; nothing here is asserted by a test but the number of calls.
 
-{when}, in {minutes} minutes, on {where}.
+{when}, within {minutes} minutes, on {where}.
 
 {head}
 """ + "\n".join(sections), encoding="utf-8")

@@ -36,10 +36,9 @@ class Figures:
     def values(self, group, subject, entries, measure="ms"):
         return [float(value) for value in self.texts(group, subject, entries, measure)]
 
-    def subjects(self, group, measure):
-        """Those that have such a figure, in their order."""
-        return list(dict.fromkeys(key[1] for key in self._all
-                                  if key[0] == group and key[3] == measure))
+    def having(self, group, measure):
+        """The subjects and numbers of entries that have such a figure, in their order."""
+        return [key[1:3] for key in self._all if key[0] == group and key[3] == measure]
 
     def entries(self, group, *subjects):
         """The numbers of entries that all of the subjects were timed with."""
@@ -82,6 +81,11 @@ def table(head, rows):
     lines = ["| " + " | ".join(head) + " |", "|" + "---|" * len(head)]
     lines += ["| " + " | ".join(str(cell) for cell in row) + " |" for row in rows]
     return "\n".join(lines) + "\n"
+
+
+def label(step, entries):
+    """How a step with a number of entries is called."""
+    return f"{step} {entries:,}" if entries else step
 
 
 def spread(ratio):

@@ -155,7 +155,8 @@ class Measuring(unittest.TestCase):
         self.measure(*groups, seconds=60)
         page = self.page(*groups)
         self.assertIn("## cheap\n\ncheap has [1, 2, 3]\n", page)
-        self.assertIn("## dear\n\n**This could not be measured** (dear: there was no time for it).", page)
+        self.assertIn("## dear\n\n**This could not be measured** (dear 1: there was no time; "
+                      "dear 2: there was no time; dear 3: there was no time).", page)
         self.assertIn("| goal of cheap | 1 | 4.5 | reached |", page)
         self.assertIn("| goal of dear | 1 |  | not measured |", page)
 
@@ -165,7 +166,7 @@ class Measuring(unittest.TestCase):
         self.measure(*groups)
         page = self.page(*groups)
         self.assertIn("before has [1, 2, 3]", page)
-        self.assertIn("**Not all of this could be measured** (failing: a program did not end).\n\n"
+        self.assertIn("**Not all of this could be measured** (failing 2: a program did not end).\n\n"
                       "failing has [1, 2]", page)
         self.assertIn("after has [1, 2, 3]", page)
 
@@ -174,7 +175,7 @@ class Measuring(unittest.TestCase):
         groups[0].measure = lambda planned, session: 1 / 0
         self.measure(*groups)
         page = self.page(*groups)
-        self.assertIn("**This could not be measured** (failing: division by zero).", page)
+        self.assertIn("**This could not be measured** (failing 1: division by zero).", page)
         self.assertIn("after has [1, 2, 3]", page)
 
     def test_keeps_each_figure_at_once(self):
@@ -202,7 +203,9 @@ class AMachine(unittest.TestCase):
         script.write_text(f"#!/bin/bash\ntrap 'touch \"{self.taken_down}\"' EXIT\n{program}\n")
         script.chmod(0o755)
         self.enterContext(mock.patch.object(machine, "FRESH_MACHINE", script))
-        return machine.FreshMachine("program", limit=60)
+        fresh = machine.FreshMachine("program", limit=60)
+        self.addCleanup(fresh.end)
+        return fresh
 
     def test_that_hangs_is_taken_down(self):
         hanging = self.machine("echo ready; sleep 1000")

@@ -23,7 +23,7 @@ class Calls(Group):
     def text(self, figures, plot):
         rows = [(piece, *(figures.texts("calls", piece, 0, measure)[0]
                           for measure in ("made", "asked", "functions")))
-                for piece in figures.subjects("calls", "functions")]
+                for piece, _ in figures.having("calls", "functions")]
         if not rows:
             raise Missing("no calls")
         return f"""\
