@@ -33,6 +33,7 @@ from schedule import Calibration, plan
 
 HERE = pathlib.Path(__file__).resolve().parent
 RESERVE = 20    # seconds, for taking the machine down and for the plots
+SET_UP_LIMIT = 180    # of a machine, which takes some 10
 MARGIN = 0.9    # of the time is planned: what is measured once is not quite what is measured again
 # For what cannot be calibrated: a slow machine.
 SLOW = Calibration(set_up=30, start=0.1, flat=(0.3, 0.0016), tree=(0.3, 0.0008), make=0.0002)
@@ -89,8 +90,9 @@ class Session:
         """The present one, or a new one."""
         if self._machine is None:
             self._brought.clear()
-            self._machine = Bench(self.programs / "bench.exe", max(self.left(), 0) + 300,
-                                  self._progress.tick)
+            left = max(self.left(), 0)
+            self._machine = Bench(self.programs / "bench.exe", left + 300,
+                                  min(max(left, 10), SET_UP_LIMIT), self._progress.tick)
         return self._machine
 
     def end_machine(self, patience=60):
@@ -113,6 +115,7 @@ class Session:
         name = f"{shape}-{entries}"
         if name not in self._brought:
             machine = self.machine()
+            shutil.rmtree(self.work / name, ignore_errors=True)  # of a machine that did not take it
             make_entries(self.work / name, entries, tree=shape == "tree")
             machine.bring(self.work / name)
             self._brought.add(name)

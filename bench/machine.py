@@ -11,8 +11,7 @@ import time
 
 HERE = pathlib.Path(__file__).resolve().parent
 FRESH_MACHINE = HERE.parent / "tests/machine/fresh_machine.sh"
-SET_UP_LIMIT = 180    # seconds
-TAKE_DOWN_LIMIT = 120
+TAKE_DOWN_LIMIT = 120    # seconds
 
 
 class Unmeasurable(Exception):
@@ -48,14 +47,14 @@ class FreshMachine:
             self._lines.put(None)
 
     def lines(self, silence, tick):
-        """Yields what the program prints until it ends. `tick` is called once a second; so many seconds
-        of silence are taken for a hang."""
+        """Yields what the program prints until it ends. `tick` is called once a second and more often;
+        so many seconds of silence are taken for a hang."""
         heard = time.monotonic()
         while True:
+            tick()
             try:
                 line = self._lines.get(timeout=1)
             except queue.Empty:
-                tick()
                 if time.monotonic() - heard > silence:
                     raise Unmeasurable(f"nothing was heard for {silence:.0f} seconds") from None
                 continue
@@ -106,13 +105,13 @@ class FreshMachine:
 
 
 class Bench:
-    """bench.exe on a machine of its own."""
+    """bench.exe on a machine of its own, which is taken down after `limit` seconds at the latest."""
 
-    def __init__(self, program, limit, tick):
+    def __init__(self, program, limit, set_up_limit, tick):
         self._tick = tick
         self._machine = FreshMachine(program, limit)
         try:
-            self._wait("ready", SET_UP_LIMIT, keep=None)
+            self._wait("ready", set_up_limit, keep=None)
         except BaseException:
             self._machine.end()
             raise
