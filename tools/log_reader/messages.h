@@ -67,7 +67,22 @@ struct Message {
 // In the order in which a line is to be compared with them.
 std::span<const Message> Messages();
 
+// The pieces of the format between its conversions.
+std::vector<std::string_view> Pieces(std::string_view format);
+
 // What stands for each conversion, if `line` is written by `format`.
 std::optional<std::vector<std::string>> Match(std::string_view format, std::string_view line);
+
+// A line as the program writes it.
+struct Line {
+    std::string_view format;  // the message's text with the verdict's, for as long as the program runs
+    Kind kind = Kind::Unknown;
+    Outcome outcome = Outcome::Plain;
+    std::string_view verdict;  // the word that says it, for as long as well
+    std::vector<std::string> names;
+};
+
+// Nothing if the program writes no such line.
+std::optional<Line> Recognise(std::string_view line);
 
 }  // namespace reader

@@ -15,10 +15,11 @@ enum class Judgement { Fine, Expected, Attention, Unknown };
 struct Item {
     std::size_t line = 0;  // its number in the file, from 1
     std::string text;      // the log's own
+    std::string_view format{};  // what the program writes it by, without the lines of a task's result
     Kind kind = Kind::Unknown;
     std::vector<std::string> names{};
     Outcome outcome = Outcome::Plain;
-    std::string verdict{};  // the log's word
+    std::string_view verdict{};  // the log's word
     Judgement judgement = Judgement::Unknown;
     std::string_view reason{};
 };
