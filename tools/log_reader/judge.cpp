@@ -143,7 +143,7 @@ private:
 // ---- The rules that look at more than the item
 
 Finding StopThatFailed(const Item& item, const Evidence& log) {
-    const std::string& name = item.names.front();
+    const std::string_view name = item.names.front();
     if (log.Started(name)) {
         return Expected("It was stopped already: what runs does not start again, as it did later.");
     }
@@ -158,7 +158,7 @@ Finding StopThatFailed(const Item& item, const Evidence& log) {
 }
 
 Finding StartThatFailed(const Item& item, const Evidence& log) {
-    const std::string& name = item.names.front();
+    const std::string_view name = item.names.front();
     if (log.Stopped(name)) {
         return Attention("It was stopped and does not start again.");
     }
@@ -285,7 +285,7 @@ void Judge(Report& report) {
     const Evidence evidence(report);
     for (Section& section : report.sections) {
         if (section.items.empty() && !section.mayBeEmpty && report.ends) {
-            report.findings.push_back("Nothing stands below \"" + section.title +
+            report.findings.push_back("Nothing stands below \"" + std::string(section.title) +
                                       "\": this step was cut off.");
         }
         for (Item& item : section.items) {

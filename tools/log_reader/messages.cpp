@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <utility>
 
 namespace reader {
 
@@ -78,22 +77,22 @@ constexpr Message Table[] = {
     {Kind::DisableService, "Disabling Service %ls....", Disabled},
 };
 
-std::optional<std::vector<std::string>> MatchPieces(std::span<const std::string_view> pieces,
-                                                    std::string_view line) {
+std::optional<Names> MatchPieces(std::span<const std::string_view> pieces,
+                                 std::string_view line) {
     const std::string_view first = pieces.front();
     const std::string_view last = pieces.back();
     if (pieces.size() == 1) {
-        return line == first ? std::optional(std::vector<std::string>()) : std::nullopt;
+        return line == first ? std::optional(Names()) : std::nullopt;
     }
-    if (!line.starts_with(first) || !line.ends_with(last) ||
+    if (pieces.size() > Names::Most + 1 || !line.starts_with(first) || !line.ends_with(last) ||
         line.size() < first.size() + last.size()) {
         return std::nullopt;
     }
     line.remove_prefix(first.size());
     line.remove_suffix(last.size());
     // From behind: what a name holds may look like what follows on it.
-    std::vector<std::string> names(pieces.size() - 1);
-    for (std::size_t index = names.size() - 1; index > 0; --index) {
+    Names names(pieces.size() - 1);
+    for (std::size_t index = pieces.size() - 2; index > 0; --index) {
         const std::size_t at = line.rfind(pieces[index]);
         if (at == std::string_view::npos) {
             return std::nullopt;
@@ -101,7 +100,7 @@ std::optional<std::vector<std::string>> MatchPieces(std::span<const std::string_
         names[index] = line.substr(at + pieces[index].size());
         line = line.substr(0, at);
     }
-    names.front() = line;
+    names[0] = line;
     return names;
 }
 
@@ -168,7 +167,9 @@ std::vector<std::string_view> Pieces(std::string_view format) {
 }
 
 std::optional<std::vector<std::string>> Match(std::string_view format, std::string_view line) {
-    return MatchPieces(Pieces(format), line);
+    const std::optional<Names> names = MatchPieces(Pieces(format), line);
+    return names ? std::optional(std::vector<std::string>(names->begin(), names->end()))
+                 : std::nullopt;
 }
 
 std::optional<Line> Recognise(std::string_view line) {
@@ -177,8 +178,12 @@ std::optional<Line> Recognise(std::string_view line) {
         return std::nullopt;
     }
     for (const Form* form : Forms.Of(line.front())) {
-        if (auto names = MatchPieces(form->pieces, line)) {
-            return Line{form->format, form->kind, form->outcome, form->verdict, std::move(*names)};
+        const std::string_view last = form->pieces.back();
+        if (!last.empty() && last.back() != line.back()) {
+            continue;  // the end tells the most
+        }
+        if (const std::optional<Names> names = MatchPieces(form->pieces, line)) {
+            return Line{form->format, form->kind, form->outcome, form->verdict, *names};
         }
     }
     return std::nullopt;

@@ -150,7 +150,10 @@ std::size_t LogReader::Take(std::string_view bytes, bool last) {
         bytes.remove_prefix(skipped);
     }
     const std::size_t size = last ? bytes.size() : LineEnd(bytes, /*lastOne=*/true);
-    std::string_view rest = Decoded(bytes.substr(0, size));
+    if (givenUp_) {
+        report_.texts.clear();
+    }
+    std::string_view rest = report_.texts.emplace_front(Decoded(bytes.substr(0, size)));
     while (!rest.empty()) {
         const std::size_t end = std::min(rest.find('\n'), rest.size());
         TakeLine(rest.substr(0, end));
@@ -179,22 +182,23 @@ std::size_t LogReader::LineEnd(std::string_view bytes, bool lastOne) const {
     return at == std::string_view::npos ? 0 : at + end.size();
 }
 
-// In the log's characters, for as long as nothing else is decoded.
-std::string_view LogReader::Decoded(std::string_view bytes) {
+// In the log's characters.
+std::string LogReader::Decoded(std::string_view bytes) const {
     if (encoding_ == Encoding::Bytes) {
-        return bytes;
+        return std::string(bytes);
     }
-    decoded_.clear();
+    std::string text;
     if (encoding_ == Encoding::Utf8) {
-        AppendDecodedUtf8(decoded_, bytes);
+        AppendDecodedUtf8(text, bytes);
     } else {
-        AppendUtf16(decoded_, bytes, encoding_ == Encoding::Utf16LowFirst ? 1U : 0U);
+        AppendUtf16(text, bytes, encoding_ == Encoding::Utf16LowFirst ? 1U : 0U);
     }
-    return decoded_;
+    return text;
 }
 
 void LogReader::TakeLine(std::string_view line) {
     ++line_;
+    HasRoom(line.size());
     while (line.ends_with('\r')) {
         line.remove_suffix(1);
     }
@@ -203,27 +207,28 @@ void LogReader::TakeLine(std::string_view line) {
     }
     while (!line.empty()) {
         const std::size_t next = NextItem(line);
-        const std::string_view text = line.substr(0, next);
-        Item item = {.line = line_, .text = std::string(text)};
-        if (auto known = Recognise(text)) {
+        Item item = {.line = line_, .text = line.substr(0, next)};
+        if (const std::optional<Line> known = Recognise(item.text)) {
             item.format = known->format;
             item.kind = known->kind;
-            item.names = std::move(known->names);
+            item.names = known->names;
             item.outcome = known->outcome;
             item.verdict = known->verdict;
         }
-        Take(std::move(item));
+        Take(item);
         line.remove_prefix(next);
     }
 }
 
-void LogReader::Take(Item item) {
+void LogReader::Take(const Item& item) {
+    constexpr std::size_t MostOfASection = 16;  // of nearly all
+    const bool task = item.kind == Kind::CreateTask || item.kind == Kind::DeleteTask;
     switch (item.kind) {
         case Kind::RunBegins:
             ++runs_;
             report_.begins = true;
             report_.ends = false;
-            report_.sections.clear();
+            Forget();
             held_ = 0;
             givenUp_ = false;
             return;
@@ -233,28 +238,29 @@ void LogReader::Take(Item item) {
         case Kind::Heading:
         case Kind::EmptyHeading:
             headed_ = true;
-            if (HasRoom(sizeof(Section) + item.text.size())) {
+            if (HasRoom(sizeof(Section))) {
                 report_.sections.push_back({.line = item.line,
-                                            .title = std::move(item.text),
+                                            .title = item.text,
                                             .mayBeEmpty = item.kind != Kind::Heading});
             }
             return;
-        case Kind::CreateTask:
-        case Kind::DeleteTask:
-            item.outcome = Outcome::Missing;  // its result comes on a line of its own
-            break;
         default:
-            if (JoinTask(item)) {
+            if ((!task && JoinTask(item)) || !HasRoom(sizeof(Item))) {
                 return;
             }
-    }
-    if (!HasRoom(sizeof(Item) + item.text.size())) {
-        return;
     }
     if (report_.sections.empty()) {
         report_.sections.emplace_back();
     }
-    report_.sections.back().items.push_back(std::move(item));
+    std::vector<Item>& items = report_.sections.back().items;
+    if (items.empty()) {
+        items.reserve(MostOfASection);
+    }
+    items.push_back(item);
+    if (task) {
+        items.back().outcome = Outcome::Missing;  // its result comes on a line of its own
+        task_ = nullptr;
+    }
 }
 
 // The lines of a task up to its result belong to it, those that an error's text brings too.
@@ -270,7 +276,12 @@ bool LogReader::JoinTask(const Item& item) {
     if (!HasRoom(item.text.size())) {
         return true;
     }
-    task.text += '\n' + item.text;
+    if (task_ == nullptr) {
+        task_ = &report_.texts.emplace_back(task.text);
+    }
+    *task_ += '\n';
+    *task_ += item.text;
+    task.text = *task_;
     noSuchTask_ |= item.kind == Kind::NoSuchTask;
     if (item.kind == Kind::TaskResult) {
         task.verdict = item.verdict;
@@ -290,7 +301,14 @@ bool LogReader::HasRoom(std::size_t bytes) {
 
 void LogReader::GiveUp() {
     givenUp_ = true;
+    Forget();
+}
+
+// All but the text that is being read.
+void LogReader::Forget() {
     report_.sections.clear();
+    report_.texts.resize(std::min<std::size_t>(report_.texts.size(), 1));
+    task_ = nullptr;
 }
 
 Report LogReader::Finish() {
@@ -331,8 +349,8 @@ void LogReader::NoteCodePage() {
             if (item.kind != Kind::QuitApplication) {
                 continue;
             }
-            const std::string& title = item.names[1];
-            if (title.starts_with("Tarsel") && title.find('\xAE') == std::string::npos) {
+            const std::string_view title = item.names[1];
+            if (title.starts_with("Tarsel") && title.find('\xAE') == std::string_view::npos) {
                 report_.notes.push_back(
                     std::string("The file went through a console, whose code page has changed what "
                                 "is not ASCII in it: names may be wrong") +

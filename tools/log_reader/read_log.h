@@ -65,26 +65,27 @@ public:
 
 private:
     [[nodiscard]] std::size_t LineEnd(std::string_view bytes, bool lastOne) const;
-    [[nodiscard]] std::string_view Decoded(std::string_view bytes);
+    [[nodiscard]] std::string Decoded(std::string_view bytes) const;
     void TakeLine(std::string_view line);
-    void Take(Item item);
+    void Take(const Item& item);
     bool JoinTask(const Item& item);
     bool HasRoom(std::size_t bytes);
     void GiveUp();
+    void Forget();
     void NoteEncoding();
     void NoteCodePage();
 
     Encoding encoding_;
     std::size_t longestRun_;
-    std::string decoded_{};
     Report report_{};
     std::size_t line_ = 0;
     std::size_t runs_ = 0;
-    std::size_t held_ = 0;     // bytes of this run
+    std::size_t held_ = 0;     // bytes for this run
     bool givenUp_ = false;     // this run
     bool skipping_ = false;    // to the end of the line
     bool headed_ = false;      // by any heading
     bool noSuchTask_ = false;
+    std::string* task_ = nullptr;  // the text of the task whose lines are being joined
 };
 
 }  // namespace reader

@@ -57,7 +57,7 @@ std::string What(const Item& item) {
     std::size_t name = 0;
     for (const std::string_view piece : Pieces(item.format)) {
         if (name > 0) {
-            what += words[name - 1] == ItsOwn ? item.names[name - 1] : std::string(words[name - 1]);
+            what += words[name - 1] == ItsOwn ? item.names[name - 1] : words[name - 1];
         }
         what += piece;
         ++name;
@@ -151,7 +151,7 @@ void Rollout::AddItem(const Item& item) {
     if (item.names.empty()) {
         return;
     }
-    const std::string name = item.names.front().substr(0, LongestName);
+    const std::string name(item.names.front().substr(0, LongestName));
     if (finding.names.size() == MostNames && !finding.names.contains(name)) {
         finding.moreNames = true;
         return;

@@ -13,6 +13,10 @@ namespace reader {
 
 namespace {
 
+constexpr bool StandsForItself(char32_t code) {
+    return code >= ' ' && code < '\x7F' && code != '"' && code != '\\';
+}
+
 // In ASCII.
 class JsonWriter {
 public:
@@ -22,17 +26,16 @@ public:
     // The log's bytes are the first characters of Unicode.
     void Text(std::string_view text) {
         json_ += '"';
-        std::size_t plain = 0;  // of what stands for itself
+        std::size_t begin = 0;  // of what stands for itself
         for (std::size_t index = 0; index < text.size(); ++index) {
-            const char character = text[index];
-            if (character == '"' || character == '\\' || IsControl(character) ||
-                !IsAscii(character)) {
-                json_ += text.substr(plain, index - plain);
-                Escape(static_cast<unsigned char>(character));
-                plain = index + 1;
+            const auto code = static_cast<unsigned char>(text[index]);
+            if (!StandsForItself(code)) {
+                json_ += text.substr(begin, index - begin);
+                Escape(code);
+                begin = index + 1;
             }
         }
-        json_ += text.substr(plain);
+        json_ += text.substr(begin);
         json_ += '"';
     }
 
@@ -48,8 +51,7 @@ public:
             if (*character >= FirstOfPairs) {
                 Escape(FirstHalves + ((*character - FirstOfPairs) >> BitsOfHalf));
                 Escape(SecondHalves + (*character & MaskOfHalf));
-            } else if (*character >= ' ' && *character < '\x7F' && *character != '"' &&
-                       *character != '\\') {
+            } else if (StandsForItself(*character)) {
                 json_ += static_cast<char>(*character);
             } else {
                 Escape(*character);
@@ -73,21 +75,22 @@ public:
         Text(text);
     }
 
-    template <typename Element, typename Write>
-    void Array(std::string_view name, const std::vector<Element>& elements, const Write& write) {
+    template <typename Elements, typename Write>
+    void Array(std::string_view name, const Elements& elements, const Write& write) {
         Key(name);
         json_ += '[';
-        for (const Element& element : elements) {
-            if (&element != &elements.front()) {
-                Raw(", ");
-            }
+        bool first = true;
+        for (const auto& element : elements) {
+            Raw(first ? "" : ", ");
             write(element);
+            first = false;
         }
         json_ += ']';
     }
 
-    void Texts(std::string_view name, const std::vector<std::string>& texts) {
-        Array(name, texts, [this](const std::string& text) { Text(text); });
+    template <typename Strings>
+    void Texts(std::string_view name, const Strings& texts) {
+        Array(name, texts, [this](std::string_view text) { Text(text); });
     }
 
     void Raw(std::string_view text) { json_ += text; }

@@ -19,7 +19,7 @@ std::string Padded(std::string text, std::size_t width) {
 }
 
 // What could make a terminal do something is shown as what it is not.
-std::string Shown(const std::string& text, std::size_t indent) {
+std::string Shown(std::string_view text, std::size_t indent) {
     std::string shown;
     for (const char character : text) {
         if (character == '\n') {
@@ -130,7 +130,7 @@ std::string WriteText(const Report& report) {
         text += "ATTENTION: " + Shown(finding, 0) + '\n';
     }
     for (const Section& section : report.sections) {
-        text += '\n' + (section.title.empty() ? "Before the first section" : section.title) + '\n';
+        text += '\n' + std::string(section.title.empty() ? "Before the first section" : section.title) + '\n';
         for (const Item& item : section.items) {
             text += Lines(item, item.judgement == Judgement::Attention
                                     ? "ATTENTION"
