@@ -2,6 +2,7 @@
 #include "log_reader/unicode.h"
 #include "log_reader/writers.h"
 
+#include <array>
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -13,15 +14,23 @@ namespace reader {
 
 namespace {
 
-constexpr bool StandsForItself(char32_t code) {
-    return code >= ' ' && code < '\x7F' && code != '"' && code != '\\';
-}
+// The characters of a log that stand for themselves.
+constexpr std::array<bool, 256> Plain = [] {
+    std::array<bool, 256> plain{};
+    for (std::size_t code = ' '; code < '\x7F'; ++code) {
+        plain[code] = code != '"' && code != '\\';
+    }
+    return plain;
+}();
 
 // In ASCII.
 class JsonWriter {
 public:
     // On one line, or on one for each item.
-    explicit JsonWriter(bool oneLine) : oneLine_(oneLine) {}
+    explicit JsonWriter(bool oneLine) : oneLine_(oneLine) {
+        constexpr std::size_t Usual = 0x4000;
+        json_.reserve(Usual);
+    }
 
     // The log's bytes are the first characters of Unicode.
     void Text(std::string_view text) {
@@ -29,7 +38,7 @@ public:
         std::size_t begin = 0;  // of what stands for itself
         for (std::size_t index = 0; index < text.size(); ++index) {
             const auto code = static_cast<unsigned char>(text[index]);
-            if (!StandsForItself(code)) {
+            if (!Plain[code]) {
                 json_ += text.substr(begin, index - begin);
                 Escape(code);
                 begin = index + 1;
@@ -51,7 +60,7 @@ public:
             if (*character >= FirstOfPairs) {
                 Escape(FirstHalves + ((*character - FirstOfPairs) >> BitsOfHalf));
                 Escape(SecondHalves + (*character & MaskOfHalf));
-            } else if (StandsForItself(*character)) {
+            } else if (*character < Plain.size() && Plain[*character]) {
                 json_ += static_cast<char>(*character);
             } else {
                 Escape(*character);
