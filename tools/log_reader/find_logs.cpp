@@ -26,8 +26,8 @@ struct Entry {
 
 // Windows has no case in names, and logs go from one system to the other.
 bool IsLog(const Name& name) {
-    constexpr std::array<std::array<char, 2>, 4> Ending = {{{'.', '.'}, {'l', 'L'}, {'o', 'O'},
-                                                            {'g', 'G'}}};
+    constexpr std::array<std::array<char, 2>, 4> Ending = {
+        {{'.', '.'}, {'l', 'L'}, {'o', 'O'}, {'g', 'G'}}};
     return name.size() >= Ending.size() &&
            std::equal(Ending.begin(), Ending.end(), name.end() - Ending.size(),
                       [](const std::array<char, 2>& letters, auto character) {
@@ -76,7 +76,7 @@ bool List(const std::filesystem::path& directory, std::vector<Entry>& entries) {
         const bool directoryFound = entry->is_directory(unknown);
         Name name = entry->path().filename().native();
         if ((directoryFound || IsLog(name)) && !entry->is_symlink(unknown)) {
-            entries.push_back({std::move(name), directoryFound ? Type::Directory
+            entries.push_back({std::move(name), directoryFound                    ? Type::Directory
                                                 : entry->is_regular_file(unknown) ? Type::File
                                                                                   : Type::Other});
         }

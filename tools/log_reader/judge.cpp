@@ -119,8 +119,7 @@ private:
         }
     }
 
-    static void AddIf(bool condition, std::vector<std::string_view>& names,
-                      std::string_view name) {
+    static void AddIf(bool condition, std::vector<std::string_view>& names, std::string_view name) {
         if (condition) {
             names.push_back(name);
         }
@@ -185,7 +184,7 @@ Finding FileNotDeleted(const Item& item, const Evidence& log) {
 
 Finding DirectoryNotCreated(const Item& item, const Evidence& log) {
     return log.IsThere(item.names.front()) ? Expected("It was there already.")
-                                            : Attention("Nothing shows that it was there already.");
+                                           : Attention("Nothing shows that it was there already.");
 }
 
 Finding FileNotCopied(const Item& item, const Evidence& log) {

@@ -44,7 +44,8 @@ constexpr char Usage[] =
     "  --json   for a program; several logs as JSON Lines, one for each log\n"
     "  --html   as a page for a browser\n"
     "\n"
-    "Exit status: 0 nothing needs attention, 1 something does, or some logs cannot be read, 2 there\n"
+    "Exit status: 0 nothing needs attention, 1 something does, or some logs cannot be read, 2 "
+    "there\n"
     "is no log to be read.\n";
 
 using Path = std::filesystem::path;
@@ -171,7 +172,7 @@ public:
             reader::WriteHtml(std::cout, rollout_);
         }
         return End(rollout_.NeedAttention() > 0 || !rollout_.NotRead().empty() ? NeedsAttention
-                                                                              : NeedsNothing);
+                                                                               : NeedsNothing);
     }
 
 private:

@@ -77,8 +77,7 @@ constexpr Message Table[] = {
     {Kind::DisableService, "Disabling Service %ls....", Disabled},
 };
 
-std::optional<Names> MatchPieces(std::span<const std::string_view> pieces,
-                                 std::string_view line) {
+std::optional<Names> MatchPieces(std::span<const std::string_view> pieces, std::string_view line) {
     const std::string_view first = pieces.front();
     const std::string_view last = pieces.back();
     if (pieces.size() == 1) {
@@ -124,7 +123,8 @@ public:
                                   message.kind, verdict.outcome,
                                   verdict.text.substr(verdict.text.find_last_of('=') + 1)});
             }
-            forms_.push_back({std::string(message.text), message.kind,
+            forms_.push_back({std::string(message.text),
+                              message.kind,
                               message.verdicts.empty() ? Outcome::Plain : Outcome::Missing,
                               {}});
         }

@@ -80,14 +80,17 @@ class Names {
 public:
     static constexpr std::size_t Most = 4;
 
+    using value_type = std::string_view;
+    using const_iterator = const std::string_view*;
+
     explicit Names(std::size_t size = 0) : size_(size) {}
 
     [[nodiscard]] bool empty() const { return size_ == 0; }
     [[nodiscard]] std::string_view front() const { return names_[0]; }
     [[nodiscard]] std::string_view operator[](std::size_t index) const { return names_[index]; }
     [[nodiscard]] std::string_view& operator[](std::size_t index) { return names_[index]; }
-    [[nodiscard]] const std::string_view* begin() const { return names_.data(); }
-    [[nodiscard]] const std::string_view* end() const { return names_.data() + size_; }
+    [[nodiscard]] const_iterator begin() const { return names_.data(); }
+    [[nodiscard]] const_iterator end() const { return names_.data() + size_; }
 
 private:
     std::size_t size_;
@@ -96,7 +99,8 @@ private:
 
 // A line as the program writes it.
 struct Line {
-    std::string_view format;  // the message's text with the verdict's, for as long as the program runs
+    std::string_view
+        format;  // the message's text with the verdict's, for as long as the program runs
     Kind kind = Kind::Unknown;
     Outcome outcome = Outcome::Plain;
     std::string_view verdict;  // the word that says it, for as long as well

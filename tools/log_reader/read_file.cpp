@@ -43,8 +43,7 @@ Report ReadFrom(std::streambuf& file, std::vector<char>& buffer) {
     }
     std::size_t kept = 0;
     for (bool last = false; !last;) {
-        const std::size_t size =
-            kept + Fill(file, buffer.data() + kept, buffer.size() - kept);
+        const std::size_t size = kept + Fill(file, buffer.data() + kept, buffer.size() - kept);
         last = size < buffer.size();
         std::size_t taken = reader.Take({buffer.data(), size}, last);
         if (taken == 0 && !last) {

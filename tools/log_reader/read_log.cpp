@@ -172,9 +172,8 @@ std::size_t LogReader::LineEnd(std::string_view bytes, bool lastOne) const {
     if (!IsUtf16(encoding_)) {
         return (lastOne ? bytes.rfind('\n') : bytes.find('\n')) + 1;
     }
-    const std::string_view end = encoding_ == Encoding::Utf16LowFirst
-                                     ? std::string_view("\n\0", 2)
-                                     : std::string_view("\0\n", 2);
+    const std::string_view end = encoding_ == Encoding::Utf16LowFirst ? std::string_view("\n\0", 2)
+                                                                      : std::string_view("\0\n", 2);
     std::size_t at = lastOne ? bytes.rfind(end) : bytes.find(end);
     while (at != std::string_view::npos && at % 2 != 0) {
         at = lastOne ? bytes.rfind(end, at - 1) : bytes.find(end, at + 1);
@@ -269,8 +268,7 @@ bool LogReader::JoinTask(const Item& item) {
         return false;
     }
     Item& task = report_.sections.back().items.back();
-    if ((task.kind != Kind::CreateTask && task.kind != Kind::DeleteTask) ||
-        !task.verdict.empty()) {
+    if ((task.kind != Kind::CreateTask && task.kind != Kind::DeleteTask) || !task.verdict.empty()) {
         return false;
     }
     if (!HasRoom(item.text.size())) {

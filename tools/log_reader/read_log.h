@@ -42,7 +42,8 @@ private:
     int missing_ = 0;  // bytes of a character that has begun
 };
 
-// Reads a log piece by piece, once its encoding is known, and holds no more of it than its last run.
+// Reads a log piece by piece, once its encoding is known, and holds no more of it than its last
+// run.
 class LogReader {
 public:
     using Encoding = EncodingFinder::Encoding;
@@ -51,9 +52,9 @@ public:
     explicit LogReader(Encoding encoding,
                        std::size_t longestRun = std::numeric_limits<std::size_t>::max());
 
-    // Takes the lines that end in `bytes`, or all if these are the last. Returns how many bytes that
-    // were: the next ones are to begin behind them. There has to be an even number of bytes, unless
-    // they are the last.
+    // Takes the lines that end in `bytes`, or all if these are the last. Returns how many bytes
+    // that were: the next ones are to begin behind them. There has to be an even number of bytes,
+    // unless they are the last.
     std::size_t Take(std::string_view bytes, bool last);
 
     // Goes on behind bytes that are too many for a line, which gives the run up. Their number is
@@ -80,10 +81,10 @@ private:
     Report report_{};
     std::size_t line_ = 0;
     std::size_t runs_ = 0;
-    std::size_t held_ = 0;     // bytes for this run
-    bool givenUp_ = false;     // this run
-    bool skipping_ = false;    // to the end of the line
-    bool headed_ = false;      // by any heading
+    std::size_t held_ = 0;   // bytes for this run
+    bool givenUp_ = false;   // this run
+    bool skipping_ = false;  // to the end of the line
+    bool headed_ = false;    // by any heading
     bool noSuchTask_ = false;
     std::string* task_ = nullptr;  // the text of the task whose lines are being joined
 };

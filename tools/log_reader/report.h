@@ -14,9 +14,10 @@ enum class Judgement { Fine, Expected, Attention, Unknown };
 
 // A line of the log, or the lines of a scheduled task.
 struct Item {
-    std::size_t line = 0;  // its number in the file, from 1
-    std::string_view text;      // the log's own
-    std::string_view format{};  // what the program writes it by, without the lines of a task's result
+    std::size_t line = 0;   // its number in the file, from 1
+    std::string_view text;  // the log's own
+    std::string_view
+        format{};  // what the program writes it by, without the lines of a task's result
     Kind kind = Kind::Unknown;
     Names names{};
     Outcome outcome = Outcome::Plain;

@@ -175,12 +175,13 @@ Finding& Rollout::Found(const std::string& format, const std::string& reason) {
 }
 
 void Rollout::AddUnreadable(const std::string& path, std::string_view reason) {
+    Note(path);
     unreadable_.push_back({path, std::string(reason)});
 }
 
 void Rollout::Note(const std::string& path) {
     const std::string name = FileName(path);
-    if (read_ == 0) {
+    if (read_ + unreadable_.size() == 0) {
         fileName_ = name;
     }
     oneFileName_ = oneFileName_ && name == fileName_;
@@ -197,7 +198,7 @@ std::vector<const Finding*> Rollout::Findings() const {
 }
 
 std::vector<std::string> Rollout::Machines() const {
-    const bool byDirectory = oneFileName_ && read_ > 1;
+    const bool byDirectory = oneFileName_ && read_ + unreadable_.size() > 1;
     std::vector<std::string> machines;
     std::map<std::string_view, std::size_t> logs;
     for (const std::string& path : attention_) {

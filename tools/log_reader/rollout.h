@@ -14,9 +14,9 @@ namespace reader {
 
 // Something that is wrong on some machines.
 struct Finding {
-    std::string what;               // the item, with capitals for the names that vary
-    std::string reason;             // empty if `what` says all
-    std::string_view word{};        // the capitals for the first of the names; empty without names
+    std::string what;         // the item, with capitals for the names that vary
+    std::string reason;       // empty if `what` says all
+    std::string_view word{};  // the capitals for the first of the names; empty without names
     std::vector<std::uint32_t> logs{};  // that have it, each once, as they count in Machines()
 
     struct Name {
@@ -38,8 +38,8 @@ struct Unreadable {
     std::string reason;
 };
 
-// What is to be told of the logs of many machines. It holds the names of the logs that need attention
-// or cannot be read, and of the others their number.
+// What is to be told of the logs of many machines. It holds the names of the logs that need
+// attention or cannot be read, and of the others their number.
 class Rollout {
 public:
     // A judged log, by its path as ShownName has it.

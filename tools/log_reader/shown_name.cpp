@@ -72,8 +72,8 @@ void AppendShown(std::string& text, char32_t character) {
         const auto next =
             index + 1 < name.size() ? static_cast<char32_t>(name[index + 1]) : char32_t{0};
         if (IsSurrogate(unit) && unit < SecondHalves && IsSurrogate(next) && next >= SecondHalves) {
-            AppendShown(shown, FirstOfPairs + ((unit & MaskOfHalf) << BitsOfHalf) +
-                                   (next & MaskOfHalf));
+            AppendShown(shown,
+                        FirstOfPairs + ((unit & MaskOfHalf) << BitsOfHalf) + (next & MaskOfHalf));
             ++index;
         } else {
             AppendShown(shown, unit == U'\\' ? U'/' : unit);

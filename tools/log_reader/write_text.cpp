@@ -130,7 +130,9 @@ std::string WriteText(const Report& report) {
         text += "ATTENTION: " + Shown(finding, 0) + '\n';
     }
     for (const Section& section : report.sections) {
-        text += '\n' + std::string(section.title.empty() ? "Before the first section" : section.title) + '\n';
+        text += '\n' +
+                std::string(section.title.empty() ? "Before the first section" : section.title) +
+                '\n';
         for (const Item& item : section.items) {
             text += Lines(item, item.judgement == Judgement::Attention
                                     ? "ATTENTION"
@@ -161,9 +163,9 @@ void WriteText(std::ostream& output, const Rollout& rollout) {
     output << Summary(rollout) << '\n';
     const std::vector<std::string> machines = rollout.Machines();
     for (const Finding* finding : rollout.Findings()) {
-        const std::string count =
-            RightAligned(std::to_string(finding->logs.size()), CountWidth) +
-            RightAligned(Share(finding->logs.size(), rollout), ShareWidth) + "  ";
+        const std::string count = RightAligned(std::to_string(finding->logs.size()), CountWidth) +
+                                  RightAligned(Share(finding->logs.size(), rollout), ShareWidth) +
+                                  "  ";
         const std::string indent(count.size(), ' ');
         output << '\n' << Fitted(finding->what, count);
         if (!finding->reason.empty()) {
