@@ -1,12 +1,16 @@
 #include "log_reader/judge.h"
 #include "log_reader/read_log.h"
 #include "log_reader/writers.h"
+#include "support/file_contents.h"
 #include "support/log_texts.h"
 
 #include <cstddef>
+#include <cstdlib>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <list>
+#include <random>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -579,6 +583,49 @@ TEST(Writing, TextHasNoControlCharacters) {
     EXPECT_THAT(text, HasSubstr("a?[31m b\n"));
     EXPECT_THAT(reader::WriteText(ReadWhole(Quit + " application not found!\r\n")),
                 HasSubstr("Tarsel\xAE Lumetra"));
+}
+
+// ---- The program
+
+// Runs the reader on the file. Returns its exit status; what it says of it is in `errors`.
+int RunOn(const std::filesystem::path& file, std::string& errors) {
+    const std::filesystem::path said = file.parent_path() / "errors.txt";
+    const std::filesystem::path::string_type command =
+        std::filesystem::path(std::getenv("FINASET_LOG")).make_preferred().native() +
+        std::filesystem::path(" ").native() + file.native() +
+        std::filesystem::path(" 2> ").native() + said.native();
+#ifdef _WIN32
+    const int status = ::_wsystem(command.c_str());
+#else
+    const int status = WEXITSTATUS(std::system(command.c_str()));
+#endif
+    errors = test::FileText(said).value();
+    return status;
+}
+
+TEST(TheProgram, ReadsAFileWhateverItIsCalled) {
+    if (std::getenv("FINASET_LOG") == nullptr) {
+        GTEST_SKIP() << "FINASET_LOG does not say where the program is";
+    }
+#ifdef _WIN32
+    const std::wstring name = L"a\xD83D.log";
+    const std::string shown = "a\\ud83d.log";
+#else
+    const std::string name = "a\xFF.log";
+    const std::string shown = "a\\xff.log";
+#endif
+    const std::filesystem::path directory =
+        std::filesystem::temp_directory_path() /
+        ("finaset-log-" + std::to_string(std::random_device()()));
+    const std::filesystem::path file = directory / name;
+    std::string errors;
+    test::PutFile(file, LogBegin + LogEnd);
+    EXPECT_EQ(RunOn(file, errors), 0);
+    EXPECT_EQ(errors, "");
+    test::PutFile(file, "");
+    EXPECT_EQ(RunOn(file, errors), 2);
+    EXPECT_THAT(errors, StartsWith("finaset-log: " + shown + ": it is empty"));
+    std::filesystem::remove_all(directory);
 }
 
 }  // namespace

@@ -27,7 +27,8 @@ constexpr std::size_t Huge = 200'000'000;
 const std::string NoStartAfterStop =
     "Starting NAME....start failed!\tIt was stopped and does not start again.";
 const std::string NoStartWithoutStop =
-    "Starting NAME....start failed!\tIt did not stop before either: it runs on as it was, or is not "
+    "Starting NAME....start failed!\tIt did not stop before either: it runs on as it was, or is "
+    "not "
     "installed, or the program had no right to it.";
 const std::string NoStop =
     "Stopping NAME....stop failed!\tIt did not start later either: it runs on as it was, or is not "
@@ -42,8 +43,7 @@ const std::string NoTask =
     "Creating Task Name [NAME] for Process [PATH].... FAILED\tThe task is not scheduled.";
 const std::string NoVerdict =
     "Starting NAME....\tThere is no verdict: the run, or this step, was cut off here.";
-const std::string NoEnd =
-    "The log's end is missing: the run, or its capture, was cut off.\t";
+const std::string NoEnd = "The log's end is missing: the run, or its capture, was cut off.\t";
 const std::string NoBeginning = "The log's beginning is missing.\t";
 
 std::string Replaced(std::string log, const std::string& from, const std::string& to) {
@@ -109,7 +109,9 @@ std::vector<Kind> Kinds(const std::filesystem::path& kept) {
                              "0x80070005, (null), Zugriff verweigert.\n     ====> FAILED");
          },
          {NoTask}},
-        {[=] { return Replaced(later, "Setting DACLs on File", "\x01\xFFtting DACLs on Fi\x02e"); }},
+        {[=] {
+            return Replaced(later, "Setting DACLs on File", "\x01\xFFtting DACLs on Fi\x02e");
+        }},
         {[=] { return Utf16(later); }},
         {[=] { return Utf16(withoutArdex); }, {NoStartAfterStop}},
         {[=] { return withoutArdex + first; }},
@@ -142,8 +144,8 @@ int Write(const std::filesystem::path& directory, const std::filesystem::path& s
         {"read", 0}, {"in order", 0}, {"needing attention", 0}, {"not readable", 0}};
     std::map<std::string, std::size_t> findings;
     for (std::size_t index = 0; index < Logs; ++index) {
-        const Kind& kind = index < hugeKinds.size() ? hugeKinds[index]
-                                                    : kinds[index * index / 7 % kinds.size()];
+        const Kind& kind =
+            index < hugeKinds.size() ? hugeKinds[index] : kinds[index * index / 7 % kinds.size()];
         constexpr const char* Versions[] = {"win10-22H2", "win11-23H2", "win11-24H2"};
         test::PutFile(directory / "logs" / Versions[index % 3] /
                           ("PC-" + std::to_string(10'000 + index) + ".log"),
