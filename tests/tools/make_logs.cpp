@@ -1,10 +1,11 @@
-// Writes two thousand logs as a rollout leaves them, and what is to be found in them.
+// Writes logs as a rollout leaves them, and what is to be found in them.
 //
-//   make_logs DIRECTORY SOURCES
+//   make_logs DIRECTORY SOURCES COUNT
 //
-// The logs go below DIRECTORY/logs, in directories by version of Windows. DIRECTORY/expected has a
-// line for each number: how many logs are read, in order, need attention and are not readable, then
-// on how many is which finding, with its reason behind a tab.
+// The logs go below DIRECTORY/logs, in directories by version of Windows; of a thousand and more
+// some are huge. DIRECTORY/expected has a line for each number: how many logs are read, in order,
+// need attention and are not readable, then on how many is which finding, with its reason behind a
+// tab.
 
 #include "support/file_contents.h"
 #include "support/log_texts.h"
@@ -21,7 +22,7 @@
 
 namespace {
 
-constexpr std::size_t Logs = 2000;
+constexpr std::size_t Many = 1000;
 constexpr std::size_t Huge = 200'000'000;
 
 const std::string NoStartAfterStop =
@@ -136,14 +137,15 @@ std::vector<Kind> HugeKinds(const std::filesystem::path& kept) {
     };
 }
 
-int Write(const std::filesystem::path& directory, const std::filesystem::path& sources) {
+void Write(const std::filesystem::path& directory, const std::filesystem::path& sources,
+           std::size_t count) {
     const std::filesystem::path kept = sources / "tests/tools/logs";
     const std::vector<Kind> kinds = Kinds(kept);
-    const std::vector<Kind> hugeKinds = HugeKinds(kept);
+    const std::vector<Kind> hugeKinds = count < Many ? std::vector<Kind>() : HugeKinds(kept);
     std::map<std::string, std::size_t> sum = {
         {"read", 0}, {"in order", 0}, {"needing attention", 0}, {"not readable", 0}};
     std::map<std::string, std::size_t> findings;
-    for (std::size_t index = 0; index < Logs; ++index) {
+    for (std::size_t index = 0; index < count; ++index) {
         const Kind& kind =
             index < hugeKinds.size() ? hugeKinds[index] : kinds[index * index / 7 % kinds.size()];
         constexpr const char* Versions[] = {"win10-22H2", "win11-23H2", "win11-24H2"};
@@ -166,7 +168,6 @@ int Write(const std::filesystem::path& directory, const std::filesystem::path& s
         expected << logs << '\t' << finding << '\n';
     }
     test::PutFile(directory / "expected", expected.str());
-    return 0;
 }
 
 }  // namespace
@@ -176,5 +177,9 @@ int wmain(int argumentCount, wchar_t* arguments[]) {
 #else
 int main(int argumentCount, char* arguments[]) {
 #endif
-    return argumentCount == 3 ? Write(arguments[1], arguments[2]) : 2;
+    if (argumentCount != 4) {
+        return 2;
+    }
+    Write(arguments[1], arguments[2], std::stoul(arguments[3]));
+    return 0;
 }
