@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <list>
@@ -603,29 +604,46 @@ int RunOn(const std::filesystem::path& file, std::string& errors) {
     return status;
 }
 
-TEST(TheProgram, ReadsAFileWhateverItIsCalled) {
-    if (std::getenv("FINASET_LOG") == nullptr) {
-        GTEST_SKIP() << "FINASET_LOG does not say where the program is";
+class TheProgram : public testing::Test {
+protected:
+    void SetUp() override {
+        if (std::getenv("FINASET_LOG") == nullptr) {
+            GTEST_SKIP() << "FINASET_LOG does not say where the program is";
+        }
+        std::filesystem::create_directories(directory);
     }
-#ifdef _WIN32
-    const std::wstring name = L"a\xD83D.log";
-    const std::string shown = "a\\ud83d.log";
-#else
-    const std::string name = "a\xFF.log";
-    const std::string shown = "a\\xff.log";
-#endif
+    void TearDown() override { std::filesystem::remove_all(directory); }
+
     const std::filesystem::path directory =
         std::filesystem::temp_directory_path() /
         ("finaset-log-" + std::to_string(std::random_device()()));
-    const std::filesystem::path file = directory / name;
     std::string errors;
+};
+
+TEST_F(TheProgram, ReadsAFileWhateverItIsCalled) {
+    const std::u8string name = u8"\u00E4\u20AC\U0001F600.log";
+    const std::filesystem::path file = directory / name;
     test::PutFile(file, LogBegin + LogEnd);
     EXPECT_EQ(RunOn(file, errors), 0);
     EXPECT_EQ(errors, "");
     test::PutFile(file, "");
     EXPECT_EQ(RunOn(file, errors), 2);
-    EXPECT_THAT(errors, StartsWith("finaset-log: " + shown + ": it is empty"));
-    std::filesystem::remove_all(directory);
+    EXPECT_THAT(errors, StartsWith("finaset-log: \xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80.log: "));
+}
+
+// Where the system lets it be made, it is there, and empty.
+TEST_F(TheProgram, EscapesWhatOfAFilesNameIsNoCharacter) {
+#ifdef _WIN32
+    const std::filesystem::path file = directory / L"a\xD83D.log";
+    const std::string shown = "a\\ud83d.log";
+#else
+    const std::filesystem::path file = directory / "a\xFF.log";
+    const std::string shown = "a\\xff.log";
+#endif
+    const bool made = static_cast<bool>(std::ofstream(file));
+    EXPECT_EQ(RunOn(file, errors), 2);
+    EXPECT_THAT(errors, StartsWith("finaset-log: " + shown +
+                                   (made ? ": it is empty" : ": it cannot be read")));
 }
 
 }  // namespace
