@@ -4,8 +4,8 @@
 
 namespace test {
 
-// Whether the standard library is GCC's. A test that holds for it alone skips itself elsewhere; what
-// the program depends on holds for all libraries.
+// Whether the standard library is GCC's. A test that holds for it alone skips itself elsewhere;
+// what the program depends on holds for all libraries.
 #ifdef __GLIBCXX__
 constexpr bool GccsLibrary = true;
 #else

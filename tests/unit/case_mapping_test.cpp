@@ -65,7 +65,8 @@ TEST(CaseMapping, GoesOnBehindAnEmbeddedZero) {
 // Each character for itself, as in the "C" locale, which the tests run in as the program does.
 TEST(CaseMapping, IsTheCLocalesInGccsLibrary) {
     if (!test::GccsLibrary) {
-        GTEST_SKIP() << "Microsoft's facet maps more letters than the C runtime does in this locale";
+        GTEST_SKIP()
+            << "Microsoft's facet maps more letters than the C runtime does in this locale";
     }
     std::wstring upper;
     std::wstring lower;
