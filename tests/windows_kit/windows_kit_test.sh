@@ -2,12 +2,14 @@
 # Takes the kit for a Windows machine from its zip, and runs its script to the end on one of Wine's,
 # with a few tests of each program.
 #
-#   windows_kit_test.sh BIN
+#   windows_kit_test.sh PROGRAM...
+#
+# PROGRAM is what the kit has; all of them lie in one directory.
 set -euo pipefail
 source_directory=$(readlink -f "$(dirname "$0")/..")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-"$source_directory/windows_kit/make.sh" "$1" "$work/kit"
+"$source_directory/windows_kit/make.sh" "$(dirname "$1")" "$work/kit"
 mkdir "$work/a place with blanks"
 cd "$work/a place with blanks"
 cmake -E tar xf ../kit.zip
