@@ -3,7 +3,7 @@
 //   windows_kit check              whether the tests may run here; ends with 2, and says why, if
 //   not windows_kit run PROGRAM        runs one of them to its end, with its output and its results
 //   in
-//                                  the directory "report"
+//                                  the directory "report"; "serve" is the same for a service
 //   windows_kit summary PROGRAM... writes report\summary.txt, and shows it; ends with 1 if a test
 //   has
 //                                  failed, a program has not come to its end, or something is left
@@ -13,12 +13,14 @@
 #include "shared/owner.h"
 #include "support/end_process.h"
 #include "support/file_contents.h"
+#include "support/installed_service.h"
 #include "support/registry_contents.h"
 
 #include <windows.h>
 
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <iterator>
@@ -35,9 +37,9 @@ namespace {
 using Utils::KernelHandle;
 using Utils::ServiceHandle;
 
-constexpr int Passed = 0;
-constexpr int Failed = 1;
-constexpr int Refused = 2;
+constexpr int ExitGood = 0;
+constexpr int ExitBad = 1;
+constexpr int ExitRefused = 2;
 
 // The longest program takes a quarter of an hour where a machine is slow.
 constexpr DWORD ProgramLimitMs = 3'600'000;
@@ -128,28 +130,26 @@ int Check() {
             "This is Windows %s. The tests are for Windows 10, Windows Server 2016 and "
             "later.\n",
             Text(version).c_str());
-        return Refused;
+        return ExitRefused;
     }
     if (!IsElevated()) {
         std::puts("The tests need an administrator's rights: start this as an administrator.");
-        return Refused;
+        return ExitRefused;
     }
     if (const std::string here = ProductHere(); !here.empty()) {
         std::printf("The tests would remove what this machine has of the product already:\n%s",
                     here.c_str());
-        return Refused;
+        return ExitRefused;
     }
-    return Passed;
+    return ExitGood;
 }
 
-int Run(const std::wstring& program) {
-    const std::filesystem::path results = Report / (program + L".xml");
-    const std::filesystem::path printed = Report / (program + L".txt");
-    std::printf("%s ... ", Narrow(program).c_str());
-    std::fflush(stdout);
+// How a test program ended.
+enum class End : DWORD { Passed, Failed, NotStarted, TooLate };
 
+End RunHere(const std::wstring& program) {
     SECURITY_ATTRIBUTES inheritable = {sizeof(inheritable), nullptr, TRUE};
-    const KernelHandle output(::CreateFileW(printed.c_str(), GENERIC_WRITE,
+    const KernelHandle output(::CreateFileW((Report / (program + L".txt")).c_str(), GENERIC_WRITE,
                                             FILE_SHARE_READ | FILE_SHARE_WRITE, &inheritable,
                                             CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     STARTUPINFOW startup = {};
@@ -157,24 +157,111 @@ int Run(const std::wstring& program) {
     startup.dwFlags = STARTF_USESTDHANDLES;
     startup.hStdOutput = output.Get();
     startup.hStdError = output.Get();
-    std::wstring command = program + L".exe --gtest_output=xml:" + results.wstring();
+    std::wstring command =
+        program + L".exe --gtest_output=xml:" + (Report / (program + L".xml")).wstring();
     PROCESS_INFORMATION info = {};
     if (!::CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
                           &startup, &info)) {
-        std::printf("cannot be started, error %lu\n", ::GetLastError());
-        return Failed;
+        return End::NotStarted;
     }
     const KernelHandle thread(info.hThread);
     const KernelHandle process(info.hProcess);
     if (::WaitForSingleObject(process.Get(), ProgramLimitMs) != WAIT_OBJECT_0) {
         test::EndProcess(info.dwProcessId);
-        std::puts("does not end");
-        return Failed;
+        return End::TooLate;
     }
     DWORD exitCode = 0;
     ::GetExitCodeProcess(process.Get(), &exitCode);
-    std::puts(exitCode == 0 ? "passed" : "failed");
-    return exitCode == 0 ? Passed : Failed;
+    return exitCode == 0 ? End::Passed : End::Failed;
+}
+
+// The tests of whole runs are for the user that Windows Installer runs the program as, which a
+// service is too. An administrator alone could not have the application asked to quit.
+constexpr wchar_t SystemsProgram[] = L"machine_tests";
+constexpr wchar_t ServiceName[] = L"Finaset windows kit";
+
+std::wstring Environment(const wchar_t* name) {
+    const wchar_t* value = _wgetenv(name);
+    return value == nullptr ? L"" : value;
+}
+
+// The same as a service, which hands on what it does not get by itself: the directory, and what the
+// tests look for in the environment.
+End RunAsTheSystem(const std::wstring& program) {
+    const ServiceHandle manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
+    const std::wstring command = L"\"" + test::BesideThisProgram(L"windows_kit.exe") + L"\" serve";
+    const ServiceHandle service(
+        ::CreateServiceW(manager.Get(), ServiceName, ServiceName, SERVICE_ALL_ACCESS,
+                         SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL,
+                         command.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr));
+    const std::wstring directory = std::filesystem::current_path();
+    const std::wstring report = Environment(L"FINASET_REPORT");
+    const std::wstring filter = Environment(L"GTEST_FILTER");
+    const wchar_t* arguments[] = {program.c_str(), directory.c_str(), report.c_str(),
+                                  filter.c_str()};
+    SERVICE_STATUS status = {};
+    if (!service || !::StartServiceW(service.Get(), std::size(arguments), arguments)) {
+        ::DeleteService(service.Get());
+        return End::NotStarted;
+    }
+    do {
+        ::Sleep(100);
+        ::QueryServiceStatus(service.Get(), &status);
+    } while (status.dwCurrentState != SERVICE_STOPPED);
+    ::DeleteService(service.Get());
+    return status.dwWin32ExitCode == ERROR_SERVICE_SPECIFIC_ERROR
+               ? static_cast<End>(status.dwServiceSpecificExitCode)
+               : End::NotStarted;
+}
+
+SERVICE_STATUS_HANDLE statusHandle = nullptr;
+
+void ReportStatus(DWORD state, End end) {
+    SERVICE_STATUS status = {};
+    status.dwServiceType = SERVICE_WIN32_OWN_PROCESS;
+    status.dwCurrentState = state;
+    status.dwWin32ExitCode = ERROR_SERVICE_SPECIFIC_ERROR;
+    status.dwServiceSpecificExitCode = static_cast<DWORD>(end);
+    ::SetServiceStatus(statusHandle, &status);
+}
+
+void WINAPI Serve(DWORD /*count*/, wchar_t** arguments) {
+    statusHandle = ::RegisterServiceCtrlHandlerW(ServiceName, [](DWORD) WINAPI {});
+    ReportStatus(SERVICE_RUNNING, End::NotStarted);
+    ::SetCurrentDirectoryW(arguments[2]);
+    ::SetEnvironmentVariableW(L"FINASET_REPORT", arguments[3]);
+    if (*arguments[4] != L'\0') {
+        ::SetEnvironmentVariableW(L"GTEST_FILTER", arguments[4]);
+    }
+    ReportStatus(SERVICE_STOPPED, RunHere(arguments[1]));
+}
+
+int ServeTheSystem() {
+    std::wstring name = ServiceName;
+    const SERVICE_TABLE_ENTRYW services[] = {{name.data(), &Serve}, {nullptr, nullptr}};
+    return ::StartServiceCtrlDispatcherW(services) ? ExitGood : ExitBad;
+}
+
+int Run(const std::wstring& program) {
+    const bool asTheSystem = program == SystemsProgram;
+    std::printf("%s%s ... ", Narrow(program).c_str(), asTheSystem ? " (as the system)" : "");
+    std::fflush(stdout);
+    const End end = asTheSystem ? RunAsTheSystem(program) : RunHere(program);
+    switch (end) {
+        case End::Passed:
+            std::puts("passed");
+            break;
+        case End::Failed:
+            std::puts("failed");
+            break;
+        case End::NotStarted:
+            std::puts("cannot be started");
+            break;
+        case End::TooLate:
+            std::puts("does not end");
+            break;
+    }
+    return end == End::Passed ? ExitGood : ExitBad;
 }
 
 // An attribute of the element that begins at `element`, or "".
@@ -312,7 +399,7 @@ int Summarize(const std::vector<std::wstring>& programs) {
                            : "\nNot everything has passed.\n";
     test::PutFile(Report / L"summary.txt", text);
     std::printf("\n%s", text.c_str());
-    return summary.passed ? Passed : Failed;
+    return summary.passed ? ExitGood : ExitBad;
 }
 
 }  // namespace
@@ -322,6 +409,9 @@ int wmain(int argumentCount, wchar_t** arguments) {
     try {
         if (words.size() == 1 && words[0] == L"check") {
             return Check();
+        }
+        if (words.size() == 1 && words[0] == L"serve") {
+            return ServeTheSystem();
         }
         if (words.size() == 2 && words[0] == L"run") {
             return Run(words[1]);
@@ -333,5 +423,5 @@ int wmain(int argumentCount, wchar_t** arguments) {
     } catch (const std::exception& error) {
         std::printf("windows_kit: %s\n", error.what());
     }
-    return Refused;
+    return ExitRefused;
 }

@@ -32,7 +32,7 @@ echo %errorlevel%>>ends.txt
 reg delete HKLM\SOFTWARE\Tarsel /f
 call run-on-windows.cmd<no.txt>3.txt
 echo %errorlevel%>>ends.txt
-set GTEST_FILTER=CaseMapping.*:FaultSweep.None*:Machine.TheUsage*:OnWindows*:RealRuns.*
+set GTEST_FILTER=CaseMapping.*:Machine.TheOptionStopOnlyStops:OnWindows*:RealRuns.*
 call run-on-windows.cmd<yes.txt>4.txt
 echo %errorlevel%>>ends.txt
 move report report-4
@@ -74,6 +74,8 @@ for number in 1 2 3; do
 done
 
 expect 4.txt '^unit_tests \.\.\. passed'
+expect 4.txt '^machine_tests \(as the system\) \.\.\. passed'
+expect report-4/machine_tests.txt '^\[       OK \] Machine\.TheOptionStopOnlyStops'
 expect report-4/summary.txt '^Windows 10\.0\.'
 for program in unit sweep machine windows installer adapter log log_reader; do
     [[ $program != installer || -e installer_tests.exe ]] || continue
