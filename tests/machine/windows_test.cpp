@@ -258,7 +258,7 @@ TEST(OnWindows, TheDirectoriesHaveTheAccessListsThatWereAskedForAndInheritNothin
     ASSERT_THAT(machine.Run(L"/CONFIGURE").log, Not(HasSubstr("Uninstalling Product")));
     EXPECT_THAT(AccessList(Nimbus()), StartsWith("D:P"));
     EXPECT_THAT(Entries(Nimbus()), UnorderedElementsAre("A;OICI;FA;;;BA", "A;OICI;FA;;;SY"));
-    const fs::path images = Nimbus() / L"ImageCache";
+    const fs::path images = Machine::DataDirectory() / L"ImageCache";
     EXPECT_THAT(AccessList(images), StartsWith("D:P"));
     EXPECT_THAT(Entries(images),
                 UnorderedElementsAre("A;OICI;FA;;;BA", "A;OICI;FA;;;SY", "A;OICI;0x1200a9;;;BU"));
@@ -303,7 +303,7 @@ TEST(OnWindows, NoUserCanCreateOrTurnAnythingBelowASecuredDirectory) {
     ASSERT_THAT(machine.Run(L"/CONFIGURE").log, Not(HasSubstr("Uninstalling Product")));
     const AsAUser user;
     for (const fs::path& directory :
-         {Nimbus(), Nimbus() / L"ImageCache", Machine::ConfigurationDirectory()}) {
+         {Nimbus(), Machine::DataDirectory() / L"ImageCache", Machine::ConfigurationDirectory()}) {
         EXPECT_FALSE(::CreateDirectoryW((directory / L"a user's").c_str(), nullptr)) << directory;
         EXPECT_EQ(::GetLastError(), DWORD{ERROR_ACCESS_DENIED}) << directory;
         // A junction is made by writing to the directory itself.
