@@ -8,6 +8,7 @@
 
 #include <windows.h>
 
+#include <objbase.h>
 #include <taskschd.h>
 
 #include <cstddef>
