@@ -150,6 +150,18 @@ class Measuring(unittest.TestCase):
         for group in groups:
             self.assertEqual(self.figures.entries(group.title, "subject"), [1, 2, 3])
 
+    def test_gives_less_to_what_follows_on_something_that_took_too_long(self):
+        groups = [Measured("first", self.clock, turn=1, slower=20),
+                  Measured("second", self.clock, turn=5)]
+        self.measure(*groups, seconds=190)
+        self.assertLessEqual(self.clock.now, 190)
+        self.assertEqual(self.figures.entries("second", "subject"), [1, 2, 3])
+
+    def test_measures_the_cheapest_first_so_that_the_dearest_takes_the_time_from_nobody(self):
+        groups = [Measured("dear", self.clock, turn=30, slower=4), Measured("cheap", self.clock)]
+        self.measure(*groups, seconds=121)
+        self.assertEqual(self.figures.entries("cheap", "subject"), [1, 2, 3])
+
     def test_says_what_there_was_no_time_for(self):
         groups = [Measured("cheap", self.clock), Measured("dear", self.clock, turn=500)]
         self.measure(*groups, seconds=60)
@@ -220,7 +232,7 @@ class AMachine(unittest.TestCase):
         self.assertEqual(ended.last_words(), "nothing free")
 
     def test_ends_by_itself_if_it_can(self):
-        patient = self.machine("cat; touch \"$0.ended\"")
+        patient = self.machine("cat && touch \"$0.ended\"")
         patient.say("hello")
         patient.end(patience=30)
         self.assertEqual(list(patient.lines(silence=10, tick=lambda: None)), ["hello"])

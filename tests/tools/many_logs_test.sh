@@ -72,7 +72,11 @@ read_logs() {
     local name=$1 status=0 command=("$reader")
     shift
     [[ ! $drive ]] || command=("$tests/../machine/fresh_machine.sh" "$reader")
-    "${as_user[@]}" "${command[@]}" "$@" >"$work/$name" 2>"$work/$name.error" || status=$?
+    (
+        # In kilobytes, of address space; Wine takes more for itself.
+        [[ $drive ]] || ulimit -v 65536
+        exec "${as_user[@]}" "${command[@]}" "$@"
+    ) >"$work/$name" 2>"$work/$name.error" || status=$?
     # The machine says what it misses.
     sed -i '/^fresh_machine.sh: /d' "$work/$name.error"
     # As this computer has lines and paths.

@@ -23,6 +23,7 @@
 #include <ios>
 #include <iostream>
 #include <iterator>
+#include <new>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -247,5 +248,9 @@ int wmain(int argumentCount, wchar_t* arguments[]) {
 #else
 int main(int argumentCount, char* arguments[]) {
 #endif
-    return Run({arguments + 1, arguments + argumentCount});
+    try {
+        return Run({arguments + 1, arguments + argumentCount});
+    } catch (const std::bad_alloc&) {
+        return Fail("there is not enough memory");
+    }
 }
