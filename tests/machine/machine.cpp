@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cstring>
 #include <cwctype>
+#include <exception>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -247,7 +248,11 @@ Machine::~Machine() {
         if (OnWine()) {
             std::filesystem::remove(TaskDirectory() / task, ignored);
         } else {
-            RunToEnd(L"schtasks.exe /delete /f /tn \"" + task + L"\"");
+            try {
+                RunToEnd(L"schtasks.exe /delete /f /tn \"" + task + L"\"");
+            } catch (const std::exception&) {
+                continue;  // as above
+            }
         }
     }
     std::filesystem::remove_all(directory_, ignored);
