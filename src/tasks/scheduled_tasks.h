@@ -6,24 +6,24 @@
 // One task for the Task Scheduler, to be registered in its root folder.
 struct ScheduledTaskEntry {
     std::wstring taskXml;             // the definition, with ##PROCESSNAME## for the program's path
-    bool resolveInOwnFolder = false;  // whether the program lies beside this one
+    bool resolveInOwnFolder = false;  // whether the program is beside this one
     std::wstring processName;
     std::wstring taskName;
 };
 
-// Registers the product's tasks, and removes the one that older installations left behind. Returns
-// the result of the last registration, true if there was none.
+// Registers the product's tasks, and removes the one that older installations left. Returns the
+// result of the last registration, true if there was none.
 bool ScheduleTasks();
 
-// The same for other tasks than the product's.
+// The same for other tasks.
 bool ScheduleTasks(std::span<const ScheduledTaskEntry> tasks);
 
-// Both need COM on this thread, and say in the log what came of it. Where the task service's object
-// cannot be created at all, both count as done on purpose: such a machine runs no tasks.
+// Both need COM on this thread, and log the outcome. Where the task service object cannot be
+// created at all, both count as done on purpose: such a machine runs no tasks.
 
 // Registers or replaces one task. `processPath` is for the log. Returns whether it is registered.
 bool CreateScheduledTask(const std::wstring& taskName, const std::wstring& taskXml,
                          const std::wstring& processPath);
 
-// Removes one task. That there is none counts as success.
+// Removes one task. If there is none, that counts as success.
 void DeleteScheduledTask(const std::wstring& taskName);
