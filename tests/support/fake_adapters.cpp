@@ -56,6 +56,44 @@ void PutRecords(const std::vector<FakeAdapter>& adapters, std::byte* to) {
     }
 }
 
+std::wstring Lowered(std::wstring text) {
+    std::ranges::transform(text, text.begin(), [](wchar_t character) {
+        return character >= L'A' && character <= L'Z' ? static_cast<wchar_t>(character + 32)
+                                                      : character;
+    });
+    return text;
+}
+
+// What stands before, between and behind the ".*" of a pattern.
+std::vector<std::wstring> PiecesOf(std::wstring pattern) {
+    std::vector<std::wstring> pieces;
+    for (std::size_t at = pattern.find(L".*"); at != std::wstring::npos; at = pattern.find(L".*")) {
+        pieces.push_back(pattern.substr(0, at));
+        pattern.erase(0, at + 2);
+    }
+    pieces.push_back(pattern);
+    return pieces;
+}
+
+// Whether the text has the first piece at its beginning, the last at its end, and the others
+// between in this order, with no line end anywhere.
+bool HasPieces(std::wstring_view text, const std::vector<std::wstring>& pieces) {
+    if (text.find_first_of(L"\r\n") != std::wstring::npos) {
+        return false;
+    }
+    for (const std::wstring& each : pieces) {
+        const std::wstring piece = Lowered(each);
+        const std::size_t at = &each == &pieces.back() && text.ends_with(piece)
+                                   ? text.size() - piece.size()
+                                   : text.find(piece);
+        if (at == std::wstring::npos || (&each == &pieces.front() && at != 0)) {
+            return false;
+        }
+        text.remove_prefix(at + piece.size());
+    }
+    return text.empty();
+}
+
 }  // namespace
 
 std::vector<std::byte> AdapterRecords(const std::vector<FakeAdapter>& adapters) {
@@ -66,14 +104,21 @@ std::vector<std::byte> AdapterRecords(const std::vector<FakeAdapter>& adapters) 
     return records;
 }
 
-bool IsTheModel(const std::wstring& description) {
-    std::wstring lowered = description;
-    std::ranges::transform(lowered, lowered.begin(), [](wchar_t character) {
-        return character >= L'A' && character <= L'Z' ? static_cast<wchar_t>(character + 32)
-                                                      : character;
-    });
-    return lowered.starts_with(L"tarsel") && lowered.find(L"qz311", 6) != std::wstring::npos &&
-           lowered.find_first_of(L"\r\n") == std::wstring::npos;
+std::optional<std::uint32_t> MaskOf(const std::wstring& description) {
+    for (const AdapterPattern& row : HardwarePatternTable) {
+        if (HasPieces(Lowered(description), PiecesOf(row.pattern))) {
+            return row.mask;
+        }
+    }
+    return std::nullopt;
+}
+
+std::wstring DescriptionFor(const AdapterPattern& row) {
+    std::wstring description;
+    for (const std::wstring& piece : PiecesOf(row.pattern)) {
+        description += description.empty() || piece.empty() ? piece : L" " + piece;
+    }
+    return description;
 }
 
 FakeAdapters::FakeAdapters()
