@@ -83,6 +83,7 @@ public:
         if (course.actions & 4) {
             configuring_ = true;
             secured = Configure();
+            configuring_ = false;
         }
         if ((course.actions & 8) && secured) {
             Start();
@@ -230,8 +231,7 @@ private:
     void Respond() {
         Banner(26, "Uninstalling Product.....");
         if (!course_.programDirectory.empty()) {
-            const std::string program =
-                Varying(course_.programDirectory + "\\") + "Unfinaset.exe";
+            const std::string program = Varying(course_.programDirectory + "\\") + "Unfinaset.exe";
             const auto line = [this](const std::string& text) {
                 items_.push_back({ItemKind::Optional, text});
             };
@@ -274,10 +274,9 @@ private:
     // The lines of one routine of the task service.
     void Task(const std::string& begin, const std::string& routine, const std::string& remark) {
         const bool fails = !course_.taskError.empty();
-        const std::string error =
-            fails ? "     ====> " + routine + ":[_com_error] Exception " +
-                        Varying(course_.taskError) + "\n"
-                  : remark;
+        const std::string error = fails ? "     ====> " + routine + ":[_com_error] Exception " +
+                                              Varying(course_.taskError) + "\n"
+                                        : remark;
         Item(begin + "....\n" + error, {"     ====> SUCCESS\n", "     ====> FAILED\n"},
              fails ? Bad : Good);
     }
