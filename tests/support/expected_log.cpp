@@ -34,7 +34,7 @@ std::string Varying(const std::string& text) {
     return MarkBefore + text + MarkBehind;
 }
 
-std::string Shown(const std::wstring& path) {
+std::string Expanded(const std::wstring& path) {
     return Narrow(ExpandEnvironmentPath(path));
 }
 
@@ -204,7 +204,7 @@ private:
         CreateDirectory(DirectoryOf(path));
         const bool shipped = !course_.shipped || course_.shipped->contains(file.fileName);
         const bool copies = shipped && !path.empty() && (file.overwrite || !IsThere(path));
-        if (Item("Copying File " + Varying(Shown(file.sourcePath) + " -> " + path) +
+        if (Item("Copying File " + Varying(Expanded(file.sourcePath) + " -> " + path) +
                      "     overwriting =" + (file.overwrite ? "true" : "false") + "\t - \t",
                  {Success, Failure}, copies ? Good : Bad) == Good) {
             Put(path);
@@ -378,11 +378,11 @@ bool Matches(std::string_view line, std::string_view text) {
 }
 
 std::string DestinationOf(const FileOperation& file, const Course& course) {
-    return Shown(Resolved(file.resolveDestination, file.fileName, course));
+    return Expanded(Resolved(file.resolveDestination, file.fileName, course));
 }
 
 std::string TargetOf(const SecuredDirectory& directory, const Course& course) {
-    return Shown(Resolved(directory.resolvePath, directory.path, course));
+    return Expanded(Resolved(directory.resolvePath, directory.path, course));
 }
 
 bool IsThereAfter(const Course& course, const std::string& path) {

@@ -13,10 +13,6 @@ const auto Library = reinterpret_cast<HMODULE>(0x7200'0000);
 
 constexpr int Garbage = 0xEE;
 
-std::string Given(const void* pointer) {
-    return pointer == nullptr ? "null" : "given";
-}
-
 std::string Place(const IP_ADAPTER_ADDRESSES* buffer) {
     if (buffer == nullptr) {
         return "null";
@@ -64,34 +60,14 @@ std::wstring Lowered(std::wstring text) {
     return text;
 }
 
-// What stands before, between and behind the ".*" of a pattern.
-std::vector<std::wstring> PiecesOf(std::wstring pattern) {
-    std::vector<std::wstring> pieces;
-    for (std::size_t at = pattern.find(L".*"); at != std::wstring::npos; at = pattern.find(L".*")) {
-        pieces.push_back(pattern.substr(0, at));
-        pattern.erase(0, at + 2);
+// Whether a pattern of plain text and ".*" is that of a whole text.
+bool Fits(std::wstring_view text, std::wstring_view pattern) {
+    if (pattern.starts_with(L".*")) {
+        return Fits(text, pattern.substr(2)) || (!text.empty() && Fits(text.substr(1), pattern));
     }
-    pieces.push_back(pattern);
-    return pieces;
-}
-
-// Whether the text has the first piece at its beginning, the last at its end, and the others
-// between in this order, with no line end anywhere.
-bool HasPieces(std::wstring_view text, const std::vector<std::wstring>& pieces) {
-    if (text.find_first_of(L"\r\n") != std::wstring::npos) {
-        return false;
-    }
-    for (const std::wstring& each : pieces) {
-        const std::wstring piece = Lowered(each);
-        const std::size_t at = &each == &pieces.back() && text.ends_with(piece)
-                                   ? text.size() - piece.size()
-                                   : text.find(piece);
-        if (at == std::wstring::npos || (&each == &pieces.front() && at != 0)) {
-            return false;
-        }
-        text.remove_prefix(at + piece.size());
-    }
-    return text.empty();
+    return text.empty() || pattern.empty()
+               ? text == pattern
+               : text[0] == pattern[0] && Fits(text.substr(1), pattern.substr(1));
 }
 
 }  // namespace
@@ -105,20 +81,19 @@ std::vector<std::byte> AdapterRecords(const std::vector<FakeAdapter>& adapters) 
 }
 
 std::optional<std::uint32_t> MaskOf(const std::wstring& description) {
-    for (const AdapterPattern& row : HardwarePatternTable) {
-        if (HasPieces(Lowered(description), PiecesOf(row.pattern))) {
-            return row.mask;
-        }
-    }
-    return std::nullopt;
+    const bool oneLine = description.find_first_of(L"\r\n") == std::wstring::npos;
+    const auto row = std::ranges::find_if(HardwarePatternTable, [&](const AdapterPattern& each) {
+        return oneLine && Fits(Lowered(description), Lowered(each.pattern));
+    });
+    return row == HardwarePatternTable.end() ? std::nullopt : std::optional(row->mask);
 }
 
 std::wstring DescriptionFor(const AdapterPattern& row) {
-    std::wstring description;
-    for (const std::wstring& piece : PiecesOf(row.pattern)) {
-        description += description.empty() || piece.empty() ? piece : L" " + piece;
+    std::wstring description = row.pattern;
+    for (std::size_t at = 0; (at = description.find(L".*", at)) != std::wstring::npos;) {
+        description.replace(at, 2, L" ");
     }
-    return description;
+    return description.substr(0, description.find_last_not_of(L' ') + 1);
 }
 
 FakeAdapters::FakeAdapters()
@@ -126,7 +101,7 @@ FakeAdapters::FakeAdapters()
           if (std::wstring(name) != L"iphlpapi.dll") {
               return load_.Forward(name, file, flags);
           }
-          calls.Add("LoadLibraryExW", std::wstring(name), Given(file), flags);
+          calls.Add("LoadLibraryExW", name, file, flags);
           return libraryLoads ? Library : nullptr;
       }),
       free_([this](HMODULE module) {
@@ -140,7 +115,7 @@ FakeAdapters::FakeAdapters()
           if (module != Library) {
               return find_.Forward(module, name);
           }
-          calls.Add("GetProcAddress", Name(module), std::string(name));
+          calls.Add("GetProcAddress", Name(module), name);
           return functionIsThere ? reinterpret_cast<FARPROC>(
                                        reinterpret_cast<void*>(&FakeAdapters::GetAdapters))
                                  : nullptr;
@@ -150,8 +125,7 @@ FakeAdapters::FakeAdapters()
 
 ULONG WINAPI FakeAdapters::GetAdapters(ULONG family, ULONG flags, PVOID reserved,
                                        PIP_ADAPTER_ADDRESSES buffer, PULONG size) {
-    instance_->calls.Add("GetAdaptersAddresses", family, flags, Given(reserved), Place(buffer),
-                         *size);
+    instance_->calls.Add("GetAdaptersAddresses", family, flags, reserved, Place(buffer), *size);
     return buffer == nullptr ? instance_->Size(size) : instance_->List(buffer, size);
 }
 

@@ -27,8 +27,8 @@ struct FakeAdapter {
 // which is not that of their places, and nothing of use in any field that is not to be looked at.
 std::vector<std::byte> AdapterRecords(const std::vector<FakeAdapter>& adapters);
 
-// The mask that the product's table has for an adapter of this description, or none, in words of the
-// tests' own: the pieces between the ".*" of a pattern, in any case, and no line end.
+// The mask that the product's table has for an adapter of this description, or none, in words of
+// the tests' own: a pattern of plain text and ".*", in any case, and no line end.
 std::optional<std::uint32_t> MaskOf(const std::wstring& description);
 
 // A description that a row's pattern matches.

@@ -230,13 +230,12 @@ TEST_F(ActionsTest, AreReadFromTheServicesParameters) {
     test::CallLog calls;
     ImportHook<&::RegOpenKeyExW> open(
         [&](HKEY root, LPCWSTR path, DWORD options, REGSAM access, PHKEY key) {
-            calls.Add("RegOpenKeyExW", std::string(root == HKEY_LOCAL_MACHINE ? "HKLM" : "other"),
-                      std::wstring(path));
+            calls.Add("RegOpenKeyExW", root == HKEY_LOCAL_MACHINE ? "HKLM" : "other", path);
             return open.Forward(root, path, options, access, key);
         });
     ImportHook<&::RegQueryValueExW> query(
         [&](HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD size) {
-            calls.Add("RegQueryValueExW", std::wstring(name));
+            calls.Add("RegQueryValueExW", name);
             return query.Forward(key, name, reserved, type, data, size);
         });
     SetRegistry(16);

@@ -1,12 +1,12 @@
 #include "hw/adapter_bitmask.h"
 
 #include "hw/adapter_patterns.h"
+#include "support/call_log.h"
 #include "support/console_capture.h"
 #include "support/fake_adapters.h"
 #include "support/import_hook.h"
 #include "support/noted_steps.h"
 #include "support/private_registry.h"
-#include "support/registry_calls.h"
 #include "support/registry_contents.h"
 
 #include <windows.h>

@@ -16,7 +16,6 @@
 #include "support/noted_steps.h"
 #include "support/print_hook.h"
 #include "support/private_registry.h"
-#include "support/registry_calls.h"
 #include "support/registry_contents.h"
 #include "support/setting_records.h"
 #include "support/temporary_directory.h"

@@ -2,11 +2,11 @@
 
 #include "hw/adapter_bitmask.h"
 #include "hw/feature_table.h"
+#include "support/call_log.h"
 #include "support/console_capture.h"
 #include "support/import_hook.h"
 #include "support/noted_steps.h"
 #include "support/private_registry.h"
-#include "support/registry_calls.h"
 #include "support/registry_contents.h"
 #include "support/setting_records.h"
 

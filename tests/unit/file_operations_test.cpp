@@ -9,7 +9,6 @@
 #include "support/file_contents.h"
 #include "support/import_hook.h"
 #include "support/private_registry.h"
-#include "support/registry_calls.h"
 #include "support/registry_contents.h"
 #include "support/temporary_directory.h"
 

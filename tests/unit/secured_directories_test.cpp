@@ -5,9 +5,7 @@
 #include "support/console_capture.h"
 #include "support/environment_variable.h"
 #include "support/expected_log.h"
-#include "support/import_hook.h"
 #include "support/private_registry.h"
-#include "support/registry_calls.h"
 #include "support/registry_contents.h"
 #include "support/security_calls.h"
 #include "support/temporary_directory.h"
@@ -28,10 +26,8 @@
 namespace {
 
 using test::Calls;
-using test::ImportHook;
 using test::InheritedDacl;
 using test::ProtectedDacl;
-using enum test::Verdict;
 
 constexpr char ForTheSystem[] = "(A;OICI;GA;;;BA)(A;OICI;GA;;;SY)";
 constexpr char ForReadersToo[] = "(A;OICI;GA;;;BA)(A;OICI;GA;;;SY)(A;OICI;GXGR;;;BU)";
@@ -161,7 +157,6 @@ protected:
     const std::wstring product_ = Data(L"Tarsel\\Nimbus");
     const std::wstring configuration_ = product_ + L"\\ConfigurationFiles\\";
     const std::wstring images_ = Data(L"Tarsel\\ImageCache");
-    const std::wstring activity_ = product_ + L"\\ActivityLog\\";
 
     test::SecurityCalls calls_;
     bool secured_ = false;
@@ -180,48 +175,6 @@ TEST_F(SecuringTheDirectories, ResetsWhatIsThereAlready) {
     ExpectLists({{product_, {configuration_ + L"user.xml"}},
                  {configuration_, {configuration_ + L"user.xml"}},
                  {images_, {images_ + L"\\below", images_ + L"\\below\\image"}}});
-}
-
-TEST_F(SecuringTheDirectories, EndsAtALinkAboveTheFirst) {
-    ImportHook<&::GetFileAttributesW> link([&](LPCWSTR path) {
-        return link.Forward(path) |
-               (path == Data(L"Tarsel") ? FILE_ATTRIBUTE_REPARSE_POINT : DWORD{0});
-    });
-    Secure({.verdicts = {{"Verifying File/Directory ", Bad}}});
-    EXPECT_FALSE(secured_);
-    EXPECT_EQ(calls_.Made(), Calls{});
-    EXPECT_FALSE(std::filesystem::exists(images_));
-    EXPECT_FALSE(std::filesystem::exists(activity_));
-}
-
-TEST_F(SecuringTheDirectories, EndsAtAFileOfSeveralNamesAmongTheConfigurationFiles) {
-    test::MakeFile(configuration_ + L"user.xml");
-    std::filesystem::create_hard_link(configuration_ + L"user.xml", Data(L"other"));
-    Secure({.verdicts = {
-                {"Verifying Children Files of Directory " + test::Narrow(configuration_), Bad}}});
-    EXPECT_FALSE(secured_);
-    EXPECT_FALSE(std::filesystem::exists(images_));
-    EXPECT_FALSE(std::filesystem::exists(activity_));
-}
-
-// On purpose.
-TEST_F(SecuringTheDirectories, OverlooksAFileOfSeveralNamesOneLevelDeeper) {
-    std::filesystem::create_directories(configuration_ + L"below");
-    test::MakeFile(configuration_ + L"below\\file");
-    std::filesystem::create_hard_link(configuration_ + L"below\\file", Data(L"other"));
-    Secure();
-    EXPECT_TRUE(secured_);
-}
-
-TEST_F(SecuringTheDirectories, LeavesWhatIsBelowADirectoryOfAnyFurtherAttribute) {
-    std::filesystem::create_directories(images_);
-    test::MakeFile(images_ + L"\\image");
-    ImportHook<&::GetFileAttributesW> attribute([&](LPCWSTR path) {
-        return attribute.Forward(path) |
-               (path == images_ ? FILE_ATTRIBUTE_NOT_CONTENT_INDEXED : DWORD{0});
-    });
-    Secure({.there = {test::Narrow(images_)}});
-    ExpectLists({});
 }
 
 TEST_F(SecuringTheDirectories, SecuresAndNamesTheDirectoryOfAValue) {
