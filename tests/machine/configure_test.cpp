@@ -507,7 +507,8 @@ TEST_F(ConfigureWithALink, EndsAtALinkAtOrAboveTheProgramDataDirectory) {
         std::filesystem::create_directories(level.parent_path());
         std::filesystem::create_directories(VictimDirectory / levels[1].lexically_relative(level));
         const DirectoryLink link(level, VictimDirectory);
-        ExpectRun({.verdicts = {{"Verifying File/Directory ", Bad}}, .there = {levels[1].string()}});
+        ExpectRun(
+            {.verdicts = {{"Verifying File/Directory ", Bad}}, .there = {levels[1].string()}});
         ExpectVictimUntouched();
     }
     std::filesystem::remove_all(top);

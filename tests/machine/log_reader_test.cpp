@@ -92,8 +92,9 @@ private:
 
 TEST_F(ReaderOfLogs, FindsNothingWrongWithAFirstInstallation) {
     machine.RemoveSetting(L"ConfigFileDirectory");  // of an earlier installation
-    EXPECT_EQ(RunAndRead("first-installation", {.verdicts = test::NothingRuns, .staleSettings = false}),
-              0);
+    EXPECT_EQ(
+        RunAndRead("first-installation", {.verdicts = test::NothingRuns, .staleSettings = false}),
+        0);
     EXPECT_THAT(printed, StartsWith("Nothing needs attention " + Counted()));
 
     // The same from standard input.

@@ -231,7 +231,8 @@ const std::vector<std::wstring>& ProductServices() {
         std::vector<std::wstring> names;
         for (const auto* list : {&StopList, &StartList, &DisableList}) {
             for (const ProcessEntry& entry : *list) {
-                if (entry.kind == EntryKind::Service && std::ranges::count(names, entry.name) == 0) {
+                if (entry.kind == EntryKind::Service &&
+                    std::ranges::count(names, entry.name) == 0) {
                     names.push_back(entry.name);
                 }
             }

@@ -6,9 +6,9 @@
 #include "support/on_wine.h"
 
 #include <chrono>
+#include <cstdint>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <cstdint>
 #include <optional>
 #include <set>
 #include <string>
@@ -132,8 +132,7 @@ TEST(Machine, ASecondRunFindsTheApplicationGoneAndSomeServicesStopped) {
     ASSERT_TRUE(Ended(application, QuitLimit));
 
     const FinishedRun again = machine.Run();
-    ExpectLog(again,
-              {.verdicts = RunsAfterARun(), .staleSettings = false, .configured = true});
+    ExpectLog(again, {.verdicts = RunsAfterARun(), .staleSettings = false, .configured = true});
     ExpectServices(machine.Describe(), Running);
     EXPECT_LT(again.duration, 25s);  // what is stopped already is not waited for: 30 s each
 }
@@ -367,8 +366,7 @@ TEST(Machine, WithoutTheHelperTheApplicationIsLeftRunning) {
     machine.RemoveProgram(L"Quitline.exe");
     const Utils::KernelHandle application = machine.StartProduct();
     MachineState expected = machine.Describe();
-    ExpectLog(machine.Run(L"/STOP"),
-              {.actions = 1, .verdicts = {{"Stopping Application ", Bad}}});
+    ExpectLog(machine.Run(L"/STOP"), {.actions = 1, .verdicts = {{"Stopping Application ", Bad}}});
     EXPECT_FALSE(Ended(application, 0ms));
     for (auto& [name, service] : expected.services) {
         service.state = Stopped;

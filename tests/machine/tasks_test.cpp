@@ -87,8 +87,7 @@ TEST(ScheduledTasks, AreDoneWithoutWhereTheServiceCannotBeReached) {
     machine.InstallProduct();
     const Utils::KernelHandle application = machine.StartProduct();
     Machine::DisconnectTaskService();
-    EXPECT_EQ(machine.Run().log,
-              LogOf({.taskError = "0x80070035, (null), Bad network path."}));
+    EXPECT_EQ(machine.Run().log, LogOf({.taskError = "0x80070035, (null), Bad network path."}));
     EXPECT_THAT(machine.Describe().tasks, IsEmpty());
 }
 

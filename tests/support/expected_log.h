@@ -30,10 +30,10 @@ using Verdicts = std::vector<std::pair<std::string, Verdict>>;
 // option, on a machine where everything is installed and in use, and nothing fails.
 struct Course {
     std::uint32_t actions = 1 | 4 | 8;
-    Verdicts verdicts{};        // where they are not those that follow from the rest
-    bool staleSettings = true;  // the values that are to be deleted are there
-    bool configured = false;    // the files and directories are there, from an earlier run
-    std::set<std::string> there{};                       // further files and directories
+    Verdicts verdicts{};            // where they are not those that follow from the rest
+    bool staleSettings = true;      // the values that are to be deleted are there
+    bool configured = false;        // the files and directories are there, from an earlier run
+    std::set<std::string> there{};  // further files and directories
     std::optional<std::set<std::wstring>> shipped{};     // the files to copy, if not all are there
     std::map<std::wstring, std::wstring> directories{};  // by the value that names them
     std::vector<std::wstring> adapters{};                // their descriptions
