@@ -73,7 +73,7 @@ for number in 1 2 3; do
     [[ ! -e report-$number ]] || failures=1
 done
 
-expect 4.txt '^unit_tests \.\.\. passed'
+expect 4.txt 'unit_tests \.\.\. passed'
 expect 4.txt '^machine_tests \(as the system\) \.\.\. passed'
 expect report-4/machine_tests.txt '^\[       OK \] Machine\.TheOptionStopOnlyStops'
 expect report-4/summary.txt '^Windows 10\.0\.'
