@@ -312,6 +312,7 @@ Machine::~Machine() {
         }
     }
     std::filesystem::remove_all(directory_, ignored);
+    std::filesystem::remove(directory_.parent_path(), ignored);  // if nothing else is there
     std::filesystem::remove_all(DriverDirectory().parent_path(), ignored);
     std::filesystem::remove_all(DataDirectory(), ignored);
     for (const FileOperation& file : FileTable) {  // wherever else they are
