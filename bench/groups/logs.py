@@ -75,7 +75,7 @@ class Logs(Group):
     title = "Many logs"
 
     def steps(self, calibration):
-        each = 3 * calibration.make  # with what is in it, or read by all of the subjects
+        each = 2 * calibration.make  # with what is in it, or read by all of the subjects
         return [Step("logs", (Choice(size, size * each, fixed=2 * size * each),), most=9)
                 for size in SIZES]
 
