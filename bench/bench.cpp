@@ -271,7 +271,7 @@ private:
     }
 
     void StartServices() {
-        for (const std::wstring& name : test::ProductServices) {
+        for (const std::wstring& name : test::ProductServices()) {
             if (machine_.Service(name).State() != SERVICE_RUNNING) {
                 machine_.Service(name).Start();
             }

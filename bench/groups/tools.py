@@ -19,7 +19,7 @@ class Tools(Group):
         # The batch file and the installer start 30 processes to configure, and 95 for all; the program
         # waits for each of twelve services, twice.
         configure = 60 * calibration.start
-        everything = 2 * 12 * 0.5 + 200 * calibration.start
+        everything = 2 * 12 * 0.5 + 300 * calibration.start
         return [Step("tools configure", (Choice(0, configure, fixed=0.5),), least=2, most=5),
                 Step("tools all", (Choice(0, everything),), least=1, most=2)]
 

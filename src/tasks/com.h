@@ -8,6 +8,7 @@
 #include <oleauto.h>
 
 #include <array>
+#include <cstddef>
 #include <optional>
 
 namespace Utils {
@@ -37,7 +38,8 @@ using ComString = Owner<ComStringPolicy>;
 using LocalText = Owner<LocalTextPolicy>;
 
 // Room for a text that is made of the number of an error.
-using ComErrorNumber = std::array<wchar_t, 32>;
+constexpr std::size_t ComErrorNumberLength = 32;
+using ComErrorNumber = std::array<wchar_t, ComErrorNumberLength>;
 
 // A COM call that has failed, with what can be said of it. It is kept, not thrown, and needs no
 // memory of the program's own: want of memory is what it may be about, and the compiler's library

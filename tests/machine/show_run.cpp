@@ -10,6 +10,7 @@
 // and in use as the program left it. The options are the program's.
 
 #include "machine/machine.h"
+#include "proc/process_lists.h"
 #include "support/file_contents.h"
 
 #include <windows.h>
@@ -104,14 +105,18 @@ struct Row {
 std::vector<Row> Rows(const MachineState& state, const std::set<std::wstring>& settingNames,
                       const std::set<std::wstring>& dataFileNames) {
     std::vector<Row> rows;
-    for (const std::wstring& name : test::ProductServices) {
+    for (const std::wstring& name : test::ProductServices()) {
         const ServiceDescription& service = state.services.at(name);
         rows.push_back({L"Services", name,
                         Padded(StartTypeName(service.startType), 11) + StateName(service.state)});
     }
-    for (const wchar_t* name : {L"ZEFIR.exe", L"BriskoLU.exe"}) {
-        const auto running = std::ranges::count(state.applications, name);
-        rows.push_back({L"Applications", name, running > 0 ? L"running" : L"not running"});
+    for (const auto* list : {&StopList, &StartList}) {
+        for (const auto& [kind, name, extra] : *list) {
+            if (kind != EntryKind::Service) {
+                const auto running = std::ranges::count(state.applications, name);
+                rows.push_back({L"Applications", name, running > 0 ? L"running" : L"not running"});
+            }
+        }
     }
     for (const std::wstring& name : dataFileNames) {
         const auto file = state.dataFiles.find(name);
@@ -127,7 +132,9 @@ std::vector<Row> Rows(const MachineState& state, const std::set<std::wstring>& s
         rows.push_back(
             {L"Settings", name, setting == state.settings.end() ? L"absent" : setting->second});
     }
-    for (const wchar_t* name : {L"VxIdle Task", L"Tarsel Lumetra Startup Task"}) {
+    std::vector<std::wstring> tasks = test::ProductTasks();
+    tasks.emplace_back(L"Tarsel Lumetra Startup Task");
+    for (const std::wstring& name : tasks) {
         const auto scheduled = std::ranges::count(state.tasks, name);
         rows.push_back({L"Scheduled tasks", name, scheduled > 0 ? L"scheduled" : L"absent"});
     }

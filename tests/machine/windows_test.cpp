@@ -571,7 +571,7 @@ TEST(RealRuns, LeaveTheirLogs) {
     const fs::path logs = fs::path(report) / L"logs";
     Machine machine;
     const auto keep = [&](const std::wstring& name) {
-        const std::string log = machine.Run().log;
+        std::string log = machine.Run().log;
         test::PutFile(logs / (name + L".log"), log);
         const fs::path verifier = test::BesideThisProgram(L"finaset-verify.exe");
         if (fs::exists(verifier)) {

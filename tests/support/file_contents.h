@@ -1,8 +1,10 @@
 #pragma once
 
+#ifdef _WIN32
 #include "support/on_wine.h"
 
 #include <windows.h>
+#endif
 
 #include <chrono>
 #include <filesystem>
@@ -16,6 +18,7 @@
 
 namespace test {
 
+#ifdef _WIN32
 // Returns when nobody else holds the file: on Windows, virus scanners look at a new one for a
 // moment, and to the product a file that is held is another than one that is not.
 inline void WaitUntilFree(const std::filesystem::path& path) {
@@ -33,6 +36,9 @@ inline void WaitUntilFree(const std::filesystem::path& path) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
 }
+#else
+inline void WaitUntilFree(const std::filesystem::path& /*path*/) {}
+#endif
 
 // Writes a file and the directories above it.
 inline void PutFile(const std::filesystem::path& path, std::string_view text) {

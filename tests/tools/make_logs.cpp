@@ -84,11 +84,11 @@ struct Kind {
 
 // What there is of every hundred, and what there is once.
 std::vector<Kind> Kinds(const std::filesystem::path& kept) {
-    const std::string first = test::FileText(kept / "first-installation.log").value();
-    const std::string later = test::FileText(kept / "reinstallation.log").value();
-    const std::string insecure = test::FileText(kept / "insecure-machine.log").value();
+    std::string first = test::FileText(kept / "first-installation.log").value();
+    std::string later = test::FileText(kept / "reinstallation.log").value();
+    std::string insecure = test::FileText(kept / "insecure-machine.log").value();
     const std::string ardex = "Starting Ardex....";
-    const std::string withoutArdex = Replaced(later, ardex + "started", ardex + "start failed!");
+    std::string withoutArdex = Replaced(later, ardex + "started", ardex + "start failed!");
     return {
         {[=] { return first; }},
         {[=] { return later; }},
@@ -125,8 +125,8 @@ std::vector<Kind> Kinds(const std::filesystem::path& kept) {
 }
 
 std::vector<Kind> HugeKinds(const std::filesystem::path& kept) {
-    const std::string first = test::FileText(kept / "first-installation.log").value();
-    const std::string insecure = test::FileText(kept / "insecure-machine.log").value();
+    std::string first = test::FileText(kept / "first-installation.log").value();
+    std::string insecure = test::FileText(kept / "insecure-machine.log").value();
     return {
         {[=] { return Repeated(first, Huge) + insecure; }, {Link, Insecure}},
         {[=] { return Repeated(insecure, Huge) + first; }},

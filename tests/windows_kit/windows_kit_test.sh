@@ -20,27 +20,27 @@ cd kit
 cat >"$work/try.cmd" <<'CMD'
 @echo off
 cd /d "%~dp0a place with blanks\kit"
-echo no>no.txt
-echo y>yes.txt
+echo no >no.txt
+echo y >yes.txt
 rem Wine begins as an older Windows.
-call run-on-windows.cmd /yes>1.txt
-echo %errorlevel%>>ends.txt
+call run-on-windows.cmd /yes >1.txt
+>>ends.txt echo %errorlevel%
 reg add HKCU\Software\Wine /v Version /d win10 /f
 reg add HKLM\SOFTWARE\Tarsel /f
-call run-on-windows.cmd /yes>2.txt
-echo %errorlevel%>>ends.txt
+call run-on-windows.cmd /yes >2.txt
+>>ends.txt echo %errorlevel%
 reg delete HKLM\SOFTWARE\Tarsel /f
-call run-on-windows.cmd<no.txt>3.txt
-echo %errorlevel%>>ends.txt
+call run-on-windows.cmd <no.txt >3.txt
+>>ends.txt echo %errorlevel%
 set GTEST_FILTER=CaseMapping.*:Machine.TheOptionStopOnlyStops:OnWindows*:RealRuns.*
-call run-on-windows.cmd<yes.txt>4.txt
-echo %errorlevel%>>ends.txt
-move report report-4
-set GTEST_FILTER=CaseMapping.*:InstalledService.IsThereForAsLongAsItLives
+call run-on-windows.cmd <yes.txt >4.txt
+>>ends.txt echo %errorlevel%
+ren report report-4
+set GTEST_FILTER=CaseMapping.*:InstalledService.GoesThoughItIsRunning
 del stand_in_service.exe
-call run-on-windows.cmd /YES no_such_tests unit_tests>5.txt
-echo %errorlevel%>>ends.txt
-move report report-5
+call run-on-windows.cmd /YES no_such_tests unit_tests >5.txt
+>>ends.txt echo %errorlevel%
+ren report report-5
 CMD
 sed -i 's/$/\r/' "$work/try.cmd"
 "$source_directory/machine/fresh_machine.sh" "$work/try.cmd" >"$work/printed" 2>&1 || true
@@ -96,7 +96,7 @@ fi
 expect 5.txt '^no_such_tests \.\.\. cannot be started'
 expect report-5/summary.txt '^  no_such_tests: did not come to its end'
 expect report-5/summary.txt '^  unit_tests: [0-9]+ tests, 1 failed'
-expect report-5/summary.txt '^  InstalledService.IsThereForAsLongAsItLives: '
+expect report-5/summary.txt '^  InstalledService.GoesThoughItIsRunning: '
 expect report-5/summary.txt '^Not everything has passed'
 
 if ((failures)); then

@@ -26,11 +26,12 @@ struct Entry {
 
 // Windows has no case in names, and logs go from one system to the other.
 bool IsLog(const Name& name) {
-    constexpr std::array<std::array<char, 2>, 4> Ending = {
+    using Letter = Name::value_type;
+    constexpr std::array<std::array<Letter, 2>, 4> Ending = {
         {{'.', '.'}, {'l', 'L'}, {'o', 'O'}, {'g', 'G'}}};
     return name.size() >= Ending.size() &&
            std::equal(Ending.begin(), Ending.end(), name.end() - Ending.size(),
-                      [](const std::array<char, 2>& letters, auto character) {
+                      [](const std::array<Letter, 2>& letters, Letter character) {
                           return character == letters[0] || character == letters[1];
                       });
 }

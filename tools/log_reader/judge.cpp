@@ -37,7 +37,7 @@ bool IsBelow(std::string_view path, std::string_view directory) {
 
 class Evidence {
 public:
-    explicit Evidence(const Report& log) : ends(log.ends) {
+    explicit Evidence(const Report& log) : ends_(log.ends) {
         for (const Section& section : log.sections) {
             for (const Item& item : section.items) {
                 Add(item);
@@ -80,8 +80,8 @@ public:
         return first != shown_.end() && first->starts_with(below);
     }
 
-    const bool ends;
-    bool wroteFeature = false;
+    // Whether the log may have had more lines, or a feature was written.
+    [[nodiscard]] bool MayHaveWrittenFeature() const { return wroteFeature_ || !ends_; }
 
 private:
     void Add(const Item& item) {
@@ -112,7 +112,7 @@ private:
                 AddIf(failed, linked_, item.names.front());
                 break;
             case Kind::WriteFeature:
-                wroteFeature = true;
+                wroteFeature_ = true;
                 break;
             default:
                 break;
@@ -129,6 +129,8 @@ private:
         return std::ranges::binary_search(names, name);
     }
 
+    bool ends_;
+    bool wroteFeature_ = false;
     std::vector<std::string_view> started_{};
     std::vector<std::string_view> notStarted_{};
     std::vector<std::string_view> stopped_{};
@@ -201,7 +203,7 @@ Finding FileNotCopied(const Item& item, const Evidence& log) {
 }
 
 Finding AdapterThatWasFound(const Item& /*item*/, const Evidence& log) {
-    return log.wroteFeature || !log.ends
+    return log.MayHaveWrittenFeature()
                ? Fine
                : Attention("Its feature was not enabled: no setting was written.");
 }

@@ -21,7 +21,7 @@ constexpr std::size_t LongestName = 200;
 constexpr std::string_view ItsOwn;  // the log's own word, one of few
 
 struct Words {
-    Kind kind;
+    Kind kind = {};
     std::array<std::string_view, 4> words;  // for the names of an item in turn
 };
 

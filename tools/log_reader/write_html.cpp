@@ -204,7 +204,8 @@ void Write(std::ostream& output, const Finding& finding, const Rollout& rollout,
     output << "<section class=\"finding\">\n<div class=\"measure\"><span>" << logs
            << (logs == 1 ? " log" : " logs") << ", " << share
            << "</span><div class=\"bar\"><div style=\"width: " << share.substr(0, share.find(' '))
-           << "%\"></div></div></div>\n<p><code>" << Escaped(finding.what) << "</code></p>\n";
+           << R"(%"></div></div></div>)"
+           << "\n<p><code>" << Escaped(finding.what) << "</code></p>\n";
     if (!finding.reason.empty()) {
         output << "<p>" << Escaped(finding.reason) << "</p>\n";
     }
