@@ -52,6 +52,26 @@ grep -q '^finaset-log: page_test.sh: it is not a log of Finaset' "$work/refused.
 grep -q '^finaset-log: it takes --json or --html' "$work/usage.error" ||
     complain "no word on the call: $(<"$work/usage.error")"
 
+# At a terminal it says how far it is, but only once it has taken a second: here it waits for a log.
+if [[ ! $drive ]]; then
+    mkfifo "$work/slow"
+    {
+        sleep 1.1
+        cat "$log"
+    } >"$work/slow" &
+    for slow in "$work/slow" "$log"; do
+        printf -v command '%q ' "$reader" "$slow" "$log"
+        SHELL=/bin/bash script --quiet --command "$command >$work/printed" /dev/null \
+            </dev/null >"$work/progress"
+        grep -q '^2 logs read: ' "$work/printed" || complain "no report: $(<"$work/printed")"
+        if [[ $slow == "$log" ]]; then
+            [[ ! -s $work/progress ]] || complain "in no time: $(<"$work/progress")"
+        else
+            grep -q $'\r1 log' "$work/progress" || complain "no progress: $(<"$work/progress")"
+        fi
+    done
+fi
+
 # browse FILE OPTION: what a browser makes of a file.
 browse() {
     chromium --headless --no-sandbox --disable-gpu --disable-background-networking --no-first-run \
