@@ -11,7 +11,6 @@
 #include <taskschd.h>
 
 #include <cstddef>
-#include <string_view>
 
 namespace {
 
@@ -21,9 +20,6 @@ using Utils::ComPointer;
 using Utils::ComString;
 using Utils::Existing;
 using Utils::MakeComString;
-
-constexpr wchar_t StartupTask[] = L"Tarsel Lumetra Startup Task";
-constexpr std::wstring_view ProcessPlaceholder = L"##PROCESSNAME##";
 
 // The service's object, not connected yet. Returns why it cannot be created.
 HRESULT CreateTaskService(ITaskService*& service) {
@@ -118,11 +114,7 @@ bool ScheduleTasks() {
 bool ScheduleTasks(std::span<const ScheduledTaskEntry> tasks) {
     bool result = true;
     for (const ScheduledTaskEntry& task : tasks) {
-        const std::wstring processPath =
-            task.resolveInOwnFolder
-                ? JoinPath(ParentDirectoryOf(GetProcessImagePath(::GetCurrentProcess())),
-                           task.processName)
-                : task.processName;
+        const std::wstring processPath = ProcessPathOf(task);
         std::wstring xml = task.taskXml;
         // Only the first one, and as it stands: a path with an & makes the XML invalid.
         if (const std::size_t position = xml.find(ProcessPlaceholder);
@@ -131,8 +123,15 @@ bool ScheduleTasks(std::span<const ScheduledTaskEntry> tasks) {
         }
         result = CreateScheduledTask(task.taskName, xml, processPath);
     }
-    DeleteScheduledTask(StartupTask);
+    DeleteScheduledTask(ObsoleteTask);
     return result;
+}
+
+std::wstring ProcessPathOf(const ScheduledTaskEntry& task) {
+    return task.resolveInOwnFolder
+               ? JoinPath(ParentDirectoryOf(GetProcessImagePath(::GetCurrentProcess())),
+                          task.processName)
+               : task.processName;
 }
 
 bool CreateScheduledTask(const std::wstring& taskName, const std::wstring& taskXml,
