@@ -71,7 +71,7 @@ Finding Compare(const std::wstring& shipped, const std::wstring& path) {
     }
 }
 
-Finding OfFile(const FileOperation& operation, const Place& place) {
+Finding OfFile(const FileOperation& operation, const Place& place, const Place& shipped) {
     if (!place.Exists()) {
         return NotThere(place);
     }
@@ -81,7 +81,6 @@ Finding OfFile(const FileOperation& operation, const Place& place) {
     if (!operation.overwrite) {
         return Found(/*asExpected=*/true, L"there");
     }
-    const Place shipped = PlaceAt(operation.sourcePath);
     if (!shipped.Exists()) {
         Finding finding = NotThere(shipped);
         finding.text.insert(0, L"the shipped file: ");
@@ -96,9 +95,10 @@ Rows CheckFiles(std::span<const FileOperation> operations) {
     Rows rows;
     for (const FileOperation& operation : operations) {
         const Place place = PlaceOf(operation.fileName, operation.resolveDestination);
+        const Place shipped = PlaceAt(operation.sourcePath);
         rows.push_back({"file", place.path.empty() ? operation.fileName : place.path,
-                        operation.overwrite ? L"the same as " + operation.sourcePath : L"there",
-                        OfFile(operation, place)});
+                        operation.overwrite ? L"the same as " + shipped.path : L"there",
+                        OfFile(operation, place, shipped)});
     }
     return rows;
 }

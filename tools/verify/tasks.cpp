@@ -97,7 +97,7 @@ public:
 private:
     void Take(XmlNodeType type, Definition& definition) {
         if (type == XmlNodeType_Element) {
-            const wchar_t* name = nullptr;
+            const wchar_t* name = L"";
             reader_.GetLocalName(&name, nullptr);
             path_ += L'/';
             path_ += name;
@@ -112,7 +112,7 @@ private:
         } else if (type == XmlNodeType_Text || type == XmlNodeType_CDATA ||
                    type == XmlNodeType_Whitespace) {
             if (std::vector<std::wstring>* const texts = TextsOf(definition)) {
-                const wchar_t* text = nullptr;
+                const wchar_t* text = L"";
                 reader_.GetValue(&text, nullptr);
                 texts->back() += text;
             }
@@ -157,16 +157,13 @@ HRESULT ReadDefinition(const std::wstring& xml, Definition& definition) {
     if (FAILED(stream.result) || FAILED(reader.result)) {
         return FAILED(stream.result) ? stream.result : reader.result;
     }
-    // It says which encoding it is in, but not in which order the bytes are.
+    // It says which encoding it is in, but not in which order the bytes are. What cannot be written
+    // here is missing there.
     const std::wstring marked = L'\uFEFF' + xml;
-    HRESULT result = stream.object.Get()->Write(
-        marked.data(), static_cast<ULONG>(marked.size() * sizeof(wchar_t)), nullptr);
-    if (SUCCEEDED(result)) {
-        result = stream.object.Get()->Seek({}, STREAM_SEEK_SET, nullptr);
-    }
-    if (SUCCEEDED(result)) {
-        result = reader.object.Get()->SetInput(stream.object.Get());
-    }
+    stream.object.Get()->Write(marked.data(), static_cast<ULONG>(marked.size() * sizeof(wchar_t)),
+                               /*pcbWritten=*/nullptr);
+    stream.object.Get()->Seek({}, STREAM_SEEK_SET, /*plibNewPosition=*/nullptr);
+    const HRESULT result = reader.object.Get()->SetInput(stream.object.Get());
     return SUCCEEDED(result) ? DefinitionReader(*reader.object.Get()).Read(definition) : result;
 }
 
