@@ -107,6 +107,16 @@ TEST_F(VerifiedTasks, ThatAreObsoleteAreAbsent) {
     EXPECT_EQ(Rows().back(), absent_);
 }
 
+TEST_F(VerifiedTasks, AreAskedForAndLeftAsTheyAre) {
+    Register(L"");
+    Rows();
+    EXPECT_THAT(service_.calls.Lines(),
+                ElementsAre(StartsWith("CoCreateInstance("), "CreateInstance(null)",
+                            "QueryInterface()", "Connect(empty, empty, empty, empty)",
+                            "GetFolder(\\)", "GetTask(a task)", "get_Xml()",
+                            "GetTask(an old task)"));
+}
+
 TEST_F(VerifiedTasks, AreUnknownIfTheServiceCannotBeReached) {
     for (const char* const call : {"CreateInstance", "QueryInterface", "Connect", "GetFolder"}) {
         service_.results = {{call, E_ACCESSDENIED}};

@@ -83,7 +83,9 @@ std::wstring ComputerName() {
 }
 
 int Fail(const char* what) {
-    std::fprintf(stderr, "finaset-verify: %s\n", what);
+    std::fputs("finaset-verify: ", stderr);
+    std::fputs(what, stderr);
+    std::fputs("\n", stderr);
     return CannotSay;
 }
 
