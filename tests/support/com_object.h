@@ -149,7 +149,7 @@ public:
     HRESULT STDMETHODCALLTYPE GetSecurityDescriptor(LONG, BSTR*) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE SetSecurityDescriptor(BSTR, LONG) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE Stop(LONG) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetRunTimes(const SYSTEMTIME*, const SYSTEMTIME*, DWORD*,
+    HRESULT STDMETHODCALLTYPE GetRunTimes(const LPSYSTEMTIME, const LPSYSTEMTIME, DWORD*,
                                           SYSTEMTIME**) override {
         return E_NOTIMPL;
     }

@@ -8,6 +8,8 @@
 
 #include <windows.h>
 
+#include <sddl.h>
+
 #include <cwchar>
 #include <filesystem>
 #include <gmock/gmock.h>
