@@ -257,7 +257,7 @@ TEST_F(VerifiedBitmask, AsksForTheFeatures) {
 TEST_F(VerifiedBitmask, LeavesTheFeaturesUnknownIfItIsNotThere) {
     RegistrySetting other = Setting();
     other.valueName = L"other";
-    const std::vector<FeatureRule> rules = {{{}, Setting(), 2}, {other, {}, 2}};
+    const std::vector<FeatureRule> rules = {{{}, Setting(), 2}, {other, {}, 2}, {{}, {}, 2}};
     const std::wstring rest = L" | as the stored bitmask says | there is no bitmask to go by";
     EXPECT_THAT(Shown(CheckFeatures(rules, L"bitmask")),
                 ElementsAre(L"UNKNOWN | setting | " + Name + rest,

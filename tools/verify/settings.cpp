@@ -190,9 +190,11 @@ Rows CheckFeatures(std::span<const FeatureRule> rules, const std::wstring& resul
         if (bitmask.number) {
             const bool set = (rule.mask & *bitmask.number) != 0;
             Append(rows, CheckWritten({set ? &rule.whenSet : &rule.whenClear, 1}));
-        } else {
-            const RegistrySetting& either =
-                rule.whenSet.root != nullptr ? rule.whenSet : rule.whenClear;
+            continue;
+        }
+        const RegistrySetting& either =
+            rule.whenSet.root != nullptr ? rule.whenSet : rule.whenClear;
+        if (either.root != nullptr) {
             rows.push_back({Kind, SettingKeyText(either), L"as the stored bitmask says",
                             CannotTell(L"there is no bitmask to go by")});
         }

@@ -29,6 +29,8 @@
 #include <new>
 #include <span>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace verify {
 
@@ -138,8 +140,8 @@ int RunVerify(int argumentCount, const wchar_t* const* arguments) {
     try {
         bool json = false;
         std::vector<const wchar_t*> call = {L""};  // as the program itself would be called
-        for (const std::wstring argument :
-             std::span(arguments, static_cast<std::size_t>(argumentCount)).subspan(1)) {
+        for (int index = 1; index < argumentCount; ++index) {
+            const std::wstring argument = arguments[index];
             std::wstring option = argument;
             ToUpperInPlace(option);
             const auto* const known = std::ranges::find(Options, option);
