@@ -9,9 +9,11 @@
 #include <taskschd.h>
 
 #include <cstddef>
+#include <cstdio>
 #include <cstdlib>
 #include <cwchar>
 #include <iterator>
+#include <stdexcept>
 #include <vector>
 
 namespace {
@@ -38,6 +40,17 @@ constexpr const wchar_t* Disabled[] = {L"Corvo",
                                        L"Tarsel Metrics Service",
                                        L"Tarsel Nimbus Network Service",
                                        L"Tarsel Data Relay Service"};
+
+// What would fault, or never end, after a call that has failed ends the run instead.
+void Require(bool succeeded, const char* call) {
+    if (!succeeded) {
+        throw std::runtime_error(call);
+    }
+}
+
+void Require(HRESULT result, const char* call) {
+    Require(SUCCEEDED(result), call);
+}
 
 // Every path has a buffer of its own.
 constexpr std::size_t PathCapacity = 2048;
@@ -90,7 +103,9 @@ void Await(const wchar_t* name, DWORD target) {
         ::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT | SC_MANAGER_ENUMERATE_SERVICE);
     SC_HANDLE service = ::OpenServiceW(manager, name, SERVICE_QUERY_STATUS);
     SERVICE_STATUS status = {};
+    int polls = 0;
     while (::QueryServiceStatus(service, &status) && status.dwCurrentState != target) {
+        Require(++polls <= 60, "QueryServiceStatus, for 30 seconds");
         ::Sleep(500);
     }
     ::CloseServiceHandle(service);
@@ -184,7 +199,7 @@ void DeleteKey(HKEY parent, const wchar_t* name) {
     static const auto deleteKeyEx =
         reinterpret_cast<decltype(&::RegDeleteKeyExW)>(reinterpret_cast<void*>(
             ::GetProcAddress(::GetModuleHandleW(L"Advapi32.dll"), "RegDeleteKeyExW")));
-    deleteKeyEx(parent, name, 0, 0);
+    Require(deleteKeyEx(parent, name, 0, 0) == ERROR_SUCCESS, "RegDeleteKeyExW");
 }
 
 void DeleteStaleSettings() {
@@ -484,23 +499,25 @@ void ConfigureByAdapters() {
 
 ITaskService* ConnectTaskService() {
     IUnknown* object = nullptr;
-    ::CoCreateInstance(__uuidof(TaskScheduler), nullptr, CLSCTX_ALL, __uuidof(IUnknown),
-                       reinterpret_cast<void**>(&object));
+    Require(::CoCreateInstance(__uuidof(TaskScheduler), nullptr, CLSCTX_ALL, __uuidof(IUnknown),
+                               reinterpret_cast<void**>(&object)),
+            "CoCreateInstance");
     ::OleRun(object);
     ITaskService* service = nullptr;
-    object->QueryInterface(__uuidof(ITaskService), reinterpret_cast<void**>(&service));
+    Require(object->QueryInterface(__uuidof(ITaskService), reinterpret_cast<void**>(&service)),
+            "IUnknown::QueryInterface");
     object->Release();
     VARIANT missing = {};
     missing.vt = VT_ERROR;                 // NOLINT(*-union-access): that is what a VARIANT is
     missing.scode = DISP_E_PARAMNOTFOUND;  // NOLINT(*-union-access)
-    service->Connect(missing, missing, missing, missing);
+    Require(service->Connect(missing, missing, missing, missing), "ITaskService::Connect");
     return service;
 }
 
 ITaskFolder* RootFolder(ITaskService* service) {
     BSTR path = ::SysAllocString(L"\\");
     ITaskFolder* folder = nullptr;
-    service->GetFolder(path, &folder);
+    Require(service->GetFolder(path, &folder), "ITaskService::GetFolder");
     ::SysFreeString(path);
     return folder;
 }
@@ -532,15 +549,16 @@ void ScheduleIdleTask() {
 
     ITaskService* service = ConnectTaskService();
     ITaskDefinition* definition = nullptr;
-    service->NewTask(0, &definition);
+    Require(service->NewTask(0, &definition), "ITaskService::NewTask");
     BSTR text = ::SysAllocString(xml);
     definition->put_XmlText(text);
     ITaskFolder* folder = RootFolder(service);
     BSTR name = ::SysAllocString(L"VxIdle Task");
     const VARIANT empty = {};
     IRegisteredTask* registered = nullptr;
-    folder->RegisterTaskDefinition(name, definition, TASK_CREATE_OR_UPDATE, empty, empty,
-                                   TASK_LOGON_GROUP, empty, &registered);
+    Require(folder->RegisterTaskDefinition(name, definition, TASK_CREATE_OR_UPDATE, empty, empty,
+                                           TASK_LOGON_GROUP, empty, &registered),
+            "ITaskFolder::RegisterTaskDefinition");
     registered->Release();
     ::SysFreeString(name);
     folder->Release();
@@ -591,10 +609,7 @@ void Start() {
     }
 }
 
-}  // namespace
-
-int RunBare(int argumentCount, const wchar_t* const* arguments) {
-    ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+void RunOption(int argumentCount, const wchar_t* const* arguments) {
     ReadNumber(L"FinasetAction", 0);
     const wchar_t* option = argumentCount > 1 ? arguments[1] : L"";
     const bool all = *option == L'\0';
@@ -618,6 +633,19 @@ int RunBare(int argumentCount, const wchar_t* const* arguments) {
         wchar_t title[260] = {};
         ::_wsplitpath_s(expanded, nullptr, 0, nullptr, 0, title, std::size(title), nullptr, 0);
     }
+}
+
+}  // namespace
+
+int RunBare(int argumentCount, const wchar_t* const* arguments) {
+    ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    int exitCode = 0;
+    try {
+        RunOption(argumentCount, arguments);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "bare: failed: %s\n", error.what());
+        exitCode = 1;
+    }
     ::CoUninitialize();
-    return 0;
+    return exitCode;
 }

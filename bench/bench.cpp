@@ -1,10 +1,16 @@
-// Measures the program beside what it is to be measured by, on the machine that this runs on, and
-// writes what it measured: lines of "group,subject,entries,measure,value".
+// Measures the program beside what it is to be measured by, on the machine that this runs on, as it
+// is told by standard input:
 //
-//   bench RESULTS
+//   bring PATH                                    moves it to C:\files
+//   measure ENTRIES TURNS MS LIMIT-MS GROUP       the group's turns, none begun after so long
 //
-// C:\files has directories flat-N and tree-N with N entries each, and steps.cmd and steps.exe,
-// which do the program's work with the system's own tools. The subjects of a group take turns.
+// Each line is answered by "done", or by "failed" and a reason; "ready" comes before the first.
+// What is measured comes before that, in lines of "figure GROUP,SUBJECT,ENTRIES,MEASURE,VALUE", as
+// soon as it is known. The subjects of a group take turns.
+//
+// C:\files is to have the directories flat-N and tree-N with N entries each before "configure flat"
+// and the like are measured with N entries, and steps.cmd and steps.exe, which do the program's
+// work with the system's own tools, before "tools configure" and "tools all".
 
 #include "machine/machine.h"
 #include "shared/owner.h"
@@ -18,13 +24,14 @@
 #include <psapi.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
-#include <iterator>
+#include <map>
+#include <optional>
+#include <sstream>
 #include <stdexcept>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace {
@@ -33,12 +40,10 @@ using Utils::KernelHandle;
 
 const std::filesystem::path Files = L"C:\\files";
 
-constexpr DWORD SamplingMs = 20;     // beside a run that is timed
-constexpr DWORD FineSamplingMs = 1;  // of a short one that is not
-constexpr DWORD RunLimitMs = 180'000;
-constexpr DWORD NoSampling = RunLimitMs;  // of a short one that is timed
+constexpr DWORD SamplingMs = 20;      // beside a run that is timed
+constexpr DWORD FineSamplingMs = 1;   // of a short one that is not
+constexpr DWORD NoSampling = 60'000;  // of a short one that is timed
 constexpr int ManyEntries = 10'000;
-constexpr ULONGLONG TurnsLimitMs = 360'000;
 
 // Of a run, with the processes that it starts.
 struct Measured {
@@ -70,8 +75,15 @@ SIZE_T WorkingSetsOf(HANDLE job) {
     return sum;
 }
 
-// Runs a program to its end, with its output in a file, and takes samples of its memory.
-Measured Run(std::wstring commandLine, DWORD samplingMs = SamplingMs) {
+struct Subject {
+    std::string name;
+    std::wstring commandLine;
+    bool mayFail = false;
+};
+
+// Runs a program to its end, with its output in a file, and takes samples of its memory. Throws if
+// it does not end within `limitMs`, or fails.
+Measured Run(const Subject& subject, DWORD limitMs, DWORD samplingMs) {
     SECURITY_ATTRIBUTES inheritable = {sizeof(inheritable), nullptr, TRUE};
     const KernelHandle output(::CreateFileW(L"bench.log", GENERIC_WRITE,
                                             FILE_SHARE_READ | FILE_SHARE_WRITE, &inheritable,
@@ -87,11 +99,12 @@ Measured Run(std::wstring commandLine, DWORD samplingMs = SamplingMs) {
     LARGE_INTEGER end = {};
     LARGE_INTEGER frequency = {};
     ::QueryPerformanceFrequency(&frequency);
+    std::wstring commandLine = subject.commandLine;
 
     ::QueryPerformanceCounter(&start);
     if (!::CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, TRUE,
                           DETACHED_PROCESS | CREATE_SUSPENDED, nullptr, nullptr, &startup, &info)) {
-        throw std::runtime_error("a program cannot be started, error " +
+        throw std::runtime_error(subject.name + " cannot be started, error " +
                                  std::to_string(::GetLastError()));
     }
     const KernelHandle process(info.hProcess);
@@ -99,17 +112,22 @@ Measured Run(std::wstring commandLine, DWORD samplingMs = SamplingMs) {
     ::AssignProcessToJobObject(job.Get(), process.Get());
     ::ResumeThread(thread.Get());
     Measured measured;
-    DWORD waited = 0;
-    while (::WaitForSingleObject(process.Get(), samplingMs) == WAIT_TIMEOUT) {
+    const ULONGLONG giveUp = ::GetTickCount64() + limitMs;
+    while (::WaitForSingleObject(process.Get(), std::min(samplingMs, limitMs)) == WAIT_TIMEOUT) {
         measured.peakBytes = std::max(measured.peakBytes, WorkingSetsOf(job.Get()));
-        waited += samplingMs;
-        if (waited >= RunLimitMs) {
+        if (::GetTickCount64() >= giveUp) {
             test::EndProcess(info.dwProcessId);
-            throw std::runtime_error("a program does not end");
+            throw std::runtime_error(subject.name + " did not end within " +
+                                     std::to_string(limitMs / 1000) + " seconds");
         }
     }
     ::QueryPerformanceCounter(&end);
 
+    DWORD exitCode = 0;
+    ::GetExitCodeProcess(process.Get(), &exitCode);
+    if (exitCode != 0 && !subject.mayFail) {
+        throw std::runtime_error(subject.name + " exited with code " + std::to_string(exitCode));
+    }
     measured.milliseconds = 1000.0 * static_cast<double>(end.QuadPart - start.QuadPart) /
                             static_cast<double>(frequency.QuadPart);
     JOBOBJECT_BASIC_ACCOUNTING_INFORMATION accounting = {};
@@ -119,14 +137,10 @@ Measured Run(std::wstring commandLine, DWORD samplingMs = SamplingMs) {
     return measured;
 }
 
-struct Subject {
-    std::string name;
-    std::wstring commandLine;
-};
-
 class Bench {
 public:
-    explicit Bench(const std::filesystem::path& results) : results_(results) {
+    Bench() {
+        std::filesystem::create_directories(Files);
         machine_.InstallProduct(L"--start-pending=100");
         machine_.InstallProgram(L"bare_program.exe", L"bare.exe");
         machine_.InstallProgram(L"libraries_program.exe", L"libraries.exe");
@@ -135,79 +149,118 @@ public:
         machine_.InstallProgram(L"without_lists.exe", L"without_lists.exe");
     }
 
+    // Does what a line says.
+    void Obey(const std::string& line) {
+        std::istringstream words(line);
+        std::string verb;
+        words >> verb;
+        if (verb == "bring") {
+            std::string path;
+            std::getline(words >> std::ws, path);
+            std::filesystem::rename(path, Files / std::filesystem::path(path).filename());
+            return;
+        }
+        int entries = 0;
+        DWORD milliseconds = 0;
+        words >> entries >> turns_ >> milliseconds >> runLimitMs_;
+        std::getline(words >> std::ws, group_);
+        const auto measure = groups_.find(group_);
+        if (verb != "measure" || measure == groups_.end()) {
+            throw std::runtime_error("nobody knows how to " + line);
+        }
+        end_ = ::GetTickCount64() + milliseconds;
+        (this->*measure->second)(entries);
+    }
+
+private:
+    using Measure = void (Bench::*)(int entries);
+
     // Starting, and nothing to do.
-    void Usage() {
+    void Usage(int /*entries*/) {
         const std::vector<Subject> subjects = {
             Program("Finaset", L"Finaset.exe", L"/?"), Program("bare", L"bare.exe", L"/?"),
             Program("libraries", L"libraries.exe", L""), Program("empty", L"empty.exe", L"")};
-        TakeTurns("usage", subjects, 0, 40, NoSampling);
-        for (int run = 0; run < 10; ++run) {
-            for (const Subject& subject : subjects) {
-                Memory("usage", subject, 0, Run(subject.commandLine, FineSamplingMs));
-            }
-        }
+        TakeTurns(subjects, 0, NoSampling);
+        TakeSamples(subjects, 0);
     }
 
     // A data directory with many entries.
-    void Configure() {
-        const std::vector<Subject> subjects = {Program("Finaset", L"Finaset.exe", L"/CONFIGURE"),
-                                               Program("bare", L"bare.exe", L"/CONFIGURE")};
-        const std::pair<int, int> sizes[] = {{100, 9}, {1'000, 9}, {10'000, 9}, {100'000, 5}};
-        for (const auto& [entries, runs] : sizes) {
-            for (const std::wstring shape : {L"flat", L"tree"}) {
-                const std::wstring directory = shape + L"-" + std::to_wstring(entries);
-                machine_.WriteTextSetting(L"ImageCacheDirectory", Files / directory);
-                TakeTurns("configure " + std::string(shape.begin(), shape.end()), subjects, entries,
-                          runs);
-            }
-        }
+    void Configure(int entries) {
+        const std::string shape = group_.substr(group_.find(' ') + 1);
+        machine_.WriteTextSetting(L"ImageCacheDirectory",
+                                  Files / (shape + "-" + std::to_string(entries)));
+        TakeTurns({Program("Finaset", L"Finaset.exe", L"/CONFIGURE"),
+                   Program("bare", L"bare.exe", L"/CONFIGURE")},
+                  entries);
         machine_.RemoveSetting(L"ImageCacheDirectory");
     }
 
     // The platform's own memory for the entries of a directory.
-    void Search() {
-        for (const int entries : {100, 100'000}) {
-            const Subject subject = Program(
-                "search", L"search.exe", L"C:\\files\\flat-" + std::to_wstring(entries) + L"\\*");
-            for (int run = 0; run < 3; ++run) {
-                Memory("search", subject, entries, Run(subject.commandLine, FineSamplingMs));
-            }
-        }
+    void Search(int entries) {
+        TakeSamples({Program("search", L"search.exe",
+                             L"C:\\files\\flat-" + std::to_wstring(entries) + L"\\*")},
+                    entries);
     }
 
     // A shipped file of any size.
-    void FileSizes() {
-        const Subject subject = Program("Finaset", L"Finaset.exe", L"/CONFIGURE");
-        for (const int kilobytes : {1, 1'000, 100'000}) {
-            test::PutFile(test::Machine::DriverDirectory() / L"oem.xml", "");
-            std::filesystem::resize_file(test::Machine::DriverDirectory() / L"oem.xml",
-                                         static_cast<std::uintmax_t>(kilobytes) * 1024);
-            for (int run = 0; run < 5; ++run) {
-                Memory("file size", subject, kilobytes, Run(subject.commandLine, FineSamplingMs));
-            }
-        }
+    void FileSize(int kilobytes) {
+        test::PutFile(test::Machine::DriverDirectory() / L"oem.xml", "");
+        std::filesystem::resize_file(test::Machine::DriverDirectory() / L"oem.xml",
+                                     static_cast<std::uintmax_t>(kilobytes) * 1024);
+        TakeSamples({Program("Finaset", L"Finaset.exe", L"/CONFIGURE")}, kilobytes);
         machine_.InstallShippedFiles();
     }
 
     // Eight services are stopped, and four started.
-    void Services() {
-        for (int run = 0; run < 2; ++run) {
+    void Services(int /*entries*/) {
+        Repeat(0, [&](bool /*counts*/) {
             for (const wchar_t* program : {L"Finaset.exe", L"bare.exe"}) {
                 const std::string name = *program == L'F' ? "Finaset" : "bare";
                 StartServices();
                 const Subject stop = Program(name, program, L"/STOP");
-                Time("stop", stop, 8, Run(stop.commandLine));
                 const Subject start = Program(name, program, L"/START");
-                Time("start", start, 4, Run(start.commandLine));
+                Write("stop", name, 8, "ms", Run(stop, runLimitMs_, SamplingMs).milliseconds);
+                Write("start", name, 4, "ms", Run(start, runLimitMs_, SamplingMs).milliseconds);
             }
-        }
+        });
     }
 
     // The program's work, done with the system's own tools.
-    void Tools() {
-        const std::wstring cmd =
-            L"C:\\windows\\system32\\cmd.exe /c " + (Files / L"steps.cmd").wstring() + L" ";
-        const std::wstring nsis = (Files / L"steps.exe").wstring() + L" ";
+    void Tools(int /*entries*/) {
+        const bool all = group_ == "tools all";
+        const std::wstring option = all ? L"" : L"/CONFIGURE";
+        const std::wstring step = all ? L" all" : L" configure";
+        PutTaskXml();
+        const std::vector<Subject> subjects = {
+            Program("Finaset", L"Finaset.exe", option),
+            Program("without lists", L"without_lists.exe", option),
+            {"cmd", L"C:\\windows\\system32\\cmd.exe /c " + (Files / L"steps.cmd").wstring() + step,
+             /*mayFail=*/true},
+            {"NSIS", (Files / L"steps.exe").wstring() + step, /*mayFail=*/true}};
+        std::optional<test::MachineState> first;
+        Repeat(0, [&](bool /*counts*/) {
+            for (const Subject& subject : subjects) {
+                if (all) {
+                    StartServices();
+                }
+                UndoConfiguration();
+                const Measured measured = Run(subject, runLimitMs_, SamplingMs);
+                const test::MachineState state = StateAtRest();
+                first = first ? first : state;
+                Write(group_, subject.name, 0, "same state", IsSame(state, *first));
+                Write(group_, subject.name, 0, "ms", measured.milliseconds);
+                WriteMemory(subject, 0, measured);
+                Write(group_, subject.name, 0, "processes", measured.processes);
+            }
+        });
+    }
+
+    Subject Program(const std::string& name, const std::wstring& fileName,
+                    const std::wstring& option) {
+        return {name, L"\"" + (machine_.ProgramDirectory() / fileName).wstring() + L"\" " + option};
+    }
+
+    void PutTaskXml() {
         std::wstring task = ScheduledTaskTable[0].taskXml;
         const std::wstring placeholder = L"##PROCESSNAME##";
         task.replace(task.find(placeholder), placeholder.size(),
@@ -215,36 +268,6 @@ public:
         task.insert(0, 1, L'\uFEFF');
         test::PutFile(machine_.ProgramDirectory() / L"task.xml",
                       {reinterpret_cast<const char*>(task.data()), task.size() * sizeof(wchar_t)});
-        for (const auto& [group, option, step] :
-             {std::tuple{"tools configure", L"/CONFIGURE", L"configure"},
-              std::tuple{"tools all", L"", L"all"}}) {
-            const std::vector<Subject> subjects = {
-                Program("Finaset", L"Finaset.exe", option),
-                Program("without lists", L"without_lists.exe", option),
-                {"cmd", cmd + step},
-                {"NSIS", nsis + step}};
-            std::vector<test::MachineState> states;
-            for (int run = 0; run < (*option == L'\0' ? 2 : 5); ++run) {
-                for (const Subject& subject : subjects) {
-                    if (*option == L'\0') {
-                        StartServices();
-                    }
-                    UndoConfiguration();
-                    const Measured measured = Run(subject.commandLine);
-                    states.push_back(StateAtRest());
-                    Write(group, subject, 0, "same state", IsSame(states.back(), states.front()));
-                    Time(group, subject, 0, measured);
-                    Memory(group, subject, 0, measured);
-                    Write(group, subject, 0, "processes", measured.processes);
-                }
-            }
-        }
-    }
-
-private:
-    Subject Program(const std::string& name, const std::wstring& fileName,
-                    const std::wstring& option) {
-        return {name, L"\"" + (machine_.ProgramDirectory() / fileName).wstring() + L"\" " + option};
     }
 
     void StartServices() {
@@ -283,65 +306,90 @@ private:
                one.tasks == other.tasks && one.hardwareBitmask == other.hardwareBitmask;
     }
 
-    // Each once without being counted, if that is soon done; then in turns, the other way round
-    // every second time, for as often as said, or as long as it may take.
-    void TakeTurns(const std::string& group, std::vector<Subject> subjects, int entries, int turns,
-                   DWORD samplingMs = SamplingMs) {
-        std::cout << group << " " << entries << std::endl;
-        const ULONGLONG start = ::GetTickCount64();
-        for (int turn = entries > ManyEntries ? 0 : -1; turn < turns; ++turn) {
-            if (turn > 0 && ::GetTickCount64() - start > TurnsLimitMs) {
+    // Calls `turn` as often as said, but begins none that would not end in time. So many first ones
+    // do not count.
+    template <typename Turn>
+    void Repeat(int uncounted, Turn turn) {
+        for (int index = -uncounted; index < turns_; ++index) {
+            const ULONGLONG start = ::GetTickCount64();
+            turn(index >= 0);
+            const ULONGLONG now = ::GetTickCount64();
+            if (index >= 0 && now + (now - start) > end_) {
                 break;
             }
-            for (const Subject& subject : subjects) {
-                machine_.WriteStaleSettings();
-                const Measured measured = Run(subject.commandLine, samplingMs);
-                if (turn >= 0) {
-                    Time(group, subject, entries, measured);
-                    Memory(group, subject, entries, measured);
-                }
-            }
-            std::ranges::reverse(subjects);
         }
     }
 
-    void Time(const std::string& group, const Subject& subject, int entries,
-              const Measured& measured) {
-        Write(group, subject, entries, "ms", measured.milliseconds);
+    // Each once without being counted, if that is soon done; then in turns, the other way round
+    // every second time.
+    void TakeTurns(std::vector<Subject> subjects, int entries, DWORD samplingMs = SamplingMs) {
+        Repeat(entries > ManyEntries ? 0 : 1, [&](bool counts) {
+            for (const Subject& subject : subjects) {
+                machine_.WriteStaleSettings();
+                const Measured measured = Run(subject, runLimitMs_, samplingMs);
+                if (counts) {
+                    Write(group_, subject.name, entries, "ms", measured.milliseconds);
+                    WriteMemory(subject, entries, measured);
+                }
+            }
+            std::ranges::reverse(subjects);
+        });
     }
 
-    void Memory(const std::string& group, const Subject& subject, int entries,
-                const Measured& measured) {
+    // Of the memory of short runs, which are not timed.
+    void TakeSamples(const std::vector<Subject>& subjects, int entries) {
+        for (int run = 0; run < 5; ++run) {
+            for (const Subject& subject : subjects) {
+                WriteMemory(subject, entries, Run(subject, runLimitMs_, FineSamplingMs));
+            }
+        }
+    }
+
+    void WriteMemory(const Subject& subject, int entries, const Measured& measured) {
         if (measured.peakBytes != 0) {  // it may have ended before the first sample
-            Write(group, subject, entries, "peak KB",
+            Write(group_, subject.name, entries, "peak KB",
                   static_cast<double>(measured.peakBytes) / 1024);
         }
     }
 
-    void Write(const std::string& group, const Subject& subject, int entries, const char* measure,
-               double value) {
-        results_ << group << "," << subject.name << "," << entries << "," << measure << "," << value
-                 << std::endl;
+    static void Write(const std::string& group, const std::string& subject, int entries,
+                      const char* measure, double value) {
+        std::cout << "figure " << group << "," << subject << "," << entries << "," << measure << ","
+                  << value << std::endl;
     }
 
-    std::ofstream results_;
+    const std::map<std::string, Measure> groups_ = {
+        {"usage", &Bench::Usage},
+        {"configure flat", &Bench::Configure},
+        {"configure tree", &Bench::Configure},
+        {"search", &Bench::Search},
+        {"file size", &Bench::FileSize},
+        {"services", &Bench::Services},
+        {"tools configure", &Bench::Tools},
+        {"tools all", &Bench::Tools},
+    };
+
     test::Machine machine_;
+    std::string group_;
+    int turns_ = 0;
+    ULONGLONG end_ = 0;
+    DWORD runLimitMs_ = 0;
 };
 
 }  // namespace
 
-int wmain(int argumentCount, wchar_t** arguments) {
-    if (argumentCount != 2) {
-        return 2;
-    }
+int wmain() {
     try {
-        Bench bench(arguments[1]);
-        bench.Usage();
-        bench.Search();
-        bench.FileSizes();
-        bench.Services();
-        bench.Tools();
-        bench.Configure();
+        Bench bench;
+        std::cout << "ready" << std::endl;
+        for (std::string line; std::getline(std::cin, line);) {
+            try {
+                bench.Obey(line);
+                std::cout << "done" << std::endl;
+            } catch (const std::exception& error) {
+                std::cout << "failed " << error.what() << std::endl;
+            }
+        }
         return 0;
     } catch (const std::exception& error) {
         std::cerr << "bench: " << error.what() << "\n";

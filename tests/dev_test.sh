@@ -28,7 +28,11 @@ expect 2 "no test has a name that contains 'Machine.*-Machine.A'" test 'Machine.
 expect 2 "no test has a name that contains 'Actions:Usage'" test Actions:Usage
 expect 2 "run does not know '/STOP'" run /STOP
 expect 2 "run does not know '--kep'" run --kep -- /STOP
-expect 2 'bench takes no argument' bench quick
+expect 2 'bench takes --minutes and a number' bench 5
+expect 2 'bench takes --minutes and a number' bench --minutes
+expect 2 'bench takes --minutes and a number' bench --minutes 0
+expect 2 'bench takes --minutes and a number' bench --again 5
+expect 2 'windows-kit takes no argument' windows-kit all
 expect 2 'lint takes no argument' lint src
 expect 2 'format takes no argument' format src
 

@@ -47,7 +47,7 @@ check_links() {
 }
 
 is_target() {
-    grep -qE "add_(executable|library)\($1( |$)" CMakeLists.txt ./*/CMakeLists.txt \
+    grep -qE "add_(executable|library|test_program)\($1( |$)" CMakeLists.txt ./*/CMakeLists.txt \
         ./*/*/CMakeLists.txt
 }
 

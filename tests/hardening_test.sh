@@ -73,4 +73,12 @@ fi
 check "a build in another directory gives the same bytes" \
     cmp "$program" build/mingw-release/bin/Finaset.exe
 
+# By a variable that is the program's own, and zero: it lies among those that begin so.
+expands_no_arguments() {
+    x86_64-w64-mingw32-nm build/mingw-release/src/CMakeFiles/Finaset.dir/driver/main.cpp.obj \
+        >"$work/names"
+    grep -qE ' B _dowildcard$' "$work/names"
+}
+check "its start-up code takes no argument for a pattern" expands_no_arguments
+
 exit "$failed"

@@ -3,6 +3,8 @@
 #include "config/service_parameter_names.h"
 #include "config/service_parameters.h"
 
+#include <cstdint>
+
 namespace {
 
 const RegistrySetting NoSetting = {.type = REG_DWORD};

@@ -4,9 +4,25 @@
 #include <io.h>
 
 #include <cstdarg>
+#include <cstddef>
 #include <cstdio>
+#include <cstdlib>
 #include <cwchar>
-#include <string>
+#include <iterator>
+#include <memory>
+#include <string_view>
+
+namespace {
+
+// What a wide text usually has room in. It needs no memory then: it may be what tells of the want.
+constexpr std::size_t UsualCapacity = 1024;
+
+struct FreeMemory {
+    // NOLINTNEXTLINE(cppcoreguidelines-no-malloc,cppcoreguidelines-owning-memory)
+    void operator()(wchar_t* memory) const noexcept { std::free(memory); }
+};
+
+}  // namespace
 
 void PrepareConsole() {
     const int descriptor = ::_fileno(stdout);
@@ -32,14 +48,24 @@ std::int32_t ConsolePrint(const wchar_t* format, ...) {
         return length;
     }
 
-    std::wstring text(static_cast<std::size_t>(length), L'\0');
+    // With room for the terminating zero: some runtimes never leave it out.
+    std::size_t capacity = static_cast<std::size_t>(length) + 1;
+    wchar_t usual[UsualCapacity] = {};
+    std::unique_ptr<wchar_t, FreeMemory> longer;
+    if (capacity > std::size(usual)) {
+        // Nothing is to be thrown if there is no memory: the text is cut then.
+        // NOLINTNEXTLINE(cppcoreguidelines-no-malloc,cppcoreguidelines-owning-memory)
+        longer.reset(static_cast<wchar_t*>(std::malloc(capacity * sizeof(wchar_t))));
+        capacity = longer ? capacity : std::size(usual);
+    }
+    wchar_t* const text = longer ? longer.get() : usual;
     va_start(arguments, format);
-    ::_vsnwprintf(text.data(), text.size(), format, arguments);
+    ::_vsnwprintf(text, capacity, format, arguments);
     va_end(arguments);
 
     // Not the runtime's own wide output: on a stream in binary mode that writes UTF-16.
     std::int32_t written = 0;
-    for (const wchar_t character : text) {
+    for (const wchar_t character : std::wstring_view(text, capacity - 1)) {
         const std::int32_t one = ConsolePrint("%lc", static_cast<wint_t>(character));
         written += one == 1 ? one : ConsolePrint("?");
     }

@@ -14,9 +14,10 @@ void PrepareConsole();
 // of such a call's text arrives is the runtime's business; the calls after it are not affected.
 std::int32_t ConsolePrint(const char* format, ...) FINASET_FORMAT_STRING(1, 2);
 
-// The same for a wide format string, in which "%s" takes a wide string (null prints "(null)"). The
-// text goes to the same stream in the same encoding as that of "%ls"; a character that the "C"
-// locale cannot write becomes "?".
+// The same for a wide format string: "%ls" takes a wide string (null prints "(null)"), and so does
+// "%s" in some runtimes. The text goes to the same stream in the same encoding; a character that
+// the "C" locale cannot write becomes "?". Nothing is thrown: without the memory that a text of
+// more than 1,023 characters needs, as many are written.
 std::int32_t ConsolePrint(const wchar_t* format, ...);
 
 // Ends the line of a file, directory or registry item: "Success" or "Failure".

@@ -10,6 +10,7 @@
 #include <aclapi.h>
 
 #include <algorithm>
+#include <iterator>
 
 namespace {
 
@@ -173,7 +174,8 @@ bool SetProtectedDacl(const std::wstring& path, std::span<const AceSpec> aces) {
                                                  sizeof(SecurityId)));
     for (const AceSpec& ace : aces) {
         SecurityId sid = ace.sid;
-        if (::IsValidSid(&sid)) {
+        // To the platform, one of more than there is room for is valid too.
+        if (sid.subAuthorityCount <= std::size(sid.subAuthorities) && ::IsValidSid(&sid)) {
             list.Add(ace, &sid);
         }
     }

@@ -58,7 +58,8 @@ std::vector<std::wstring> ListDirectoryEntries(const std::wstring& directory);
 std::vector<std::wstring> CollectSubdirectories(const std::wstring& directory);
 
 // Gives the path exactly these access-allowed entries, in this order, and lets it inherit none. An
-// entry whose trustee is not valid is left out. Returns whether that was done.
+// entry whose trustee is not valid, or says that it has more sub-authorities than there is room
+// for, is left out. Returns whether that was done.
 bool SetProtectedDacl(const std::wstring& path, std::span<const AceSpec> aces);
 
 // Takes their own access lists from everything below a directory, at any depth, so that they have

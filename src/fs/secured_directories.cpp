@@ -3,6 +3,8 @@
 #include "config/path_resolvers.h"
 #include "config/service_parameters.h"
 
+#include <cstdint>
+
 namespace {
 
 constexpr SecurityId Administrators = {

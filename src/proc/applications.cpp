@@ -9,6 +9,7 @@
 
 #include <psapi.h>
 
+#include <cstddef>
 #include <vector>
 
 namespace {

@@ -10,6 +10,7 @@ namespace {
 
 constexpr REGSAM ViewMask = KEY_WOW64_64KEY | KEY_WOW64_32KEY;
 constexpr DWORD KeyNameCapacity = 256;  // a key's name has at most 255 characters
+constexpr int RegistryLevels = 512;     // the registry makes no deeper trees
 
 // A function that not every system has, or null.
 template <typename Function>
@@ -70,6 +71,10 @@ LSTATUS RegistryKey::Close() {
 }
 
 LSTATUS RegistryKey::RecurseDeleteKey(const std::wstring& name) {
+    return DeleteTree(name, RegistryLevels);
+}
+
+LSTATUS RegistryKey::DeleteTree(const std::wstring& name, int levelsBelow) {
     RegistryKey child(transaction_);
     LSTATUS error = child.Open(handle_, name, KEY_READ | KEY_WRITE | viewFlags_);
     if (error != ERROR_SUCCESS) {
@@ -86,7 +91,10 @@ LSTATUS RegistryKey::RecurseDeleteKey(const std::wstring& name) {
             break;
         }
         if (error == ERROR_SUCCESS) {
-            error = child.RecurseDeleteKey(subKey);
+            // Without an end otherwise: no name is this key again, as it is for one that is stored
+            // with a zero in front, and a link may lead back up the tree.
+            const bool damaged = subKey[0] == L'\0' || levelsBelow == 0;
+            error = damaged ? ERROR_INVALID_DATA : child.DeleteTree(subKey, levelsBelow - 1);
         }
         if (error != ERROR_SUCCESS) {
             return error;
@@ -102,7 +110,7 @@ LSTATUS RegistryKey::DeleteSubKey(const std::wstring& name) {
             FindAdvapiFunction<decltype(::RegDeleteKeyTransactedW)>("RegDeleteKeyTransactedW");
         return deleteTransacted == nullptr
                    ? ERROR_INVALID_FUNCTION
-                   : deleteTransacted(handle_, name.c_str(), viewFlags_, /*Reserved=*/0,
+                   : deleteTransacted(handle_, name.c_str(), /*samDesired=*/0, /*Reserved=*/0,
                                       transaction_->handle, /*pExtendedParameter=*/nullptr);
     }
     if (transaction_ != nullptr) {

@@ -40,7 +40,9 @@ public:
     [[nodiscard]] REGSAM ViewFlags() const noexcept { return viewFlags_; }
 
     // Removes the sub-key `name` with all that is below it; with an empty name, the open key
-    // itself. Ends at the first error, and what was removed until then is gone.
+    // itself. Ends at the first error, and what was removed until then is gone. A damaged registry
+    // is one (ERROR_INVALID_DATA): a sub-key that seems to have no name, or more levels than a
+    // registry has.
     LSTATUS RecurseDeleteKey(const std::wstring& name);
 
 private:
@@ -51,6 +53,7 @@ private:
         return transaction_ == nullptr || transaction_->plainAllowed;
     }
     LSTATUS Adopt(HKEY handle, REGSAM access);
+    LSTATUS DeleteTree(const std::wstring& name, int levelsBelow);
     LSTATUS DeleteSubKey(const std::wstring& name);
 
     HKEY handle_ = nullptr;

@@ -1,9 +1,6 @@
 #include "tasks/com.h"
 
-#include <oleauto.h>
-
 #include <cwchar>
-#include <iterator>
 #include <string_view>
 
 namespace Utils {
@@ -14,15 +11,8 @@ namespace {
 constexpr HRESULT FirstInterfaceError = static_cast<HRESULT>(0x80040200);
 constexpr HRESULT LastInterfaceError = static_cast<HRESULT>(0x8004FFFF);
 
-struct LocalMemoryPolicy {
-    using Handle = wchar_t*;
-    static constexpr Handle None = nullptr;
-    static void Release(Handle handle) noexcept { ::LocalFree(handle); }
-};
-
-using LocalText = Owner<LocalMemoryPolicy>;
-
-std::wstring MessageTextOf(HRESULT result) {
+// The system's message without its line end, or none.
+LocalText SystemText(HRESULT result) {
     wchar_t* allocated = nullptr;
     // With this flag the function takes the address of a pointer where it otherwise takes a buffer.
     const DWORD length = ::FormatMessageW(
@@ -30,60 +20,67 @@ std::wstring MessageTextOf(HRESULT result) {
         /*lpSource=*/nullptr, static_cast<DWORD>(result), MAKELANGID(LANG_NEUTRAL, SUBLANG_NEUTRAL),
         reinterpret_cast<wchar_t*>(&allocated),
         /*nSize=*/0, /*Arguments=*/nullptr);
-    const LocalText text(allocated);
-    if (length != 0) {
-        std::wstring_view message(allocated, length);
-        if (message.ends_with(L"\r\n")) {
-            message.remove_suffix(2);
-        }
-        return std::wstring(message);
+    if (length == 0) {
+        return {};
     }
-    if (result >= FirstInterfaceError && result <= LastInterfaceError) {
-        return L"IDispatch error #" + std::to_wstring(result - FirstInterfaceError);
+    if (std::wstring_view(allocated, length).ends_with(L"\r\n")) {
+        allocated[length - 2] = L'\0';
     }
-    wchar_t unknown[] = L"Unknown error 0x00000000";
-    std::swprintf(unknown, std::size(unknown), L"Unknown error 0x%0lX",
-                  static_cast<unsigned long>(result));
-    return unknown;
+    return LocalText(allocated);
 }
 
-std::optional<std::wstring> DescriptionLeftBy(IUnknown& source, REFIID iid) {
-    ISupportErrorInfo* support = nullptr;
-    if (FAILED(source.QueryInterface(__uuidof(ISupportErrorInfo),
-                                     reinterpret_cast<void**>(&support)))) {
-        return std::nullopt;
-    }
-    // Without this answer, what the thread holds may be of an earlier failure.
-    const ComPointer<ISupportErrorInfo> supportOwner(support);
-    if (support->InterfaceSupportsErrorInfo(iid) != S_OK) {
-        return std::nullopt;
-    }
-    IErrorInfo* info = nullptr;
-    if (::GetErrorInfo(/*dwReserved=*/0, &info) != S_OK) {
-        return std::nullopt;
-    }
-    const ComPointer<IErrorInfo> infoOwner(info);
-    BSTR text = nullptr;
-    const HRESULT described = info->GetDescription(&text);
-    const ComString description(text);
-    if (FAILED(described) || !description) {
-        return std::nullopt;
+ComErrorNumber NumberText(HRESULT result) {
+    ComErrorNumber text = {};
+    if (result >= FirstInterfaceError && result <= LastInterfaceError) {
+        std::swprintf(text.data(), text.size(), L"IDispatch error #%ld",
+                      result - FirstInterfaceError);
+    } else {
+        std::swprintf(text.data(), text.size(), L"Unknown error 0x%0lX",
+                      static_cast<unsigned long>(result));
     }
     return text;
 }
 
-}  // namespace
-
-ComError::ComError(HRESULT result) : result_(result), messageText_(MessageTextOf(result)) {}
-
-ComError::ComError(HRESULT result, IUnknown& source, REFIID iid) : ComError(result) {
-    description_ = DescriptionLeftBy(source, iid);
+ComString DescriptionLeftBy(IUnknown& source, REFIID iid) {
+    ISupportErrorInfo* support = nullptr;
+    if (FAILED(source.QueryInterface(__uuidof(ISupportErrorInfo),
+                                     reinterpret_cast<void**>(&support)))) {
+        return {};
+    }
+    // Without this answer, what the thread holds may be of an earlier failure.
+    const ComPointer<ISupportErrorInfo> supportOwner(support);
+    if (support->InterfaceSupportsErrorInfo(iid) != S_OK) {
+        return {};
+    }
+    IErrorInfo* info = nullptr;
+    if (::GetErrorInfo(/*dwReserved=*/0, &info) != S_OK) {
+        return {};
+    }
+    const ComPointer<IErrorInfo> infoOwner(info);
+    BSTR text = nullptr;
+    const HRESULT described = info->GetDescription(&text);
+    ComString description(text);
+    if (FAILED(described)) {
+        return {};
+    }
+    return description;
 }
 
-ComString MakeComString(const std::wstring& text) {
-    ComString string(::SysAllocString(text.c_str()));
+}  // namespace
+
+ComError::ComError(HRESULT result)
+    : result_(result), systemText_(SystemText(result)), numberText_(NumberText(result)) {}
+
+ComError::ComError(HRESULT result, IUnknown& source, REFIID iid)
+    : result_(result),
+      systemText_(SystemText(result)),
+      numberText_(NumberText(result)),
+      description_(DescriptionLeftBy(source, iid)) {}
+
+ComString MakeComString(const wchar_t* text, std::optional<ComError>& error) {
+    ComString string(::SysAllocString(text));
     if (!string) {
-        throw ComError(E_OUTOFMEMORY);
+        error.emplace(E_OUTOFMEMORY);
     }
     return string;
 }

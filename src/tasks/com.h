@@ -5,10 +5,11 @@
 #include <windows.h>
 
 #include <oaidl.h>
+#include <oleauto.h>
 
-#include <exception>
+#include <array>
+#include <cstddef>
 #include <optional>
-#include <string>
 
 namespace Utils {
 
@@ -25,12 +26,25 @@ struct ComStringPolicy {
     static void Release(Handle handle) noexcept { ::SysFreeString(handle); }
 };
 
+struct LocalTextPolicy {
+    using Handle = wchar_t*;
+    static constexpr Handle None = nullptr;
+    static void Release(Handle handle) noexcept { ::LocalFree(handle); }
+};
+
 template <typename Interface>
 using ComPointer = Owner<ComPointerPolicy<Interface>>;
 using ComString = Owner<ComStringPolicy>;
+using LocalText = Owner<LocalTextPolicy>;
 
-// A COM call that has failed, with what can be said of it.
-class ComError : public std::exception {
+// Room for a text that is made of the number of an error.
+constexpr std::size_t ComErrorNumberLength = 32;
+using ComErrorNumber = std::array<wchar_t, ComErrorNumberLength>;
+
+// A COM call that has failed, with what can be said of it. It is kept, not thrown, and needs no
+// memory of the program's own: want of memory is what it may be about, and the compiler's library
+// needs some to throw.
+class ComError {
 public:
     // Without a description.
     explicit ComError(HRESULT result);
@@ -42,37 +56,39 @@ public:
     [[nodiscard]] HRESULT Result() const noexcept { return result_; }
 
     // What the failing object says, or null.
-    [[nodiscard]] const wchar_t* Description() const noexcept {
-        return description_ ? description_->c_str() : nullptr;
-    }
+    [[nodiscard]] const wchar_t* Description() const noexcept { return description_.Get(); }
 
     // The system's message for the result without its line end, or one made of the number.
-    [[nodiscard]] const wchar_t* MessageText() const noexcept { return messageText_.c_str(); }
+    [[nodiscard]] const wchar_t* MessageText() const noexcept {
+        return systemText_ ? systemText_.Get() : numberText_.data();
+    }
 
 private:
     HRESULT result_;
-    std::optional<std::wstring> description_;
-    std::wstring messageText_;
+    LocalText systemText_;
+    ComErrorNumber numberText_;
+    ComString description_;
 };
 
-// Throws ComError if `source` has failed.
+// Whether a call to `source` has succeeded. Its failure becomes the error.
 template <typename Interface>
-void Check(HRESULT result, Interface& source) {
+bool Check(HRESULT result, Interface& source, std::optional<ComError>& error) {
     if (FAILED(result)) {
-        throw ComError(result, source, __uuidof(Interface));
+        error.emplace(result, source, __uuidof(Interface));
     }
+    return SUCCEEDED(result);
 }
 
-// The object behind the pointer. Throws ComError with E_POINTER if there is none.
+// Whether there is an object. E_POINTER becomes the error if there is none.
 template <typename Interface>
-Interface& Existing(const ComPointer<Interface>& pointer) {
-    if (!pointer) {
-        throw ComError(E_POINTER);
+bool Exists(const ComPointer<Interface>& object, std::optional<ComError>& error) {
+    if (!object) {
+        error.emplace(E_POINTER);
     }
-    return *pointer.Get();
+    return static_cast<bool>(object);
 }
 
-// The text in COM's own form. Throws ComError with E_OUTOFMEMORY if there is no memory for it.
-ComString MakeComString(const std::wstring& text);
+// The text in COM's own form. None if there is no memory for it, and E_OUTOFMEMORY is the error.
+ComString MakeComString(const wchar_t* text, std::optional<ComError>& error);
 
 }  // namespace Utils

@@ -8,9 +8,13 @@
 
 #include <windows.h>
 
+#include <objbase.h>
 #include <taskschd.h>
 
 #include <cstddef>
+#include <optional>
+
+const std::wstring ObsoleteTask = L"Tarsel Lumetra Startup Task";
 
 namespace {
 
@@ -18,67 +22,92 @@ using Utils::Check;
 using Utils::ComError;
 using Utils::ComPointer;
 using Utils::ComString;
-using Utils::Existing;
+using Utils::Exists;
 using Utils::MakeComString;
 
-// The service's object, not connected yet. Returns why it cannot be created.
-HRESULT CreateTaskService(ITaskService*& service) {
+// Each of these ends at the first call that fails, which becomes the error.
+
+// The service's object, not connected yet. None if it cannot be created, which is no error.
+ComPointer<ITaskService> CreateTaskService(std::optional<ComError>& error) {
     IUnknown* object = nullptr;
-    HRESULT result = ::CoCreateInstance(__uuidof(TaskScheduler), /*pUnkOuter=*/nullptr, CLSCTX_ALL,
-                                        __uuidof(IUnknown), reinterpret_cast<void**>(&object));
-    if (FAILED(result)) {
-        return result;
+    if (FAILED(::CoCreateInstance(__uuidof(TaskScheduler), /*pUnkOuter=*/nullptr, CLSCTX_ALL,
+                                  __uuidof(IUnknown), reinterpret_cast<void**>(&object)))) {
+        return {};
     }
     const ComPointer<IUnknown> owner(object);
-    result = ::OleRun(&Existing(owner));
-    if (FAILED(result)) {
-        return result;
+    ITaskService* created = nullptr;
+    if (!Exists(owner, error) || FAILED(::OleRun(object)) ||
+        FAILED(
+            object->QueryInterface(__uuidof(ITaskService), reinterpret_cast<void**>(&created)))) {
+        return {};
     }
-    return object->QueryInterface(__uuidof(ITaskService), reinterpret_cast<void**>(&service));
+    ComPointer<ITaskService> service(created);
+    Exists(service, error);
+    return service;
 }
 
 // To this machine's service, as the current user.
-void Connect(ITaskService& service) {
+bool Connect(ITaskService& service, std::optional<ComError>& error) {
     VARIANT missing = {};
     missing.vt = VT_ERROR;                 // NOLINT(*-union-access): that is what a VARIANT is
     missing.scode = DISP_E_PARAMNOTFOUND;  // NOLINT(*-union-access)
-    Check(service.Connect(missing, missing, missing, missing), service);
+    return Check(service.Connect(missing, missing, missing, missing), service, error);
 }
 
-ComPointer<ITaskFolder> RootFolder(ITaskService& service) {
-    const ComString path = MakeComString(L"\\");
-    ITaskFolder* folder = nullptr;
-    Check(service.GetFolder(path.Get(), &folder), service);
-    return ComPointer<ITaskFolder>(folder);
+ComPointer<ITaskFolder> RootFolder(ITaskService& service, std::optional<ComError>& error) {
+    const ComString path = MakeComString(L"\\", error);
+    ITaskFolder* found = nullptr;
+    if (!path || !Check(service.GetFolder(path.Get(), &found), service, error)) {
+        return {};
+    }
+    ComPointer<ITaskFolder> folder(found);
+    Exists(folder, error);
+    return folder;
 }
 
-void RegisterTask(ITaskService& service, const std::wstring& name, const std::wstring& xml) {
+void RegisterTask(ITaskService& service, const std::wstring& name, const std::wstring& xml,
+                  std::optional<ComError>& error) {
     ITaskDefinition* newTask = nullptr;
-    Check(service.NewTask(/*flags=*/0, &newTask), service);
-    const ComPointer<ITaskDefinition> owner(newTask);
-    ITaskDefinition& definition = Existing(owner);
-    const ComString definitionXml = MakeComString(xml);
-    Check(definition.put_XmlText(definitionXml.Get()), definition);
+    if (!Check(service.NewTask(/*flags=*/0, &newTask), service, error)) {
+        return;
+    }
+    const ComPointer<ITaskDefinition> definition(newTask);
+    if (!Exists(definition, error)) {
+        return;
+    }
+    const ComString definitionXml = MakeComString(xml.c_str(), error);
+    if (!definitionXml || !Check(newTask->put_XmlText(definitionXml.Get()), *newTask, error)) {
+        return;
+    }
 
-    const ComPointer<ITaskFolder> root = RootFolder(service);
-    ITaskFolder& folder = Existing(root);
-    const ComString path = MakeComString(name);
+    const ComPointer<ITaskFolder> root = RootFolder(service, error);
+    if (!root) {
+        return;
+    }
+    const ComString path = MakeComString(name.c_str(), error);
+    if (!path) {
+        return;
+    }
+    ITaskFolder& folder = *root.Get();
     const VARIANT empty = {};  // VT_EMPTY: the definition names the group that runs the task
     IRegisteredTask* registered = nullptr;
-    Check(folder.RegisterTaskDefinition(path.Get(), &definition, TASK_CREATE_OR_UPDATE,
+    Check(folder.RegisterTaskDefinition(path.Get(), newTask, TASK_CREATE_OR_UPDATE,
                                         /*user=*/empty, /*password=*/empty, TASK_LOGON_GROUP,
                                         /*sddl=*/empty, &registered),
-          folder);
+          folder, error);
     const ComPointer<IRegisteredTask> unused(registered);
 }
 
-void DeleteTask(ITaskService& service, const std::wstring& name) {
-    const ComPointer<ITaskFolder> root = RootFolder(service);
-    const ComString path = MakeComString(name);
-    if (FAILED(Existing(root).DeleteTask(path.Get(), /*flags=*/0))) {
+void DeleteTask(ITaskService& service, const std::wstring& name, std::optional<ComError>& error) {
+    const ComPointer<ITaskFolder> root = RootFolder(service, error);
+    if (!root) {
+        return;
+    }
+    const ComString path = MakeComString(name.c_str(), error);
+    if (path && FAILED(root.Get()->DeleteTask(path.Get(), /*flags=*/0))) {
         // The thread's last error on purpose, not the result. Not a failure: most often there is
         // no such task.
-        ConsolePrint(L"     ====> DeleteScheduledTask:[ERROR] %s GetLastError 0x%08x\n",
+        ConsolePrint(L"     ====> DeleteScheduledTask:[ERROR] %ls GetLastError 0x%08x\n",
                      name.c_str(), ::GetLastError());
     }
 }
@@ -87,22 +116,20 @@ void DeleteTask(ITaskService& service, const std::wstring& name) {
 // no COM error came up.
 template <typename Work>
 bool WithTaskService(const wchar_t* routine, const Work& work) {
-    bool success = true;
-    try {
-        ITaskService* service = nullptr;
-        if (SUCCEEDED(CreateTaskService(service))) {
-            const ComPointer<ITaskService> owner(service);
-            Connect(Existing(owner));
-            work(*service);
+    std::optional<ComError> error;
+    {
+        const ComPointer<ITaskService> service = CreateTaskService(error);
+        if (service && Connect(*service.Get(), error)) {
+            work(*service.Get(), error);
         }
-    } catch (const ComError& error) {
-        ConsolePrint(L"     ====> %s:[_com_error] Exception 0x%08x, %s, %s\n", routine,
-                     static_cast<unsigned>(error.Result()), error.Description(),
-                     error.MessageText());
-        success = false;
     }
-    ConsolePrint("     ====> %ls\n", success ? L"SUCCESS" : L"FAILED");
-    return success;
+    if (error) {
+        ConsolePrint(L"     ====> %ls:[_com_error] Exception 0x%08x, %ls, %ls\n", routine,
+                     static_cast<unsigned>(error->Result()), error->Description(),
+                     error->MessageText());
+    }
+    ConsolePrint("     ====> %ls\n", error ? L"FAILED" : L"SUCCESS");
+    return !error;
 }
 
 }  // namespace
@@ -138,13 +165,16 @@ bool CreateScheduledTask(const std::wstring& taskName, const std::wstring& taskX
                          const std::wstring& processPath) {
     ConsolePrint("   Creating Task Name [%ls] for Process [%ls]....\n", taskName.c_str(),
                  processPath.c_str());
-    return WithTaskService(L"CreateScheduledTask", [&](ITaskService& service) {
-        RegisterTask(service, taskName, taskXml);
-    });
+    return WithTaskService(L"CreateScheduledTask",
+                           [&](ITaskService& service, std::optional<ComError>& error) {
+                               RegisterTask(service, taskName, taskXml, error);
+                           });
 }
 
 void DeleteScheduledTask(const std::wstring& taskName) {
     ConsolePrint("   Deleting Task Name [%ls]....\n", taskName.c_str());
     WithTaskService(L"DeleteScheduledTask",
-                    [&](ITaskService& service) { DeleteTask(service, taskName); });
+                    [&](ITaskService& service, std::optional<ComError>& error) {
+                        DeleteTask(service, taskName, error);
+                    });
 }

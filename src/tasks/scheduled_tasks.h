@@ -7,8 +7,9 @@
 // Stands in a task's definition for the path of its program.
 inline constexpr std::wstring_view ProcessPlaceholder = L"##PROCESSNAME##";
 
-// The task that older installations left behind.
-inline constexpr wchar_t ObsoleteTask[] = L"Tarsel Lumetra Startup Task";
+// The task that older installations left behind. A string from before the run: it is deleted even if
+// there is no memory left.
+extern const std::wstring ObsoleteTask;
 
 // One task for the Task Scheduler, to be registered in its root folder.
 struct ScheduledTaskEntry {

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Runs a Windows program on a Windows machine of its own: a fresh Wine prefix without display and
 # network, whose service manager and registry nobody else uses. Ends with the program's exit code,
-# after the machine is taken down. Any number of machines can run side by side.
+# after the machine is taken down. Any number of machines can run side by side. The first one sets up
+# a machine in build/machine, which is never started; all are copies of it.
 #
 #   fresh_machine.sh PROGRAM [ARGUMENT...]
 #
@@ -50,8 +51,7 @@ if setarch --addr-no-randomize true 2>/dev/null; then
 fi
 
 machine=${FINASET_KEEP_MACHINE:-$(mktemp -d "${TMPDIR:-/tmp}/finaset-machine.XXXXXX")}
-export WINEPREFIX=$machine/prefix
-mkdir -p "$WINEPREFIX"
+mkdir -p "$machine"
 
 take_down() {
     "$wineserver" -k || true # it may have ended already
@@ -64,11 +64,12 @@ if [[ -z ${FINASET_KEEP_MACHINE:-} ]]; then
 fi
 
 # The machine is not to see, nor to link to, anything of the person who runs it, and to leave nothing.
-export HOME=$machine TMPDIR=$machine LC_ALL=C.UTF-8
+export HOME=$machine TMPDIR=$machine WINEPREFIX=$machine/prefix LC_ALL=C.UTF-8
 unset DISPLAY WAYLAND_DISPLAY
 export WINEDEBUG=${WINEDEBUG:--all}
-# Nothing to install, no menus, and no debugger: it would keep a program that has crashed waiting.
-export WINEDLLOVERRIDES='mscoree,mshtml=;winemenubuilder.exe,winedbg.exe=d'
+# Nothing to install, no menus, no debugger, which would keep a program that has crashed waiting, and
+# no USB, whose driver has a thread that can outlive the machine.
+export WINEDLLOVERRIDES='mscoree,mshtml=;winemenubuilder.exe,winedbg.exe,wineusb.sys=d'
 
 # set_up ARGUMENT...: runs one of Wine's own programs, and shows what it said if it fails.
 set_up() {
@@ -80,10 +81,29 @@ set_up() {
     }
 }
 
-set_up wineboot -i
-set_up reg add 'HKCU\Software\Wine\Drivers' /v Graphics /d null /f
-# Until all of it has ended, a program started now could meet a second service manager.
-"$wineserver" -w
+# Setting one up takes seconds, a copy a fraction of one. It is good for this Wine and this script.
+build=$(readlink -f "$(dirname "$0")/../../build")
+original=$build/machine
+state="$(dpkg-query -W wine64) $(md5sum <"$0")"
+mkdir -p "$build"
+exec {lock}>"$build/machine.lock"
+flock "$lock"
+if [[ $(cat "$original/state" 2>/dev/null) != "$state" ]]; then
+    rm -rf "$original"
+    mkdir "$original" "$WINEPREFIX"
+    set_up wineboot -i
+    set_up reg add 'HKCU\Software\Wine\Drivers' /v Graphics /d null /f
+    "$wineserver" -w
+    # Links to the home of this machine, which the copies have not.
+    find "$WINEPREFIX/drive_c/users" -type l -exec rm {} \; -exec mkdir {} \;
+    mv "$WINEPREFIX/drive_c/windows/system32" "$original/"
+    mv "$WINEPREFIX" "$original/"
+    echo "$state" >"$original/state"
+fi
+exec {lock}>&-
+cp -a "$original/prefix" "$machine/"
+# The system's own files, half a gigabyte, are never written to: second names of them will do.
+cp -a --link "$original/system32" "$WINEPREFIX/drive_c/windows/"
 
 if [[ -n ${FINASET_FILES:-} ]]; then
     mv "$FINASET_FILES" "$WINEPREFIX/drive_c/files"

@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cstring>
 #include <cwctype>
+#include <exception>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -150,11 +151,16 @@ std::filesystem::path TaskDirectory() {
     return FromEnvironment(L"systemroot") / L"system32\\tasks";
 }
 
+// Windows has tasks of its own, and more come with other programs.
+bool IsTheProducts(const std::wstring& task) {
+    return OnWine() || task.starts_with(L"VxIdle") || task.starts_with(L"Tarsel");
+}
+
 std::vector<std::wstring> ReadTasks() {
     std::vector<std::wstring> tasks;
     std::error_code none;  // no such directory, no tasks
     for (const auto& entry : std::filesystem::directory_iterator(TaskDirectory(), none)) {
-        if (entry.is_regular_file()) {
+        if (entry.is_regular_file() && IsTheProducts(entry.path().filename())) {
             tasks.push_back(entry.path().filename());
         }
     }
@@ -224,8 +230,10 @@ std::map<std::wstring, std::wstring> ReadSettings() {
 Machine::Machine(std::filesystem::path programDirectory) : directory_(std::move(programDirectory)) {
     std::filesystem::create_directories(directory_);
     std::filesystem::copy_file(BesideThisProgram(L"Finaset.exe"), directory_ / L"Finaset.exe");
-    std::filesystem::copy_file(BesideThisProgram(TaskServiceLibraryName), TaskServiceLibrary());
-    SetTaskServiceLibrary(TaskServiceLibrary());
+    if (OnWine()) {
+        std::filesystem::copy_file(BesideThisProgram(TaskServiceLibraryName), TaskServiceLibrary());
+        SetTaskServiceLibrary(TaskServiceLibrary());
+    }
 }
 
 Machine::~Machine() {
@@ -237,7 +245,15 @@ Machine::~Machine() {
     std::filesystem::remove(TaskServiceLibrary(), ignored);
     std::filesystem::remove(TaskServiceLibrary() += L".definitions", ignored);
     for (const std::wstring& task : ReadTasks()) {
-        std::filesystem::remove(TaskDirectory() / task, ignored);
+        if (OnWine()) {
+            std::filesystem::remove(TaskDirectory() / task, ignored);
+        } else {
+            try {
+                RunToEnd(L"schtasks.exe /delete /f /tn \"" + task + L"\"");
+            } catch (const std::exception&) {
+                continue;  // as above
+            }
+        }
     }
     std::filesystem::remove_all(directory_, ignored);
     std::filesystem::remove_all(DriverDirectory().parent_path(), ignored);
@@ -300,7 +316,13 @@ void Machine::RemoveTaskService() {
 }
 
 void Machine::ScheduleTask(const std::wstring& name) {
-    PutFile(TaskDirectory() / name, "");
+    if (OnWine()) {
+        PutFile(TaskDirectory() / name, "");
+    } else if (RunToEnd(
+                   L"schtasks.exe /create /f /ru SYSTEM /sc once /st 23:59 /tr cmd.exe /tn \"" +
+                   name + L"\"") != 0) {
+        throw std::runtime_error("a task cannot be scheduled");
+    }
 }
 
 std::vector<std::string> Machine::TaskDefinitions() {

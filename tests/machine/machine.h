@@ -60,14 +60,15 @@ public:
     InstalledService& InstallService(const std::wstring& name, const std::wstring& ways = {});
     void RemoveService(const std::wstring& name);
 
-    // Puts the task service out of reach, or takes its object away.
+    // Puts the task service out of reach, or takes its object away. On Wine, where a library stands
+    // in for it: Windows does not let anybody replace its own.
     static void DisconnectTaskService();
     static void RemoveTaskService();
 
     // Schedules a task that does nothing.
     static void ScheduleTask(const std::wstring& name);
 
-    // The definitions of the tasks that were registered, in order.
+    // The definitions of the tasks that were registered, in order. On Wine, as above.
     [[nodiscard]] static std::vector<std::string> TaskDefinitions();
 
     // Everything that runs on a machine in use: all services, and the application with its window,

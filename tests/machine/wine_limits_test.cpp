@@ -160,7 +160,7 @@ TEST_F(WineLimits, ATaskWhoseXmlIsNotWellFormedIsTaken) {
         const Utils::ComPointer<ITaskDefinition> definition(made);
         std::wstring xml = ScheduledTaskTable.front().taskXml;
         xml.insert(xml.find(L"##PROCESSNAME##"), L"&");
-        EXPECT_EQ(made->put_XmlText(Utils::MakeComString(xml).Get()), S_OK);
+        EXPECT_EQ(made->put_XmlText(Utils::ComString(::SysAllocString(xml.c_str())).Get()), S_OK);
     }
     ::CoUninitialize();
 }

@@ -20,14 +20,16 @@ constexpr auto Release = std::free;
 constexpr std::size_t Never = ~std::size_t{0};
 
 std::size_t remaining = Never;
+bool lasting = false;
 bool failed = false;
 
 }  // namespace
 
 namespace test {
 
-FailingAllocation::FailingAllocation(std::size_t before) {
+FailingAllocation::FailingAllocation(std::size_t before, bool andAllAfter) {
     failed = false;
+    lasting = andAllAfter;
     remaining = before;
 }
 
@@ -44,6 +46,7 @@ bool FailingAllocation::Failed() {
 void* operator new(std::size_t size) {
     if (remaining != Never && remaining-- == 0) {
         failed = true;
+        remaining = lasting ? 0 : Never;
         throw std::bad_alloc();
     }
     if (void* block = Allocate(size == 0 ? 1 : size)) {

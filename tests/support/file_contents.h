@@ -1,5 +1,12 @@
 #pragma once
 
+#ifdef _WIN32
+#include "support/on_wine.h"
+
+#include <windows.h>
+#endif
+
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -7,8 +14,31 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <thread>
 
 namespace test {
+
+#ifdef _WIN32
+// Returns when nobody else holds the file: on Windows, virus scanners look at a new one for a
+// moment, and to the product a file that is held is another than one that is not.
+inline void WaitUntilFree(const std::filesystem::path& path) {
+    constexpr int MaxPauses = 500;  // 5 s
+    for (int pauses = 0; !OnWine() && pauses < MaxPauses; ++pauses) {
+        const HANDLE file = ::CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING,
+                                          FILE_ATTRIBUTE_NORMAL, nullptr);
+        if (file != INVALID_HANDLE_VALUE) {
+            ::CloseHandle(file);
+            return;
+        }
+        if (::GetLastError() != ERROR_SHARING_VIOLATION) {
+            return;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+}
+#else
+inline void WaitUntilFree(const std::filesystem::path& /*path*/) {}
+#endif
 
 // Writes a file and the directories above it.
 inline void PutFile(const std::filesystem::path& path, std::string_view text) {
@@ -16,6 +46,7 @@ inline void PutFile(const std::filesystem::path& path, std::string_view text) {
     if (!(std::ofstream(path, std::ios::binary) << text)) {
         throw std::runtime_error("a file cannot be written");
     }
+    WaitUntilFree(path);
 }
 
 // Nothing if there is no such file.

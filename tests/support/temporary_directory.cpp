@@ -1,5 +1,7 @@
 #include "support/temporary_directory.h"
 
+#include "support/file_contents.h"
+
 #include <windows.h>
 
 #include <filesystem>
@@ -28,6 +30,7 @@ void MakeFile(const std::wstring& path) {
     if (!std::ofstream(std::filesystem::path(path))) {
         throw std::runtime_error("a file cannot be made");
     }
+    WaitUntilFree(path);
 }
 
 }  // namespace test

@@ -3,6 +3,7 @@
 
 #include "sweep/faulty_run.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -78,18 +79,21 @@ TEST_P(FaultSweep, EveryCallFailsOnceAndFromThereOn) {
 TEST(FaultInjector, StandsBeforeNothingThatNoRunReaches) {
     std::set<std::string> reached;
     const auto run = [&](const std::wstring& option, const FaultInjector::Decision& decision) {
-        const std::vector<PlatformCall> calls = RunWith(option, decision).calls;
+        std::vector<PlatformCall> calls = RunWith(option, decision).calls;
         for (const PlatformCall& call : calls) {
             reached.insert(call.function);
         }
-        return calls.size();
+        return calls;
     };
     run(L"/DISABLE", &NoFault);
-    const std::size_t calls = run(L"", &NoFault);
-    for (std::size_t call = 0; call < calls; ++call) {
-        run(L"", [&](std::size_t each) {
-            return each == call ? std::optional<std::size_t>(0) : std::nullopt;
-        });
+    const std::vector<PlatformCall> calls = run(L"", &NoFault);
+    for (auto call = calls.begin(); call != calls.end(); ++call) {
+        if (std::find(calls.begin(), call, *call) == call) {  // the first call of each function
+            const auto number = static_cast<std::size_t>(call - calls.begin());
+            run(L"", [number](std::size_t each) {
+                return each == number ? std::optional<std::size_t>(0) : std::nullopt;
+            });
+        }
     }
     InstalledProduct product;
     const FaultInjector injector(product.TaskService(), &NoFault);

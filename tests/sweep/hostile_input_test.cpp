@@ -1,6 +1,7 @@
 // Seeded campaigns over what comes from outside the program. Each input has a seed of its own,
 // which a failure names; what must come of it is said independently of the code under test.
 
+#include "config/configure.h"
 #include "config/path_resolvers.h"
 #include "config/service_parameters.h"
 #include "driver/actions.h"
@@ -11,9 +12,12 @@
 #include "support/console_capture.h"
 #include "support/environment_variable.h"
 #include "support/fake_adapters.h"
+#include "support/native_keys.h"
 #include "support/private_registry.h"
 #include "support/registry_contents.h"
 #include "support/temporary_directory.h"
+#include "sweep/installed_product.h"
+#include "sweep/run_rules.h"
 
 #include <windows.h>
 
@@ -22,6 +26,7 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <iostream>
 #include <random>
@@ -31,6 +36,7 @@
 
 namespace {
 
+using test::MakeKey;
 using test::Printed;
 using test::PutValue;
 using test::RegistryValue;
@@ -167,6 +173,90 @@ TEST(HostileInput, TextsInTheRegistry) {
             EXPECT_LE(resolver(draw.Text(300)).size(), 2048U);
         }
     });
+}
+
+// Keys with names of all kinds below one that is to be deleted, in any shape of tree. In a damaged
+// one are names with zeros, or links that lead back up.
+class KeysToDelete {
+public:
+    explicit KeysToDelete(Draw& draw) {
+        MakeKey(HKEY_LOCAL_MACHINE, L"SOFTWARE\\other\\below");
+        ::RegCreateKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\stale", 0, nullptr, 0, KEY_ALL_ACCESS,
+                          nullptr, &top_, nullptr);
+        std::vector<HKEY> keys = {top_};
+        for (std::size_t number = draw.Below(12); number > 0; --number) {
+            const HKEY parent = draw.Of(keys);
+            if (draw.OneIn(10)) {
+                test::MakeLinkedKey(parent, L"link " + std::to_wstring(number), top_);
+                damaged_ = true;
+            } else {
+                const std::wstring name = Name(draw);
+                damaged_ = damaged_ || name.find(L'\0') != std::wstring::npos;
+                keys.push_back(test::MakeNativeKey(parent, name));
+            }
+        }
+        std::for_each(keys.begin() + 1, keys.end(), &::RegCloseKey);
+    }
+    KeysToDelete(const KeysToDelete&) = delete;
+    KeysToDelete& operator=(const KeysToDelete&) = delete;
+    ~KeysToDelete() {
+        if (test::KeyExists(HKEY_LOCAL_MACHINE, L"SOFTWARE\\stale")) {
+            test::RemoveNativeTree(top_);
+        }
+        ::RegCloseKey(top_);
+    }
+
+    [[nodiscard]] bool Damaged() const { return damaged_; }
+
+private:
+    // One that a key can have.
+    static std::wstring Name(Draw& draw) {
+        std::wstring name = draw.Text(254) + L"x";
+        std::ranges::replace(name, L'\\', L'/');
+        if (draw.OneIn(10)) {
+            name[draw.OneIn(2) ? 0 : draw.Below(name.size())] = L'\0';
+        }
+        return name;
+    }
+
+    HKEY top_ = nullptr;
+    bool damaged_ = false;
+};
+
+TEST(HostileInput, KeysInTheRegistry) {
+    const test::PrivateRegistry registry;
+    const std::vector<RegistrySetting> settings = {
+        {.root = HKEY_LOCAL_MACHINE, .keyPath = L"SOFTWARE\\stale", .type = REG_SZ}};
+    Campaign("keys in the registry", 1'000, [&settings](Draw& draw) {
+        const KeysToDelete keys(draw);
+        EXPECT_EQ(
+            Printed([&] { DeleteSettings(settings); }),
+            std::string("Deleting Registry Setting HKEY_LOCAL_MACHINE\\SOFTWARE\\stale\\= \t - "
+                        "\t") +
+                (keys.Damaged() ? "Failure\r\n" : "Success\r\n"));
+        EXPECT_EQ(test::KeyExists(HKEY_LOCAL_MACHINE, L"SOFTWARE\\stale"), keys.Damaged());
+        EXPECT_TRUE(test::KeyExists(HKEY_LOCAL_MACHINE, L"SOFTWARE\\other\\below"));
+    });
+}
+
+// Whole runs go on to their end.
+TEST(HostileInput, DamagedSettings) {
+    const auto withTheKey = [](const std::function<void(HKEY)>& action) {
+        HKEY key = nullptr;
+        ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Halvane\\SAP", 0, KEY_ALL_ACCESS, &key);
+        action(key);
+        ::RegCloseKey(key);
+    };
+    const auto run = [&](const std::function<void(HKEY)>& damage) {
+        test::InstalledProduct product;
+        withTheKey(damage);
+        product.Run(L"/CONFIGURE");
+        EXPECT_THAT(test::BrokenRules(product, L"/CONFIGURE"), testing::IsEmpty());
+        EXPECT_THAT(product.Log(), testing::HasSubstr("\\Halvane\\SAP\\= \t - \tFailure\r\n"));
+        withTheKey(&test::RemoveNativeTree);
+    };
+    run([](HKEY key) { ::RegCloseKey(test::MakeNativeKey(key, L'\0' + std::wstring(L"name"))); });
+    run([](HKEY key) { test::MakeLinkedKey(key, L"link", key); });
 }
 
 TEST(HostileInput, CommandLines) {

@@ -1,11 +1,17 @@
 #include "log_reader/judge.h"
 #include "log_reader/read_log.h"
 #include "log_reader/writers.h"
+#include "support/file_contents.h"
 #include "support/log_texts.h"
 
 #include <cstddef>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <list>
+#include <random>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,13 +31,15 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-Report Read(const std::string& bytes) {
-    Report report = reader::ReadLog(bytes);
+// For as long as the tests run, since its items refer to it.
+const Report& Read(const std::string& bytes) {
+    static std::list<Report> reports;
+    Report& report = reports.emplace_back(reader::ReadLog(bytes));
     reader::Judge(report);
     return report;
 }
 
-Report ReadWhole(const std::string& lines) {
+const Report& ReadWhole(const std::string& lines) {
     return Read(LogBegin + lines + LogEnd);
 }
 
@@ -46,7 +54,7 @@ std::vector<reader::Item> Items(const Report& report) {
 std::vector<std::string> Texts(const Report& report) {
     std::vector<std::string> texts;
     for (const reader::Item& item : Items(report)) {
-        texts.push_back(item.text);
+        texts.emplace_back(item.text);
     }
     return texts;
 }
@@ -89,7 +97,7 @@ TEST(Judging, AServiceThatDidNotStopAndIsNotStartedIsTakenForStopped) {
 }
 
 TEST(Judging, AServiceThatWasStoppedAndDoesNotStartNeedsAttention) {
-    const Report report =
+    const Report& report =
         ReadWhole("Stopping Ardex....stopped\r\nStarting Ardex....start failed!\r\n");
     EXPECT_THAT(Judgements(report), ElementsAre(Fine, Attention));
     EXPECT_EQ(Items(report)[1].reason, "It was stopped and does not start again.");
@@ -112,7 +120,7 @@ TEST(Judging, AnApplicationThatWasNotAskedToQuitNeedsAttention) {
 }
 
 TEST(Judging, AnApplicationWhoseTokenWasRefusedNeedsAttention) {
-    const Report report = ReadWhole(Quit + "Stopping Corvo....stopped\r\n");
+    const Report& report = ReadWhole(Quit + "Stopping Corvo....stopped\r\n");
     EXPECT_THAT(Judgements(report), ElementsAre(Attention, Fine));
     EXPECT_THAT(Items(report)[0].reason, HasSubstr("may not act as its user"));
 }
@@ -281,14 +289,14 @@ TEST(Judging, NoFailureOfTheProgramIsFine) {
 }
 
 TEST(Judging, ALogWithoutItsEndNeedsAttention) {
-    const Report report = Read(LogBegin + "Stopping Ardex....stopped\r\n");
+    const Report& report = Read(LogBegin + "Stopping Ardex....stopped\r\n");
     EXPECT_THAT(report.findings, ElementsAre(HasSubstr("end is missing")));
     EXPECT_TRUE(reader::NeedsAttention(report));
     EXPECT_FALSE(reader::NeedsAttention(ReadWhole("Stopping Ardex....stopped\r\n")));
 }
 
 TEST(Judging, ALogWithoutItsBeginningNeedsAttention) {
-    const Report report = Read("Stopping Ardex....stopped\r\n" + LogEnd);
+    const Report& report = Read("Stopping Ardex....stopped\r\n" + LogEnd);
     EXPECT_THAT(report.findings, ElementsAre(HasSubstr("beginning is missing")));
 }
 
@@ -304,7 +312,7 @@ TEST(Judging, AStepWithoutItemsNeedsAttention) {
 }
 
 TEST(Judging, TheUsageTextNeedsNoAttention) {
-    const Report report = ReadWhole(test::UsageText());
+    const Report& report = ReadWhole(test::UsageText());
     EXPECT_THAT(Judgements(report), ElementsAre(Fine, Fine, Fine));
 }
 
@@ -327,7 +335,7 @@ TEST(Reading, EachMessageIsRecognisedAsWhatItIs) {
 }
 
 TEST(Reading, ASectionHasTheItemsBelowItsBanner) {
-    const Report report = ReadWhole(
+    const Report& report = ReadWhole(
         "\r\n------------------------\r\nStopping Processes.....\r\n------------------------\r\n"
         "Stopping Ardex....stopped\r\n"
         "\r\nCopyFiles.....\r\n");
@@ -344,11 +352,11 @@ TEST(Reading, ANameMayLookLikeAVerdict) {
     const std::string line = "Stopping a....stopped....stop failed!";
     const std::vector<reader::Item> items = Items(ReadWhole(line + "\r\n"));
     ASSERT_EQ(items.size(), 1U);
-    EXPECT_EQ(items[0].names, std::vector<std::string>{"a....stopped"});
+    EXPECT_THAT(items[0].names, ElementsAre("a....stopped"));
     EXPECT_EQ(items[0].verdict, "stop failed!");
-    EXPECT_EQ(
+    EXPECT_THAT(
         Items(ReadWhole("Creating Directory C:\\ \t - \tSuccess \t - \tFailure\r\n"))[0].names,
-        std::vector<std::string>{"C:\\ \t - \tSuccess"});
+        ElementsAre("C:\\ \t - \tSuccess"));
 }
 
 TEST(Reading, WhatFollowsOnAnItemWithoutVerdictIsTheNextItem) {
@@ -361,7 +369,7 @@ TEST(Reading, WhatFollowsOnAnItemWithoutVerdictIsTheNextItem) {
 }
 
 TEST(Reading, TheLinesOfATaskAreOneItem) {
-    const Report report = ReadWhole(
+    const Report& report = ReadWhole(
         "   Deleting Task Name [T]....\n"
         "     ====> DeleteScheduledTask:[_com_error] Exception 0x80041318, (null), Two\r\n"
         "lines.\n"
@@ -373,15 +381,15 @@ TEST(Reading, TheLinesOfATaskAreOneItem) {
 }
 
 TEST(Reading, ALineOfAnotherProgramIsUnknownAndNeedsNoAttention) {
-    const Report report = ReadWhole("Hello from the companion\r\nStopping Ardex....stopped\r\n");
+    const Report& report = ReadWhole("Hello from the companion\r\nStopping Ardex....stopped\r\n");
     EXPECT_THAT(Judgements(report), ElementsAre(Unknown, Fine));
     EXPECT_FALSE(reader::NeedsAttention(report));
     EXPECT_THAT(reader::Summary(report), HasSubstr("1 not the program's"));
 }
 
 TEST(Reading, OfSeveralRunsTheLastIsRead) {
-    const Report report = Read(LogBegin + "Starting Ardex....start failed!\r\n" + LogEnd +
-                               LogBegin + "Stopping Corvo....stopped\r\n" + LogEnd);
+    const Report& report = Read(LogBegin + "Starting Ardex....start failed!\r\n" + LogEnd +
+                                LogBegin + "Stopping Corvo....stopped\r\n" + LogEnd);
     EXPECT_THAT(Texts(report), ElementsAre("Stopping Corvo....stopped"));
     EXPECT_THAT(report.notes, ElementsAre("The file holds 2 runs: this is the last one"));
     EXPECT_FALSE(reader::NeedsAttention(report));
@@ -430,7 +438,7 @@ TEST(Input, InUtf16IsReadAndNoted) {
     const std::string log = LogBegin + Quit + " application not found!\r\n" + LogEnd;
     for (const std::string& bytes : {"\xFF\xFE" + Utf16(log, true), "\xFE\xFF" + Utf16(log, false),
                                      Utf16(log, true), Utf16(log, false)}) {
-        const Report report = Read(bytes);
+        const Report& report = Read(bytes);
         EXPECT_THAT(report.notes, ElementsAre(StartsWith("The file is UTF-16")));
         EXPECT_THAT(Texts(report), ElementsAre(Quit + " application not found!"));
         EXPECT_FALSE(reader::NeedsAttention(report));
@@ -449,7 +457,8 @@ TEST(Input, InUtf16LosesWhatTheProgramCannotWriteEither) {
 TEST(Input, InUtf8IsReadAndNoted) {
     const std::string quit = "Stopping Application Z....with Window Title Tarsel\xC2\xAE Lumetra ";
     for (const std::string mark : {"", "\xEF\xBB\xBF"}) {
-        const Report report = Read(mark + LogBegin + quit + " application not found!\r\n" + LogEnd);
+        const Report& report =
+            Read(mark + LogBegin + quit + " application not found!\r\n" + LogEnd);
         EXPECT_THAT(report.notes, ElementsAre(StartsWith("The file is UTF-8")));
         EXPECT_THAT(Texts(report), ElementsAre(HasSubstr("Tarsel\xAE Lumetra")));
     }
@@ -464,8 +473,8 @@ TEST(Input, InUtf8IsReadAndNoted) {
 
 TEST(Input, OfTheConsolesCodePageIsNoted) {
     for (const std::string sign : {"\xA9", "\xAB", "r", "?"}) {
-        const Report report = ReadWhole("Stopping Application Z....with Window Title Tarsel" +
-                                        sign + " Lumetra  application not found!\r\n");
+        const Report& report = ReadWhole("Stopping Application Z....with Window Title Tarsel" +
+                                         sign + " Lumetra  application not found!\r\n");
         EXPECT_THAT(report.notes, ElementsAre(HasSubstr("code page"))) << sign;
     }
     EXPECT_THAT(ReadWhole(Quit + " application not found!\r\n").notes, IsEmpty());
@@ -575,6 +584,66 @@ TEST(Writing, TextHasNoControlCharacters) {
     EXPECT_THAT(text, HasSubstr("a?[31m b\n"));
     EXPECT_THAT(reader::WriteText(ReadWhole(Quit + " application not found!\r\n")),
                 HasSubstr("Tarsel\xAE Lumetra"));
+}
+
+// ---- The program
+
+// Runs the reader on the file. Returns its exit status; what it says of it is in `errors`.
+int RunOn(const std::filesystem::path& file, std::string& errors) {
+    const std::filesystem::path said = file.parent_path() / "errors.txt";
+    const std::filesystem::path::string_type command =
+        std::filesystem::path(std::getenv("FINASET_LOG")).make_preferred().native() +
+        std::filesystem::path(" ").native() + file.native() +
+        std::filesystem::path(" 2> ").native() + said.native();
+#ifdef _WIN32
+    const int status = ::_wsystem(command.c_str());
+#else
+    const int status = WEXITSTATUS(std::system(command.c_str()));
+#endif
+    errors = test::FileText(said).value();
+    return status;
+}
+
+class TheProgram : public testing::Test {
+protected:
+    void SetUp() override {
+        if (std::getenv("FINASET_LOG") == nullptr) {
+            GTEST_SKIP() << "FINASET_LOG does not say where the program is";
+        }
+        std::filesystem::create_directories(directory);
+    }
+    void TearDown() override { std::filesystem::remove_all(directory); }
+
+    const std::filesystem::path directory =
+        std::filesystem::temp_directory_path() /
+        ("finaset-log-" + std::to_string(std::random_device()()));
+    std::string errors;
+};
+
+TEST_F(TheProgram, ReadsAFileWhateverItIsCalled) {
+    const std::u8string name = u8"\u00E4\u20AC\U0001F600.log";
+    const std::filesystem::path file = directory / name;
+    test::PutFile(file, LogBegin + LogEnd);
+    EXPECT_EQ(RunOn(file, errors), 0);
+    EXPECT_EQ(errors, "");
+    test::PutFile(file, "");
+    EXPECT_EQ(RunOn(file, errors), 2);
+    EXPECT_THAT(errors, StartsWith("finaset-log: \xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80.log: "));
+}
+
+// Where the system lets it be made, it is there, and empty.
+TEST_F(TheProgram, EscapesWhatOfAFilesNameIsNoCharacter) {
+#ifdef _WIN32
+    const std::filesystem::path file = directory / L"a\xD83D.log";
+    const std::string shown = "a\\ud83d.log";
+#else
+    const std::filesystem::path file = directory / "a\xFF.log";
+    const std::string shown = "a\\xff.log";
+#endif
+    const bool made = static_cast<bool>(std::ofstream(file));
+    EXPECT_EQ(RunOn(file, errors), 2);
+    EXPECT_THAT(errors, StartsWith("finaset-log: " + shown +
+                                   (made ? ": it is empty" : ": it cannot be read")));
 }
 
 }  // namespace

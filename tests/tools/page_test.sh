@@ -2,7 +2,9 @@
 # Tests the reader of logs as it is called, and in a browser what it writes for one: its page, and
 # that its JSON can be read.
 #
-#   page_test.sh FINASET_LOG_EXE
+#   page_test.sh FINASET_LOG
+#
+# It is a program of this computer, or one of Windows (*.exe).
 set -euo pipefail
 
 reader=$1
@@ -16,20 +18,25 @@ complain() {
     failures=1
 }
 
-# run_reader NAME ARGUMENT...: leaves what it printed, and its exit status, under the name. Each run
-# has a machine of its own.
+# Where this computer's files are.
+drive=
+[[ $reader != *.exe ]] || drive=Z:
+
+# run_reader NAME ARGUMENT...: leaves what it printed, and its exit status, under the name. On Windows
+# each run has a machine of its own.
 run_reader() {
-    local name=$1 status=0
+    local name=$1 status=0 command=("$reader")
     shift
-    "$tests/../machine/fresh_machine.sh" "$reader" "$@" \
+    [[ ! $drive ]] || command=("$tests/../machine/fresh_machine.sh" "$reader")
+    "${command[@]}" "$@" \
         >"$work/$name" 2>"$work/$name.error" || status=$?
     echo "$status" >"$work/$name.status"
 }
 
 log=$tests/logs/insecure-machine.log
-run_reader page.html --html "Z:$log" &
-run_reader report.json --json "Z:$log" &
-run_reader refused "Z:$tests/page_test.sh" &
+run_reader page.html --html "$drive$log" &
+run_reader report.json --json "$drive$log" &
+run_reader refused "$drive$tests/page_test.sh" &
 run_reader usage --yaml &
 wait
 

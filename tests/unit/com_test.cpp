@@ -2,6 +2,7 @@
 
 #include "support/com_object.h"
 #include "support/import_hook.h"
+#include "support/no_memory.h"
 
 #include <windows.h>
 
@@ -10,6 +11,7 @@
 #include <cstring>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -169,19 +171,16 @@ TEST(ComError, HasNoDescriptionIfTheOneThatWasLeftCannotBeRead) {
     EXPECT_EQ(ComError(E_FAIL, *source.Get(), __uuidof(ITaskService)).Description(), nullptr);
 }
 
-TEST(MakeComString, HoldsTheText) {
-    EXPECT_STREQ(Utils::MakeComString(L"a b \u00AE").Get(), L"a b \u00AE");
-    EXPECT_STREQ(Utils::MakeComString(L"").Get(), L"");
-}
-
-TEST(MakeComString, ThrowsForWantOfMemory) {
-    const ImportHook<&::SysAllocString> none([](const OLECHAR*) -> BSTR { return nullptr; });
-    try {
-        Utils::MakeComString(L"a");
-        FAIL() << "nothing thrown";
-    } catch (const ComError& error) {
-        EXPECT_EQ(error.Result(), E_OUTOFMEMORY);
+TEST(ComError, NeedsNoMemoryOfTheProgram) {
+    bool asked = true;
+    std::optional<ComError> error;
+    {
+        const test::NoMemory none;
+        error.emplace(E_OUTOFMEMORY);
+        asked = test::FailingAllocation::Failed();
     }
+    EXPECT_FALSE(asked);
+    EXPECT_STREQ(error->MessageText(), L"Unknown error 0x8007000E");
 }
 
 }  // namespace

@@ -506,4 +506,25 @@ TEST_F(ConfigureTest, LeavesTheSameRegistryEachTime) {
     }
 }
 
+// The first setting to delete makes the key too, unless that fails.
+TEST_F(ConfigureTest, MakesTheKeyOfTheMarkIfItIsMissing) {
+    for (const DWORD error : {DWORD{ERROR_SUCCESS}, DWORD{ERROR_ACCESS_DENIED}}) {
+        securingError = error;
+        bool refused = false;
+        {
+            ImportHook<&::RegCreateKeyExW> create([&](auto... arguments) -> LSTATUS {
+                if (!refused) {
+                    refused = true;
+                    return ERROR_ACCESS_DENIED;
+                }
+                return create.Forward(arguments...);
+            });
+            EXPECT_THAT(Log(), testing::HasSubstr(Settings("Failure", "Success")));
+        }
+        EXPECT_TRUE(refused);
+        ExpectFirstRunCleared();
+        ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"SYSTEM");
+    }
+}
+
 }  // namespace

@@ -3,6 +3,8 @@
 #include "support/console_capture.h"
 #include "support/failing_allocation.h"
 #include "support/import_hook.h"
+#include "support/no_memory.h"
+#include "support/other_runtime.h"
 #include "support/print_hook.h"
 
 #include <fcntl.h>
@@ -126,9 +128,40 @@ TEST(ConsolePrintWide, TakesWideStringsForTheConversionsOfBothNames) {
               Text("<one> <two>\r\n"));
 }
 
+// One whose texts always end in a zero, if need be in the place of the last character.
+TEST(ConsolePrintWide, WritesTheWholeTextWithAnotherRuntimeToo) {
+    const test::OtherRuntime runtime;
+    for (const std::size_t length : {1U, 4U, 1022U, 1023U, 1024U, 5000U}) {
+        const std::wstring text(length, L'x');
+        EXPECT_EQ(Print([&] { return ConsolePrint(L"%ls", text.c_str()); }),
+                  Text(std::string(length, 'x')));
+    }
+}
+
+TEST(ConsolePrintWide, NeedsNoMemoryForATextOfUsualLength) {
+    for (const std::size_t length : {0U, 100U, 1023U}) {
+        const std::wstring text(length, L'x');
+        const std::string expected(length, 'x');
+        EXPECT_EQ(Print([&] {
+                      const test::NoMemory none;
+                      return ConsolePrint(L"%ls", text.c_str());
+                  }),
+                  Text(expected));
+    }
+}
+
+TEST(ConsolePrintWide, CutsALongerTextForWhichThereIsNoMemory) {
+    const std::wstring text(1024, L'x');
+    EXPECT_EQ(Print([&] {
+                  const test::NoMemory none;
+                  return ConsolePrint(L"%ls", text.c_str());
+              }),
+              Text(std::string(1023, 'x')));
+}
+
 TEST(ConsolePrintWide, NamesANullString) {
     const wchar_t* const none = nullptr;
-    EXPECT_EQ(Print([&] { return ConsolePrint(L"<%s>", none); }), Text("<(null)>"));
+    EXPECT_EQ(Print([&] { return ConsolePrint(L"<%ls>", none); }), Text("<(null)>"));
 }
 
 TEST(ConsolePrintWide, WritesNumbersAndLineEndsAsTheyStand) {

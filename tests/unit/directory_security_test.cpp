@@ -79,6 +79,19 @@ TEST(SetProtectedDacl, LeavesOutAnEntryWhoseTrusteeIsNotValid) {
     }
 }
 
+// The platform takes up to 15 for valid.
+TEST(SetProtectedDacl, LeavesOutATrusteeOfMoreSubAuthoritiesThanThereAre) {
+    for (const BYTE count : {BYTE{3}, BYTE{4}, BYTE{15}, BYTE{16}, BYTE{255}}) {
+        SecurityId tooMany = Users;
+        tooMany.subAuthorityCount = count;
+        const SecurityCalls calls;
+        EXPECT_TRUE(SetProtectedDacl(
+            L"C:\\a",
+            std::vector<AceSpec>{{0x3, 0xA000'0000, tooMany}, {0x3, 0x1000'0000, LocalSystem}}));
+        EXPECT_EQ(calls.Made(), Calls{ProtectedDacl(L"C:\\a", "(A;OICI;GA;;;SY)")});
+    }
+}
+
 TEST(SetProtectedDacl, UsesOneByteOfTheFlags) {
     const SecurityCalls calls;
     std::vector<DWORD> asked;

@@ -195,6 +195,9 @@ TEST(HandleLedger, NamesTheProcessAndTheThreadOfAProgramThatIsStarted) {
     for (const bool asUser : {false, true}) {
         HandleLedger ledger;
         const PROCESS_INFORMATION info = StartProcess(asUser);
+        if (asUser && info.hProcess == nullptr && ::GetLastError() == ERROR_PRIVILEGE_NOT_HELD) {
+            GTEST_SKIP() << "starting a program with a token takes a right of Local System's";
+        }
         const std::string finding = std::string("never released: handle of ") +
                                     (asUser ? "CreateProcessAsUserW" : "CreateProcessW");
         EXPECT_THAT(ledger.Findings(), ElementsAre(finding, finding));

@@ -1,6 +1,7 @@
 #include "registry/registry_key.h"
 
 #include "support/import_hook.h"
+#include "support/native_keys.h"
 #include "support/private_registry.h"
 #include "support/registry_calls.h"
 #include "support/registry_contents.h"
@@ -515,6 +516,76 @@ TEST_F(RecurseDeleteKey, EndsAtTheFirstSubKeyThatCannotBeDeleted) {
     EXPECT_TRUE(KeyExists(HKEY_LOCAL_MACHINE, L"top\\1\\3"));
 }
 
+// ---- Deleting in a damaged registry
+
+// Below the key "top", which it removes again: what is damaged stands in the way of others.
+class DamagedRegistry : public RecurseDeleteKey {
+protected:
+    DamagedRegistry() {
+        OpenKey(L"top");
+        EXPECT_EQ(::RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"top", 0, KEY_ALL_ACCESS, &top_),
+                  ERROR_SUCCESS);
+    }
+    ~DamagedRegistry() override {
+        if (KeyExists(HKEY_LOCAL_MACHINE, L"top")) {
+            test::RemoveNativeTree(top_);
+        }
+        ::RegCloseKey(top_);
+    }
+
+    // Makes a tree below "top" with so many levels, and opens the key at its end.
+    HKEY MakeLevels(int levels) {
+        HKEY last = nullptr;
+        ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"top", 0, KEY_ALL_ACCESS, &last);
+        for (int level = 0; level < levels; ++level) {
+            const HKEY next = test::MakeNativeKey(last, L"level");
+            ::RegCloseKey(last);
+            last = next;
+        }
+        return last;
+    }
+
+    HKEY top_ = nullptr;
+};
+
+TEST_F(DamagedRegistry, EndsAtAKeyThatSeemsToHaveNoName) {
+    for (const std::wstring& name : {std::wstring(1, L'\0'), L'\0' + std::wstring(L"name")}) {
+        ::RegCloseKey(test::MakeNativeKey(top_, name));
+        EXPECT_EQ(key_.RecurseDeleteKey(L""), ERROR_INVALID_DATA);
+    }
+    EXPECT_EQ(test::SubKeyCount(HKEY_LOCAL_MACHINE, L"top"), 2U);
+}
+
+TEST_F(DamagedRegistry, EndsAtANameThatIsThatOfNoOtherKey) {
+    ::RegCloseKey(test::MakeNativeKey(top_, L"a" + std::wstring(1, L'\0') + L"b"));
+    EXPECT_EQ(key_.RecurseDeleteKey(L""), ERROR_FILE_NOT_FOUND);
+}
+
+TEST_F(DamagedRegistry, EndsAtALinkThatLeadsBackUpTheTree) {
+    const HKEY last = MakeLevels(3);
+    test::MakeLinkedKey(last, L"link", top_);
+    ::RegCloseKey(last);
+    EXPECT_EQ(key_.RecurseDeleteKey(L""), ERROR_INVALID_DATA);
+    EXPECT_TRUE(KeyExists(HKEY_LOCAL_MACHINE, L"top\\level\\level\\level"));
+}
+
+// As many as there can be on any system, below the key that is deleted.
+TEST_F(DamagedRegistry, IsNoneForATreeOf512Levels) {
+    ::RegCloseKey(MakeLevels(512));
+    EXPECT_EQ(key_.RecurseDeleteKey(L""), ERROR_SUCCESS);
+    EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, L"top"));
+}
+
+// On Windows there is none: there, it is only a link that makes it seem so.
+TEST_F(DamagedRegistry, HasATreeOfMoreLevels) {
+    const HKEY last = MakeLevels(512);
+    const HKEY another = test::MakeNativeKey(last, L"level");
+    ::RegCloseKey(another);
+    ::RegCloseKey(last);
+    EXPECT_EQ(key_.RecurseDeleteKey(L""), ERROR_INVALID_DATA);
+    EXPECT_TRUE(KeyExists(HKEY_LOCAL_MACHINE, L"top\\level"));
+}
+
 // ---- Deleting within a transaction
 
 class TransactedDeletion : public testing::Test {
@@ -539,8 +610,8 @@ TEST_F(TransactedDeletion, OpensAndDeletesInTheTransactionAndLooksBothUpEachTime
     transaction_.handle = Transaction;
     Calls made;
     const DeleteTransacted deletion(
-        [&](HKEY key, LPCWSTR name, REGSAM view, DWORD reserved, HANDLE transaction, PVOID more) {
-            made.push_back(Call(name, view, reserved, transaction, more));
+        [&](HKEY key, LPCWSTR name, REGSAM access, DWORD reserved, HANDLE transaction, PVOID more) {
+            made.push_back(Call(name, access, reserved, transaction, more));
             return key == top_.Get() ? ERROR_INVALID_HANDLE : ::RegDeleteKeyW(key, name);
         });
     const Lookups lookups({{"RegOpenKeyTransactedW", open_.Address()},
@@ -549,8 +620,9 @@ TEST_F(TransactedDeletion, OpensAndDeletesInTheTransactionAndLooksBothUpEachTime
     EXPECT_THAT(open_.Made(),
                 ElementsAre(Call(top_.Get(), L"1", 0, 0x2021F, Some, Transaction, nullptr),
                             EndsWith(Call(L"2", 0, 0x2021F, Some, Transaction, nullptr))));
-    EXPECT_THAT(made, ElementsAre(Call(L"2", View32, 0, Transaction, nullptr),
-                                  Call(L"1", View32, 0, Transaction, nullptr)));
+    // The view is not for the deletion in a transaction.
+    EXPECT_THAT(made, ElementsAre(Call(L"2", 0, 0, Transaction, nullptr),
+                                  Call(L"1", 0, 0, Transaction, nullptr)));
     EXPECT_EQ(lookups.Made(),
               LookupOf("RegOpenKeyTransactedW") + LookupOf("RegOpenKeyTransactedW") +
                   LookupOf("RegDeleteKeyTransactedW") + LookupOf("RegDeleteKeyTransactedW"));

@@ -5,6 +5,8 @@
 #include "support/fake_task_service.h"
 #include "support/import_hook.h"
 #include "support/initialised_com.h"
+#include "support/no_memory.h"
+#include "support/other_runtime.h"
 #include "tasks/com.h"
 #include "tasks/task_table.h"
 
@@ -245,6 +247,24 @@ TEST_F(CreateTask, WritesWhatTheLogCannotHoldAsQuestionMarks) {
     EXPECT_EQ(Create(), Creating + ErrorLine("CreateScheduledTask", E_FAIL, "a ? b") + Failed);
 }
 
+TEST_F(CreateTask, PrintsTheSameLineWithAnotherRuntime) {
+    service_.results = {{"Connect", E_FAIL}};
+    service_.leavesErrorInfo = true;
+    service_.description = L"what is wrong";
+    const test::OtherRuntime runtime;
+    EXPECT_EQ(Create(),
+              Creating + ErrorLine("CreateScheduledTask", E_FAIL, "what is wrong") + Failed);
+}
+
+TEST_F(CreateTask, PrintsALongDescriptionWhole) {
+    service_.results = {{"Connect", E_FAIL}};
+    service_.leavesErrorInfo = true;
+    service_.description = std::wstring(20'000, L'x');
+    EXPECT_EQ(
+        Create(),
+        Creating + ErrorLine("CreateScheduledTask", E_FAIL, std::string(20'000, 'x')) + Failed);
+}
+
 TEST_F(CreateTask, GoesOnAfterASuccessThatIsNotPlain) {
     service_.results = {{"RegisterTaskDefinition", S_FALSE}};
     EXPECT_EQ(Create(), Creating + Success);
@@ -316,6 +336,35 @@ TEST_F(DeleteTask, FailsForWantOfMemoryForAnyOfItsStrings) {
     }
 }
 
+// From one of the strings on there is none at all, whoever asks. The system has no message then.
+std::string OutOfMemoryLine(const std::string& routine) {
+    return "     ====> " + routine +
+           ":[_com_error] Exception 0x8007000e, (null), Unknown error 0x8007000E\n";
+}
+
+TEST_F(CreateTask, ReportsThatThereIsNoMemoryAtAll) {
+    for (int strings = 0; strings < 3; ++strings) {
+        EXPECT_EQ(Printed([&] {
+                      const test::NoMemory none(strings);
+                      created = CreateScheduledTask(L"A Task", L"<the xml/>", L"C:\\a b\\x.exe");
+                      EXPECT_TRUE(none.Out());
+                  }),
+                  Creating + OutOfMemoryLine("CreateScheduledTask") + Failed);
+        EXPECT_FALSE(created);
+    }
+}
+
+TEST_F(DeleteTask, ReportsThatThereIsNoMemoryAtAll) {
+    for (int strings = 0; strings < 2; ++strings) {
+        EXPECT_EQ(Printed([&] {
+                      const test::NoMemory none(strings);
+                      DeleteScheduledTask(L"A Task");
+                      EXPECT_TRUE(none.Out());
+                  }),
+                  Deleting + OutOfMemoryLine("DeleteScheduledTask") + Failed);
+    }
+}
+
 // The program's own want of memory, which is no COM error, at one step of a routine.
 class TasksWithoutMemory : public Tasks, public testing::WithParamInterface<const char*> {
 protected:
@@ -367,6 +416,15 @@ TEST_F(DeleteTask, ReportsARefusalWithTheLastErrorAndCountsItAsSuccess) {
                       "     ====> DeleteScheduledTask:[ERROR] A Task GetLastError 0x000012ab\n" +
                       Success);
     }
+}
+
+TEST_F(DeleteTask, ReportsARefusalWithAnotherRuntimeInTheSameLine) {
+    service_.results = {{"DeleteTask", E_FAIL}};
+    service_.lastError = 0x12AB;
+    const test::OtherRuntime runtime;
+    EXPECT_EQ(Delete(),
+              Deleting + "     ====> DeleteScheduledTask:[ERROR] A Task GetLastError 0x000012ab\n" +
+                  Success);
 }
 
 TEST_F(DeleteTask, SaysNothingOfASuccessThatIsNotPlain) {
@@ -465,6 +523,21 @@ TEST_F(ScheduleTasksTest, RegistersEveryTaskInOrderAndTellsOfTheLast) {
     EXPECT_TRUE(scheduled);
     EXPECT_EQ(Schedule({{good, bad}}), CreationLines("good", "g.exe") + badLines + deletionLines);
     EXPECT_FALSE(scheduled);
+}
+
+// The deletion is gone on to; that the service's object cannot be created then counts as done.
+TEST_F(ScheduleTasksTest, GoesOnToTheDeletionThoughThereIsNoMemoryAtAll) {
+    for (int strings = 0; strings < 3; ++strings) {
+        EXPECT_EQ(Printed([&] {
+                      const test::NoMemory none(strings);
+                      scheduled = ScheduleTasks();
+                      EXPECT_TRUE(none.Out());
+                  }),
+                  "   Creating Task Name [VxIdle Task] for Process [C:\\Own "
+                  "Directory\\VxIdleTask.exe]....\n" +
+                      OutOfMemoryLine("CreateScheduledTask") + Failed + deletionLines);
+        EXPECT_FALSE(scheduled);
+    }
 }
 
 TEST_F(ScheduleTasksTest, TellsNothingOfTheDeletion) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace reader {
 
@@ -23,22 +24,6 @@ constexpr Finding Attention(std::string_view reason) {
     return {Judgement::Attention, reason};
 }
 
-// ---- What else the log says
-
-template <typename Predicate>
-bool AnyItem(const Report& log, const Predicate& predicate) {
-    return std::ranges::any_of(log.sections, [&](const Section& section) {
-        return std::ranges::any_of(section.items, predicate);
-    });
-}
-
-// Whether there is such an item of the same name.
-bool Says(const Report& log, Kind kind, Outcome outcome, const std::string& name) {
-    return AnyItem(log, [&](const Item& item) {
-        return item.kind == kind && item.outcome == outcome && item.names.front() == name;
-    });
-}
-
 // Whether the path is the directory, or lies in it.
 bool IsBelow(std::string_view path, std::string_view directory) {
     while (directory.ends_with('\\')) {
@@ -48,32 +33,122 @@ bool IsBelow(std::string_view path, std::string_view directory) {
            (path.size() == directory.size() || path[directory.size()] == '\\');
 }
 
-// Whether something was done in the directory, or found at it, that shows that it is there.
-bool IsThere(const Report& log, const std::string& directory) {
-    return AnyItem(log, [&](const Item& item) {
+// ---- What else the log says
+
+class Evidence {
+public:
+    explicit Evidence(const Report& log) : ends_(log.ends) {
+        for (const Section& section : log.sections) {
+            for (const Item& item : section.items) {
+                Add(item);
+            }
+        }
+        for (std::vector<std::string_view>* names :
+             {&started_, &notStarted_, &stopped_, &notStopped_, &copied_, &shown_, &linked_}) {
+            std::ranges::sort(*names);
+        }
+    }
+
+    [[nodiscard]] bool Started(std::string_view service) const { return Has(started_, service); }
+    [[nodiscard]] bool NotStarted(std::string_view service) const {
+        return Has(notStarted_, service);
+    }
+    [[nodiscard]] bool Stopped(std::string_view service) const { return Has(stopped_, service); }
+    [[nodiscard]] bool NotStopped(std::string_view service) const {
+        return Has(notStopped_, service);
+    }
+
+    [[nodiscard]] bool IsCopied(std::string_view file) const { return Has(copied_, file); }
+
+    // Whether the file is to lie in a directory that was not there before.
+    [[nodiscard]] bool IsInNewDirectory(std::string_view file) const {
+        return std::ranges::any_of(
+            created_, [&](std::string_view directory) { return IsBelow(file, directory); });
+    }
+
+    // Whether something was done in the directory, or found at it, that shows that it is there.
+    [[nodiscard]] bool IsThere(std::string_view directory) const {
+        if (Has(linked_, directory)) {
+            return true;
+        }
+        directory = directory.substr(0, directory.find_last_not_of('\\') + 1);
+        if (Has(shown_, directory)) {
+            return true;
+        }
+        const std::string below = std::string(directory) + '\\';
+        const auto first = std::ranges::lower_bound(shown_, std::string_view(below));
+        return first != shown_.end() && first->starts_with(below);
+    }
+
+    // Whether the log may have had more lines, or a feature was written.
+    [[nodiscard]] bool MayHaveWrittenFeature() const { return wroteFeature_ || !ends_; }
+
+private:
+    void Add(const Item& item) {
+        const bool done = item.outcome == Outcome::Done;
+        const bool failed = item.outcome == Outcome::Failed;
         switch (item.kind) {
+            case Kind::StartService:
+                AddIf(done, started_, item.names.front());
+                AddIf(failed, notStarted_, item.names.front());
+                break;
+            case Kind::StopService:
+                AddIf(done, stopped_, item.names.front());
+                AddIf(failed, notStopped_, item.names.front());
+                break;
             case Kind::CreateDirectory:
+                AddIf(done, created_, item.names.front());
+                AddIf(done, shown_, item.names.front());
+                break;
             case Kind::SetAccess:
-                return item.outcome == Outcome::Done && IsBelow(item.names.front(), directory);
+                AddIf(done, shown_, item.names.front());
+                break;
             case Kind::CopyFile:
-                return item.outcome == Outcome::Done && IsBelow(item.names[1], directory);
+                AddIf(done, copied_, item.names[1]);
+                AddIf(done, shown_, item.names[1]);
+                break;
             case Kind::CheckPath:
             case Kind::CheckChildren:
-                return item.outcome == Outcome::Failed && item.names.front() == directory;
+                AddIf(failed, linked_, item.names.front());
+                break;
+            case Kind::WriteFeature:
+                wroteFeature_ = true;
+                break;
             default:
-                return false;
+                break;
         }
-    });
-}
+    }
+
+    static void AddIf(bool condition, std::vector<std::string_view>& names, std::string_view name) {
+        if (condition) {
+            names.push_back(name);
+        }
+    }
+
+    static bool Has(const std::vector<std::string_view>& names, std::string_view name) {
+        return std::ranges::binary_search(names, name);
+    }
+
+    bool ends_;
+    bool wroteFeature_ = false;
+    std::vector<std::string_view> started_{};
+    std::vector<std::string_view> notStarted_{};
+    std::vector<std::string_view> stopped_{};
+    std::vector<std::string_view> notStopped_{};
+    std::vector<std::string_view> created_{};
+    std::vector<std::string_view> copied_{};
+    std::vector<std::string_view> shown_{};   // what shows that the directories above it are there
+    std::vector<std::string_view> linked_{};  // directories that are links, or have some
+};
 
 // ---- The rules that look at more than the item
 
-Finding StopThatFailed(const Item& item, const Report& log) {
-    const std::string& name = item.names.front();
-    if (Says(log, Kind::StartService, Outcome::Done, name)) {
+Finding StopThatFailed(const Item& item, const Evidence& log) {
+    const std::string_view name = item.names.front();
+    if (log.Started(name)) {
         return Expected("It was stopped already: what runs does not start again, as it did later.");
     }
-    if (Says(log, Kind::StartService, Outcome::Failed, name)) {
+    if (log.NotStarted(name)) {
         return Attention(
             "It did not start later either: it runs on as it was, or is not installed, or the "
             "program had no right to it.");
@@ -83,12 +158,12 @@ Finding StopThatFailed(const Item& item, const Report& log) {
         "log cannot tell whether it runs on.");
 }
 
-Finding StartThatFailed(const Item& item, const Report& log) {
-    const std::string& name = item.names.front();
-    if (Says(log, Kind::StopService, Outcome::Done, name)) {
+Finding StartThatFailed(const Item& item, const Evidence& log) {
+    const std::string_view name = item.names.front();
+    if (log.Stopped(name)) {
         return Attention("It was stopped and does not start again.");
     }
-    if (Says(log, Kind::StopService, Outcome::Failed, name)) {
+    if (log.NotStopped(name)) {
         return Attention(
             "It did not stop before either: it runs on as it was, or is not installed, or the "
             "program had no right to it.");
@@ -97,48 +172,40 @@ Finding StartThatFailed(const Item& item, const Report& log) {
 }
 
 // Of a whole key the name of the value is empty. It is made before it is deleted, so it is there.
-Finding SettingNotDeleted(const Item& item, const Report& /*log*/) {
+Finding SettingNotDeleted(const Item& item, const Evidence& /*log*/) {
     return item.names.front().ends_with("\\=")
                ? Attention("The key could not be deleted: the program had no right to it.")
                : Expected("There was no such setting.");
 }
 
-Finding FileNotDeleted(const Item& item, const Report& log) {
-    const bool replaced = AnyItem(log, [&](const Item& other) {
-        return other.kind == Kind::CopyFile && other.outcome == Outcome::Done &&
-               other.names[1] == item.names.front();
-    });
-    return replaced ? Expected("There was none yet, or the copy replaced it.")
-                    : Attention("It could not be deleted, or there is none, and none was copied.");
+Finding FileNotDeleted(const Item& item, const Evidence& log) {
+    return log.IsCopied(item.names.front())
+               ? Expected("There was none yet, or the copy replaced it.")
+               : Attention("It could not be deleted, or there is none, and none was copied.");
 }
 
-Finding DirectoryNotCreated(const Item& item, const Report& log) {
-    return IsThere(log, item.names.front()) ? Expected("It was there already.")
-                                            : Attention("Nothing shows that it was there already.");
+Finding DirectoryNotCreated(const Item& item, const Evidence& log) {
+    return log.IsThere(item.names.front()) ? Expected("It was there already.")
+                                           : Attention("Nothing shows that it was there already.");
 }
 
-Finding FileNotCopied(const Item& item, const Report& log) {
+Finding FileNotCopied(const Item& item, const Evidence& log) {
     if (item.names[2] == "true") {
         return Attention(
             "It did not come from the driver's folder: it is not there, or could not "
             "be written.");
     }
-    const bool newDirectory = AnyItem(log, [&](const Item& other) {
-        return other.kind == Kind::CreateDirectory && other.outcome == Outcome::Done &&
-               IsBelow(item.names[1], other.names.front());
-    });
-    return newDirectory
+    return log.IsInNewDirectory(item.names[1])
                ? Attention(
                      "There was none to keep, since its directory is new, and none came from "
                      "the driver's folder.")
                : Expected("There was one, which is kept.");
 }
 
-Finding AdapterThatWasFound(const Item& /*item*/, const Report& log) {
-    const bool wrote =
-        AnyItem(log, [](const Item& other) { return other.kind == Kind::WriteFeature; });
-    return wrote || !log.ends ? Fine
-                              : Attention("Its feature was not enabled: no setting was written.");
+Finding AdapterThatWasFound(const Item& /*item*/, const Evidence& log) {
+    return log.MayHaveWrittenFeature()
+               ? Fine
+               : Attention("Its feature was not enabled: no setting was written.");
 }
 
 // ---- All rules
@@ -147,7 +214,7 @@ struct Rule {
     Kind kind = Kind::Unknown;
     Outcome outcome = Outcome::Failed;
     Finding finding = Fine;
-    Finding (*judge)(const Item& item, const Report& log) = nullptr;  // in place of the finding
+    Finding (*judge)(const Item& item, const Evidence& log) = nullptr;  // in place of the finding
 };
 
 constexpr Rule Rules[] = {
@@ -191,7 +258,7 @@ constexpr Rule Rules[] = {
     {Kind::DeleteTask, Outcome::Failed, Attention("The task may still be scheduled.")},
 };
 
-Finding JudgeItem(const Item& item, const Report& log) {
+Finding JudgeItem(const Item& item, const Evidence& log) {
     if (item.kind == Kind::Unknown) {
         return {Judgement::Unknown, "The program writes no such line."};
     }
@@ -216,13 +283,14 @@ void Judge(Report& report) {
             "The log's end is missing: the run, or its capture, was cut "
             "off.");
     }
+    const Evidence evidence(report);
     for (Section& section : report.sections) {
         if (section.items.empty() && !section.mayBeEmpty && report.ends) {
-            report.findings.push_back("Nothing stands below \"" + section.title +
+            report.findings.push_back("Nothing stands below \"" + std::string(section.title) +
                                       "\": this step was cut off.");
         }
         for (Item& item : section.items) {
-            const Finding finding = JudgeItem(item, report);
+            const Finding finding = JudgeItem(item, evidence);
             item.judgement = finding.judgement;
             item.reason = finding.reason;
         }

@@ -1,6 +1,7 @@
 #include "log_reader/messages.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 
 namespace reader {
@@ -64,8 +65,8 @@ constexpr Message Table[] = {
     {Kind::Heading, "Scheduling Tasks....."},
     {Kind::CreateTask, "   Creating Task Name [%ls] for Process [%ls]...."},
     {Kind::DeleteTask, "   Deleting Task Name [%ls]...."},
-    {Kind::TaskError, "     ====> %s:[_com_error] Exception 0x%08x, %s, %s"},
-    {Kind::NoSuchTask, "     ====> DeleteScheduledTask:[ERROR] %s GetLastError 0x%08x"},
+    {Kind::TaskError, "     ====> %ls:[_com_error] Exception 0x%08x, %ls, %ls"},
+    {Kind::NoSuchTask, "     ====> DeleteScheduledTask:[ERROR] %ls GetLastError 0x%08x"},
     {Kind::TaskResult, "     ====> ", TaskSuccess},
 
     {Kind::Heading, "Starting Processes....."},
@@ -76,7 +77,85 @@ constexpr Message Table[] = {
     {Kind::DisableService, "Disabling Service %ls....", Disabled},
 };
 
-// The pieces of the format between its conversions.
+std::optional<Names> MatchPieces(std::span<const std::string_view> pieces, std::string_view line) {
+    const std::string_view first = pieces.front();
+    const std::string_view last = pieces.back();
+    if (pieces.size() == 1) {
+        return line == first ? std::optional(Names()) : std::nullopt;
+    }
+    if (pieces.size() > Names::Most + 1 || !line.starts_with(first) || !line.ends_with(last) ||
+        line.size() < first.size() + last.size()) {
+        return std::nullopt;
+    }
+    line.remove_prefix(first.size());
+    line.remove_suffix(last.size());
+    // From behind: what a name holds may look like what follows on it.
+    Names names(pieces.size() - 1);
+    for (std::size_t index = pieces.size() - 2; index > 0; --index) {
+        const std::size_t at = line.rfind(pieces[index]);
+        if (at == std::string_view::npos) {
+            return std::nullopt;
+        }
+        names[index] = line.substr(at + pieces[index].size());
+        line = line.substr(0, at);
+    }
+    names[0] = line;
+    return names;
+}
+
+// A message with one of its verdicts, or with none.
+struct Form {
+    std::string format;
+    Kind kind;
+    Outcome outcome;
+    std::string_view verdict;
+    std::vector<std::string_view> pieces{};  // of the format
+};
+
+// By the first character of a line, those that it may have, in order.
+class FormsByFirst {
+public:
+    FormsByFirst() {
+        for (const Message& message : Table) {
+            for (const Verdict& verdict : message.verdicts) {
+                // Of a long verdict, the last word says it.
+                forms_.push_back({std::string(message.text) + std::string(verdict.text),
+                                  message.kind, verdict.outcome,
+                                  verdict.text.substr(verdict.text.find_last_of('=') + 1)});
+            }
+            forms_.push_back({std::string(message.text),
+                              message.kind,
+                              message.verdicts.empty() ? Outcome::Plain : Outcome::Missing,
+                              {}});
+        }
+        for (Form& form : forms_) {
+            form.pieces = Pieces(form.format);
+            const std::string_view first = form.pieces.front();
+            for (std::size_t character = 0; character < byFirst_.size(); ++character) {
+                if (first.empty() || static_cast<unsigned char>(first.front()) == character) {
+                    byFirst_[character].push_back(&form);
+                }
+            }
+        }
+    }
+
+    [[nodiscard]] const std::vector<const Form*>& Of(char first) const {
+        return byFirst_[static_cast<unsigned char>(first)];
+    }
+
+private:
+    static constexpr std::size_t Characters = 256;
+
+    std::vector<Form> forms_;
+    std::array<std::vector<const Form*>, Characters> byFirst_;
+};
+
+}  // namespace
+
+std::span<const Message> Messages() {
+    return Table;
+}
+
 std::vector<std::string_view> Pieces(std::string_view format) {
     std::vector<std::string_view> pieces;
     for (std::size_t at = format.find('%'); at != std::string_view::npos; at = format.find('%')) {
@@ -87,36 +166,27 @@ std::vector<std::string_view> Pieces(std::string_view format) {
     return pieces;
 }
 
-}  // namespace
-
-std::span<const Message> Messages() {
-    return Table;
+std::optional<std::vector<std::string>> Match(std::string_view format, std::string_view line) {
+    const std::optional<Names> names = MatchPieces(Pieces(format), line);
+    return names ? std::optional(std::vector<std::string>(names->begin(), names->end()))
+                 : std::nullopt;
 }
 
-std::optional<std::vector<std::string>> Match(std::string_view format, std::string_view line) {
-    const std::vector<std::string_view> pieces = Pieces(format);
-    if (pieces.size() == 1) {
-        return line == format ? std::optional(std::vector<std::string>()) : std::nullopt;
-    }
-    if (!line.starts_with(pieces.front()) || !line.ends_with(pieces.back()) ||
-        line.size() < pieces.front().size() + pieces.back().size()) {
+std::optional<Line> Recognise(std::string_view line) {
+    static const FormsByFirst Forms;
+    if (line.empty()) {
         return std::nullopt;
     }
-    line.remove_prefix(pieces.front().size());
-    line.remove_suffix(pieces.back().size());
-    // From behind: what a name holds may look like what follows on it.
-    std::vector<std::string> names;
-    for (std::size_t index = pieces.size() - 2; index > 0; --index) {
-        const std::size_t at = line.rfind(pieces[index]);
-        if (at == std::string_view::npos) {
-            return std::nullopt;
+    for (const Form* form : Forms.Of(line.front())) {
+        const std::string_view last = form->pieces.back();
+        if (!last.empty() && last.back() != line.back()) {
+            continue;  // the end tells the most
         }
-        names.emplace_back(line.substr(at + pieces[index].size()));
-        line = line.substr(0, at);
+        if (const std::optional<Names> names = MatchPieces(form->pieces, line)) {
+            return Line{form->format, form->kind, form->outcome, form->verdict, *names};
+        }
     }
-    names.emplace_back(line);
-    std::ranges::reverse(names);
-    return names;
+    return std::nullopt;
 }
 
 }  // namespace reader

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <optional>
 #include <span>
 #include <string>
@@ -67,7 +69,45 @@ struct Message {
 // In the order in which a line is to be compared with them.
 std::span<const Message> Messages();
 
+// The pieces of the format between its conversions.
+std::vector<std::string_view> Pieces(std::string_view format);
+
 // What stands for each conversion, if `line` is written by `format`.
 std::optional<std::vector<std::string>> Match(std::string_view format, std::string_view line);
+
+// What stands for each conversion of a line, in the memory that the line is in.
+class Names {
+public:
+    static constexpr std::size_t Most = 4;
+
+    using value_type = std::string_view;
+    using const_iterator = const std::string_view*;
+
+    explicit Names(std::size_t size = 0) : size_(size) {}
+
+    [[nodiscard]] bool empty() const { return size_ == 0; }
+    [[nodiscard]] std::string_view front() const { return names_[0]; }
+    [[nodiscard]] std::string_view operator[](std::size_t index) const { return names_[index]; }
+    [[nodiscard]] std::string_view& operator[](std::size_t index) { return names_[index]; }
+    [[nodiscard]] const_iterator begin() const { return names_.data(); }
+    [[nodiscard]] const_iterator end() const { return names_.data() + size_; }
+
+private:
+    std::size_t size_;
+    std::array<std::string_view, Most> names_{};
+};
+
+// A line as the program writes it.
+struct Line {
+    std::string_view
+        format;  // the message's text with the verdict's, for as long as the program runs
+    Kind kind = Kind::Unknown;
+    Outcome outcome = Outcome::Plain;
+    std::string_view verdict;  // the word that says it, for as long as well
+    Names names;
+};
+
+// Nothing if the program writes no such line.
+std::optional<Line> Recognise(std::string_view line);
 
 }  // namespace reader

@@ -3,6 +3,7 @@
 #include "log_reader/messages.h"
 
 #include <cstddef>
+#include <list>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,30 +14,37 @@ enum class Judgement { Fine, Expected, Attention, Unknown };
 
 // A line of the log, or the lines of a scheduled task.
 struct Item {
-    std::size_t line = 0;  // its number in the file, from 1
-    std::string text;      // the log's own
+    std::size_t line = 0;   // its number in the file, from 1
+    std::string_view text;  // the log's own
+    std::string_view
+        format{};  // what the program writes it by, without the lines of a task's result
     Kind kind = Kind::Unknown;
-    std::vector<std::string> names{};
+    Names names{};
     Outcome outcome = Outcome::Plain;
-    std::string verdict{};  // the log's word
+    std::string_view verdict{};  // the log's word
     Judgement judgement = Judgement::Unknown;
     std::string_view reason{};
 };
 
 struct Section {
     std::size_t line = 0;
-    std::string title;  // empty for what stands before the first one
+    std::string_view title;  // empty for what stands before the first one
     bool mayBeEmpty = true;
     std::vector<Item> items{};
 };
 
 // A run of the program, in the characters of its log: one byte each.
 struct Report {
+    Report() = default;
+    Report(Report&&) = default;
+    Report& operator=(Report&&) = default;
+
     bool begins = false;
     bool ends = false;
     std::vector<Section> sections;
     std::vector<std::string> notes;     // on the file
     std::vector<std::string> findings;  // what needs attention beside the items
+    std::list<std::string> texts;       // which those of the items and the sections are parts of
 };
 
 }  // namespace reader

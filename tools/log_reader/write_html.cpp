@@ -1,20 +1,31 @@
 #include "log_reader/judge.h"
+#include "log_reader/unicode.h"
 #include "log_reader/writers.h"
 
 #include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <ostream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace reader {
 
 namespace {
 
+constexpr char32_t FirstBeyondAscii = 0x80;
+
+// Between the page's title and its style.
 constexpr std::string_view Head = R"(<!DOCTYPE html>
 <html lang="en">
 <head>
 <meta charset="utf-8">
 <meta name="viewport" content="width=device-width, initial-scale=1">
-<title>Finaset log</title>
+<title>)";
+constexpr std::string_view Title = "Finaset log";
+constexpr std::string_view TitleOfMany = "Finaset logs";
+constexpr std::string_view Style = R"(</title>
 <style>
 :root { color-scheme: light dark; --text: #1b1f24; --back: #fff; --soft: #57606a; --line: #d0d7de;
   --attention: #b3141d; --attention-back: #fff0f0; --expected: #7a5200; --ok: #1a6b33; }
@@ -45,14 +56,42 @@ code { font: .9rem/1.4 Consolas, monospace; white-space: pre-wrap; overflow-wrap
 tr.attention { background: var(--attention-back); }
 .attention .reason { color: inherit; }
 small.attention { font-weight: 600; }
-@media print { details::details-content { content-visibility: visible; } tr { break-inside: avoid; }
+)";
+constexpr std::string_view StyleOfOne =
+    R"(@media print { details::details-content { content-visibility: visible; } tr { break-inside: avoid; }
   body { margin: 0; } }
-</style>
+)";
+// On paper are the logs that are unfolded, since all would be a book.
+constexpr std::string_view StyleOfMany =
+    R"(.sum { display: flex; flex-wrap: wrap; gap: .6rem; padding: 0; list-style: none; }
+.sum li { flex: 1 1 9rem; padding: .6rem 1rem; border: 1px solid var(--line);
+  border-radius: .3rem; color: var(--soft); }
+.sum b { display: block; font-size: 1.6rem; color: var(--text); }
+.sum .attention b { color: var(--attention); }
+.sum .ok b { color: var(--ok); }
+h2 { font-size: 1.1rem; margin: 1.6rem 0 .6rem; }
+.finding { border-top: 1px solid var(--line); padding: .8rem 0; break-inside: avoid-page; }
+.finding p { margin: .2rem 0; }
+.finding code { font-weight: 600; }
+.measure { display: flex; align-items: center; gap: .8rem; }
+.measure span { flex: none; width: 11rem; }
+.bar { flex: 1; height: .9rem; border: 1px solid var(--line); border-radius: .2rem;
+  print-color-adjust: exact; -webkit-print-color-adjust: exact; }
+.bar div { height: 100%; min-width: 1px; background: var(--attention); }
+.finding details { border: 0; margin: .2rem 0 0; }
+.finding summary { padding: 0; font-weight: 400; overflow-wrap: anywhere; }
+.logs { columns: 14rem; margin: .4rem 0 0; padding-left: 1.2rem; overflow-wrap: anywhere; }
+.logs li { color: inherit; }
+.unread td { white-space: normal; overflow-wrap: anywhere; }
+@media print { body { margin: 0; } }
+@media (max-width: 40rem) { .measure { flex-wrap: wrap; gap: .2rem; } .bar { flex-basis: 100%; } }
+)";
+constexpr std::string_view Body = R"(</style>
 </head>
 <body>
 <main>
-<h1>Finaset log</h1>
-)";
+<h1>)";
+constexpr std::string_view End = "</main>\n</body>\n</html>\n";
 
 // In ASCII. What would show nothing shows that it is there.
 std::string Escaped(std::string_view text) {
@@ -123,10 +162,68 @@ std::string Details(const Section& section) {
     return details + "</details>\n";
 }
 
+std::string Opening(std::string_view title, std::string_view style) {
+    std::string opening(Head);
+    opening += title;
+    opening += Style;
+    opening += style;
+    opening += Body;
+    opening += title;
+    return opening + "</h1>\n";
+}
+
+// A name in UTF-8, in ASCII.
+std::string EscapedName(std::string_view name) {
+    std::string escaped;
+    while (const std::optional<char32_t> character = TakeUtf8(name)) {
+        if (*character < FirstBeyondAscii) {
+            escaped += Escaped(std::string(1, static_cast<char>(*character)));
+        } else {
+            escaped += "&#" + std::to_string(static_cast<unsigned long>(*character)) + ';';
+        }
+    }
+    return escaped;
+}
+
+std::string Tile(std::string_view style, std::size_t count, std::string_view what) {
+    return "<li class=\"" + std::string(count > 0 ? style : "none") + "\"><b>" +
+           std::to_string(count) + "</b> " + std::string(what) + "</li>\n";
+}
+
+std::string Sum(const Rollout& rollout) {
+    return "<ul class=\"sum\">\n" + Tile("read", rollout.Read(), "logs read") +
+           Tile("ok", rollout.InOrder(), "&#x2713; in order") +
+           Tile("attention", rollout.NeedAttention(), "&#x2717; needing attention") +
+           Tile("unknown", rollout.NotRead().size(), "? not readable") + "</ul>\n";
+}
+
+void Write(std::ostream& output, const Finding& finding, const Rollout& rollout,
+           const std::vector<std::string>& machines) {
+    const std::size_t logs = finding.logs.size();
+    const std::string share = Share(logs, rollout);
+    output << "<section class=\"finding\">\n<div class=\"measure\"><span>" << logs
+           << (logs == 1 ? " log" : " logs") << ", " << share
+           << "</span><div class=\"bar\"><div style=\"width: " << share.substr(0, share.find(' '))
+           << R"(%"></div></div></div>)"
+           << "\n<p><code>" << Escaped(finding.what) << "</code></p>\n";
+    if (!finding.reason.empty()) {
+        output << "<p>" << Escaped(finding.reason) << "</p>\n";
+    }
+    if (!finding.names.empty()) {
+        output << "<p class=\"reason\">" << EscapedName(FirstNames(finding)) << "</p>\n";
+    }
+    output << "<details><summary>" << EscapedName(FirstMachines(finding, machines))
+           << "</summary>\n<ul class=\"logs\">\n";
+    for (const std::uint32_t log : finding.logs) {
+        output << "<li>" << EscapedName(machines[log]) << "</li>\n";
+    }
+    output << "</ul></details>\n</section>\n";
+}
+
 }  // namespace
 
 std::string WriteHtml(const Report& report) {
-    std::string html(Head);
+    std::string html = Opening(Title, StyleOfOne);
     html += NeedsAttention(report) ? "<p class=\"result attention\">&#x2717; "
                                    : "<p class=\"result\">&#x2713; ";
     html += Escaped(Summary(report)) + "</p>\n";
@@ -143,7 +240,30 @@ std::string WriteHtml(const Report& report) {
     for (const Section& section : report.sections) {
         html += Details(section);
     }
-    return html + "</main>\n</body>\n</html>\n";
+    return html + std::string(End);
+}
+
+void WriteHtml(std::ostream& output, const Rollout& rollout) {
+    output << Opening(TitleOfMany, StyleOfMany) << Sum(rollout);
+    const std::vector<std::string> machines = rollout.Machines();
+    const std::vector<const Finding*> findings = rollout.Findings();
+    if (!findings.empty()) {
+        output << "<h2>What needs attention</h2>\n";
+    }
+    for (const Finding* finding : findings) {
+        Write(output, *finding, rollout, machines);
+    }
+    if (!rollout.NotRead().empty()) {
+        output << "<h2>Not readable</h2>\n<table class=\"unread\">\n"
+                  "<thead><tr><th scope=\"col\">Log</th><th scope=\"col\">Why</th></tr></thead>\n"
+                  "<tbody>\n";
+        for (const Unreadable& log : rollout.NotRead()) {
+            output << "<tr><td>" << EscapedName(log.path) << "</td><td>" << Escaped(log.reason)
+                   << "</td></tr>\n";
+        }
+        output << "</tbody>\n</table>\n";
+    }
+    output << End;
 }
 
 }  // namespace reader

@@ -1,81 +1,223 @@
 #include "log_reader/judge.h"
+#include "log_reader/unicode.h"
 #include "log_reader/writers.h"
 
+#include <array>
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace reader {
 
 namespace {
 
-// In ASCII. The log's bytes are the first characters of Unicode.
-std::string Quoted(std::string_view text) {
-    constexpr std::string_view Digits = "0123456789abcdef";
-    std::string quoted = "\"";
-    for (const char character : text) {
-        const auto code = static_cast<unsigned char>(character);
-        if (character == '"' || character == '\\') {
-            quoted += '\\';
-            quoted += character;
-        } else if (IsControl(character) || !IsAscii(character)) {
-            quoted += "\\u00";
-            quoted += Digits[code / Digits.size()];
-            quoted += Digits[code % Digits.size()];
-        } else {
-            quoted += character;
+// The characters of a log that stand for themselves.
+constexpr std::array<bool, 256> Plain = [] {
+    std::array<bool, 256> plain{};
+    for (std::size_t code = ' '; code < '\x7F'; ++code) {
+        plain[code] = code != '"' && code != '\\';
+    }
+    return plain;
+}();
+
+// In ASCII.
+class JsonWriter {
+public:
+    // On one line, or on one for each item.
+    explicit JsonWriter(bool oneLine) : oneLine_(oneLine) {
+        constexpr std::size_t Usual = 0x4000;
+        json_.reserve(Usual);
+    }
+
+    // The log's bytes are the first characters of Unicode.
+    void Text(std::string_view text) {
+        json_ += '"';
+        std::size_t begin = 0;  // of what stands for itself
+        for (std::size_t index = 0; index < text.size(); ++index) {
+            const auto code = static_cast<unsigned char>(text[index]);
+            if (!Plain[code]) {
+                json_ += text.substr(begin, index - begin);
+                Escape(code);
+                begin = index + 1;
+            }
+        }
+        json_ += text.substr(begin);
+        json_ += '"';
+    }
+
+    // A name in UTF-8.
+    void Name(std::string_view name) {
+        constexpr char32_t FirstOfPairs = 0x10000;
+        constexpr char32_t FirstHalves = 0xD800;
+        constexpr char32_t SecondHalves = 0xDC00;
+        constexpr unsigned BitsOfHalf = 10;
+        constexpr char32_t MaskOfHalf = 0x3FF;
+        json_ += '"';
+        while (const std::optional<char32_t> character = TakeUtf8(name)) {
+            if (*character >= FirstOfPairs) {
+                Escape(FirstHalves + ((*character - FirstOfPairs) >> BitsOfHalf));
+                Escape(SecondHalves + (*character & MaskOfHalf));
+            } else if (*character < Plain.size() && Plain[*character]) {
+                json_ += static_cast<char>(*character);
+            } else {
+                Escape(*character);
+            }
+        }
+        json_ += '"';
+    }
+
+    void Key(std::string_view name) {
+        Text(name);
+        json_ += ": ";
+    }
+
+    void Number(std::string_view name, std::size_t number) {
+        Key(name);
+        json_ += std::to_string(number);
+    }
+
+    void Text(std::string_view name, std::string_view text) {
+        Key(name);
+        Text(text);
+    }
+
+    template <typename Elements, typename Write>
+    void Array(std::string_view name, const Elements& elements, const Write& write) {
+        Key(name);
+        json_ += '[';
+        bool first = true;
+        for (const auto& element : elements) {
+            Raw(first ? "" : ", ");
+            write(element);
+            first = false;
+        }
+        json_ += ']';
+    }
+
+    template <typename Strings>
+    void Texts(std::string_view name, const Strings& texts) {
+        Array(name, texts, [this](std::string_view text) { Text(text); });
+    }
+
+    void Raw(std::string_view text) { json_ += text; }
+
+    // A line's end, and the next one's beginning.
+    void Break(std::string_view indent) {
+        if (!oneLine_) {
+            json_ += '\n';
+            json_ += indent;
         }
     }
-    return quoted + '"';
-}
 
-template <typename Element, typename Write>
-std::string Array(const std::vector<Element>& elements, const Write& write) {
-    std::string array = "[";
-    for (const Element& element : elements) {
-        array += (array.size() == 1 ? "" : ", ") + write(element);
+    // Between the members of the report.
+    void Comma() {
+        json_ += oneLine_ ? ", " : ",";
+        Break("  ");
     }
-    return array + ']';
+
+    std::string Take() { return std::move(json_); }
+
+private:
+    void Escape(char32_t code) {
+        constexpr std::string_view Digits = "0123456789abcdef";
+        if (code == '"' || code == '\\') {
+            json_ += '\\';
+            json_ += static_cast<char>(code);
+            return;
+        }
+        json_ += "\\u";
+        for (const unsigned shift : {12U, 8U, 4U, 0U}) {
+            json_ += Digits[code >> shift & (Digits.size() - 1)];
+        }
+    }
+
+    bool oneLine_;
+    std::string json_{};
+};
+
+void Write(JsonWriter& json, const Item& item) {
+    json.Break("    ");
+    json.Raw("{");
+    json.Number("line", item.line);
+    json.Raw(", ");
+    json.Text("judgement", NameOf(item.judgement));
+    json.Raw(", ");
+    json.Text("verdict", item.verdict);
+    json.Raw(", ");
+    json.Text("reason", item.reason);
+    json.Raw(", ");
+    json.Texts("names", item.names);
+    json.Raw(", ");
+    json.Text("text", item.text);
+    json.Raw("}");
 }
 
-std::string Number(std::string_view name, std::size_t number) {
-    return Quoted(name) + ": " + std::to_string(number);
+void Write(JsonWriter& json, const Section& section) {
+    json.Break("   ");
+    json.Raw("{");
+    json.Number("line", section.line);
+    json.Raw(", ");
+    json.Text("title", section.title);
+    json.Raw(", ");
+    json.Array("items", section.items, [&](const Item& item) { Write(json, item); });
+    json.Raw("}");
 }
 
-std::string Text(std::string_view name, std::string_view text) {
-    return Quoted(name) + ": " + Quoted(text);
-}
-
-std::string Texts(std::string_view name, const std::vector<std::string>& texts) {
-    return Quoted(name) + ": " + Array(texts, &Quoted);
-}
-
-std::string Write(const Item& item) {
-    return "\n    {" + Number("line", item.line) + ", " +
-           Text("judgement", NameOf(item.judgement)) + ", " + Text("verdict", item.verdict) + ", " +
-           Text("reason", item.reason) + ", " + Texts("names", item.names) + ", " +
-           Text("text", item.text) + '}';
+void Write(JsonWriter& json, const Report& report) {
+    json.Key("attention");
+    json.Raw(NeedsAttention(report) ? "true" : "false");
+    json.Comma();
+    json.Text("summary", Summary(report));
+    json.Comma();
+    json.Number("ok", Count(report, Judgement::Fine));
+    json.Comma();
+    json.Number("expected", Count(report, Judgement::Expected));
+    json.Comma();
+    json.Number("attention_items", Count(report, Judgement::Attention));
+    json.Comma();
+    json.Number("unknown", Count(report, Judgement::Unknown));
+    json.Comma();
+    json.Texts("findings", report.findings);
+    json.Comma();
+    json.Texts("notes", report.notes);
+    json.Comma();
+    json.Array("sections", report.sections, [&](const Section& section) { Write(json, section); });
+    json.Break("");
+    json.Raw("}\n");
 }
 
 }  // namespace
 
 std::string WriteJson(const Report& report) {
-    std::string json = "{\n";
-    json += std::string("  \"attention\": ") + (NeedsAttention(report) ? "true" : "false") + ",\n";
-    json += "  " + Text("summary", Summary(report)) + ",\n";
-    json += "  " + Number("ok", Count(report, Judgement::Fine)) + ",\n";
-    json += "  " + Number("expected", Count(report, Judgement::Expected)) + ",\n";
-    json += "  " + Number("attention_items", Count(report, Judgement::Attention)) + ",\n";
-    json += "  " + Number("unknown", Count(report, Judgement::Unknown)) + ",\n";
-    json += "  " + Texts("findings", report.findings) + ",\n";
-    json += "  " + Texts("notes", report.notes) + ",\n";
-    json += "  \"sections\": " + Array(report.sections, [](const Section& section) {
-                return "\n   {" + Number("line", section.line) + ", " +
-                       Text("title", section.title) +
-                       ", \"items\": " + Array(section.items, &Write) + '}';
-            });
-    return json + "\n}\n";
+    JsonWriter json(/*oneLine=*/false);
+    json.Raw("{");
+    json.Break("  ");
+    Write(json, report);
+    return json.Take();
+}
+
+std::string WriteJsonLine(std::string_view path, const Report& report) {
+    JsonWriter json(/*oneLine=*/true);
+    json.Raw("{");
+    json.Key("path");
+    json.Name(path);
+    json.Comma();
+    Write(json, report);
+    return json.Take();
+}
+
+std::string WriteJsonLine(std::string_view path, std::string_view error) {
+    JsonWriter json(/*oneLine=*/true);
+    json.Raw("{");
+    json.Key("path");
+    json.Name(path);
+    json.Comma();
+    json.Text("error", error);
+    json.Raw("}\n");
+    return json.Take();
 }
 
 }  // namespace reader

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <ostream>
+#include <vector>
 
 namespace reader {
 
@@ -17,7 +19,7 @@ std::string Padded(std::string text, std::size_t width) {
 }
 
 // What could make a terminal do something is shown as what it is not.
-std::string Shown(const std::string& text, std::size_t indent) {
+std::string Shown(std::string_view text, std::size_t indent) {
     std::string shown;
     for (const char character : text) {
         if (character == '\n') {
@@ -37,6 +39,47 @@ std::string Lines(const Item& item, const std::string& label) {
         lines += std::string(start.size() + 2, ' ') + std::string(item.reason) + '\n';
     }
     return lines;
+}
+
+constexpr std::size_t Width = 100;
+
+// The characters that are shown by a text in UTF-8.
+std::size_t Columns(std::string_view text) {
+    constexpr unsigned char MaskOfMore = 0xC0;
+    constexpr unsigned char MarkOfMore = 0x80;
+    return static_cast<std::size_t>(std::ranges::count_if(text, [](char byte) {
+        return (static_cast<unsigned char>(byte) & MaskOfMore) != MarkOfMore;
+    }));
+}
+
+// Where the text is to be broken so that what stands before takes so many columns at the most: at a
+// blank if there is one.
+std::size_t BreakOf(std::string_view text, std::size_t columns) {
+    std::size_t end = std::min(columns, text.size());
+    while (end < text.size() &&
+           (Columns(text.substr(0, end)) < columns || Columns(text.substr(end, 1)) == 0)) {
+        ++end;
+    }
+    const std::size_t blank = end < text.size() ? text.find_last_of(' ', end) : end;
+    return blank == std::string_view::npos || blank == 0 ? end : blank;
+}
+
+// On as many lines as it takes, the first of which begins with `start`, the others as far in.
+std::string Fitted(std::string_view text, const std::string& start) {
+    std::string fitted;
+    std::string begin = start;
+    do {
+        const std::size_t end = BreakOf(text, Width - start.size());
+        fitted += begin + std::string(text.substr(0, end)) + '\n';
+        text.remove_prefix(end);
+        text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
+        begin.assign(start.size(), ' ');
+    } while (!text.empty());
+    return fitted;
+}
+
+std::string RightAligned(const std::string& text, std::size_t width) {
+    return std::string(width - std::min(width, text.size()), ' ') + text;
 }
 
 }  // namespace
@@ -87,7 +130,9 @@ std::string WriteText(const Report& report) {
         text += "ATTENTION: " + Shown(finding, 0) + '\n';
     }
     for (const Section& section : report.sections) {
-        text += '\n' + (section.title.empty() ? "Before the first section" : section.title) + '\n';
+        text += '\n' +
+                std::string(section.title.empty() ? "Before the first section" : section.title) +
+                '\n';
         for (const Item& item : section.items) {
             text += Lines(item, item.judgement == Judgement::Attention
                                     ? "ATTENTION"
@@ -95,6 +140,48 @@ std::string WriteText(const Report& report) {
         }
     }
     return text;
+}
+
+std::string Summary(const Rollout& rollout) {
+    std::string summary = std::to_string(rollout.Read()) +
+                          (rollout.Read() == 1 ? " log read: " : " logs read: ") +
+                          std::to_string(rollout.InOrder()) + " in order, " +
+                          std::to_string(rollout.NeedAttention()) + " needing attention.";
+    return summary + ' ' + std::to_string(rollout.NotRead().size()) + " not readable.";
+}
+
+std::string Share(std::size_t logs, const Rollout& rollout) {
+    constexpr std::size_t Thousand = 1000;
+    constexpr std::size_t Ten = 10;
+    const std::size_t share = (logs * Thousand + rollout.Read() / 2) / rollout.Read();
+    return std::to_string(share / Ten) + '.' + std::to_string(share % Ten) + " %";
+}
+
+void WriteText(std::ostream& output, const Rollout& rollout) {
+    constexpr std::size_t CountWidth = 7;
+    constexpr std::size_t ShareWidth = 9;
+    output << Summary(rollout) << '\n';
+    const std::vector<std::string> machines = rollout.Machines();
+    for (const Finding* finding : rollout.Findings()) {
+        const std::string count = RightAligned(std::to_string(finding->logs.size()), CountWidth) +
+                                  RightAligned(Share(finding->logs.size(), rollout), ShareWidth) +
+                                  "  ";
+        const std::string indent(count.size(), ' ');
+        output << '\n' << Fitted(finding->what, count);
+        if (!finding->reason.empty()) {
+            output << Fitted(finding->reason, indent);
+        }
+        if (!finding->names.empty()) {
+            output << Fitted(FirstNames(*finding), indent);
+        }
+        output << Fitted(FirstMachines(*finding, machines), indent);
+    }
+    if (!rollout.NotRead().empty()) {
+        output << "\nNot readable\n";
+    }
+    for (const Unreadable& log : rollout.NotRead()) {
+        output << Fitted(log.path + ": " + log.reason, "  ");
+    }
 }
 
 }  // namespace reader

@@ -1,0 +1,11 @@
+"""The groups of the benchmarks, in the order in which they are measured and shown."""
+
+from .calls import Calls
+from .configuring import Configuring
+from .memory import Memory
+from .services import Services
+from .size import Size
+from .starting import Starting
+from .tools import Tools
+
+GROUPS = (Starting(), Configuring(), Services(), Calls(), Memory(), Tools(), Size())

@@ -1,0 +1,8 @@
+#pragma once
+#include_next <time.h>
+
+// Not in Wine's.
+struct timespec {
+    time_t tv_sec;
+    long tv_nsec;
+};

@@ -1,0 +1,73 @@
+#!/usr/bin/env bash
+# Tests that each engine for which docs/log.md has a command says of some hundred logs what is true of
+# them.
+#
+#   engines_test.sh MAKE_LOGS FINASET_LOG
+#
+# The first is a program of this computer, or one of Windows (*.exe).
+set -euo pipefail
+
+maker=$1
+reader=$(readlink -f "$2")
+root=$(readlink -f "$(dirname "$0")/../..")
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+failures=0
+
+command=("$maker")
+drive=
+if [[ $maker == *.exe ]]; then
+    command=("$root/tests/machine/fresh_machine.sh" "$maker")
+    drive=Z:
+fi
+"${command[@]}" "$drive$work" "$drive$root" 300
+# Their system may have a Python of its own; this one has its packages from the distribution.
+export PATH=$work/bin:/usr/bin:$PATH
+mkdir "$work/bin"
+ln -s "$reader" "$work/bin/finaset-log"
+cd "$work/logs"
+
+# The blocks of commands, each into a file.
+awk -v work="$work" '
+    /^## / {below = /^## The reader/}
+    /^```sh$/ && below {block = work "/block" (++count); next}
+    /^```$/ {block = ""}
+    block {print > block}' "$root/docs/log.md"
+[[ $(head -qn 1 "$work"/block* | cut -d ' ' -f 1 | xargs) == 'finaset-log jq sqlite3 python3' ]] || {
+    echo "docs/log.md has other commands: $(head -qn 1 "$work"/block*)"
+    exit 1
+}
+
+# By version and service, the logs that hold the line.
+for directory in *; do
+    for service in Ardex 'Tarsel Metrics Service'; do
+        line="Starting $service....start failed!"
+        machines=0
+        for log in "$directory"/*.log; do
+            # The last run, without the zeros of UTF-16.
+            tr -d '\000\r' <"$log" | awk -v line="$line" '
+                /FIRST RUN - START/ {found = 0}
+                index($0, line) {found = 1}
+                END {exit !found}' && machines=$((machines + 1))
+        done
+        ((machines == 0)) || echo "$machines $directory $service"
+    done
+done | sort >"$work/expected"
+(($(wc -l <"$work/expected") >= 4)) || {
+    echo "hardly anything is to be found"
+    exit 1
+}
+
+status=0
+bash "$work/block1" || status=$?
+((status == 1)) || echo "finaset-log: exit status $status"
+for block in 2 3 4; do
+    # Counts come first or last, with any blanks between the columns.
+    bash "$work/block$block" | grep . | tr -s ' \t' ' ' | sed 's/^ //' |
+        sed -E 's/^(win[^ ]+ .*) ([0-9]+)$/\2 \1/' | sort >"$work/found"
+    diff "$work/expected" "$work/found" || {
+        echo "$(head -n 1 "$work/block$block"): not what is in the logs"
+        failures=1
+    }
+done
+exit "$failures"

@@ -1,0 +1,264 @@
+#!/usr/bin/env bash
+# Tests the reader of logs on the two thousand of a rollout, with whatever else lies among them: what
+# it counts in text, in JSON and on its page in a browser.
+#
+#   many_logs_test.sh MAKE_LOGS FINASET_LOG...
+#
+# Each is a program of this computer, or one of Windows (*.exe).
+set -euo pipefail
+
+maker=$1
+shift
+tests=$(dirname "$(readlink -f "$0")")
+work=$(mktemp -d)
+trap 'chmod -R u+rwx "$work"; rm -rf "$work"' EXIT
+failures=0
+
+complain() {
+    echo "$*"
+    failures=1
+}
+
+# run PROGRAM ARGUMENT...: a program of Windows on a machine of its own.
+run() {
+    if [[ $1 == *.exe ]]; then
+        "$tests/../machine/fresh_machine.sh" "$@"
+    else
+        "$@"
+    fi
+}
+
+# Where a program has this computer's files.
+drive_of() {
+    [[ $1 != *.exe ]] || echo Z:
+}
+
+drive=$(drive_of "$maker")
+run "$maker" "$drive$work" "$drive$(readlink -f "$tests/../..")" 2000
+logs=$work/logs
+
+# Among the logs: what is no log, links that lead to logs again, and what may not be read.
+insecure=$tests/logs/insecure-machine.log
+echo "FIRST RUN - START" >"$logs/win10-22H2/notes.txt"
+ln -s .. "$logs/win10-22H2/loop"
+mkdir "$logs/empty" "$logs/secret" "$logs/secret.log"
+cp "$insecure" "$logs/secret/PC-1.log"
+cp "$insecure" "$logs/secret.log/PC-2.LOG"
+cp "$insecure" "$logs/PC-3.log"
+chmod 0 "$logs/secret" "$logs/PC-3.log"
+
+# expect READ UNREADABLE: so many logs more than have been made, all of insecure machines.
+expect() {
+    awk -F '\t' -v OFS='\t' -v read="$1" -v unreadable="$2" '
+        $2 == "not readable" {$1 += unreadable}
+        $2 == "read" || $2 == "needing attention" || $3 ~ /^One of its entries|not secure/ {
+            $1 += read
+        }
+        {print}' "$work/expected" >"$work/all"
+}
+count() {
+    awk -F '\t' -v name="$1" '$2 == name {print $1}' "$work/all"
+}
+findings() {
+    sed 1,4d "$work/all" | sort
+}
+
+# What root may is not to help it to read.
+as_user=()
+((EUID != 0)) || as_user=(setpriv "--bounding-set=-dac_override,-dac_read_search")
+
+# read_logs NAME ARGUMENT...: leaves what it printed, and its exit status, under the name.
+read_logs() {
+    local name=$1 status=0 command=("$reader")
+    shift
+    [[ ! $drive ]] || command=("$tests/../machine/fresh_machine.sh" "$reader")
+    (
+        # In kilobytes, of address space; Wine takes more for itself.
+        [[ $drive ]] || ulimit -v 65536
+        exec "${as_user[@]}" "${command[@]}" "$@"
+    ) >"$work/$name" 2>"$work/$name.error" || status=$?
+    # The machine says what it misses.
+    sed -i '/^fresh_machine.sh: /d' "$work/$name.error"
+    # As this computer has lines and paths.
+    sed -i "s/\r\$//; s|$drive$logs|LOGS|g" "$work/$name" "$work/$name.error"
+    echo "$status" >"$work/$name.status"
+}
+
+expect_status() {
+    [[ $(<"$work/$1.status") == "$2" ]] || {
+        complain "$1: exit status $(<"$work/$1.status"), not $2:"
+        cat "$work/$1.error"
+    }
+}
+
+# same NAME: whether what has been found is what is expected.
+same() {
+    diff "$work/$1.expected" "$work/$1.found" || complain "$1 differs"
+}
+
+check_calls() {
+    local name
+    for name in text page.html lines.json; do
+        expect_status "$name" 1
+        [[ ! -s $work/$name.error ]] || complain "$name: $(<"$work/$name.error")"
+    done
+    expect_status two.json 0
+    expect_status empty 2
+    expect_status none.json 2
+    [[ $(<"$work/empty.error") == "finaset-log: there is no file *.log" ]] ||
+        complain "an empty directory: $(<"$work/empty.error")"
+    [[ $(<"$work/none.json.error") == *"win10-22H2/notes: it cannot be read" ]] ||
+        complain "no log that can be read: $(<"$work/none.json.error")"
+}
+
+check_text() {
+    head -n 1 "$work/text" >"$work/sum.found"
+    echo "$(count read) logs read: $(count 'in order') in order," \
+        "$(count 'needing attention') needing attention." \
+        "$(count 'not readable') not readable." >"$work/sum.expected"
+    same sum
+
+    # Each finding on one line, as its item, its reason and its names follow on one another.
+    sed '/^Not readable/,$d' "$work/text" | awk '
+        NR > 2 {gsub(/ +/, " "); if ($0 ~ /^ [0-9]+ [0-9.]+ % /) printf "\n"; printf "%s", $0}' |
+        grep . >"$work/found"
+    local logs_with what reason line
+    while IFS=$'\t' read -r logs_with what reason; do
+        grep -F " % $what${reason:+ $reason} " "$work/found" |
+            grep -qE "^ $logs_with [0-9.]+ % " ||
+            complain "text: not on $logs_with logs: $what: $reason"
+    done < <(findings)
+    [[ $(wc -l <"$work/found") == $(findings | wc -l) ]] || complain "text: more findings"
+
+    sed '1,/^Not readable/d' "$work/text" | awk '
+        {printf "%s", /^  LOGS/ ? "\n" : " "; sub(/^ +/, ""); printf "%s", $0}' |
+        grep . >"$work/unread"
+    [[ $(wc -l <"$work/unread") == $(count 'not readable') ]] ||
+        complain "text: other logs are not readable"
+    for line in 'LOGS/secret: not all that is in this directory can be listed' \
+        'LOGS/PC-3.log: it cannot be read' 'PC-10003.log: it is not a log of Finaset: it has none' \
+        'PC-10002.log: its run is too long to be read with others: read it alone'; do
+        grep -qF "$line" "$work/unread" || complain "text: no line $line"
+    done
+    LC_ALL=C sort --check "$work/unread" || complain "text: not in the order of the names"
+    ! LC_ALL=C.UTF-8 grep -E '.{101}' "$work/text" || complain "text: wider than 100 columns"
+}
+
+check_json() {
+    jq -rs '[
+        [map(select(.sections)), "read"],
+        [map(select(.attention == false)), "in order"],
+        [map(select(.attention)), "needing attention"],
+        [map(select(.error)), "not readable"]
+      ][] | "\(.[0] | length)\t\(.[1])"' "$work/lines.json" >"$work/json-sum.found"
+    head -n 4 "$work/all" >"$work/json-sum.expected"
+    same json-sum
+
+    # A finding is told by its first word and its reason.
+    jq -r '[.findings[]?, (.sections[]?.items[] | select(.judgement == "attention") |
+        "\(.text | ltrimstr("   ") | split(" ")[0]) \(.reason)")] | unique[]' "$work/lines.json" |
+        sort | uniq -c | sed 's/^ *//' | sort >"$work/json-findings.found"
+    findings | awk -F '\t' '{print $1 " " ($3 == "" ? $2 : substr($2, 1, index($2, " ")) $3)}' |
+        sort >"$work/json-findings.expected"
+    same json-findings
+
+    jq -r '.path | select(contains("\\") | not)' "$work/lines.json" | LC_ALL=C sort --check ||
+        complain "JSON: not in the order of the names"
+    [[ $(jq -r '.path | split("/")[-1]' "$work/two.json" | xargs) == \
+        'first-installation.log reinstallation.log' ]] ||
+        complain "JSON: not the two that were asked for"
+}
+
+# browse FILE OPTION...: what a browser makes of it.
+browse() {
+    local file=$1
+    shift
+    chromium --headless --no-sandbox --disable-gpu --disable-background-networking --no-first-run \
+        --disable-component-update --disable-sync --disable-quic \
+        --user-data-dir="$(mktemp -d -p "$work")" --virtual-time-budget=5000 \
+        "$@" --dump-dom "file://$file" 2>"$work/browser.error" || {
+        cat "$work/browser.error"
+        complain "the browser has failed"
+    }
+}
+
+# A script at the end of the page says what the browser has found in it.
+ask_page() {
+    sed '/<\/body>/,$d' "$work/page.html"
+    cat <<'HTML'
+<pre id="found"></pre>
+<script>
+const all = (selector, within = document) => [...within.querySelectorAll(selector)];
+const text = element => element ? element.textContent.replace(/ +/g, " ") : "";
+const bars = all(".bar div").map(bar => bar.getBoundingClientRect().width /
+  bar.parentElement.clientWidth);
+const found = [
+  "sum: " + all(".sum b").map(text).join(" "),
+  ...all(".finding").map(each => ["finding: " + all(".logs li", each).length,
+    text(each.querySelector("code")), text(each.querySelector("p:nth-of-type(2):not(.reason)"))]
+    .join("\t")),
+  "not readable: " + all(".unread tbody tr").length,
+  "hidden while folded: " + !all(".logs li")[0].checkVisibility(),
+  "bars: " + bars.every((bar, index) => bar > 0 && bar < 1 && !(bar > bars[index - 1])),
+  "within the window: " + (document.documentElement.scrollWidth <= innerWidth),
+  "from elsewhere: " + all("[src], link, [href]").length,
+  "background: " + getComputedStyle(document.body).backgroundColor,
+];
+document.getElementById("found").textContent = found.join("\n");
+</script>
+</body>
+</html>
+HTML
+}
+
+# check_page BACKGROUND OPTION...: what is on the page in such a window.
+check_page() {
+    local background=$1
+    shift
+    browse "$work/asked.html" "$@" | sed -n '/<pre id="found">/,/<\/pre>/p' |
+        sed 's/.*<pre[^>]*>//; s|</pre>.*||; s/&gt;/>/g; s/&lt;/</g; s/&amp;/\&/g' |
+        sort >"$work/page.found"
+    {
+        echo "sum: $(count read) $(count 'in order') $(count 'needing attention')" \
+            "$(count 'not readable')"
+        findings | sed 's/^/finding: /'
+        echo "not readable: $(count 'not readable')"
+        echo "hidden while folded: true"
+        echo "bars: true"
+        echo "within the window: true"
+        echo "from elsewhere: 0"
+        echo "background: $background"
+    } | sort >"$work/page.expected"
+    same page
+}
+
+for reader in "$@"; do
+    echo "many_logs_test.sh: $reader"
+    drive=$(drive_of "$reader")
+    expect 1 2
+    if [[ ! $drive ]]; then
+        # Wine takes the first for the file that it leads to, and has no such things as the others.
+        ln -s ../win10-22H2/PC-10000.log "$logs/win11-23H2/link.log"
+        mkfifo "$logs/pipe.log"
+        cp "$insecure" "$logs/"$'\xff\x1b.log'
+        expect 2 3
+    fi
+    read_logs text "$drive$logs" &
+    read_logs page.html --html "$drive$logs" &
+    read_logs lines.json --json "$drive$logs" &
+    wait
+    read_logs empty "$drive$logs/empty" &
+    read_logs none.json --json "$drive$logs/empty" "$drive$logs/win10-22H2/notes" &
+    read_logs two.json --json "$drive$tests/logs/first-installation.log" \
+        "$drive$tests/logs/reinstallation.log" &
+    wait
+    check_calls
+    check_text
+    check_json
+    ask_page >"$work/asked.html"
+    check_page 'rgb(255, 255, 255)' --window-size=1280,900
+    check_page 'rgb(255, 255, 255)' --window-size=400,800
+    check_page 'rgb(20, 23, 26)' --window-size=1280,900 --blink-settings=preferredColorScheme=0
+done
+
+exit "$failures"

@@ -1,0 +1,45 @@
+@echo off
+rem Runs the tests of Finaset on this machine, which must be one that can be thrown away, and leaves
+rem what they say in the folder "report" beside this file.
+rem
+rem   run-on-windows.cmd [/yes] [PROGRAM...]
+rem
+rem /yes does not ask. PROGRAM is one of the test programs here, without ".exe"; all of them if none
+rem is named. Ends with 0 if everything has passed or was skipped, 1 if something failed, 2 if nothing
+rem was run.
+setlocal
+cd /d "%~dp0"
+
+set asked=
+set programs=
+:arguments
+if "%~1"=="" goto arguments_end
+if /i "%~1"=="/yes" (
+    set asked=yes
+) else (
+    set programs=%programs% %1
+)
+shift
+goto arguments
+:arguments_end
+if not defined programs set programs=unit_tests sweep_tests machine_tests windows_tests installer_tests adapter_tests log_tests log_reader_tests verify_tests verify_machine_tests
+
+windows_kit.exe check
+if errorlevel 1 exit /b 2
+
+if defined asked goto run
+echo These tests install and remove services, programs, settings, files and scheduled tasks. Run
+echo them on a machine that can be thrown away, best a virtual one of which there is a snapshot.
+set answer=
+set /p answer=Run them here? [y/n] 
+if /i "%answer%"=="y" goto run
+echo Nothing was done.
+exit /b 2
+
+:run
+if exist report rmdir /s /q report
+mkdir report
+set FINASET_REPORT=%CD%\report
+for %%p in (%programs%) do windows_kit.exe run %%p
+windows_kit.exe summary %programs%
+exit /b %errorlevel%

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace reader {
+
+// Takes the next character off a text in UTF-8, or nothing if it does not begin with one. Longer
+// forms than a character needs are taken too.
+std::optional<char32_t> TakeUtf8(std::string_view& text);
+
+void AppendUtf8(std::string& text, char32_t character);
+
+// The log's characters, which are one byte each, in UTF-8.
+std::string Utf8OfLog(std::string_view text);
+
+}  // namespace reader
