@@ -248,7 +248,7 @@ TEST_F(VerifyProgram, SaysHowItIsCalled) {
         EXPECT_THAT(
             printed_,
             StartsWith(
-                "usage: finaset-verify [--json] [/STOP | /CONFIGURE | /START | /DISABLE]\r\n"));
+                "usage: finaset-verify [--json] [/STOP | /CONFIGURE | /START | /DISABLE]\n"));
     }
 }
 
@@ -259,7 +259,7 @@ TEST_F(VerifyProgram, RefusesWhatItDoesNotKnow) {
         EXPECT_EQ(printed_, "");
         EXPECT_EQ(complaint_,
                   "finaset-verify: it takes --json, and one option of the program; see "
-                  "finaset-verify --help\r\n");
+                  "finaset-verify --help\n");
     }
 }
 
@@ -306,7 +306,7 @@ TEST_F(VerifyProgram, SaysThatItCannotWrite) {
             return file == stdout ? -1 : hook.Forward(text, file);
         });
         EXPECT_EQ(Call({L"/STOP"}), 2);
-        EXPECT_EQ(complaint_, "finaset-verify: what was found cannot be written\r\n");
+        EXPECT_EQ(complaint_, "finaset-verify: what was found cannot be written\n");
     }
     const test::ImportHook<&::fflush> flush([](FILE*) { return -1; });
     EXPECT_EQ(Call({L"/STOP"}), 2);

@@ -80,7 +80,7 @@ struct Definition {
     std::vector<std::wstring> principals;  // groups and users
 };
 
-// Reads XML by the platform's own reader, which takes no DTD.
+// Reads XML by the platform's own reader.
 class DefinitionReader {
 public:
     explicit DefinitionReader(IXmlReader& reader) : reader_(reader) {}
@@ -91,7 +91,8 @@ public:
         while ((result = reader_.Read(&type)) == S_OK) {
             Take(type, definition);
         }
-        return result;
+        const bool whole = hasRoot_ && path_.empty();
+        return FAILED(result) || whole ? result : HRESULT_FROM_WIN32(ERROR_INVALID_DATA);
     }
 
 private:
@@ -101,6 +102,7 @@ private:
             reader_.GetLocalName(&name, nullptr);
             path_ += L'/';
             path_ += name;
+            hasRoot_ = true;
             if (std::vector<std::wstring>* const texts = TextsOf(definition)) {
                 texts->emplace_back();
             }
@@ -135,6 +137,7 @@ private:
 
     IXmlReader& reader_;
     std::wstring path_;  // of the open element, from the root
+    bool hasRoot_ = false;
 };
 
 HRESULT ReadDefinition(const std::wstring& xml, Definition& definition) {
@@ -157,14 +160,14 @@ HRESULT ReadDefinition(const std::wstring& xml, Definition& definition) {
     if (FAILED(stream.result) || FAILED(reader.result)) {
         return FAILED(stream.result) ? stream.result : reader.result;
     }
-    // It says which encoding it is in, but not in which order the bytes are. What cannot be written
-    // here is missing there.
+    // It says which encoding it is in, but not in which order the bytes are. What fails here shows
+    // as a definition that ends too early.
     const std::wstring marked = L'\uFEFF' + xml;
     stream.object.Get()->Write(marked.data(), static_cast<ULONG>(marked.size() * sizeof(wchar_t)),
                                /*pcbWritten=*/nullptr);
     stream.object.Get()->Seek({}, STREAM_SEEK_SET, /*plibNewPosition=*/nullptr);
-    const HRESULT result = reader.object.Get()->SetInput(stream.object.Get());
-    return SUCCEEDED(result) ? DefinitionReader(*reader.object.Get()).Read(definition) : result;
+    reader.object.Get()->SetInput(stream.object.Get());
+    return DefinitionReader(*reader.object.Get()).Read(definition);
 }
 
 std::wstring TextOf(const Definition& definition) {

@@ -96,12 +96,25 @@ int Print(const std::string& text, int status) {
     return written ? status : Fail("what was found cannot be written");
 }
 
-int VerifyAndPrint(std::uint32_t actions, bool json) {
-    const HRESULT initialised = ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-    const Report report = Verify(actions);
-    if (SUCCEEDED(initialised)) {
-        ::CoUninitialize();
+// COM for this thread, if it can be had.
+class InitialisedCom {
+public:
+    InitialisedCom() = default;
+    InitialisedCom(const InitialisedCom&) = delete;
+    InitialisedCom& operator=(const InitialisedCom&) = delete;
+    ~InitialisedCom() {
+        if (SUCCEEDED(result_)) {
+            ::CoUninitialize();
+        }
     }
+
+private:
+    HRESULT result_ = ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+};
+
+int VerifyAndPrint(std::uint32_t actions, bool json) {
+    const InitialisedCom com;
+    const Report report = Verify(actions);
     return Print(json ? WriteJson(report) : WriteText(report),
                  Has(report.rows, Verdict::Differs)   ? SomethingDiffers
                  : Has(report.rows, Verdict::Unknown) ? CannotSay
