@@ -8,5 +8,16 @@ from .services import Services
 from .size import Size
 from .starting import Starting
 from .tools import Tools
+from .verifying import Verifying
 
-GROUPS = (Starting(), Configuring(), Services(), Calls(), Memory(), Tools(), Logs(), Size())
+GROUPS = (
+    Starting(),
+    Configuring(),
+    Verifying(),
+    Services(),
+    Calls(),
+    Memory(),
+    Tools(),
+    Logs(),
+    Size(),
+)

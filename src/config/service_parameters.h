@@ -17,6 +17,12 @@ inline constexpr wchar_t ActivityLogDirectoryName[] = L"ActivityLogDirectory";
 inline constexpr wchar_t ActivityLogDefaultDirectory[] =
     L"%programdata%\\Tarsel\\Nimbus\\ActivityLog";
 
+// The value that is taken for the hardware bitmask if it is there and not 1; and where the bitmask
+// is kept.
+inline constexpr wchar_t HardwareBitmaskGateName[] = L"Tarsel_HWConfigDefault";
+inline constexpr wchar_t HardwareBitmaskKey[] = L"SOFTWARE\\Tarsel\\Nimbus";
+inline constexpr wchar_t HardwareBitmaskName[] = L"Tarsel_HWConfig";
+
 // Directories that no setting moves.
 inline constexpr wchar_t ProductDataDirectory[] = L"%programdata%\\Tarsel\\Nimbus";
 inline constexpr wchar_t DriverDirectory[] = L"%systemroot%\\system32\\drivers\\Tarsel\\ZEFIR";

@@ -168,10 +168,11 @@ std::vector<std::wstring> FilesIn(const std::filesystem::path& directory) {
 // What a version has laid down in the program's directory, with the log.
 std::vector<std::wstring> FilesOf(const std::wstring& version,
                                   const std::vector<std::wstring>& others) {
-    std::vector<std::wstring> files = {
-        L"BriskoLU.exe", L"Finaset.exe",   L"ProductService.exe",
-        L"Quitline.exe", L"Unfinaset.exe", L"VxIdleTask.exe",
-        L"ZEFIR.exe",    L"finaset.log",   L"ReleaseNotes-" + version + L".txt"};
+    std::vector<std::wstring> files = {L"BriskoLU.exe",       L"Finaset.exe",
+                                       L"ProductService.exe", L"Quitline.exe",
+                                       L"Unfinaset.exe",      L"VxIdleTask.exe",
+                                       L"ZEFIR.exe",          L"finaset-verify.exe",
+                                       L"finaset.log",        L"ReleaseNotes-" + version + L".txt"};
     files.insert(files.end(), others.begin(), others.end());
     std::ranges::sort(files);
     return files;
@@ -246,6 +247,9 @@ TEST_P(Installers, RunTheProgramAsTheirLastStepAndKeepItsLog) {
     EXPECT_EQ(Log(), LogOf(Installation(/*first=*/true)));
     ExpectInstalled(Version);
     EXPECT_EQ(machine.Describe().dataFiles, ConfigurationOf(Version));
+    EXPECT_EQ(RunToEnd(L"\"" + (machine.ProgramDirectory() / L"finaset-verify.exe").wstring() +
+                       L"\" /START"),
+              0U);
 }
 
 TEST_P(Installers, ReplaceAnOlderVersionThatIsInUseAndKeepItsUsersConfiguration) {
