@@ -1,5 +1,14 @@
 #include "bare.h"
 
+#include "config/path_resolvers.h"
+#include "config/settings_tables.h"
+#include "fs/file_table.h"
+#include "fs/secured_directories.h"
+#include "hw/adapter_patterns.h"
+#include "hw/feature_table.h"
+#include "proc/process_lists.h"
+#include "tasks/task_table.h"
+
 #include <winsock2.h>
 
 #include <aclapi.h>
@@ -8,38 +17,21 @@
 #include <psapi.h>
 #include <taskschd.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cwchar>
+#include <functional>
 #include <iterator>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 namespace {
 
 constexpr wchar_t Parameters[] =
     L"SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service\\Parameters";
-
-constexpr const wchar_t* Stopped[] = {
-    L"brisko network service x64",
-    L"hvnetsvc",
-    L"Corvo",
-    L"TarselHubService",
-    L"Tarsel Nimbus Network Service",
-    L"Ardex",
-    L"Tarsel Metrics Service",
-    L"Tarsel Data Relay Service",
-};
-constexpr const wchar_t* Started[] = {L"Ardex", L"Tarsel Metrics Service",
-                                      L"Tarsel Nimbus Network Service",
-                                      L"Tarsel Data Relay Service"};
-constexpr const wchar_t* Disabled[] = {L"Corvo",
-                                       L"TarselHubService",
-                                       L"Ardex",
-                                       L"Tarsel Metrics Service",
-                                       L"Tarsel Nimbus Network Service",
-                                       L"Tarsel Data Relay Service"};
 
 // If what follows would fault or never end after a failed call, ends the run instead.
 void Require(bool succeeded, const char* call) {
@@ -114,7 +106,8 @@ void Await(const wchar_t* name, DWORD target) {
 
 // Applications
 
-void QuitApplication() {
+void QuitApplication(std::wstring name, const std::wstring& title) {
+    ::_wcslwr(name.data());
     std::vector<DWORD> ids(4096);
     DWORD bytes = 0;
     ::K32EnumProcesses(ids.data(), static_cast<DWORD>(ids.size() * sizeof(DWORD)), &bytes);
@@ -127,16 +120,16 @@ void QuitApplication() {
         wchar_t image[MAX_PATH] = {};
         DWORD size = MAX_PATH;
         ::QueryFullProcessImageNameW(process, 0, image, &size);
-        if (std::wcsstr(::_wcslwr(image), L"zefir.exe") != nullptr) {
+        if (std::wcsstr(::_wcslwr(image), name.c_str()) != nullptr) {
             HANDLE token = nullptr;
             ::OpenProcessToken(
                 process, TOKEN_ASSIGN_PRIMARY | TOKEN_DUPLICATE | TOKEN_IMPERSONATE | TOKEN_QUERY,
                 &token);
-            wchar_t commandLine[] = L"Quitline.exe Tarsel\u00AE Lumetra";
+            std::wstring commandLine = L"Quitline.exe " + title;
             STARTUPINFOW startup = {};
             PROCESS_INFORMATION info = {};
-            ::CreateProcessAsUserW(token, nullptr, commandLine, nullptr, nullptr, TRUE, 0, nullptr,
-                                   nullptr, &startup, &info);
+            ::CreateProcessAsUserW(token, nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0,
+                                   nullptr, nullptr, &startup, &info);
             ::WaitForSingleObject(info.hProcess, 30'000);
             ::CloseHandle(info.hProcess);
             ::CloseHandle(info.hThread);
@@ -148,11 +141,11 @@ void QuitApplication() {
     }
 }
 
-void LaunchCompanion() {
-    wchar_t commandLine[MAX_PATH + 32] = {};
+void Launch(const std::wstring& name, const std::wstring& arguments) {
+    Path commandLine = {};
     DWORD size = MAX_PATH;
     ::QueryFullProcessImageNameW(::GetCurrentProcess(), 0, commandLine, &size);
-    std::wcscpy(std::wcsrchr(commandLine, L'\\') + 1, L"BriskoLU.exe -u");
+    std::wcscpy(std::wcsrchr(commandLine, L'\\') + 1, (name + L" " + arguments).c_str());
     STARTUPINFOW startup = {};
     PROCESS_INFORMATION info = {};
     ::CreateProcessW(nullptr, commandLine, nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
@@ -202,39 +195,28 @@ void DeleteKey(HKEY parent, const wchar_t* name) {
     Require(deleteKeyEx(parent, name, 0, 0) == ERROR_SUCCESS, "RegDeleteKeyExW");
 }
 
-void DeleteStaleSettings() {
-    HKEY key = nullptr;
-    DWORD disposition = 0;
-    ::RegCreateKeyExW(HKEY_LOCAL_MACHINE, Parameters, 0, nullptr, 0, KEY_WRITE, nullptr, &key,
-                      &disposition);
-    ::RegDeleteValueW(key, L"ConfigFileDirectory");
-    ::RegCloseKey(key);
-    ::RegCreateKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Halvane\\SAP", 0, nullptr, 0, KEY_WRITE,
-                      nullptr, &key, &disposition);
-    DeleteKey(key, L"");
-    ::RegCloseKey(key);
+void DeleteSettings() {
+    for (const RegistrySetting& setting : DeleteList) {
+        HKEY key = nullptr;
+        DWORD disposition = 0;
+        ::RegCreateKeyExW(setting.root, setting.keyPath.c_str(), 0, nullptr, 0, KEY_WRITE, nullptr,
+                          &key, &disposition);
+        if (setting.valueName.empty()) {
+            DeleteKey(key, L"");
+        } else {
+            ::RegDeleteValueW(key, setting.valueName.c_str());
+        }
+        ::RegCloseKey(key);
+    }
 }
 
 // Files
 
-struct Directory {
-    const wchar_t* setting;  // or none
-    const wchar_t* otherwise;
-    bool endsInBackslash;
-    bool forReaders;
-};
-
-constexpr Directory Secured[] = {
-    {nullptr, L"%programdata%\\Tarsel\\Nimbus", false, false},
-    {L"ConfigFileDirectory", L"%programdata%\\Tarsel\\Nimbus\\ConfigurationFiles", true, false},
-    {L"ImageCacheDirectory", L"%programdata%\\Tarsel\\ImageCache", false, true},
-    {L"ActivityLogDirectory", L"%programdata%\\Tarsel\\Nimbus\\ActivityLog", true, false},
-};
-constexpr const Directory& ConfigurationFiles = Secured[1];
-
-void Resolve(const Directory& directory, const wchar_t* name, Path& resolved) {
-    if (directory.setting == nullptr) {
-        std::wcscpy(resolved, directory.otherwise);
+void Resolve(const std::function<std::wstring(const std::wstring&)>& resolve, const wchar_t* name,
+             Path& resolved) {
+    const auto* resolver = resolve.target<PathResolver>();
+    if (resolver == nullptr) {
+        std::wcscpy(resolved, name);
         return;
     }
     Path text = {};
@@ -242,14 +224,14 @@ void Resolve(const Directory& directory, const wchar_t* name, Path& resolved) {
     ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, Parameters, 0, KEY_READ, &key);
     DWORD bytes = 0;
     DWORD type = REG_NONE;
-    ::RegQueryValueExW(key, directory.setting, nullptr, nullptr, nullptr, &bytes);
+    ::RegQueryValueExW(key, resolver->directoryName, nullptr, nullptr, nullptr, &bytes);
     bytes = sizeof(text);
-    if (::RegQueryValueExW(key, directory.setting, nullptr, &type, reinterpret_cast<BYTE*>(text),
-                           &bytes) != ERROR_SUCCESS) {
-        std::wcscpy(text, directory.otherwise);
+    if (::RegQueryValueExW(key, resolver->directoryName, nullptr, &type,
+                           reinterpret_cast<BYTE*>(text), &bytes) != ERROR_SUCCESS) {
+        std::wcscpy(text, resolver->defaultDirectory);
     }
     ::RegCloseKey(key);
-    Append(text, directory.endsInBackslash ? L"\\" : L"");
+    Append(text, resolver->separatorBeforeEmptyName || *name != L'\0' ? L"\\" : L"");
     Append(text, name);
     Expand(text, resolved);
 }
@@ -288,11 +270,11 @@ void CreateLevels(const wchar_t* path) {
     });
 }
 
-void CopyShippedFile(const wchar_t* name, bool overwrite) {
+void CopyShippedFile(const FileOperation& file) {
     Path destination;
-    Resolve(ConfigurationFiles, name, destination);
-    Path source = L"%systemroot%\\system32\\drivers\\Tarsel\\ZEFIR";
-    Join(source, name);
+    Resolve(file.resolveDestination, file.fileName.c_str(), destination);
+    const wchar_t* source = file.sourcePath.c_str();
+    const bool overwrite = file.overwrite;
     Path expanded;
 
     if (overwrite) {
@@ -398,30 +380,13 @@ void SetList(const wchar_t* path, SECURITY_INFORMATION inheritance, PACL list) {
                             nullptr, nullptr, list, nullptr);
 }
 
-struct Trustee {
-    BYTE revision;
-    BYTE count;
-    SID_IDENTIFIER_AUTHORITY authority;
-    DWORD subAuthorities[2];
-    DWORD access;
-};
-
-void SetProtectedList(const wchar_t* path, bool forReaders) {
-    Trustee trustees[] = {
-        {SID_REVISION, 2, SECURITY_NT_AUTHORITY, {32, 544}, GENERIC_ALL},
-        {SID_REVISION, 1, SECURITY_NT_AUTHORITY, {18, 0}, GENERIC_ALL},
-        {SID_REVISION, 2, SECURITY_NT_AUTHORITY, {32, 545}, GENERIC_READ | GENERIC_EXECUTE},
-    };
-    DWORD storage[32] = {};
+void SetProtectedList(const wchar_t* path, const std::vector<AceSpec>& aces) {
+    DWORD storage[64] = {};
     auto* list = reinterpret_cast<PACL>(storage);
     ::InitializeAcl(list, sizeof(storage), ACL_REVISION);
-    for (Trustee& trustee : trustees) {
-        if (trustee.subAuthorities[1] == 545 && !forReaders) {
-            continue;
-        }
-        ::IsValidSid(&trustee);
-        ::AddAccessAllowedAceEx(list, ACL_REVISION, OBJECT_INHERIT_ACE | CONTAINER_INHERIT_ACE,
-                                trustee.access, &trustee);
+    for (AceSpec ace : aces) {
+        ::IsValidSid(&ace.sid);
+        ::AddAccessAllowedAceEx(list, ACL_REVISION, ace.aceFlags, ace.accessMask, &ace.sid);
     }
     SetList(path, PROTECTED_DACL_SECURITY_INFORMATION, list);
 }
@@ -438,9 +403,9 @@ void ResetLists(const wchar_t* directory) {
     });
 }
 
-void Secure(const Directory& directory) {
+void Secure(const SecuredDirectory& directory) {
     Path target;
-    Resolve(directory, L"", target);
+    Resolve(directory.resolvePath, directory.path.c_str(), target);
     Show(target);
     CreateLevels(target);
     ForEachLevel(target, &IsLink);
@@ -451,8 +416,8 @@ void Secure(const Directory& directory) {
         Join(path, name);
         IsLink(path);
     });
-    SetProtectedList(target, directory.forReaders);
-    if (Attributes(target) != FILE_ATTRIBUTE_DIRECTORY) {
+    SetProtectedList(target, directory.aces);
+    if (!directory.applyToChildren || Attributes(target) != FILE_ATTRIBUTE_DIRECTORY) {
         return;
     }
     Names subdirectories;
@@ -463,7 +428,18 @@ void Secure(const Directory& directory) {
 
 // Adapters
 
-bool HasAdapter() {
+// Whether the pieces between the ".*" of a pattern stand in a lowered text, in their order.
+bool Matches(const wchar_t* text, std::wstring pattern) {
+    ::_wcslwr(pattern.data());
+    while (text != nullptr && !pattern.empty()) {
+        const std::size_t end = std::min(pattern.find(L".*"), pattern.size());
+        text = std::wcsstr(text, pattern.substr(0, end).c_str());
+        pattern.erase(0, end + 2);
+    }
+    return text != nullptr;
+}
+
+DWORD PresentAdapters() {
     HMODULE library = ::LoadLibraryExW(L"iphlpapi.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
     const auto getAdapters = reinterpret_cast<decltype(&::GetAdaptersAddresses)>(
         reinterpret_cast<void*>(::GetProcAddress(library, "GetAdaptersAddresses")));
@@ -473,25 +449,30 @@ bool HasAdapter() {
     auto* adapters = reinterpret_cast<IP_ADAPTER_ADDRESSES*>(storage.data());
     getAdapters(AF_UNSPEC, GAA_FLAG_INCLUDE_ALL_INTERFACES, nullptr, adapters, &size);
     ::FreeLibrary(library);
+    DWORD bitmask = 0;
     for (auto* adapter = adapters; adapter != nullptr; adapter = adapter->Next) {
-        const wchar_t* brand = std::wcsstr(::_wcslwr(adapter->Description), L"tarsel");
-        if (brand != nullptr && std::wcsstr(brand, L"qz311") != nullptr) {
-            return true;
-        }
+        const wchar_t* description = ::_wcslwr(adapter->Description);
+        const auto row = std::ranges::find_if(HardwarePatternTable, [&](const auto& each) {
+            return Matches(description, each.pattern);
+        });
+        bitmask |= row == HardwarePatternTable.end() ? 0 : row->mask;
     }
-    return false;
+    return bitmask;
 }
 
 void ConfigureByAdapters() {
     constexpr DWORD MatchTheAdapters = 1;
-    const bool present = HasAdapter();
+    const DWORD present = PresentAdapters();
     DWORD bitmask = ReadNumber(L"Tarsel_HWConfigDefault", MatchTheAdapters);
     if (bitmask == MatchTheAdapters) {
-        bitmask = present ? 2 : 0;
+        bitmask = present;
     }
     WriteNumber(L"SOFTWARE\\Tarsel\\Nimbus", L"Tarsel_HWConfig", bitmask);
-    if ((bitmask & 2) != 0) {
-        WriteNumber(Parameters, L"MultiInterface_Enabled", 1);
+    for (const FeatureRule& rule : FeatureRuleTable) {
+        const RegistrySetting& setting = (rule.mask & bitmask) != 0 ? rule.whenSet : rule.whenClear;
+        if (setting.root != nullptr) {
+            WriteNumber(setting.keyPath.c_str(), setting.valueName.c_str(), setting.number);
+        }
     }
 }
 
@@ -522,38 +503,31 @@ ITaskFolder* RootFolder(ITaskService* service) {
     return folder;
 }
 
-void ScheduleIdleTask() {
-    wchar_t image[MAX_PATH] = {};
-    DWORD size = MAX_PATH;
-    ::QueryFullProcessImageNameW(::GetCurrentProcess(), 0, image, &size);
-    Path expanded;
-    Expand(image, expanded);
-    wchar_t drive[260] = {};
-    wchar_t directory[260] = {};
-    ::_wsplitpath_s(expanded, drive, std::size(drive), directory, std::size(directory), nullptr, 0,
-                    nullptr, 0);
-    wchar_t xml[2048] = {};
-    ::_snwprintf(
-        xml, std::size(xml) - 1,
-        L"<?xml version=\"1.0\" encoding=\"UTF-16\"?><Task version=\"1.4\" "
-        L"xmlns=\"http://schemas.microsoft.com/windows/2004/02/mit/task\"><RegistrationInfo>"
-        L"<Author>Tarsel</Author><Description>VxIdle Task</Description><URI>\\VxIdleTask</URI>"
-        L"</RegistrationInfo><Triggers><IdleTrigger><Enabled>true</Enabled></IdleTrigger>"
-        L"</Triggers><Principals><Principal><GroupId>S-1-5-32-544</GroupId></Principal>"
-        L"</Principals><Settings><Enabled>true</Enabled><AllowStartOnDemand>true"
-        L"</AllowStartOnDemand><AllowHardTerminate>true</AllowHardTerminate>"
-        L"<DisallowStartIfOnBatteries>false</DisallowStartIfOnBatteries><StopIfGoingOnBatteries>"
-        L"false</StopIfGoingOnBatteries></Settings><Actions><Exec><Command>%ls%lsVxIdleTask.exe"
-        L"</Command></Exec></Actions></Task>",
-        drive, directory);
+void ScheduleTask(const ScheduledTaskEntry& task) {
+    std::wstring process = task.processName;
+    if (task.resolveInOwnFolder) {
+        wchar_t image[MAX_PATH] = {};
+        DWORD size = MAX_PATH;
+        ::QueryFullProcessImageNameW(::GetCurrentProcess(), 0, image, &size);
+        Path expanded;
+        Expand(image, expanded);
+        wchar_t drive[260] = {};
+        wchar_t directory[260] = {};
+        ::_wsplitpath_s(expanded, drive, std::size(drive), directory, std::size(directory), nullptr,
+                        0, nullptr, 0);
+        process = drive + (directory + process);
+    }
+    const std::wstring placeholder = L"##PROCESSNAME##";
+    std::wstring xml = task.taskXml;
+    xml.replace(xml.find(placeholder), placeholder.size(), process);
 
     ITaskService* service = ConnectTaskService();
     ITaskDefinition* definition = nullptr;
     Require(service->NewTask(0, &definition), "ITaskService::NewTask");
-    BSTR text = ::SysAllocString(xml);
+    BSTR text = ::SysAllocString(xml.c_str());
     definition->put_XmlText(text);
     ITaskFolder* folder = RootFolder(service);
-    BSTR name = ::SysAllocString(L"VxIdle Task");
+    BSTR name = ::SysAllocString(task.taskName.c_str());
     const VARIANT empty = {};
     IRegisteredTask* registered = nullptr;
     Require(folder->RegisterTaskDefinition(name, definition, TASK_CREATE_OR_UPDATE, empty, empty,
@@ -580,32 +554,34 @@ void DeleteStartupTask() {
 // Actions
 
 void Stop() {
-    QuitApplication();
-    for (const wchar_t* name : Stopped) {
-        Request(name, SERVICE_STOP);
-        Await(name, SERVICE_STOPPED);
+    for (const auto& [kind, name, title] : StopList) {
+        if (kind == EntryKind::QuitApp) {
+            QuitApplication(name, title);
+        } else {
+            Request(name.c_str(), SERVICE_STOP);
+            Await(name.c_str(), SERVICE_STOPPED);
+        }
     }
 }
 
 void Configure() {
-    DeleteStaleSettings();
-    CopyShippedFile(L"user.xml", false);
-    CopyShippedFile(L"oem.xml", true);
-    CopyShippedFile(L"vx.stg", true);
-    for (const Directory& directory : Secured) {
-        Secure(directory);
-    }
+    DeleteSettings();
+    std::ranges::for_each(FileTable, &CopyShippedFile);
+    std::ranges::for_each(SecuredDirectoryTable, &Secure);
     ConfigureByAdapters();
-    ScheduleIdleTask();
+    std::ranges::for_each(ScheduledTaskTable, &ScheduleTask);
     DeleteStartupTask();
     WriteNumber(Parameters, L"FirstRun", 0);
 }
 
 void Start() {
-    LaunchCompanion();
-    for (const wchar_t* name : Started) {
-        Request(name, SERVICE_START);
-        Await(name, SERVICE_RUNNING);
+    for (const auto& [kind, name, arguments] : StartList) {
+        if (kind == EntryKind::LaunchApp) {
+            Launch(name, arguments);
+        } else {
+            Request(name.c_str(), SERVICE_START);
+            Await(name.c_str(), SERVICE_RUNNING);
+        }
     }
 }
 
@@ -623,8 +599,8 @@ void RunOption(int argumentCount, const wchar_t* const* arguments) {
         Start();
     }
     if (std::wcscmp(option, L"/DISABLE") == 0) {
-        for (const wchar_t* name : Disabled) {
-            Request(name, SERVICE_CHANGE_CONFIG);
+        for (const ProcessEntry& entry : DisableList) {
+            Request(entry.name.c_str(), SERVICE_CHANGE_CONFIG);
         }
     }
     if (std::wcscmp(option, L"/?") == 0) {

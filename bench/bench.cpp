@@ -147,6 +147,7 @@ public:
         machine_.InstallProgram(L"empty_program.exe", L"empty.exe");
         machine_.InstallProgram(L"search_program.exe", L"search.exe");
         machine_.InstallProgram(L"without_lists.exe", L"without_lists.exe");
+        machine_.InstallProgram(L"finaset-verify.exe", L"finaset-verify.exe");
     }
 
     // Carries out a line.
@@ -192,6 +193,16 @@ private:
         TakeTurns({Program("Finaset", L"Finaset.exe", L"/CONFIGURE"),
                    Program("bare", L"bare.exe", L"/CONFIGURE")},
                   entries);
+        machine_.RemoveSetting(L"ImageCacheDirectory");
+    }
+
+    // Verifying such a directory once it is configured.
+    void Verify(int entries) {
+        machine_.WriteTextSetting(L"ImageCacheDirectory",
+                                  Files / (L"flat-" + std::to_wstring(entries)));
+        Subject verify = Program("verify", L"finaset-verify.exe", L"/CONFIGURE");
+        verify.mayFail = true;  // Wine invents access control lists
+        TakeTurns({Program("Finaset", L"Finaset.exe", L"/CONFIGURE"), verify}, entries);
         machine_.RemoveSetting(L"ImageCacheDirectory");
     }
 
@@ -271,7 +282,7 @@ private:
     }
 
     void StartServices() {
-        for (const std::wstring& name : test::ProductServices) {
+        for (const std::wstring& name : test::ProductServices()) {
             if (machine_.Service(name).State() != SERVICE_RUNNING) {
                 machine_.Service(name).Start();
             }
@@ -362,6 +373,7 @@ private:
         {"usage", &Bench::Usage},
         {"configure flat", &Bench::Configure},
         {"configure tree", &Bench::Configure},
+        {"verify configure flat", &Bench::Verify},
         {"search", &Bench::Search},
         {"file size", &Bench::FileSize},
         {"services", &Bench::Services},

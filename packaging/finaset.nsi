@@ -88,6 +88,7 @@ Section
 
     SetOutPath "$INSTDIR"
     File "${PAYLOAD}/Finaset.exe"
+    File "${PAYLOAD}/finaset-verify.exe"
     ; CHANGE: the product's programs. Finaset runs Unfinaset.exe if a machine cannot be secured.
     File "${PAYLOAD}/ZEFIR.exe"
     File "${PAYLOAD}/Quitline.exe"
@@ -154,6 +155,7 @@ Section Uninstall
 
     ; By name: a wildcard would delete other people's files. CHANGE: as above.
     Delete "$INSTDIR\Finaset.exe"
+    Delete "$INSTDIR\finaset-verify.exe"
     Delete "$INSTDIR\finaset.log"
     Delete "$INSTDIR\ZEFIR.exe"
     Delete "$INSTDIR\Quitline.exe"

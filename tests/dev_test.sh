@@ -33,6 +33,7 @@ expect 2 'bench takes --minutes and a number' bench --minutes
 expect 2 'bench takes --minutes and a number' bench --minutes 0
 expect 2 'bench takes --minutes and a number' bench --again 5
 expect 2 'windows-kit takes no argument' windows-kit all
+expect 2 'logs takes no argument' logs all
 expect 2 'lint takes no argument' lint src
 expect 2 'format takes no argument' format src
 

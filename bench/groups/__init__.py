@@ -2,10 +2,22 @@
 
 from .calls import Calls
 from .configuring import Configuring
+from .logs import Logs
 from .memory import Memory
 from .services import Services
 from .size import Size
 from .starting import Starting
 from .tools import Tools
+from .verifying import Verifying
 
-GROUPS = (Starting(), Configuring(), Services(), Calls(), Memory(), Tools(), Size())
+GROUPS = (
+    Starting(),
+    Configuring(),
+    Verifying(),
+    Services(),
+    Calls(),
+    Memory(),
+    Tools(),
+    Logs(),
+    Size(),
+)

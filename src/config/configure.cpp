@@ -42,7 +42,7 @@ bool Configure() {
         ConsolePrint("\r\nWrite Registry Settings.....\r\n");
         WriteSettings(WriteList);
         ConsolePrint("Computing Tarsel HW Bitmask\r\n");
-        g_hardwareBitmask = ComputeHardwareBitmask(L"Tarsel_HWConfigDefault", L"Tarsel_HWConfig");
+        g_hardwareBitmask = ComputeHardwareBitmask(HardwareBitmaskGateName, HardwareBitmaskName);
         ConsolePrint("Enabling Features by Tarsel HW Bitmask\r\n");
         EnableFeaturesByBitmask();
         ConsolePrint("\r\nScheduling Tasks.....\r\n");

@@ -14,6 +14,9 @@ struct PathResolver {
     bool separatorBeforeEmptyName;  // whether an empty name leaves the directory with a backslash
 
     std::wstring operator()(const std::wstring& name) const;
+
+    // The same for this directory, whatever the value names.
+    [[nodiscard]] std::wstring InDirectory(std::wstring directory, const std::wstring& name) const;
 };
 
 inline constexpr PathResolver ConfigurationFilesResolver = {

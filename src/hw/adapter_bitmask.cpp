@@ -16,7 +16,6 @@ std::uint32_t g_hardwareBitmask = 0;  // NOLINT(*-avoid-non-const-global-variabl
 
 namespace {
 
-constexpr wchar_t ResultKey[] = L"SOFTWARE\\Tarsel\\Nimbus";
 constexpr std::uint32_t MatchTheAdapters = 1;  // the gate's one value that is no bitmask
 
 // The platform's records of all adapters; empty on failure.
@@ -70,7 +69,7 @@ std::uint32_t ComputeHardwareBitmask(const std::wstring& gateValueName,
     }
 
     WriteSetting({.root = HKEY_LOCAL_MACHINE,
-                  .keyPath = ResultKey,
+                  .keyPath = HardwareBitmaskKey,
                   .valueName = resultValueName,
                   .type = REG_DWORD,
                   .number = bitmask});

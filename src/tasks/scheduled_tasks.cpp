@@ -13,7 +13,8 @@
 
 #include <cstddef>
 #include <optional>
-#include <string_view>
+
+const std::wstring ObsoleteTask = L"Tarsel Lumetra Startup Task";
 
 namespace {
 
@@ -23,10 +24,6 @@ using Utils::ComPointer;
 using Utils::ComString;
 using Utils::Exists;
 using Utils::MakeComString;
-
-// Allocated before the run: this task is deleted even when memory runs out.
-const std::wstring StartupTask = L"Tarsel Lumetra Startup Task";
-constexpr std::wstring_view ProcessPlaceholder = L"##PROCESSNAME##";
 
 // Each of these stops at the first failed call, and sets the error to it.
 
@@ -144,11 +141,7 @@ bool ScheduleTasks() {
 bool ScheduleTasks(std::span<const ScheduledTaskEntry> tasks) {
     bool result = true;
     for (const ScheduledTaskEntry& task : tasks) {
-        const std::wstring processPath =
-            task.resolveInOwnFolder
-                ? JoinPath(ParentDirectoryOf(GetProcessImagePath(::GetCurrentProcess())),
-                           task.processName)
-                : task.processName;
+        const std::wstring processPath = ProcessPathOf(task);
         std::wstring xml = task.taskXml;
         // Only the first one, and unescaped: an & in the path makes the XML invalid.
         if (const std::size_t position = xml.find(ProcessPlaceholder);
@@ -157,8 +150,15 @@ bool ScheduleTasks(std::span<const ScheduledTaskEntry> tasks) {
         }
         result = CreateScheduledTask(task.taskName, xml, processPath);
     }
-    DeleteScheduledTask(StartupTask);
+    DeleteScheduledTask(ObsoleteTask);
     return result;
+}
+
+std::wstring ProcessPathOf(const ScheduledTaskEntry& task) {
+    return task.resolveInOwnFolder
+               ? JoinPath(ParentDirectoryOf(GetProcessImagePath(::GetCurrentProcess())),
+                          task.processName)
+               : task.processName;
 }
 
 bool CreateScheduledTask(const std::wstring& taskName, const std::wstring& taskXml,

@@ -2,17 +2,28 @@
 
 #include <span>
 #include <string>
+#include <string_view>
+
+// Stands in a task's definition for the path of its program.
+inline constexpr std::wstring_view ProcessPlaceholder = L"##PROCESSNAME##";
+
+// The task that older installations left behind. A string from before the run: it is deleted even if
+// there is no memory left.
+extern const std::wstring ObsoleteTask;
 
 // One task for the Task Scheduler, to be registered in its root folder.
 struct ScheduledTaskEntry {
-    std::wstring taskXml;             // the definition, with ##PROCESSNAME## for the program's path
+    std::wstring taskXml;  // the definition, with ProcessPlaceholder for the program's path
     bool resolveInOwnFolder = false;  // whether the program is beside this one
     std::wstring processName;
     std::wstring taskName;
 };
 
-// Registers the product's tasks, and removes the one that older installations left. Returns the
-// result of the last registration, true if there was none.
+// The path of the program that the task runs.
+std::wstring ProcessPathOf(const ScheduledTaskEntry& task);
+
+// Registers the product's tasks, and removes the obsolete one. Returns the result of the last
+// registration, true if there was none.
 bool ScheduleTasks();
 
 // The same for other tasks.

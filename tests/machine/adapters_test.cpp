@@ -1,7 +1,8 @@
 // Whole runs on a machine that has real network adapters of all kinds of names.
 
-#include "machine/expected_log.h"
 #include "machine/machine.h"
+#include "support/expected_log.h"
+#include "support/fake_adapters.h"
 #include "support/file_contents.h"
 
 #include <windows.h>
@@ -14,7 +15,6 @@
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -31,10 +31,6 @@ const std::vector<std::wstring> AllAdapters = {
 const std::vector<std::wstring> WantedAdapters = {L"TarselQZ311", L"TARSEL_qz311_b",
                                                   L"tarselqz311.x", L"Tarsel\u00AEQZ311"};
 
-const std::string FeatureLine =
-    "Writing Registry Setting HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\Tarsel "
-    "Nimbus Network Service\\Parameters\\MultiInterface_Enabled=1\n";
-
 // The descriptions of the machine's adapters in the platform's order.
 std::vector<std::wstring> Descriptions() {
     ULONG size = 100'000;
@@ -50,27 +46,6 @@ std::vector<std::wstring> Descriptions() {
     return descriptions;
 }
 
-// The lines of the wanted adapters, in the platform's order.
-std::string FoundAdapters() {
-    std::string lines;
-    for (const std::wstring& description : Descriptions()) {
-        if (std::ranges::count(WantedAdapters, description) > 0) {
-            // A byte for each character.
-            std::string bytes;
-            std::ranges::transform(description, std::back_inserter(bytes),
-                                   [](wchar_t character) { return static_cast<char>(character); });
-            lines += "Found Adapter " + bytes + " to configure  Bitmask 0x2\n";
-        }
-    }
-    return lines;
-}
-
-// The log of a first configuring with these lines.
-std::string Configured(const std::string& found, const std::string& features) {
-    return DeletedSettings(true) + FilesOfAFirstInstallation + SecuredDirectories(true) +
-           RestOfConfigureWith(found, features);
-}
-
 class Adapters : public testing::Test {
 protected:
     void SetUp() override {
@@ -81,31 +56,39 @@ protected:
         machine.InstallProduct();
     }
 
-    void ExpectRun(const std::string& sections, const std::wstring& arguments = L"/CONFIGURE") {
+    // Runs the configure action, or all if there are no arguments, and expects its log and what it
+    // has found and written.
+    void ExpectRun(Course course, const std::wstring& arguments = L"/CONFIGURE") {
+        course.actions = arguments.empty() ? course.actions : 4;
+        course.adapters = Descriptions();
+        const auto before = machine.Describe().settings;
         const FinishedRun run = machine.Run(arguments);
-        EXPECT_EQ(run.log, WholeLog(sections));
+        EXPECT_EQ(run.log, LogOf(course));
         EXPECT_EQ(run.exitCode, 0U);
+        const MachineState after = machine.Describe();
+        EXPECT_EQ(after.hardwareBitmask, BitmaskOf(course));
+        EXPECT_EQ(after.settings, Configured(before, BitmaskOf(course)));
     }
+
+    const Course later = {.staleSettings = false, .configured = true};
 
     Machine machine;
 };
 
 TEST_F(Adapters, ThatAreWantedAreFoundInThePlatformsOrderAndEnableTheFeature) {
+    for (const std::wstring& adapter : AllAdapters) {
+        EXPECT_EQ(MaskOf(adapter).value_or(0) == 2, std::ranges::count(WantedAdapters, adapter) > 0)
+            << testing::PrintToString(adapter);
+    }
     machine.StartProduct();
-    ExpectRun(StopSection(AskedToQuit + AllServicesStopped) +
-                  Configured(FoundAdapters(), FeatureLine) + StartSection(AllStarted),
-              L"");
-    const MachineState after = machine.Describe();
-    EXPECT_EQ(after.hardwareBitmask, 2U);
-    EXPECT_EQ(after.settings, (std::map<std::wstring, std::wstring>{
-                                  {L"FirstRun", L"0"}, {L"MultiInterface_Enabled", L"1"}}));
+    ExpectRun({}, L"");
+    EXPECT_EQ(machine.Describe().settings.at(L"MultiInterface_Enabled"), L"1");
 }
 
 TEST_F(Adapters, AreFoundAgainEachTime) {
-    ExpectRun(Configured(FoundAdapters(), FeatureLine));
+    ExpectRun({});
     machine.WriteSetting(L"MultiInterface_Enabled", 0);
-    ExpectRun(DeletedSettings(false) + FilesOfAReinstallation + SecuredDirectories(false) +
-              RestOfConfigureWith(FoundAdapters(), FeatureLine));
+    ExpectRun(later);
     EXPECT_EQ(machine.Describe().settings.at(L"MultiInterface_Enabled"), L"1");
 }
 
@@ -121,20 +104,16 @@ TEST_F(Adapters, AreNotMatchedIfASettingSaysWhatTheHardwareIs) {
         machine.WriteStaleSettings();
         machine.RemoveSetting(L"MultiInterface_Enabled");
         machine.WriteSetting(L"Tarsel_HWConfigDefault", gate);
-        ExpectRun(Configured("", feature ? FeatureLine : ""));
-        const MachineState after = machine.Describe();
-        EXPECT_EQ(after.hardwareBitmask, gate);
-        EXPECT_EQ(after.settings.contains(L"MultiInterface_Enabled"), feature);
+        ExpectRun({.bitmask = gate});
+        EXPECT_EQ(machine.Describe().settings.contains(L"MultiInterface_Enabled"), feature);
     }
 }
 
 TEST_F(Adapters, AreMatchedIfTheSettingIs1OrNoNumber) {
     machine.WriteSetting(L"Tarsel_HWConfigDefault", 1);
-    ExpectRun(Configured(FoundAdapters(), FeatureLine));
+    ExpectRun({});
     machine.WriteTextSetting(L"Tarsel_HWConfigDefault", L"0");
-    ExpectRun(DeletedSettings(false) + FilesOfAReinstallation + SecuredDirectories(false) +
-              RestOfConfigureWith(FoundAdapters(), FeatureLine));
-    EXPECT_EQ(machine.Describe().hardwareBitmask, 2U);
+    ExpectRun(later);
 }
 
 TEST_F(Adapters, MatterToNoOptionButConfigure) {
@@ -149,7 +128,7 @@ TEST_F(Adapters, MatterToNoOptionButConfigure) {
 // If it were taken, there would be no adapters, or no run.
 TEST_F(Adapters, AreNotAskedOfALibraryThatLiesBesideTheProgram) {
     PutFile(machine.ProgramDirectory() / L"iphlpapi.dll", "not the system's");
-    ExpectRun(Configured(FoundAdapters(), FeatureLine));
+    ExpectRun({});
 }
 
 }  // namespace

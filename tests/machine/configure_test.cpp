@@ -1,9 +1,12 @@
 // Whole runs of the configure action, on machines in all kinds of states.
 
+#include "fs/file_table.h"
 #include "fs/path_helpers.h"
-#include "machine/expected_log.h"
+#include "fs/secured_directories.h"
 #include "machine/machine.h"
+#include "support/call_log.h"
 #include "support/environment_variable.h"
+#include "support/expected_log.h"
 #include "support/file_contents.h"
 
 #include <windows.h>
@@ -11,6 +14,7 @@
 #include <aclapi.h>
 #include <sddl.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <filesystem>
@@ -18,6 +22,7 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -26,29 +31,14 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace test;  // the expected log
+using enum test::Verdict;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// The text with each first piece replaced by its second: at its first place, or at all.
-std::string ReplaceIn(std::string text,
-                      const std::vector<std::pair<std::string, std::string>>& replacements,
-                      bool everywhere = false) {
-    for (const auto& [from, to] : replacements) {
-        std::size_t at = text.find(from);
-        EXPECT_NE(at, std::string::npos) << from;
-        while (at != std::string::npos) {
-            text.replace(at, from.size(), to);
-            at = everywhere ? text.find(from, at + to.size()) : std::string::npos;
-        }
-    }
-    return text;
-}
-
-// The securing the first time, but for an image cache that is there already.
-std::string SecuredWithImages() {
-    return ReplaceIn(SecuredDirectories(true), {{ImageCacheDirectory + " \t - \tSuccess",
-                                                 ImageCacheDirectory + " \t - \tFailure"}});
-}
+// The product's directories as the program names them.
+const std::string NimbusDirectory = (Machine::DataDirectory() / "Nimbus").string();
+const std::string ConfigurationDirectory = NimbusDirectory + "\\ConfigurationFiles\\";
+const std::string ImageCacheDirectory = (Machine::DataDirectory() / "ImageCache").string();
 
 // The access list of a path. Under Wine it is made up from the file's mode: lists that differ can
 // read back alike.
@@ -86,84 +76,48 @@ void OpenToEveryone(const std::filesystem::path& path) {
 
 using DataFiles = std::map<std::wstring, std::string>;
 
-// The data files after the shipped ones are copied to them.
-DataFiles Installed(DataFiles files) {
-    const std::wstring directory = L"Nimbus\\ConfigurationFiles\\";
-    files.try_emplace(directory + L"user.xml", "shipped user.xml");
-    files[directory + L"oem.xml"] = "shipped oem.xml";
-    files[directory + L"vx.stg"] = "shipped vx.stg";
-    return files;
-}
-
-// The settings after a run: without the directory that it forgets, and with the mark cleared.
-std::map<std::wstring, std::wstring> Configured(std::map<std::wstring, std::wstring> settings) {
-    settings.erase(L"ConfigFileDirectory");
-    settings[L"FirstRun"] = L"0";
-    return settings;
-}
-
-// The response to a securing failure, with the lines of the uninstall program.
-std::string ResponseOf(const std::string& uninstall) {
-    return "\n--------------------------\n"
-           "Uninstalling Product.....\n"
-           "--------------------------\n" +
-           uninstall +
-           "Security Vulnerability Securing Directories due to Failure Setting ACLs or Links "
-           "Detected - Uninstalling\n";
-}
-
 class Configure : public testing::Test {
 protected:
     Configure() { machine.InstallProduct(); }
 
     // Runs the action, and expects its log and that it changes nothing but the settings and the
     // data files, which are then `files`, or those that are there with the shipped ones.
-    void ExpectRun(const std::string& sections, const std::optional<DataFiles>& files = {}) {
+    void ExpectRun(Course course = {}, const std::optional<DataFiles>& files = {}) {
+        course.actions = 4;
         machine.WriteSetting(L"FirstRun", 1);
         const MachineState before = machine.Describe();
         const FinishedRun run = machine.Run(L"/CONFIGURE");
-        EXPECT_EQ(run.log, WholeLog(sections));
+        EXPECT_EQ(run.log, LogOf(course));
         EXPECT_EQ(run.exitCode, 0U);
         const MachineState after = machine.Describe();
         EXPECT_EQ(after.services, before.services);
         EXPECT_EQ(after.applications, before.applications);
         EXPECT_EQ(after.settings, Configured(before.settings));
-        EXPECT_EQ(after.dataFiles, files ? *files : Installed(before.dataFiles));
+        EXPECT_EQ(after.dataFiles, files ? *files : WithShippedFiles(before.dataFiles));
         EXPECT_FALSE(after.staleKey);
     }
 
-    [[nodiscard]] std::string UninstallProgram() const {
-        return (machine.ProgramDirectory() / L"Unfinaset.exe").string();
-    }
-
-    // The lines of an uninstall program that is quick.
-    [[nodiscard]] std::string QuickUninstall() const {
-        return "First Run - Starting " + UninstallProgram() + " Process\nFirst Run - Process " +
-               UninstallProgram() + " Ended (True)\n";
-    }
-
+    const Course later = {.staleSettings = false, .configured = true};
     Machine machine;
 };
 
 TEST_F(Configure, KeepsTheUsersFileAndReplacesTheOthersOnAReinstallation) {
-    ExpectRun(FirstConfigureSection);
-    const std::filesystem::path directory = Machine::ConfigurationDirectory();
-    PutFile(directory / "user.xml", "edited");
-    PutFile(directory / "oem.xml", "edited");
-    PutFile(directory / "vx.stg", "edited");
-    ExpectRun(LaterConfigureSection);
-    EXPECT_EQ(FileText(directory / "user.xml"), "edited");
+    ExpectRun();
+    for (const auto& [name, content] : machine.Describe().dataFiles) {
+        PutFile(Machine::DataDirectory() / name, "edited");
+    }
+    ExpectRun(later);
+    EXPECT_EQ(FileText(Machine::ConfigurationDirectory() / "user.xml"), "edited");
 }
 
 TEST_F(Configure, LeavesTheSameMachineHoweverOftenItRuns) {
-    ExpectRun(FirstConfigureSection);
-    for (const std::string& directory :
-         {NimbusDirectory, ConfigurationDirectory, ImageCacheDirectory, ActivityLogDirectory}) {
-        EXPECT_TRUE(std::filesystem::is_directory(directory)) << directory;
+    ExpectRun();
+    for (const SecuredDirectory& directory : SecuredDirectoryTable) {
+        EXPECT_TRUE(std::filesystem::is_directory(TargetOf(directory))) << TargetOf(directory);
     }
     const MachineState first = machine.Describe();
     for (int more = 0; more < 2; ++more) {
-        ExpectRun(LaterConfigureSection);
+        ExpectRun(later);
         const MachineState again = machine.Describe();
         EXPECT_EQ(again.settings, first.settings);
         EXPECT_EQ(again.dataFiles, first.dataFiles);
@@ -175,13 +129,14 @@ TEST_F(Configure, LeavesTheSameMachineHoweverOftenItRuns) {
 
 TEST_F(Configure, GoesOnWithoutTheDriverDirectory) {
     std::filesystem::remove_all(Machine::DriverDirectory());
-    ExpectRun(
-        DeletedSettings(true) + FilesOfNoInstallation + SecuredDirectories(true) + RestOfConfigure,
-        DataFiles());
+    for (const FileOperation& file : FileTable) {
+        std::filesystem::remove(ExpandEnvironmentPath(file.sourcePath));  // one that lies elsewhere
+    }
+    ExpectRun({.shipped = std::set<std::wstring>()}, DataFiles());
 }
 
 TEST_F(Configure, GoesOnAfterAReadOnlyDestination) {
-    ExpectRun(FirstConfigureSection);
+    ExpectRun();
     const std::filesystem::path file = Machine::ConfigurationDirectory() / L"oem.xml";
     PutFile(file, "read-only");
     ::SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_READONLY);
@@ -192,32 +147,24 @@ TEST_F(Configure, GoesOnAfterAReadOnlyDestination) {
                                          probe.c_str(), FALSE) != FALSE;
     ::SetFileAttributesW(probe.c_str(), FILE_ATTRIBUTE_NORMAL);
 
-    DataFiles files = Installed({});
+    DataFiles files = WithShippedFiles({});
     files[L"Nimbus\\ConfigurationFiles\\oem.xml"] = replaceable ? "shipped oem.xml" : "read-only";
-    ExpectRun(DeletedSettings(false) +
-                  ReplaceIn(FilesOfAReinstallation,
-                            {{"oem.xml \t - \tSuccess", "oem.xml \t - \tFailure"},
-                             {"oem.xml     overwriting =true\t - \tSuccess",
-                              std::string("oem.xml     overwriting =true\t - \t") +
-                                  (replaceable ? "Success" : "Failure")}}) +
-                  SecuredDirectories(false) + RestOfConfigure,
-              files);
+    Course course = later;
+    course.verdicts = {{"Deleting File " + file.string(), Bad},
+                       {" -> " + file.string(), replaceable ? Good : Bad}};
+    ExpectRun(course, files);
     ::SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_NORMAL);
 }
 
 TEST_F(Configure, GoesOnAfterADestinationThatIsADirectory) {
-    std::filesystem::create_directories(Machine::ConfigurationDirectory() / L"oem.xml");
-    DataFiles files = Installed({});
+    const std::filesystem::path path = Machine::ConfigurationDirectory() / L"oem.xml";
+    std::filesystem::create_directories(path);
+    DataFiles files = WithShippedFiles({});
     files.erase(L"Nimbus\\ConfigurationFiles\\oem.xml");
-    ExpectRun(DeletedSettings(true) +
-                  ReplaceIn(FilesOfAFirstInstallation,
-                            {{"ConfigurationFiles\\ \t - \tSuccess",
-                              "ConfigurationFiles\\ \t - \tFailure"},
-                             {"oem.xml     overwriting =true\t - \tSuccess",
-                              "oem.xml     overwriting =true\t - \tFailure"}}) +
-                  SecuredDirectories(true) + RestOfConfigure,
+    ExpectRun({.verdicts = {{"Deleting File " + path.string(), Bad}, {" -> " + path.string(), Bad}},
+               .there = {path.string()}},
               files);
-    EXPECT_TRUE(std::filesystem::is_directory(Machine::ConfigurationDirectory() / L"oem.xml"));
+    EXPECT_TRUE(std::filesystem::is_directory(path));
 }
 
 // What a value that names a directory holds, and which directory is then secured.
@@ -237,36 +184,27 @@ TEST_F(Configure, SecuresTheDirectoriesThatTheSettingsName) {
         {"a trailing backslash", REG_SZ, L"C:\\Elsewhere\\images\\", "C:\\Elsewhere\\images\\"},
         {"no string", REG_BINARY, L"C:\\Elsewhere\\images", ""},
     };
-    const std::string separators[] = {"", "\\"};  // what the program puts behind the directory
-    const std::wstring names[] = {L"ImageCacheDirectory", L"ActivityLogDirectory"};
-    const std::string defaults[] = {ImageCacheDirectory, ActivityLogDirectory};
+    // What the program puts behind the directory of each value.
+    const std::pair<std::wstring, std::string> names[] = {{L"ImageCacheDirectory", ""},
+                                                          {L"ActivityLogDirectory", "\\"}};
     for (const DirectoryValue& row : rows) {
-        for (std::size_t which : {0U, 1U}) {
+        for (const auto& [name, separator] : names) {
             SCOPED_TRACE(row.name);
             std::filesystem::remove_all(Machine::DataDirectory());
             std::filesystem::remove_all(L"C:\\Elsewhere");
             machine.WriteStaleSettings();
-            machine.WriteTextSetting(names[which], row.text, row.type);
-            const std::string directory =
-                row.secured.empty() ? defaults[which] : row.secured + separators[which];
-            ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation +
-                      ReplaceIn(SecuredDirectories(true), {{defaults[which], directory}}, true) +
-                      RestOfConfigure);
-            EXPECT_TRUE(std::filesystem::is_directory(directory));
-            machine.RemoveSetting(names[which]);
+            machine.WriteTextSetting(name, row.text, row.type);
+            Course course;
+            if (!row.secured.empty()) {
+                course.directories = {{name, row.text}};
+                EXPECT_TRUE(IsThereAfter(course, row.secured + separator));
+            }
+            ExpectRun(course);
+            EXPECT_EQ(std::filesystem::is_directory(row.secured), !row.secured.empty());
+            machine.RemoveSetting(name);
         }
     }
     std::filesystem::remove_all(L"C:\\Elsewhere");
-}
-
-// The log of a directory whose access list cannot be set.
-std::string NotSecured(const std::string& directory) {
-    return ReplaceIn(
-        Securing({.directory = directory}),
-        {{"Setting DACLs on File/Directory " + directory + " \t - \tSuccess",
-          "Setting DACLs on File/Directory " + directory + " \t - \tFailure"},
-         {"Setting Child Inheritance DACLs on File/Directory " + directory + " \t - \tSuccess\n",
-          ""}});
 }
 
 TEST_F(Configure, CannotSecureADirectoryThatCannotBe) {
@@ -285,12 +223,10 @@ TEST_F(Configure, CannotSecureADirectoryThatCannotBe) {
             // What the platform leaves of a text that is too long is its own business.
             const std::wstring shown =
                 ExpandEnvironmentPath(ExpandEnvironmentPath(image ? text : text + L"\\"));
-            ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation +
-                      "\nSecureFilesDirectories.....\n" + Securing({.directory = NimbusDirectory}) +
-                      Securing({.directory = ConfigurationDirectory}) +
-                      (image ? "" : Securing({.directory = ImageCacheDirectory, .created = true})) +
-                      NotSecured(std::string(shown.begin(), shown.end())) +
-                      ResponseOf(QuickUninstall()));
+            const std::string directory = "Directory " + Narrow(shown) + " \t";
+            ExpectRun({.verdicts = {{"Creating " + directory, Bad},
+                                    {"Setting DACLs on File/" + directory, Bad}},
+                       .directories = {{name, text}}});
             machine.RemoveSetting(name);
         }
     }
@@ -302,11 +238,7 @@ TEST_F(Configure, SecuresTheRootOfTheCurrentDriveForAnEmptyActivityLogDirectory)
     PutFile(L"C:\\Sandbox\\below\\file", "kept");
     const Drive drive(L'S', L"C:\\Sandbox");
     machine.WriteTextSetting(L"ActivityLogDirectory", L"");
-    ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation +
-              "\nSecureFilesDirectories.....\n" + Securing({.directory = NimbusDirectory}) +
-              Securing({.directory = ConfigurationDirectory}) +
-              Securing({.directory = ImageCacheDirectory, .created = true}) +
-              Securing({.directory = "\\"}) + RestOfConfigure);
+    ExpectRun({.directories = {{L"ActivityLogDirectory", L""}}});
     EXPECT_EQ(FileText(L"C:\\Sandbox\\below\\file"), "kept");
 }
 
@@ -325,7 +257,7 @@ TEST_F(Configure, ForgetsTheConfigurationDirectoryWhateverTheValueHolds) {
         std::filesystem::remove_all(Machine::DataDirectory());
         machine.WriteStaleSettings();
         machine.WriteTextSetting(L"ConfigFileDirectory", text, type);
-        ExpectRun(FirstConfigureSection);
+        ExpectRun();
     }
 }
 
@@ -352,8 +284,7 @@ TEST_F(Configure, ResetsWhatIsBelowADirectoryUnlessThatHasAnotherAttribute) {
             ASSERT_TRUE(::SetFileAttributesW(images.c_str(), FILE_ATTRIBUTE_HIDDEN));
         }
         ASSERT_EQ(::GetFileAttributesW(images.c_str()), hidden ? 0x12U : 0x10U);
-        ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation + SecuredWithImages() +
-                  RestOfConfigure);
+        ExpectRun({.there = {ImageCacheDirectory}});
         EXPECT_NE(AccessListOf(images), open);
         for (std::size_t i = 0; i < before.size(); ++i) {
             EXPECT_EQ(AccessListOf(paths[i]) == before[i], hidden) << paths[i];
@@ -372,9 +303,8 @@ TEST_F(Configure, SecuresATreeOf2000EntriesInSixLevels) {
     const std::filesystem::path deepest = level.parent_path() / L"file 332";
     OpenToEveryone(deepest);
     const std::wstring open = AccessListOf(deepest);
-    ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation + SecuredWithImages() +
-              RestOfConfigure);
-    EXPECT_EQ(machine.Describe().dataFiles.size(), 3U + 6 * 333U);
+    ExpectRun({.there = {ImageCacheDirectory}});
+    EXPECT_EQ(machine.Describe().dataFiles.size(), WithShippedFiles({}).size() + 6 * 333U);
     EXPECT_NE(AccessListOf(deepest), open);
 }
 
@@ -387,8 +317,7 @@ TEST_F(Configure, SecuresFilesOfAnyName) {
         OpenToEveryone(path);
         open[path] = AccessListOf(path);
     }
-    ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation + SecuredWithImages() +
-              RestOfConfigure);
+    ExpectRun({.there = {ImageCacheDirectory}});
     for (const auto& [path, list] : open) {
         EXPECT_NE(AccessListOf(path), list) << path;
     }
@@ -397,14 +326,10 @@ TEST_F(Configure, SecuresFilesOfAnyName) {
 // Every path is expanded once more before it is used, those of files too.
 TEST_F(Configure, CannotSecureAFileThatIsNamedLikeAVariable) {
     PutFile(Machine::DataDirectory() / L"ImageCache\\%TEMP%", "kept");
-    const std::string secured = ReplaceIn(
-        SecuredDirectories(true),
-        {{ImageCacheDirectory + " \t - \tSuccess", ImageCacheDirectory + " \t - \tFailure"}});
-    const std::string last =
-        "Setting Child Inheritance DACLs on File/Directory " + ImageCacheDirectory + " \t - \t";
-    ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation +
-              secured.substr(0, secured.find(last)) + last + "Failure\n" +
-              ResponseOf(QuickUninstall()));
+    ExpectRun({.verdicts = {{"Setting Child Inheritance DACLs on File/Directory " +
+                                 ImageCacheDirectory + " ",
+                             Bad}},
+               .there = {ImageCacheDirectory}});
     EXPECT_EQ(machine.Describe().dataFiles[L"ImageCache\\%TEMP%"], "kept");
 }
 
@@ -435,14 +360,19 @@ protected:
         EXPECT_EQ(AccessListOf(VictimDirectory), victimDirectoryAccess_);
     }
 
-    // The log on a link in the first directory, to the link.
-    static std::string InsecureNimbus() {
-        return DeletedSettings(true) + FilesOfAFirstInstallation +
-               "\nSecureFilesDirectories.....\n" +
-               Securing({.directory = NimbusDirectory, .childHasLink = true});
+    // That an entry of a directory is a link, or one of the levels of its path.
+    static Verdicts LinkIn(const std::string& directory) {
+        return {{"Verifying Children Files of Directory " + directory + " has", Bad}};
+    }
+    static Verdicts LinkAt(const std::string& directory) {
+        return {{"Verifying File/Directory " + directory + " has", Bad}};
     }
 
-    [[nodiscard]] std::string Response() const { return ResponseOf(QuickUninstall()); }
+    // A link in the first directory, and what becomes of the uninstall program.
+    static Course InsecureNimbus(Verdict uninstallProgram = Good) {
+        return {.verdicts = {{"Verifying Children", Bad}, {"Unfinaset.exe", uninstallProgram}},
+                .there = {NimbusDirectory}};
+    }
 
     static inline const std::filesystem::path VictimDirectory = L"C:\\Victim";
     static inline const std::filesystem::path VictimFile = VictimDirectory / L"file";
@@ -457,56 +387,39 @@ private:
 TEST_F(ConfigureWithALink, RespondsWithoutTheUninstallProgram) {
     machine.RemoveProgram(L"Unfinaset.exe");
     HardLink(Machine::DataDirectory() / L"Nimbus\\link");
-    ExpectRun(InsecureNimbus() +
-              ResponseOf("First Run - " + UninstallProgram() + "  DOES NOT EXIST\n"));
+    ExpectRun(InsecureNimbus(Absent));
 }
 
 TEST_F(ConfigureWithALink, RespondsThoughTheUninstallProgramDoesNotStart) {
     machine.RemoveProgram(L"Unfinaset.exe");
     PutFile(machine.ProgramDirectory() / L"Unfinaset.exe", "no program");
     HardLink(Machine::DataDirectory() / L"Nimbus\\link");
-    ExpectRun(InsecureNimbus() + ResponseOf("First Run - Starting " + UninstallProgram() +
-                                            " Process\nFirst Run - Process " + UninstallProgram() +
-                                            " Ended (False)\n"));
+    ExpectRun(InsecureNimbus(Bad));
 }
 
 TEST_F(ConfigureWithALink, GivesTheUninstallProgramUpAfter60SecondsAndLeavesItRunning) {
     machine.InstallProgram(L"stand_in_companion.exe", L"Unfinaset.exe");
     HardLink(Machine::DataDirectory() / L"Nimbus\\link");
     const FinishedRun run = machine.Run(L"/CONFIGURE");
-    EXPECT_EQ(run.log,
-              WholeLog(InsecureNimbus() + ResponseOf("First Run - Starting " + UninstallProgram() +
-                                                     " Process\nFirst Run - Process " +
-                                                     UninstallProgram() + " Ended (False)\n")));
+    Course course = InsecureNimbus(Bad);
+    course.actions = 4;
+    EXPECT_EQ(run.log, LogOf(course));
     EXPECT_THAT(run.duration, testing::AllOf(testing::Ge(60s), testing::Lt(80s)));
     const MachineState after = machine.Describe();
     EXPECT_THAT(after.applications, ElementsAre(L"Unfinaset.exe"));
-    EXPECT_EQ(after.settings, (std::map<std::wstring, std::wstring>{{L"FirstRun", L"0"}}));
+    EXPECT_EQ(after.settings, Configured({}));
     ExpectVictimUntouched();
 }
 
 TEST_F(ConfigureWithALink, EndsAtALinkAmongTheEntriesOfEachDirectory) {
-    struct Row {
-        std::string directory;
-        std::string before;  // the rows that are secured until then
-        bool reached;        // by the reset of what is below the first, links and all: meant
-    };
-    const std::string nimbus = Securing({.directory = NimbusDirectory});
-    const std::string files = nimbus + Securing({.directory = ConfigurationDirectory});
-    const std::string images =
-        files + Securing({.directory = ImageCacheDirectory, .created = true});
-    const Row rows[] = {
-        {NimbusDirectory, "", false},
-        {ConfigurationDirectory, nimbus, true},
-        {ImageCacheDirectory, files, false},
-        {ActivityLogDirectory, images, true},
-    };
-    for (const Row& row : rows) {
+    std::vector<std::string> before;  // the directories that are secured until then
+    for (const SecuredDirectory& row : SecuredDirectoryTable) {
+        const std::string directory = TargetOf(row);
         for (const bool hard : {true, false}) {
-            SCOPED_TRACE(row.directory + (hard ? ", hard link" : ", linked directory"));
+            SCOPED_TRACE(directory + (hard ? ", hard link" : ", linked directory"));
             std::filesystem::remove_all(Machine::DataDirectory());
             MakeVictim();
-            const std::filesystem::path path = std::filesystem::path(row.directory) / L"link";
+            const std::filesystem::path path = std::filesystem::path(directory) / L"link";
             std::filesystem::create_directories(path.parent_path());
             std::optional<DirectoryLink> link;
             if (hard) {
@@ -515,31 +428,31 @@ TEST_F(ConfigureWithALink, EndsAtALinkAmongTheEntriesOfEachDirectory) {
                 link.emplace(path, VictimDirectory);
             }
             machine.WriteStaleSettings();
-            // The configuration directory is there already when the link lies in it.
-            const bool there = row.directory == ConfigurationDirectory;
-            const std::string copied =
-                there ? ReplaceIn(FilesOfAFirstInstallation, {{"Success", "Failure"}})
-                      : FilesOfAFirstInstallation;
-            ExpectRun(DeletedSettings(true) + copied + "\nSecureFilesDirectories.....\n" +
-                      row.before + Securing({.directory = row.directory, .childHasLink = true}) +
-                      Response());
+            const Course course = {.verdicts = LinkIn(directory), .there = {directory}};
+            ExpectRun(course);
             // The rows behind it are not even created.
-            EXPECT_EQ(std::filesystem::exists(ImageCacheDirectory), &row >= &rows[2]);
-            EXPECT_EQ(std::filesystem::exists(ActivityLogDirectory), &row >= &rows[3]);
+            for (const SecuredDirectory& each : SecuredDirectoryTable) {
+                EXPECT_EQ(std::filesystem::exists(TargetOf(each)),
+                          IsThereAfter(course, TargetOf(each)))
+                    << TargetOf(each);
+            }
             EXPECT_EQ(FileText(VictimFile), "victim");
-            if (!row.reached) {
+            // The reset of what is below one before it reaches it, links and all: meant.
+            if (std::ranges::none_of(before, [&](const std::string& each) {
+                    return directory.starts_with(each + "\\");
+                })) {
                 ExpectVictimUntouched();
             }
         }
+        before.push_back(directory);
     }
+    EXPECT_FALSE(IsThereAfter({.verdicts = LinkIn(before[0])}, ImageCacheDirectory));
 }
 
 TEST_F(ConfigureWithALink, EndsAtALinkAtEachLevelOfADirectoryOfTheSettings) {
     const std::filesystem::path levels[] = {L"C:\\Elsewhere", L"C:\\Elsewhere\\one",
                                             L"C:\\Elsewhere\\one\\two"};
     const std::filesystem::path directory = levels[2];
-    const std::string files =
-        Securing({.directory = NimbusDirectory}) + Securing({.directory = ConfigurationDirectory});
     for (const bool image : {true, false}) {
         const wchar_t* name = image ? L"ImageCacheDirectory" : L"ActivityLogDirectory";
         machine.WriteTextSetting(name, directory.wstring());
@@ -552,12 +465,9 @@ TEST_F(ConfigureWithALink, EndsAtALinkAtEachLevelOfADirectoryOfTheSettings) {
                                                 directory.lexically_relative(level));
             std::filesystem::create_directories(level.parent_path());
             const DirectoryLink link(level, VictimDirectory);
-            ExpectRun(DeletedSettings(true) + FilesOfAFirstInstallation +
-                      "\nSecureFilesDirectories.....\n" + files +
-                      (image ? "" : Securing({.directory = ImageCacheDirectory, .created = true})) +
-                      Securing({.directory = directory.string() + (image ? "" : "\\"),
-                                .pathHasLink = true}) +
-                      Response());
+            ExpectRun({.verdicts = LinkAt(directory.string() + (image ? "" : "\\")),
+                       .there = {directory.string()},
+                       .directories = {{name, directory.wstring()}}});
             ExpectVictimUntouched();
         }
         machine.RemoveSetting(name);
@@ -566,30 +476,22 @@ TEST_F(ConfigureWithALink, EndsAtALinkAtEachLevelOfADirectoryOfTheSettings) {
 }
 
 TEST_F(ConfigureWithALink, EndsAtALinkInPlaceOfEachOfTheProductsDirectories) {
-    const std::string nimbus = Securing({.directory = NimbusDirectory});
-    const std::string linkInNimbus = Securing({.directory = NimbusDirectory, .childHasLink = true});
-    const std::pair<std::filesystem::path, std::string> rows[] = {
-        {Machine::DataDirectory(), Securing({.directory = NimbusDirectory, .pathHasLink = true})},
-        {NimbusDirectory, Securing({.directory = NimbusDirectory, .pathHasLink = true})},
+    const std::pair<std::filesystem::path, Verdicts> rows[] = {
+        {Machine::DataDirectory(), LinkAt(NimbusDirectory)},
+        {NimbusDirectory, LinkAt(NimbusDirectory)},
         // These two are entries of the first.
-        {Machine::ConfigurationDirectory(), linkInNimbus},
-        {Machine::DataDirectory() / L"Nimbus\\ActivityLog", linkInNimbus},
-        {ImageCacheDirectory,
-         nimbus + Securing({.directory = ConfigurationDirectory}) +
-             Securing({.directory = ImageCacheDirectory, .pathHasLink = true})},
+        {Machine::ConfigurationDirectory(), LinkIn(NimbusDirectory)},
+        {Machine::DataDirectory() / L"Nimbus\\ActivityLog", LinkIn(NimbusDirectory)},
+        {ImageCacheDirectory, LinkAt(ImageCacheDirectory)},
     };
-    for (const auto& [path, securing] : rows) {
+    for (const auto& [path, verdicts] : rows) {
         SCOPED_TRACE(path.string());
         std::filesystem::remove_all(Machine::DataDirectory());
         MakeVictim();
         machine.WriteStaleSettings();
         std::filesystem::create_directories(path.parent_path());
         const DirectoryLink link(path, VictimDirectory);
-        const bool there = path == Machine::ConfigurationDirectory();
-        ExpectRun(DeletedSettings(true) +
-                  (there ? ReplaceIn(FilesOfAFirstInstallation, {{"Success", "Failure"}})
-                         : FilesOfAFirstInstallation) +
-                  "\nSecureFilesDirectories.....\n" + securing + Response());
+        ExpectRun({.verdicts = verdicts, .there = {path.string()}});
         ExpectVictimUntouched();
     }
 }
@@ -597,7 +499,6 @@ TEST_F(ConfigureWithALink, EndsAtALinkInPlaceOfEachOfTheProductsDirectories) {
 TEST_F(ConfigureWithALink, EndsAtALinkAtOrAboveTheProgramDataDirectory) {
     const std::filesystem::path top = L"C:\\Elsewhere";
     const std::filesystem::path levels[] = {top, top / L"data"};
-    const std::string before = Machine::DataDirectory().parent_path().string();
     const EnvironmentVariable programData(L"ProgramData", levels[1].wstring());
     for (const std::filesystem::path& level : levels) {
         SCOPED_TRACE(level.string());
@@ -606,11 +507,8 @@ TEST_F(ConfigureWithALink, EndsAtALinkAtOrAboveTheProgramDataDirectory) {
         std::filesystem::create_directories(level.parent_path());
         std::filesystem::create_directories(VictimDirectory / levels[1].lexically_relative(level));
         const DirectoryLink link(level, VictimDirectory);
-        ExpectRun(ReplaceIn(DeletedSettings(true) + FilesOfAFirstInstallation +
-                                "\nSecureFilesDirectories.....\n" +
-                                Securing({.directory = NimbusDirectory, .pathHasLink = true}),
-                            {{before, levels[1].string()}}, /*everywhere=*/true) +
-                  Response());
+        ExpectRun(
+            {.verdicts = {{"Verifying File/Directory ", Bad}}, .there = {levels[1].string()}});
         ExpectVictimUntouched();
     }
     std::filesystem::remove_all(top);
@@ -618,25 +516,14 @@ TEST_F(ConfigureWithALink, EndsAtALinkAtOrAboveTheProgramDataDirectory) {
 
 // Meant; what it names is then reset like anything else below.
 TEST_F(ConfigureWithALink, DoesNotSeeAHardLinkOneLevelDeeper) {
-    const std::pair<std::string, std::string> rows[] = {
-        {NimbusDirectory, SecuredDirectories(true)},
-        {ConfigurationDirectory, SecuredDirectories(true)},
-        {ImageCacheDirectory, SecuredWithImages()},
-        {ActivityLogDirectory,
-         ReplaceIn(SecuredDirectories(true), {{ActivityLogDirectory + " \t - \tSuccess",
-                                               ActivityLogDirectory + " \t - \tFailure"}})},
-    };
-    for (const auto& [directory, log] : rows) {
+    for (const SecuredDirectory& row : SecuredDirectoryTable) {
+        const std::string directory = TargetOf(row);
         SCOPED_TRACE(directory);
         std::filesystem::remove_all(Machine::DataDirectory());
         MakeVictim();
         machine.WriteStaleSettings();
         HardLink(std::filesystem::path(directory) / L"below\\link");
-        const bool there = directory == ConfigurationDirectory;
-        ExpectRun(DeletedSettings(true) +
-                  (there ? ReplaceIn(FilesOfAFirstInstallation, {{"Success", "Failure"}})
-                         : FilesOfAFirstInstallation) +
-                  log + RestOfConfigure);
+        ExpectRun({.there = {directory}});
         EXPECT_EQ(FileText(VictimFile), "victim");
     }
 }
@@ -647,8 +534,7 @@ TEST_F(ConfigureWithALink, StartsAndDisablesNothingAfterwards) {
     const Utils::KernelHandle application = machine.StartProduct();
     MachineState expected = machine.Describe();
     const FinishedRun run = machine.Run();
-    EXPECT_EQ(run.log, WholeLog(StopSection(AskedToQuit + AllServicesStopped) + InsecureNimbus() +
-                                Response()));
+    EXPECT_EQ(run.log, LogOf(InsecureNimbus()));
     EXPECT_EQ(run.exitCode, 0U);
     EXPECT_TRUE(Ended(application, 10s));
     for (auto& [name, service] : expected.services) {
@@ -658,7 +544,7 @@ TEST_F(ConfigureWithALink, StartsAndDisablesNothingAfterwards) {
     EXPECT_EQ(after.services, expected.services);
     EXPECT_THAT(after.applications, IsEmpty());
     EXPECT_EQ(after.settings, Configured(expected.settings));
-    EXPECT_EQ(after.dataFiles, Installed(expected.dataFiles));
+    EXPECT_EQ(after.dataFiles, WithShippedFiles(expected.dataFiles));
     EXPECT_THAT(machine.StartsOf(L"BriskoLU.exe"), IsEmpty());
     EXPECT_EQ(machine.StartsOf(L"Unfinaset.exe").size(), 1U);
     ExpectVictimUntouched();

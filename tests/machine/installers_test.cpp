@@ -1,9 +1,9 @@
 // The two installers, run as they are rolled out, without a window: they lay down the product, run
 // the program, and take everything away again.
 
-#include "machine/expected_log.h"
 #include "machine/machine.h"
 #include "shared/owner.h"
+#include "support/expected_log.h"
 #include "support/file_contents.h"
 #include "support/installed_service.h"
 
@@ -19,6 +19,7 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <ostream>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -27,9 +28,12 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace test;  // the expected log
+using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
+using testing::ElementsAreArray;
 using testing::IsEmpty;
+using testing::Not;
 using testing::SizeIs;
 
 const std::wstring Version = L"" FINASET_VERSION;
@@ -110,17 +114,17 @@ std::string NameOf(const testing::TestParamInfo<Installer>& installer) {
     return installer.param.name;
 }
 
-// The state of each of the product's services, in its order.
-std::vector<DWORD> ServiceStates() {
+// The state of each of the product's services, by its name.
+std::map<std::wstring, DWORD> ServiceStates() {
     const Utils::ServiceHandle manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
-    std::vector<DWORD> states;
-    for (const std::wstring& name : ProductServices) {
+    std::map<std::wstring, DWORD> states;
+    for (const std::wstring& name : ProductServices()) {
         const Utils::ServiceHandle service(
             ::OpenServiceW(manager.Get(), name.c_str(), SERVICE_QUERY_STATUS));
         SERVICE_STATUS status = {};
-        states.push_back(service && ::QueryServiceStatus(service.Get(), &status)
-                             ? status.dwCurrentState
-                             : NotThere);
+        states[name] = service && ::QueryServiceStatus(service.Get(), &status)
+                           ? status.dwCurrentState
+                           : NotThere;
     }
     return states;
 }
@@ -164,19 +168,23 @@ std::vector<std::wstring> FilesIn(const std::filesystem::path& directory) {
 // What a version has laid down in the program's directory, with the log.
 std::vector<std::wstring> FilesOf(const std::wstring& version,
                                   const std::vector<std::wstring>& others) {
-    std::vector<std::wstring> files = {
-        L"BriskoLU.exe", L"Finaset.exe",   L"ProductService.exe",
-        L"Quitline.exe", L"Unfinaset.exe", L"VxIdleTask.exe",
-        L"ZEFIR.exe",    L"finaset.log",   L"ReleaseNotes-" + version + L".txt"};
+    std::vector<std::wstring> files = {L"BriskoLU.exe",       L"Finaset.exe",
+                                       L"ProductService.exe", L"Quitline.exe",
+                                       L"Unfinaset.exe",      L"VxIdleTask.exe",
+                                       L"ZEFIR.exe",          L"finaset-verify.exe",
+                                       L"finaset.log",        L"ReleaseNotes-" + version + L".txt"};
     files.insert(files.end(), others.begin(), others.end());
     std::ranges::sort(files);
     return files;
 }
 
+// The configuration files that the installers bring.
+const std::set<std::wstring> ShippedFiles = {L"oem.xml", L"user.xml", L"vx.stg"};
+
 // The data of a machine that was configured by a version the first time.
 std::map<std::wstring, std::string> ConfigurationOf(const std::wstring& version) {
     std::map<std::wstring, std::string> files;
-    for (const std::wstring name : {L"user.xml", L"oem.xml", L"vx.stg"}) {
+    for (const std::wstring& name : ShippedFiles) {
         const std::wstring content = name + L" of " + version;
         files[L"Nimbus\\ConfigurationFiles\\" + name] = {content.begin(), content.end()};
     }
@@ -209,16 +217,17 @@ protected:
     void ExpectInstalled(const std::wstring& version) const {
         EXPECT_THAT(InstalledVersions(), ElementsAre(version));
         EXPECT_EQ(FilesIn(machine.ProgramDirectory()), FilesOf(version, GetParam().ownFiles));
-        EXPECT_THAT(FilesIn(Machine::DriverDirectory()),
-                    ElementsAre(L"oem.xml", L"user.xml", L"vx.stg"));
-        EXPECT_THAT(ServiceStates(), ElementsAre(Stopped, Stopped, Stopped, Stopped, Running,
-                                                 Running, Running, Running));
+        EXPECT_THAT(FilesIn(Machine::DriverDirectory()), ElementsAreArray(ShippedFiles));
+        std::vector<std::wstring> running = {L"BriskoLU.exe"};
+        for (const auto& [name, serviceState] : ServiceStates()) {
+            EXPECT_EQ(serviceState, IsStarted(name) ? Running : Stopped)
+                << testing::PrintToString(name);
+            running.resize(running.size() + (IsStarted(name) ? 1 : 0), L"ProductService.exe");
+        }
         const MachineState state = machine.Describe();
-        EXPECT_THAT(state.applications,
-                    ElementsAre(L"BriskoLU.exe", L"ProductService.exe", L"ProductService.exe",
-                                L"ProductService.exe", L"ProductService.exe"));
-        EXPECT_EQ(state.settings, (std::map<std::wstring, std::wstring>{{L"FirstRun", L"0"}}));
-        EXPECT_THAT(state.tasks, ElementsAre(L"VxIdle Task"));
+        EXPECT_EQ(state.applications, running);
+        EXPECT_EQ(state.settings, Configured({}));
+        EXPECT_EQ(state.tasks, ProductTasks());
         EXPECT_EQ(state.hardwareBitmask, 0U);
     }
 
@@ -226,17 +235,21 @@ protected:
 };
 
 // All services are there, and none of them runs.
-std::string NothingToStop() {
-    return StopSection(ApplicationNotFound + NoServiceStopped);
+Course Installation(bool first) {
+    return {.verdicts = NothingRuns,
+            .staleSettings = false,
+            .configured = !first,
+            .shipped = ShippedFiles};
 }
 
 TEST_P(Installers, RunTheProgramAsTheirLastStepAndKeepItsLog) {
     EXPECT_EQ(Install(Version), 0U);
-    EXPECT_EQ(Log(),
-              WholeLog(NothingToStop() + DeletedSettings(false) + FilesOfAFirstInstallation +
-                       SecuredDirectories(true) + RestOfConfigure + StartSection(AllStarted)));
+    EXPECT_EQ(Log(), LogOf(Installation(/*first=*/true)));
     ExpectInstalled(Version);
     EXPECT_EQ(machine.Describe().dataFiles, ConfigurationOf(Version));
+    EXPECT_EQ(RunToEnd(L"\"" + (machine.ProgramDirectory() / L"finaset-verify.exe").wstring() +
+                       L"\" /START"),
+              0U);
 }
 
 TEST_P(Installers, ReplaceAnOlderVersionThatIsInUseAndKeepItsUsersConfiguration) {
@@ -247,7 +260,7 @@ TEST_P(Installers, ReplaceAnOlderVersionThatIsInUseAndKeepItsUsersConfiguration)
     EXPECT_EQ(Install(NextVersion), 0U);
     EXPECT_TRUE(Ended(application, QuitLimit));
     // The older version was asked to stop before it was removed.
-    EXPECT_EQ(Log(), WholeLog(NothingToStop() + LaterConfigureSection + StartSection(AllStarted)));
+    EXPECT_EQ(Log(), LogOf(Installation(/*first=*/false)));
     ExpectInstalled(NextVersion);
     auto expected = ConfigurationOf(NextVersion);
     expected[L"Nimbus\\ConfigurationFiles\\user.xml"] = "the user's own";
@@ -260,7 +273,7 @@ TEST_P(Installers, RepairAnInstallationThatIsInUse) {
     machine.RemoveProgram(L"ZEFIR.exe");
 
     EXPECT_EQ(Install(Version, GetParam().repair), 0U);
-    EXPECT_EQ(Log(), WholeLog(NothingToStop() + LaterConfigureSection + StartSection(AllStarted)));
+    EXPECT_EQ(Log(), LogOf(Installation(/*first=*/false)));
     ExpectInstalled(Version);
 }
 
@@ -277,13 +290,13 @@ TEST_P(Installers, TakeAwayWhatTheyLaidDownAndLeaveTheProductsData) {
 
     EXPECT_EQ(GetParam().uninstall(Version), 0U);
     EXPECT_THAT(InstalledVersions(), IsEmpty());
-    EXPECT_THAT(ServiceStates(), Each(NotThere));
+    EXPECT_THAT(ServiceStates(), Each(testing::Pair(testing::_, NotThere)));
     EXPECT_FALSE(std::filesystem::exists(VendorDirectory()));
     EXPECT_FALSE(std::filesystem::exists(Machine::DriverDirectory().parent_path()));
     const MachineState state = machine.Describe();
     EXPECT_THAT(state.applications, IsEmpty());
     EXPECT_THAT(state.settings, IsEmpty());
-    EXPECT_THAT(state.tasks, IsEmpty());
+    EXPECT_THAT(state.tasks, Not(Contains(L"VxIdle Task")));  // whose program is theirs
     EXPECT_EQ(state.dataFiles, ConfigurationOf(Version));
 }
 

@@ -1,10 +1,17 @@
 #include "machine/machine.h"
 
+#include "config/settings_tables.h"
+#include "fs/file_table.h"
+#include "fs/path_helpers.h"
 #include "machine/stand_ins/stand_in.h"
+#include "proc/process_lists.h"
+#include "support/call_log.h"
 #include "support/end_process.h"
+#include "support/expected_log.h"
 #include "support/file_contents.h"
 #include "support/on_wine.h"
 #include "support/registry_contents.h"
+#include "tasks/task_table.h"
 
 #include <windows.h>
 
@@ -21,17 +28,6 @@
 
 namespace test {
 
-const std::vector<std::wstring> ProductServices = {
-    L"brisko network service x64",
-    L"hvnetsvc",
-    L"Corvo",
-    L"TarselHubService",
-    L"Tarsel Nimbus Network Service",
-    L"Ardex",
-    L"Tarsel Metrics Service",
-    L"Tarsel Data Relay Service",
-};
-
 namespace {
 
 using Utils::KernelHandle;
@@ -47,7 +43,6 @@ constexpr wchar_t TaskServiceKey[] =
 constexpr wchar_t TaskServiceServerKey[] =
     L"SOFTWARE\\Classes\\CLSID\\{0F87369F-A4E5-4CFC-BD3E-73E6154572DD}\\InprocServer32";
 constexpr wchar_t TaskServiceLibraryName[] = L"stand_in_task_service.dll";
-constexpr wchar_t ShippedFiles[][9] = {L"user.xml", L"oem.xml", L"vx.stg"};
 constexpr DWORD RunLimitMs = 180'000;   // no run lasts so long
 constexpr DWORD ReadyLimitMs = 30'000;  // no stand-in needs so long to be ready
 
@@ -225,7 +220,68 @@ std::map<std::wstring, std::wstring> ReadSettings() {
     return settings;
 }
 
+std::string ShippedText(const FileOperation& file) {
+    return "shipped " + Narrow(file.fileName);
+}
+
 }  // namespace
+
+const std::vector<std::wstring>& ProductServices() {
+    static const std::vector<std::wstring> services = [] {
+        std::vector<std::wstring> names;
+        for (const auto* list : {&StopList, &StartList, &DisableList}) {
+            for (const ProcessEntry& entry : *list) {
+                if (entry.kind == EntryKind::Service &&
+                    std::ranges::count(names, entry.name) == 0) {
+                    names.push_back(entry.name);
+                }
+            }
+        }
+        return names;
+    }();
+    return services;
+}
+
+bool IsStarted(const std::wstring& service) {
+    return std::ranges::count(StartList, service, &ProcessEntry::name) > 0;
+}
+
+std::map<std::wstring, std::string> WithShippedFiles(std::map<std::wstring, std::string> files) {
+    for (const FileOperation& file : FileTable) {
+        const std::filesystem::path path =
+            std::filesystem::path(DestinationOf(file)).lexically_relative(Machine::DataDirectory());
+        if (!path.empty() && *path.begin() != L".." && (file.overwrite || !files.contains(path))) {
+            files[path] = ShippedText(file);
+        }
+    }
+    return files;
+}
+
+std::map<std::wstring, std::wstring> Configured(std::map<std::wstring, std::wstring> settings,
+                                                std::uint32_t bitmask) {
+    for (const RegistrySetting& setting : DeleteList) {
+        if (setting.keyPath == ParametersKey) {
+            settings.erase(setting.valueName);
+        }
+    }
+    for (const RegistrySetting& setting : FeaturesOf(bitmask)) {
+        if (setting.keyPath == ParametersKey) {
+            settings[setting.valueName] =
+                setting.type == REG_DWORD ? std::to_wstring(setting.number) : setting.text;
+        }
+    }
+    settings[L"FirstRun"] = L"0";
+    return settings;
+}
+
+std::vector<std::wstring> ProductTasks() {
+    std::vector<std::wstring> names;
+    for (const ScheduledTaskEntry& task : ScheduledTaskTable) {
+        names.push_back(task.taskName);
+    }
+    std::ranges::sort(names);
+    return names;
+}
 
 Machine::Machine(std::filesystem::path programDirectory) : directory_(std::move(programDirectory)) {
     std::filesystem::create_directories(directory_);
@@ -256,8 +312,13 @@ Machine::~Machine() {
         }
     }
     std::filesystem::remove_all(directory_, ignored);
+    std::filesystem::remove(directory_.parent_path(), ignored);  // if nothing else is there
     std::filesystem::remove_all(DriverDirectory().parent_path(), ignored);
     std::filesystem::remove_all(DataDirectory(), ignored);
+    for (const FileOperation& file : FileTable) {  // wherever else they are
+        std::filesystem::remove(ExpandEnvironmentPath(file.sourcePath), ignored);
+        std::filesystem::remove(DestinationOf(file), ignored);
+    }
     ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, StaleVendorKey);
     ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, ResultVendorKey);
     ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, ParametersKey.c_str());
@@ -265,10 +326,18 @@ Machine::~Machine() {
 }
 
 void Machine::InstallProduct(const std::wstring& ways) {
-    InstallProgram(L"stand_in_application.exe", L"ZEFIR.exe");
+    for (const ProcessEntry& entry : StopList) {
+        if (entry.kind == EntryKind::QuitApp) {
+            InstallProgram(L"stand_in_application.exe", entry.name);
+        }
+    }
     InstallProgram(L"stand_in_quit_helper.exe", L"Quitline.exe");
-    InstallProgram(L"stand_in_companion.exe", L"BriskoLU.exe");
-    for (const std::wstring& name : ProductServices) {
+    for (const ProcessEntry& entry : StartList) {
+        if (entry.kind == EntryKind::LaunchApp) {
+            InstallProgram(L"stand_in_companion.exe", entry.name);
+        }
+    }
+    for (const std::wstring& name : ProductServices()) {
         InstallService(name, ways);
     }
     InstallProgram(L"stand_in_uninstaller.exe", L"Unfinaset.exe");
@@ -278,8 +347,8 @@ void Machine::InstallProduct(const std::wstring& ways) {
 }
 
 void Machine::InstallShippedFiles() {
-    for (const std::wstring name : ShippedFiles) {
-        PutFile(DriverDirectory() / name, "shipped " + std::string(name.begin(), name.end()));
+    for (const FileOperation& file : FileTable) {
+        PutFile(ExpandEnvironmentPath(file.sourcePath), ShippedText(file));
     }
 }
 
@@ -333,7 +402,13 @@ KernelHandle Machine::StartProduct() {
     for (const auto& [name, service] : services_) {
         service.Start();
     }
-    return StartApplication(L"ZEFIR.exe");
+    std::vector<KernelHandle> applications;
+    for (const auto& [kind, name, title] : StopList) {
+        if (kind == EntryKind::QuitApp) {
+            applications.push_back(StartApplication(name, title));
+        }
+    }
+    return std::move(applications.front());
 }
 
 KernelHandle Machine::StartApplication(const std::wstring& fileName, const std::wstring& title) {

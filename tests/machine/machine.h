@@ -16,8 +16,11 @@
 
 namespace test {
 
-// The services of the product, in the order in which a run stops them.
-extern const std::vector<std::wstring> ProductServices;
+// The services of the product's lists, in the order in which a run stops them, and then the others.
+const std::vector<std::wstring>& ProductServices();
+
+// Whether a run starts the service.
+bool IsStarted(const std::wstring& service);
 
 // A finished run of the program.
 struct FinishedRun {
@@ -36,6 +39,13 @@ struct MachineState {
     std::vector<std::wstring> tasks;                // the scheduled ones, by name, sorted
     std::optional<DWORD> hardwareBitmask;           // that a run keeps
 };
+
+// What the configure action makes of the data files and of the settings of a machine, by the
+// product's tables; and the names of the product's tasks, sorted.
+std::map<std::wstring, std::string> WithShippedFiles(std::map<std::wstring, std::string> files);
+std::map<std::wstring, std::wstring> Configured(std::map<std::wstring, std::wstring> settings,
+                                                std::uint32_t bitmask = 0);
+std::vector<std::wstring> ProductTasks();
 
 // The machine that this program runs on, with the product on it: the shipping program, and small
 // real programs that stand in for the product's others. It starts out without the product, and has
@@ -71,8 +81,8 @@ public:
     // The definitions of the tasks that were registered, in order. On Wine, as above.
     [[nodiscard]] static std::vector<std::string> TaskDefinitions();
 
-    // Everything that runs on a machine in use: all services, and the application with its window,
-    // whose process is returned.
+    // Everything that runs on a machine in use: all services, and each application that a run asks
+    // to quit, with its window. Returns the first one's process.
     Utils::KernelHandle StartProduct();
 
     // Starts a program of the product that has a window, and returns when the window is there.

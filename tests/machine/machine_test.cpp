@@ -1,15 +1,16 @@
 #include "machine/machine.h"
 
-#include "machine/expected_log.h"
 #include "machine/linked_libraries.h"
-#include "support/log_texts.h"
+#include "proc/process_lists.h"
+#include "support/expected_log.h"
 #include "support/on_wine.h"
 
 #include <chrono>
+#include <cstdint>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <initializer_list>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -18,6 +19,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace test;  // the expected log
+using enum test::Verdict;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::Ge;
@@ -31,31 +33,28 @@ constexpr DWORD Running = SERVICE_RUNNING;
 
 constexpr std::chrono::seconds QuitLimit{10};  // for an application that was asked to quit
 
-// The log of a default run on a machine that has nothing of the product.
-std::string DefaultLogOfAnEmptyMachine() {
-    return WholeLog(StopSection(ApplicationNotFound + NoServiceStopped) + EmptyConfigureSection +
-                    StartSection(NothingStarted));
+// A run with these actions on a machine that has nothing of the product.
+Course OnAnEmptyMachine(std::uint32_t actions = 1 | 4 | 8) {
+    return {.actions = actions,
+            .verdicts = NothingInstalled,
+            .staleSettings = false,
+            .shipped = std::set<std::wstring>()};
 }
 
-// The data files of a machine that was configured from the shipped ones.
-std::map<std::wstring, std::string> ShippedConfiguration() {
-    return {{L"Nimbus\\ConfigurationFiles\\oem.xml", "shipped oem.xml"},
-            {L"Nimbus\\ConfigurationFiles\\user.xml", "shipped user.xml"},
-            {L"Nimbus\\ConfigurationFiles\\vx.stg", "shipped vx.stg"}};
-}
+// No service runs that could be stopped, but the application does.
+const Verdicts NoServiceRuns = {{"Stopping ", Bad}, {"Stopping Application ", Good}};
 
-// The state of each service, in the product's order.
-std::vector<DWORD> ServiceStates(const MachineState& state) {
-    std::vector<DWORD> states;
-    states.reserve(test::ProductServices.size());
-    for (const std::wstring& name : test::ProductServices) {
-        states.push_back(state.services.at(name).state);
+// That of the services those that a run starts are in this state, and the others are stopped.
+void ExpectServices(const MachineState& state, DWORD started) {
+    for (const auto& [name, service] : state.services) {
+        EXPECT_EQ(service.state, IsStarted(name) ? started : Stopped)
+            << testing::PrintToString(name);
     }
-    return states;
+    EXPECT_EQ(state.services.size(), ProductServices().size());
 }
 
 // The command line that a program with blanks in its path is started with, as it arrives there.
-std::string Started(const std::filesystem::path& program, const std::string& arguments) {
+std::string CommandLine(const std::filesystem::path& program, const std::string& arguments) {
     const std::string quote = test::OnWine() ? "\"" : "";
     return quote + program.string() + quote + " " + arguments;
 }
@@ -83,16 +82,17 @@ void ExpectState(const Machine& machine, const MachineState& expected) {
     EXPECT_EQ(actual.hardwareBitmask, expected.hardwareBitmask);
 }
 
-// Gives each service its state, in the product's order.
-void SetServiceStates(MachineState& state, std::initializer_list<DWORD> states) {
-    auto name = test::ProductServices.begin();
-    for (const DWORD each : states) {
-        state.services.at(*name++).state = each;
+// The machine after a run that starts what is to run.
+MachineState Started(MachineState state) {
+    for (auto& [name, service] : state.services) {
+        service.state = IsStarted(name) ? Running : Stopped;
     }
+    state.applications = {L"BriskoLU.exe"};
+    return state;
 }
 
-void ExpectLog(const FinishedRun& run, const std::string& log) {
-    EXPECT_EQ(run.log, log);
+void ExpectLog(const FinishedRun& run, const Course& course) {
+    EXPECT_EQ(run.log, LogOf(course));
     EXPECT_EQ(run.exitCode, 0U);
 }
 
@@ -101,28 +101,27 @@ TEST(Machine, TheDefaultRunQuitsTheApplicationStopsAllServicesAndStartsWhatIsToR
     machine.InstallProduct();
     const Utils::KernelHandle application = machine.StartProduct();
     const MachineState before = machine.Describe();
-    EXPECT_THAT(ServiceStates(before), ElementsAre(Running, Running, Running, Running, Running,
-                                                   Running, Running, Running));
+    for (const auto& [name, service] : before.services) {
+        EXPECT_EQ(service.state, Running) << testing::PrintToString(name);
+    }
 
-    ExpectLog(machine.Run(), WholeLog(StopSection(AskedToQuit + AllServicesStopped) +
-                                      FirstConfigureSection + StartSection(AllStarted)));
+    ExpectLog(machine.Run(), {});
 
     EXPECT_TRUE(Ended(application, QuitLimit));
     const MachineState after = machine.Describe();
     ExpectOnlyStatesDiffer(before, after);
-    EXPECT_THAT(ServiceStates(after), ElementsAre(Stopped, Stopped, Stopped, Stopped, Running,
-                                                  Running, Running, Running));
+    ExpectServices(after, Running);
     EXPECT_THAT(after.applications, ElementsAre(L"BriskoLU.exe"));
-    EXPECT_EQ(after.settings, (std::map<std::wstring, std::wstring>{{L"FirstRun", L"0"}}));
+    EXPECT_EQ(after.settings, Configured({}));
     EXPECT_FALSE(after.staleKey);
     EXPECT_EQ(before.hardwareBitmask, std::nullopt);
     EXPECT_EQ(after.hardwareBitmask, 0U);
-    EXPECT_EQ(after.dataFiles, ShippedConfiguration());
-    EXPECT_THAT(after.tasks, ElementsAre(L"VxIdle Task"));
+    EXPECT_EQ(after.dataFiles, WithShippedFiles({}));
+    EXPECT_EQ(after.tasks, ProductTasks());
     EXPECT_THAT(machine.StartsOf(L"Quitline.exe"),
                 ElementsAre("Quitline.exe Tarsel\u00AE Lumetra"));
     EXPECT_THAT(machine.StartsOf(L"BriskoLU.exe"),
-                ElementsAre(Started(machine.ProgramDirectory() / L"BriskoLU.exe", "-u")));
+                ElementsAre(CommandLine(machine.ProgramDirectory() / L"BriskoLU.exe", "-u")));
 }
 
 TEST(Machine, ASecondRunFindsTheApplicationGoneAndSomeServicesStopped) {
@@ -133,32 +132,22 @@ TEST(Machine, ASecondRunFindsTheApplicationGoneAndSomeServicesStopped) {
     ASSERT_TRUE(Ended(application, QuitLimit));
 
     const FinishedRun again = machine.Run();
-    ExpectLog(again, WholeLog(StopSection(ApplicationNotFound +
-                                          "Stopping brisko network service x64....stop failed!\n"
-                                          "Stopping hvnetsvc....stop failed!\n"
-                                          "Stopping Corvo....stop failed!\n"
-                                          "Stopping TarselHubService....stop failed!\n"
-                                          "Stopping Tarsel Nimbus Network Service....stopped\n"
-                                          "Stopping Ardex....stopped\n"
-                                          "Stopping Tarsel Metrics Service....stopped\n"
-                                          "Stopping Tarsel Data Relay Service....stopped\n") +
-                              LaterConfigureSection + StartSection(AllStarted)));
-    EXPECT_THAT(ServiceStates(machine.Describe()), ElementsAre(Stopped, Stopped, Stopped, Stopped,
-                                                               Running, Running, Running, Running));
+    ExpectLog(again, {.verdicts = RunsAfterARun(), .staleSettings = false, .configured = true});
+    ExpectServices(machine.Describe(), Running);
     EXPECT_LT(again.duration, 25s);  // what is stopped already is not waited for: 30 s each
 }
 
 TEST(Machine, ARunWithNothingInstalledFailsEverywhereAndGoesOnToTheEnd) {
     const Machine machine;
     const FinishedRun run = machine.Run();
-    ExpectLog(run, DefaultLogOfAnEmptyMachine());
+    ExpectLog(run, OnAnEmptyMachine());
     EXPECT_LT(run.duration, 10s);  // nothing was waited for
     ExpectState(machine, {.services = {},
                           .applications = {},
-                          .settings = {{L"FirstRun", L"0"}},
+                          .settings = Configured({}),
                           .dataFiles = {},
                           .staleKey = false,
-                          .tasks = {L"VxIdle Task"},
+                          .tasks = ProductTasks(),
                           .hardwareBitmask = 0});
 }
 
@@ -183,34 +172,31 @@ TEST(Machine, TheOptionStopOnlyStops) {
     machine.InstallProduct();
     const Utils::KernelHandle application = machine.StartProduct();
     const MachineState before = machine.Describe();
-    ExpectLog(machine.Run(L"/sToP"), WholeLog(StopSection(AskedToQuit + AllServicesStopped)));
+    ExpectLog(machine.Run(L"/sToP"), {.actions = 1});
     EXPECT_TRUE(Ended(application, QuitLimit));
     const MachineState after = machine.Describe();
     ExpectOnlyStatesDiffer(before, after);
-    EXPECT_THAT(ServiceStates(after), ElementsAre(Stopped, Stopped, Stopped, Stopped, Stopped,
-                                                  Stopped, Stopped, Stopped));
+    ExpectServices(after, Stopped);
     EXPECT_THAT(after.applications, IsEmpty());
 }
 
 TEST(Machine, TheOptionStartOnlyStarts) {
     Machine machine;
     machine.InstallProduct();
-    ExpectLog(machine.Run(L"/StArT"), WholeLog(StartSection(AllStarted)));
-    EXPECT_THAT(ServiceStates(machine.Describe()), ElementsAre(Stopped, Stopped, Stopped, Stopped,
-                                                               Running, Running, Running, Running));
+    ExpectLog(machine.Run(L"/StArT"), {.actions = 8});
+    ExpectServices(machine.Describe(), Running);
     EXPECT_THAT(machine.StartsOf(L"Quitline.exe"), IsEmpty());
 }
 
-TEST(Machine, TheOptionDisableChangesTheStartTypeOfSixServicesAndNothingElse) {
+TEST(Machine, TheOptionDisableChangesTheStartTypeOfItsServicesAndNothingElse) {
     Machine machine;
     machine.InstallProduct();
     const Utils::KernelHandle application = machine.StartProduct();
     MachineState expected = machine.Describe();
-    for (const wchar_t* name : {L"Corvo", L"TarselHubService", L"Ardex", L"Tarsel Metrics Service",
-                                L"Tarsel Nimbus Network Service", L"Tarsel Data Relay Service"}) {
-        expected.services[name].startType = SERVICE_DISABLED;
+    for (const ProcessEntry& entry : DisableList) {
+        expected.services.at(entry.name).startType = SERVICE_DISABLED;
     }
-    ExpectLog(machine.Run(L"/dIsAbLe"), WholeLog(DisableSection));
+    ExpectLog(machine.Run(L"/dIsAbLe"), {.actions = 16});
     const MachineState after = machine.Describe();
     EXPECT_EQ(after.services, expected.services);  // running on, among other things
     EXPECT_EQ(after.applications, expected.applications);
@@ -221,7 +207,7 @@ TEST(Machine, TheOptionConfigureRunsNoOtherStep) {
     Machine machine;
     machine.InstallProduct();
     const MachineState before = machine.Describe();
-    ExpectLog(machine.Run(L"/configure"), WholeLog(FirstConfigureSection));
+    ExpectLog(machine.Run(L"/configure"), {.actions = 4});
     const MachineState after = machine.Describe();
     EXPECT_EQ(after.services, before.services);
     EXPECT_EQ(after.applications, before.applications);
@@ -231,7 +217,9 @@ TEST(Machine, TheOptionConfigureRunsNoOtherStep) {
 TEST(Machine, TheUsageTextIsPrintedAndNothingIsDone) {
     Machine machine;
     machine.WriteSetting(L"FinasetAction", 255);
-    ExpectLog(machine.Run(L"/?"), LogBegin + UsageText() + LogEnd);
+    const FinishedRun run = machine.Run(L"/?");
+    EXPECT_EQ(run.log, LogBegin + UsageText() + LogEnd);
+    EXPECT_EQ(run.exitCode, 0U);
 }
 
 // Command lines and values of FinasetAction, with what a machine without the product then logs.
@@ -240,7 +228,7 @@ struct Choice {
     std::wstring arguments;
     DWORD type = REG_NONE;
     std::string_view value;
-    std::string log;
+    std::uint32_t actions;
 };
 
 void PrintTo(const Choice& choice, std::ostream* out) {
@@ -255,33 +243,24 @@ TEST_P(MachineChoices, DecideWhatRuns) {
     if (choice.type != REG_NONE) {
         machine.WriteSetting(L"FinasetAction", choice.type, choice.value);
     }
-    ExpectLog(machine.Run(choice.arguments), choice.log);
-}
-
-std::string LogOfAFailedStop() {
-    return WholeLog(StopSection(ApplicationNotFound + NoServiceStopped));
+    ExpectLog(machine.Run(choice.arguments), OnAnEmptyMachine(choice.actions));
 }
 
 using namespace std::string_view_literals;
 
 INSTANTIATE_TEST_SUITE_P(
     All, MachineChoices,
-    testing::Values(
-        Choice{"UnknownOption", L"/STOPX", REG_NONE, {}, DefaultLogOfAnEmptyMachine()},
-        Choice{"EmptyArgument", L"\"\"", REG_NONE, {}, DefaultLogOfAnEmptyMachine()},
-        Choice{"TwoOptions", L"/STOP /START", REG_NONE, {}, LogOfAFailedStop()},
-        Choice{"UnknownBeforeKnown", L"/X /STOP", REG_NONE, {}, DefaultLogOfAnEmptyMachine()},
-        Choice{"ActionNone", L"", REG_DWORD, "\0\0\0\0"sv, WholeLog("")},
-        Choice{"ActionUnknownBit", L"", REG_DWORD, "\2\0\0\0"sv, WholeLog("")},
-        Choice{"ActionDisable", L"", REG_DWORD, "\x10\0\0\0"sv, WholeLog(FailedDisableSection)},
-        Choice{
-            "ActionAll", L"", REG_DWORD, "\xFF\0\0\0"sv,
-            WholeLog(StopSection(ApplicationNotFound + NoServiceStopped) + EmptyConfigureSection +
-                     StartSection(NothingStarted) + FailedDisableSection)},
-        Choice{"ActionOfTypeString", L"", REG_SZ, "1\0\0\0"sv, DefaultLogOfAnEmptyMachine()},
-        Choice{"ActionOf64Bits", L"", REG_QWORD, "\1\0\0\0\0\0\0\0"sv,
-               DefaultLogOfAnEmptyMachine()},
-        Choice{"OptionBeforeAction", L"/STOP", REG_DWORD, "\x10\0\0\0"sv, LogOfAFailedStop()}),
+    testing::Values(Choice{"UnknownOption", L"/STOPX", REG_NONE, {}, 1 | 4 | 8},
+                    Choice{"EmptyArgument", L"\"\"", REG_NONE, {}, 1 | 4 | 8},
+                    Choice{"TwoOptions", L"/STOP /START", REG_NONE, {}, 1},
+                    Choice{"UnknownBeforeKnown", L"/X /STOP", REG_NONE, {}, 1 | 4 | 8},
+                    Choice{"ActionNone", L"", REG_DWORD, "\0\0\0\0"sv, 0},
+                    Choice{"ActionUnknownBit", L"", REG_DWORD, "\2\0\0\0"sv, 0},
+                    Choice{"ActionDisable", L"", REG_DWORD, "\x10\0\0\0"sv, 16},
+                    Choice{"ActionAll", L"", REG_DWORD, "\xFF\0\0\0"sv, 1 | 4 | 8 | 16},
+                    Choice{"ActionOfTypeString", L"", REG_SZ, "1\0\0\0"sv, 1 | 4 | 8},
+                    Choice{"ActionOf64Bits", L"", REG_QWORD, "\1\0\0\0\0\0\0\0"sv, 1 | 4 | 8},
+                    Choice{"OptionBeforeAction", L"/STOP", REG_DWORD, "\x10\0\0\0"sv, 1}),
     [](const auto& choice) { return std::string(choice.param.name); });
 
 TEST(Machine, AServiceThatNeverStopsIsGivenUpAfter30SecondsAndTheNextOneIsStopped) {
@@ -290,37 +269,23 @@ TEST(Machine, AServiceThatNeverStopsIsGivenUpAfter30SecondsAndTheNextOneIsStoppe
     machine.InstallService(L"Corvo", L"--never-stops");
     const Utils::KernelHandle application = machine.StartProduct();
     const FinishedRun run = machine.Run(L"/STOP");
-    ExpectLog(run, WholeLog(StopSection(AskedToQuit +
-                                        "Stopping brisko network service x64....stopped\n"
-                                        "Stopping hvnetsvc....stopped\n"
-                                        "Stopping Corvo....stop failed!\n"
-                                        "Stopping TarselHubService....stopped\n"
-                                        "Stopping Tarsel Nimbus Network Service....stopped\n"
-                                        "Stopping Ardex....stopped\n"
-                                        "Stopping Tarsel Metrics Service....stopped\n"
-                                        "Stopping Tarsel Data Relay Service....stopped\n")));
+    ExpectLog(run, {.actions = 1, .verdicts = {{"Stopping Corvo.", Bad}}});
     EXPECT_THAT(run.duration, AllOf(Ge(30s), Lt(50s)));
-    EXPECT_THAT(
-        ServiceStates(machine.Describe()),
-        ElementsAre(Stopped, Stopped, StopPending, Stopped, Stopped, Stopped, Stopped, Stopped));
+    for (const auto& [name, service] : machine.Describe().services) {
+        EXPECT_EQ(service.state, name == L"Corvo" ? StopPending : Stopped)
+            << testing::PrintToString(name);
+    }
 }
 
 TEST(Machine, AServiceThatDiesOnStartIsGivenUpAfter10SecondsAndTheNextOneIsStarted) {
     Machine machine;
     machine.InstallProduct();
     machine.InstallService(L"Ardex", L"--start-pending=300 --dies-on-start");
-    MachineState expected = machine.Describe();
+    MachineState expected = Started(machine.Describe());
+    expected.services.at(L"Ardex").state = Stopped;
     const FinishedRun run = machine.Run(L"/START");
-    ExpectLog(run, WholeLog(StartSection(
-                       "Starting Application BriskoLU.exe with command line -u....started\n"
-                       "Starting Ardex....start failed!\n"
-                       "Starting Tarsel Metrics Service....started\n"
-                       "Starting Tarsel Nimbus Network Service....started\n"
-                       "Starting Tarsel Data Relay Service....started\n")));
+    ExpectLog(run, {.actions = 8, .verdicts = {{"Starting Ardex.", Bad}}});
     EXPECT_THAT(run.duration, AllOf(Ge(10s), Lt(25s)));
-    SetServiceStates(expected,
-                     {Stopped, Stopped, Stopped, Stopped, Running, Stopped, Running, Running});
-    expected.applications = {L"BriskoLU.exe"};
     ExpectState(machine, expected);
 }
 
@@ -328,17 +293,13 @@ TEST(Machine, ServicesThatTakeTheirTimeAreWaitedFor) {
     Machine machine;
     machine.InstallProduct(L"--start-pending=700 --stop-pending=700");
     const Utils::KernelHandle application = machine.StartProduct();
-    MachineState expected = machine.Describe();
-    ExpectLog(machine.Run(), WholeLog(StopSection(AskedToQuit + AllServicesStopped) +
-                                      FirstConfigureSection + StartSection(AllStarted)));
+    MachineState expected = Started(machine.Describe());
+    ExpectLog(machine.Run(), {});
     EXPECT_TRUE(Ended(application, QuitLimit));
-    SetServiceStates(expected,
-                     {Stopped, Stopped, Stopped, Stopped, Running, Running, Running, Running});
-    expected.applications = {L"BriskoLU.exe"};
-    expected.settings = {{L"FirstRun", L"0"}};
-    expected.tasks = {L"VxIdle Task"};
+    expected.settings = Configured({});
+    expected.tasks = ProductTasks();
     expected.hardwareBitmask = 0;
-    expected.dataFiles = ShippedConfiguration();
+    expected.dataFiles = WithShippedFiles({});
     expected.staleKey = false;
     ExpectState(machine, expected);
 }
@@ -347,7 +308,7 @@ TEST(Machine, AServiceThatRefusesToStopFailsAndRunsOn) {
     Machine machine;
     machine.InstallService(L"Ardex", L"--refuses-stop").Start();
     const FinishedRun run = machine.Run(L"/STOP");
-    ExpectLog(run, LogOfAFailedStop());
+    ExpectLog(run, OnAnEmptyMachine(1));
     EXPECT_EQ(machine.Service(L"Ardex").State(), Running);
     EXPECT_LT(run.duration, 10s);  // it was not waited for
 }
@@ -357,7 +318,7 @@ TEST(Machine, AServiceThatRunsAlreadyFailsToStart) {
     machine.InstallService(L"Tarsel Metrics Service").Start();
     const MachineState before = machine.Describe();
     EXPECT_EQ(before.services.at(L"Tarsel Metrics Service").state, Running);
-    ExpectLog(machine.Run(L"/START"), WholeLog(StartSection(NothingStarted)));
+    ExpectLog(machine.Run(L"/START"), OnAnEmptyMachine(8));
     ExpectState(machine, before);
 }
 
@@ -368,7 +329,7 @@ TEST(Machine, TheApplicationIsFoundInAnyCaseAndAsPartOfALongerName) {
         machine.InstallProgram(L"stand_in_quit_helper.exe", L"Quitline.exe");
         machine.InstallProgram(L"stand_in_application.exe", fileName);
         const Utils::KernelHandle application = machine.StartApplication(fileName);
-        ExpectLog(machine.Run(L"/STOP"), WholeLog(StopSection(AskedToQuit + NoServiceStopped)));
+        ExpectLog(machine.Run(L"/STOP"), {.actions = 1, .verdicts = NoServiceRuns});
         EXPECT_TRUE(Ended(application, QuitLimit));
     }
 }
@@ -380,7 +341,7 @@ TEST(Machine, OfTwoInstancesTheOneWhoseWindowIsOnTopIsAskedToQuit) {
     machine.InstallProgram(L"stand_in_application.exe", L"ZEFIR.exe");
     const Utils::KernelHandle first = machine.StartApplication(L"ZEFIR.exe");
     const Utils::KernelHandle second = machine.StartApplication(L"ZEFIR.exe");
-    ExpectLog(machine.Run(L"/STOP"), WholeLog(StopSection(AskedToQuit + NoServiceStopped)));
+    ExpectLog(machine.Run(L"/STOP"), {.actions = 1, .verdicts = NoServiceRuns});
     EXPECT_THAT(machine.StartsOf(L"Quitline.exe"),
                 ElementsAre("Quitline.exe Tarsel\u00AE Lumetra"));
     EXPECT_TRUE(Ended(second, QuitLimit));
@@ -395,7 +356,7 @@ TEST(Machine, AnApplicationWithAnotherTitleIsLeftRunning) {
     const Utils::KernelHandle application =
         machine.StartApplication(L"ZEFIR.exe", L"Another window with blanks");
     // The helper's ending in time is all that the verdict speaks of.
-    ExpectLog(machine.Run(L"/STOP"), WholeLog(StopSection(AskedToQuit + NoServiceStopped)));
+    ExpectLog(machine.Run(L"/STOP"), {.actions = 1, .verdicts = NoServiceRuns});
     EXPECT_FALSE(Ended(application, 0ms));
 }
 
@@ -405,10 +366,11 @@ TEST(Machine, WithoutTheHelperTheApplicationIsLeftRunning) {
     machine.RemoveProgram(L"Quitline.exe");
     const Utils::KernelHandle application = machine.StartProduct();
     MachineState expected = machine.Describe();
-    ExpectLog(machine.Run(L"/STOP"), WholeLog(StopSection(NotAskedToQuit + AllServicesStopped)));
+    ExpectLog(machine.Run(L"/STOP"), {.actions = 1, .verdicts = {{"Stopping Application ", Bad}}});
     EXPECT_FALSE(Ended(application, 0ms));
-    SetServiceStates(expected,
-                     {Stopped, Stopped, Stopped, Stopped, Stopped, Stopped, Stopped, Stopped});
+    for (auto& [name, service] : expected.services) {
+        service.state = Stopped;
+    }
     ExpectState(machine, expected);
 }
 
@@ -418,7 +380,7 @@ TEST(Machine, AHelperThatHangsIsGivenUpAfter30SecondsAndLeftRunning) {
     machine.InstallProgram(L"stand_in_application.exe", L"ZEFIR.exe");
     const Utils::KernelHandle application = machine.StartApplication(L"ZEFIR.exe");
     const FinishedRun run = machine.Run(L"/STOP");
-    ExpectLog(run, WholeLog(StopSection(NotAskedToQuit + NoServiceStopped)));
+    ExpectLog(run, {.actions = 1, .verdicts = {{"Stopping ", Bad}}});
     EXPECT_THAT(run.duration, AllOf(Ge(30s), Lt(50s)));
     EXPECT_THAT(machine.Describe().applications,
                 UnorderedElementsAre(L"Quitline.exe", L"ZEFIR.exe"));
@@ -428,16 +390,10 @@ TEST(Machine, WithoutTheCompanionTheServicesAreStartedAllTheSame) {
     Machine machine;
     machine.InstallProduct();
     machine.RemoveProgram(L"BriskoLU.exe");
-    MachineState expected = machine.Describe();
+    MachineState expected = Started(machine.Describe());
     ExpectLog(machine.Run(L"/START"),
-              WholeLog(StartSection(
-                  "Starting Application BriskoLU.exe with command line -u....start failed!\n"
-                  "Starting Ardex....started\n"
-                  "Starting Tarsel Metrics Service....started\n"
-                  "Starting Tarsel Nimbus Network Service....started\n"
-                  "Starting Tarsel Data Relay Service....started\n")));
-    SetServiceStates(expected,
-                     {Stopped, Stopped, Stopped, Stopped, Running, Running, Running, Running});
+              {.actions = 8, .verdicts = {{"Starting Application BriskoLU.exe ", Bad}}});
+    expected.applications.clear();
     ExpectState(machine, expected);
 }
 
@@ -447,9 +403,8 @@ void ExpectWorkDone(Machine& machine, HANDLE output) {
     EXPECT_EQ(machine.Run(L"", output), 0U);
     const MachineState after = machine.Describe();
     EXPECT_EQ(after.settings.at(L"FirstRun"), L"0");
-    EXPECT_EQ(after.dataFiles, ShippedConfiguration());
-    EXPECT_THAT(ServiceStates(after), ElementsAre(Stopped, Stopped, Stopped, Stopped, Running,
-                                                  Running, Running, Running));
+    EXPECT_EQ(after.dataFiles, WithShippedFiles({}));
+    ExpectServices(after, Running);
 }
 
 TEST(Machine, ARunWithoutStandardOutputDoesItsWork) {
@@ -493,15 +448,10 @@ TEST(Machine, AProgramDirectoryWithManyBlanksServes) {
     Machine machine(L"C:\\A place  with\\many blanks in it");
     machine.InstallProduct();
     const Utils::KernelHandle application = machine.StartProduct();
-    ExpectLog(
-        machine.Run(),
-        WholeLog(StopSection(AskedToQuit + AllServicesStopped) + DeletedSettings(true) +
-                 FilesOfAFirstInstallation + SecuredDirectories(true) + SettingsAndHardware() +
-                 ScheduledTasks({.directory = machine.ProgramDirectory().string()}) +
-                 StartSection(AllStarted)));
+    ExpectLog(machine.Run(), {.programDirectory = machine.ProgramDirectory().string()});
     EXPECT_TRUE(Ended(application, QuitLimit));
     EXPECT_THAT(machine.StartsOf(L"BriskoLU.exe"),
-                ElementsAre(Started(machine.ProgramDirectory() / L"BriskoLU.exe", "-u")));
+                ElementsAre(CommandLine(machine.ProgramDirectory() / L"BriskoLU.exe", "-u")));
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // Runs the program on a machine on which the product is installed and in use, and shows the machine
-// before, the log as it comes, and the machine after.
+// before, the log as it comes, the machine after, and whether that is in order.
 //
 //   show_run DEVICE TRACE [--keep] [OPTION...]
 //
@@ -9,8 +9,15 @@
 // read: what a file's list is afterwards, Wine makes up. With --keep the product stays installed,
 // and in use as the program left it. The options are the program's.
 
+#include "driver/actions.h"
 #include "machine/machine.h"
+#include "machine/verified_machine.h"
+#include "proc/process_lists.h"
+#include "support/access_lists.h"
 #include "support/file_contents.h"
+#include "support/initialised_com.h"
+#include "verify/verify.h"
+#include "verify/write.h"
 
 #include <windows.h>
 
@@ -22,7 +29,10 @@
 #include <memory>
 #include <regex>
 #include <set>
+#include <span>
+#include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -104,14 +114,18 @@ struct Row {
 std::vector<Row> Rows(const MachineState& state, const std::set<std::wstring>& settingNames,
                       const std::set<std::wstring>& dataFileNames) {
     std::vector<Row> rows;
-    for (const std::wstring& name : test::ProductServices) {
+    for (const std::wstring& name : test::ProductServices()) {
         const ServiceDescription& service = state.services.at(name);
         rows.push_back({L"Services", name,
                         Padded(StartTypeName(service.startType), 11) + StateName(service.state)});
     }
-    for (const wchar_t* name : {L"ZEFIR.exe", L"BriskoLU.exe"}) {
-        const auto running = std::ranges::count(state.applications, name);
-        rows.push_back({L"Applications", name, running > 0 ? L"running" : L"not running"});
+    for (const auto* list : {&StopList, &StartList}) {
+        for (const auto& [kind, name, extra] : *list) {
+            if (kind != EntryKind::Service) {
+                const auto running = std::ranges::count(state.applications, name);
+                rows.push_back({L"Applications", name, running > 0 ? L"running" : L"not running"});
+            }
+        }
     }
     for (const std::wstring& name : dataFileNames) {
         const auto file = state.dataFiles.find(name);
@@ -127,7 +141,9 @@ std::vector<Row> Rows(const MachineState& state, const std::set<std::wstring>& s
         rows.push_back(
             {L"Settings", name, setting == state.settings.end() ? L"absent" : setting->second});
     }
-    for (const wchar_t* name : {L"VxIdle Task", L"Tarsel Lumetra Startup Task"}) {
+    std::vector<std::wstring> tasks = test::ProductTasks();
+    tasks.emplace_back(L"Tarsel Lumetra Startup Task");
+    for (const std::wstring& name : tasks) {
         const auto scheduled = std::ranges::count(state.tasks, name);
         rows.push_back({L"Scheduled tasks", name, scheduled > 0 ? L"scheduled" : L"absent"});
     }
@@ -164,17 +180,19 @@ std::set<std::wstring> Names(const std::map<std::wstring, Value>& before,
     return names;
 }
 
+// An entry of an access list that was asked for.
+struct AccessEntry {
+    std::string mask;
+    std::string trustee;
+};
+
 // The protected access lists that the server was asked to set, by the name of the directory below
 // the drive, from its trace: the entries that are the directory's own.
-void ShowAccessLists(const Device& device, const std::filesystem::path& trace) {
+std::vector<std::pair<std::string, std::vector<AccessEntry>>> AccessListsAskedFor(
+    const std::filesystem::path& trace) {
     const std::regex named(R"(get_handle_unix_name\(\) = 0 .*name="[^"]*/drive_c/([^"]*)\")");
     const std::regex ace(R"(\{type=ACCESS_ALLOWED,flags=3,mask=([0-9a-f]+),sid=([-S0-9]+)\})");
-    const std::map<std::string, std::wstring> trustees = {{"S-1-5-32-544", L"Administrators"},
-                                                          {"S-1-5-18", L"Local System"},
-                                                          {"S-1-5-32-545", L"Users"}};
-    const std::map<std::string, std::wstring> rights = {{"10000000", L"everything"},
-                                                        {"a0000000", L"read and run"}};
-    device.Line(L"Access lists asked for");
+    std::vector<std::pair<std::string, std::vector<AccessEntry>>> lists;
     std::ifstream lines(trace);
     std::string directory;
     for (std::string line; std::getline(lines, line);) {
@@ -183,23 +201,63 @@ void ShowAccessLists(const Device& device, const std::filesystem::path& trace) {
             directory = match[1];
         } else if (line.find("set_security_object( ") != std::string::npos &&
                    line.find("security_info=80000004") != std::string::npos) {
-            std::wstring list;
+            std::vector<AccessEntry>& list = lists.emplace_back(directory, 0).second;
             for (std::sregex_iterator entry(line.begin(), line.end(), ace), end; entry != end;
                  ++entry) {
-                list += (list.empty() ? L"" : L"; ") + trustees.at((*entry)[2]) + L": " +
-                        rights.at((*entry)[1]);
+                list.push_back({(*entry)[1], (*entry)[2]});
             }
-            device.Line(L"  " + Padded(Wide(directory), NameWidth) + list);
         }
+    }
+    return lists;
+}
+
+void ShowAccessLists(const Device& device, const std::filesystem::path& trace) {
+    const std::map<std::string, std::wstring> trustees = {{"S-1-5-32-544", L"Administrators"},
+                                                          {"S-1-5-18", L"Local System"},
+                                                          {"S-1-5-32-545", L"Users"}};
+    const std::map<std::string, std::wstring> rights = {{"10000000", L"everything"},
+                                                        {"a0000000", L"read and run"}};
+    device.Line(L"Access lists asked for");
+    for (const auto& [directory, entries] : AccessListsAskedFor(trace)) {
+        std::wstring list;
+        for (const AccessEntry& entry : entries) {
+            list += (list.empty() ? L"" : L"; ") + trustees.at(entry.trustee) + L": " +
+                    rights.at(entry.mask);
+        }
+        device.Line(L"  " + Padded(Wide(directory), NameWidth) + list);
     }
     device.Line();
 }
 
-// This program's arguments from `first` on, as a command line.
-std::wstring ProgramOptions(int argumentCount, wchar_t** arguments, int first) {
+// From within this program, with the access lists that were asked for: Wine makes up what is read.
+void ShowVerdict(const Device& device, const test::Machine& machine,
+                 const std::filesystem::path& trace, const std::vector<const wchar_t*>& call) {
+    test::AccessLists lists;
+    for (const auto& [directory, entries] : AccessListsAskedFor(trace)) {
+        std::wstring path = L"C:\\" + Wide(directory);
+        std::ranges::replace(path, L'/', L'\\');
+        std::wstring& list = lists.lists[path];
+        list = L"D:P";
+        for (const AccessEntry& entry : entries) {
+            list += L"(A;OICI;0x" + Wide(entry.mask) + L";;;" + Wide(entry.trustee) + L")";
+        }
+    }
+    const test::AsVerifier verifier(machine);
+    const test::InitialisedCom com;
+    const verify::Report report =
+        verify::Verify(ChooseActions(static_cast<int>(call.size()), call.data()));
+    device.Line(L"== finaset-verify.exe, with these access lists");
+    std::istringstream lines(verify::WriteText(report));
+    for (std::string line; std::getline(lines, line);) {
+        device.Line(Wide(line));
+    }
+    device.Line();
+}
+
+// The program's arguments as a command line.
+std::wstring ProgramOptions(const std::vector<const wchar_t*>& call) {
     std::wstring options;
-    for (int index = first; index < argumentCount; ++index) {
-        const std::wstring argument = arguments[index];
+    for (const std::wstring argument : std::span(call).subspan(1)) {
         const bool quoted = argument.empty() || argument.find(L' ') != std::wstring::npos;
         options += quoted ? L"\"" + argument + L"\" " : argument + L" ";
     }
@@ -207,7 +265,8 @@ std::wstring ProgramOptions(int argumentCount, wchar_t** arguments, int first) {
 }
 
 DWORD Show(test::Machine& machine, const Device& device, const std::filesystem::path& trace,
-           const std::wstring& options) {
+           const std::vector<const wchar_t*>& call) {
+    const std::wstring options = ProgramOptions(call);
     machine.InstallProduct(L"--start-pending=300 --stop-pending=300");
     test::PutFile(test::Machine::ConfigurationDirectory() / L"user.xml", "the user's own");
     test::PutFile(test::Machine::DataDirectory() / L"ImageCache\\icons\\game.png", "an image");
@@ -240,6 +299,7 @@ DWORD Show(test::Machine& machine, const Device& device, const std::filesystem::
     ShowTable(device, L"The machine after, with what was before where it differs",
               Rows(before, settings, files), Rows(after, settings, files));
     ShowAccessLists(device, trace);
+    ShowVerdict(device, machine, trace, call);
     return exitCode;
 }
 
@@ -253,8 +313,9 @@ int wmain(int argumentCount, wchar_t** arguments) {
     const bool keep = argumentCount > 3 && std::wstring(arguments[3]) == L"--keep";
     try {
         auto machine = std::make_unique<test::Machine>();
-        const DWORD exitCode = Show(*machine, device, arguments[2],
-                                    ProgramOptions(argumentCount, arguments, keep ? 4 : 3));
+        // The program, as it is called, and its options.
+        std::vector<const wchar_t*> call(arguments + (keep ? 3 : 2), arguments + argumentCount);
+        const DWORD exitCode = Show(*machine, device, arguments[2], call);
         if (keep) {
             // Services run for as long as an ordinary program does.
             machine->InstallProgram(L"stand_in_companion.exe", L"KeepsTheMachineUp.exe");

@@ -39,6 +39,10 @@ expect '^  VxIdle Task                           absent                  → sch
 expect '^  Tarsel Lumetra Startup Task           scheduled               → absent$'
 expect '^  ProgramData/Tarsel/Nimbus             Administrators: everything; Local System: everything$'
 expect '^  ProgramData/Tarsel/ImageCache .*; Users: read and run$'
+expect '^== finaset-verify.exe, with these access lists$'
+expect '^ok       directory  C:.ProgramData.Tarsel.ImageCache$'
+expect '^ok       start      BriskoLU.exe$'
+expect '^[0-9]* rows: [0-9]* ok, 0 DIFFERS, 0 UNKNOWN$'
 
 if grep --text --quiet '^No adapter' "$shown"; then
     echo "SKIPPED, what an adapter brings: no adapter can be made here"

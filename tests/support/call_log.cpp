@@ -1,6 +1,7 @@
 #include "support/call_log.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <iterator>
 
 namespace test {
@@ -13,8 +14,29 @@ std::string Narrow(std::wstring_view text) {
     return narrow;
 }
 
-std::vector<std::string> CallLog::Of(std::string_view function) const {
-    std::vector<std::string> found;
+std::string Shown(const wchar_t* text) {
+    if (text == nullptr) {
+        return Shown(nullptr);
+    }
+    std::string shown;
+    for (; *text != L'\0'; ++text) {
+        shown += *text <= L'\u00FF' ? std::string(1, static_cast<char>(*text))
+                                    : "\\" + std::to_string(*text);
+    }
+    return shown;
+}
+
+std::string Shown(const char* text) {
+    return text == nullptr ? Shown(nullptr) : text;
+}
+
+std::string ShownHandle(const void* handle) {
+    return handle == nullptr ? Shown(nullptr)
+                             : "handle " + Shown(reinterpret_cast<std::uintptr_t>(handle));
+}
+
+Calls CallLog::Of(std::string_view function) const {
+    Calls found;
     std::ranges::copy_if(lines_, std::back_inserter(found), [function](const std::string& line) {
         return line.starts_with(std::string(function) + "(");
     });

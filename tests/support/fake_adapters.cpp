@@ -13,10 +13,6 @@ const auto Library = reinterpret_cast<HMODULE>(0x7200'0000);
 
 constexpr int Garbage = 0xEE;
 
-std::string Given(const void* pointer) {
-    return pointer == nullptr ? "null" : "given";
-}
-
 std::string Place(const IP_ADAPTER_ADDRESSES* buffer) {
     if (buffer == nullptr) {
         return "null";
@@ -56,6 +52,24 @@ void PutRecords(const std::vector<FakeAdapter>& adapters, std::byte* to) {
     }
 }
 
+std::wstring Lowered(std::wstring text) {
+    std::ranges::transform(text, text.begin(), [](wchar_t character) {
+        return character >= L'A' && character <= L'Z' ? static_cast<wchar_t>(character + 32)
+                                                      : character;
+    });
+    return text;
+}
+
+// Whether a pattern of plain text and ".*" is that of a whole text.
+bool Fits(std::wstring_view text, std::wstring_view pattern) {
+    if (pattern.starts_with(L".*")) {
+        return Fits(text, pattern.substr(2)) || (!text.empty() && Fits(text.substr(1), pattern));
+    }
+    return text.empty() || pattern.empty()
+               ? text == pattern
+               : text[0] == pattern[0] && Fits(text.substr(1), pattern.substr(1));
+}
+
 }  // namespace
 
 std::vector<std::byte> AdapterRecords(const std::vector<FakeAdapter>& adapters) {
@@ -66,14 +80,20 @@ std::vector<std::byte> AdapterRecords(const std::vector<FakeAdapter>& adapters) 
     return records;
 }
 
-bool IsTheModel(const std::wstring& description) {
-    std::wstring lowered = description;
-    std::ranges::transform(lowered, lowered.begin(), [](wchar_t character) {
-        return character >= L'A' && character <= L'Z' ? static_cast<wchar_t>(character + 32)
-                                                      : character;
+std::optional<std::uint32_t> MaskOf(const std::wstring& description) {
+    const bool oneLine = description.find_first_of(L"\r\n") == std::wstring::npos;
+    const auto row = std::ranges::find_if(HardwarePatternTable, [&](const AdapterPattern& each) {
+        return oneLine && Fits(Lowered(description), Lowered(each.pattern));
     });
-    return lowered.starts_with(L"tarsel") && lowered.find(L"qz311", 6) != std::wstring::npos &&
-           lowered.find_first_of(L"\r\n") == std::wstring::npos;
+    return row == HardwarePatternTable.end() ? std::nullopt : std::optional(row->mask);
+}
+
+std::wstring DescriptionFor(const AdapterPattern& row) {
+    std::wstring description = row.pattern;
+    for (std::size_t at = 0; (at = description.find(L".*", at)) != std::wstring::npos;) {
+        description.replace(at, 2, L" ");
+    }
+    return description.substr(0, description.find_last_not_of(L' ') + 1);
 }
 
 FakeAdapters::FakeAdapters()
@@ -81,7 +101,7 @@ FakeAdapters::FakeAdapters()
           if (std::wstring(name) != L"iphlpapi.dll") {
               return load_.Forward(name, file, flags);
           }
-          calls.Add("LoadLibraryExW", std::wstring(name), Given(file), flags);
+          calls.Add("LoadLibraryExW", name, file, flags);
           return libraryLoads ? Library : nullptr;
       }),
       free_([this](HMODULE module) {
@@ -95,7 +115,7 @@ FakeAdapters::FakeAdapters()
           if (module != Library) {
               return find_.Forward(module, name);
           }
-          calls.Add("GetProcAddress", Name(module), std::string(name));
+          calls.Add("GetProcAddress", Name(module), name);
           return functionIsThere ? reinterpret_cast<FARPROC>(
                                        reinterpret_cast<void*>(&FakeAdapters::GetAdapters))
                                  : nullptr;
@@ -105,8 +125,7 @@ FakeAdapters::FakeAdapters()
 
 ULONG WINAPI FakeAdapters::GetAdapters(ULONG family, ULONG flags, PVOID reserved,
                                        PIP_ADAPTER_ADDRESSES buffer, PULONG size) {
-    instance_->calls.Add("GetAdaptersAddresses", family, flags, Given(reserved), Place(buffer),
-                         *size);
+    instance_->calls.Add("GetAdaptersAddresses", family, flags, reserved, Place(buffer), *size);
     return buffer == nullptr ? instance_->Size(size) : instance_->List(buffer, size);
 }
 

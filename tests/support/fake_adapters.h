@@ -1,5 +1,6 @@
 #pragma once
 
+#include "hw/adapter_patterns.h"
 #include "support/call_log.h"
 #include "support/import_hook.h"
 
@@ -8,6 +9,7 @@
 #include <iphlpapi.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -25,9 +27,12 @@ struct FakeAdapter {
 // which is not that of their places, and nothing of use in any field that is not to be looked at.
 std::vector<std::byte> AdapterRecords(const std::vector<FakeAdapter>& adapters);
 
-// Whether the program looks for an adapter of this description, in words of the tests' own: the
-// maker's name, the model anywhere behind it, and no line end.
-bool IsTheModel(const std::wstring& description);
+// The mask that the product's table has for an adapter of this description, or none, in words of
+// the tests' own: a pattern of plain text and ".*", in any case, and no line end.
+std::optional<std::uint32_t> MaskOf(const std::wstring& description);
+
+// A description that a row's pattern matches.
+std::wstring DescriptionFor(const AdapterPattern& row);
 
 // Takes the place of the library that knows the machine's adapters: answers as it is set and enters
 // each call, with its arguments, in a log. Other libraries are left alone.

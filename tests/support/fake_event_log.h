@@ -23,19 +23,16 @@ private:
     static inline const auto Source = reinterpret_cast<HANDLE>(0x7100'0000);
 
     static std::string Name(HANDLE handle) { return handle == Source ? "source" : "other"; }
-    static std::string NullOrOther(const void* pointer) {
-        return pointer == nullptr ? "null" : "other";
-    }
 
     ImportHook<&::RegisterEventSourceW> register_{[this](LPCWSTR server, LPCWSTR name) {
-        calls.Add("RegisterEventSourceW", NullOrOther(server), std::wstring(name));
+        calls.Add("RegisterEventSourceW", server, name);
         return registers ? Source : nullptr;
     }};
     ImportHook<&::ReportEventW> report_{[this](HANDLE log, WORD type, WORD category, DWORD id,
                                                PSID user, WORD strings, DWORD bytes, LPCWSTR* texts,
                                                LPVOID data) -> BOOL {
-        calls.Add("ReportEventW", Name(log), type, category, id, NullOrOther(user), strings, bytes,
-                  std::wstring(strings == 0 ? L"" : texts[0]), NullOrOther(data));
+        calls.Add("ReportEventW", Name(log), type, category, id, user, strings, bytes,
+                  strings == 0 ? L"" : texts[0], data);
         return reports;
     }};
     ImportHook<&::DeregisterEventSource> deregister_{[this](HANDLE log) -> BOOL {

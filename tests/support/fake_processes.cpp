@@ -9,10 +9,6 @@ namespace test {
 
 namespace {
 
-std::string NullOr(const void* pointer, const char* otherwise) {
-    return pointer == nullptr ? "null" : otherwise;
-}
-
 std::string Text(const STARTUPINFOW& startup) {
     const auto* bytes = reinterpret_cast<const char*>(&startup);
     return std::all_of(bytes, bytes + sizeof(startup), [](char byte) { return byte == 0; })
@@ -42,8 +38,8 @@ BOOL FakeProcesses::Launch(const char* function, const std::string& token, LPCWS
                            BOOL inherit, DWORD flags, const STARTUPINFOW& startup,
                            PROCESS_INFORMATION& info) {
     const bool allNull = std::ranges::all_of(nulls, [](const void* pointer) { return !pointer; });
-    calls.Add(function, token, NullOr(application, "application"), std::wstring(commandLine),
-              inherit, flags, std::string(allNull ? "all null" : "not all null"), Text(startup));
+    calls.Add(function, token, application, std::wstring(commandLine), inherit, flags,
+              allNull ? "all null" : "not all null", Text(startup));
     *commandLine = L'\0';  // the platform may write to it
     if (launches) {
         info = {.hProcess = Hand("new process"),

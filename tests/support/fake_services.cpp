@@ -9,10 +9,6 @@ namespace test {
 
 namespace {
 
-std::string Given(const void* pointer) {
-    return pointer == nullptr ? "null" : "given";
-}
-
 // Whether all of the pointers are null.
 std::string AllNull(std::initializer_list<const void*> pointers) {
     const bool all = std::ranges::all_of(pointers, [](const void* pointer) { return !pointer; });
@@ -48,17 +44,17 @@ std::string FakeServices::Zeroed(const SERVICE_STATUS& status) {
 
 FakeServices::FakeServices()
     : connect_([this](LPCWSTR machine, LPCWSTR database, DWORD access) -> SC_HANDLE {
-          calls.Add("OpenSCManagerW", Given(machine), Given(database), access);
+          calls.Add("OpenSCManagerW", machine, database, access);
           onConnect();
           return connects ? Open("manager ", managers_) : nullptr;
       }),
       open_([this](SC_HANDLE manager, LPCWSTR name, DWORD access) -> SC_HANDLE {
-          calls.Add("OpenServiceW", Name(manager), std::wstring(name), access);
+          calls.Add("OpenServiceW", Name(manager), name, access);
           onOpen();
           return opens ? Open("service ", services_) : nullptr;
       }),
       start_([this](SC_HANDLE service, DWORD count, LPCWSTR* arguments) -> BOOL {
-          calls.Add("StartServiceW", Name(service), count, Given(arguments));
+          calls.Add("StartServiceW", Name(service), count, arguments);
           return Accept(SERVICE_START_PENDING, SERVICE_RUNNING);
       }),
       control_([this](SC_HANDLE service, DWORD control, SERVICE_STATUS* status) -> BOOL {

@@ -6,6 +6,7 @@
 #include <taskschd.h>
 
 #include <stdexcept>
+#include <utility>
 
 namespace test {
 
@@ -113,6 +114,21 @@ public:
     using Counted::Counted;
 };
 
+// One that was registered before.
+class FakeTaskService::StoredTask : public Counted<RegisteredTaskStub, IRegisteredTask> {
+public:
+    StoredTask(FakeTaskService& fake, std::wstring xml) : Counted(fake), xml_(std::move(xml)) {}
+
+    HRESULT STDMETHODCALLTYPE get_Xml(BSTR* xml) override {
+        const HRESULT answer = Answer("get_Xml");
+        *xml = SUCCEEDED(answer) ? ::SysAllocString(xml_.c_str()) : nullptr;
+        return answer;
+    }
+
+private:
+    std::wstring xml_;
+};
+
 class FakeTaskService::Definition : public TaskObject<TaskDefinitionStub, ITaskDefinition> {
 public:
     using TaskObject::TaskObject;
@@ -126,6 +142,19 @@ class FakeTaskService::Folder : public TaskObject<TaskFolderStub, ITaskFolder> {
 public:
     using TaskObject::TaskObject;
 
+    HRESULT STDMETHODCALLTYPE GetTask(BSTR name, IRegisteredTask** task) override {
+        const HRESULT answer = Answer("GetTask", std::wstring(name));
+        *task = nullptr;
+        if (FAILED(answer) || Fake().givesNothing.contains("GetTask")) {
+            return answer;
+        }
+        const auto stored = Fake().tasks.find(name);
+        if (stored == Fake().tasks.end()) {
+            return HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
+        }
+        *task = new StoredTask(Fake(), stored->second);
+        return answer;
+    }
     HRESULT STDMETHODCALLTYPE DeleteTask(BSTR name, LONG flags) override {
         return Answer("DeleteTask", std::wstring(name), flags);
     }

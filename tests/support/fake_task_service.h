@@ -28,8 +28,11 @@ public:
 
     // What a call answers in place of S_OK, by its name: CreateInstance, Run, QueryInterface (for
     // the service's interface), Connect, NewTask, put_XmlText, GetFolder, RegisterTaskDefinition,
-    // DeleteTask.
+    // DeleteTask, GetTask, get_Xml.
     std::map<std::string, HRESULT> results;
+
+    // The definitions of the tasks that are registered, by name.
+    std::map<std::wstring, std::wstring> tasks;
 
     // Asked at each call before that: what it is to answer, if this is to say.
     std::function<std::optional<HRESULT>(const std::string& call)> onCall;
@@ -63,6 +66,7 @@ private:
     class Definition;
     class Folder;
     class RegisteredTask;
+    class StoredTask;
     class ErrorInfo;
 
     // The answer to a call, with what a failing one leaves behind.

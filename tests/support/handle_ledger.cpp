@@ -105,6 +105,22 @@ HandleLedger::HandleLedger()
           }
           return search;
       }),
+      findFirstEx_([this](LPCWSTR pattern, FINDEX_INFO_LEVELS level, LPVOID entry,
+                          FINDEX_SEARCH_OPS operation, LPVOID filter, DWORD flags) {
+          const HANDLE search =
+              findFirstEx_.Forward(pattern, level, entry, operation, filter, flags);
+          if (search != INVALID_HANDLE_VALUE) {
+              Enter(Kind::Search, search, "FindFirstFileExW");
+          }
+          return search;
+      }),
+      snapshot_([this](DWORD flags, DWORD process) {
+          const HANDLE snapshot = snapshot_.Forward(flags, process);
+          if (snapshot != INVALID_HANDLE_VALUE) {
+              Enter(Kind::Kernel, snapshot, "CreateToolhelp32Snapshot");
+          }
+          return snapshot;
+      }),
       findClose_([this](HANDLE search) {
           const BOOL closed = findClose_.Forward(search);
           Strike(Kind::Search, search, closed != FALSE, "FindClose");
@@ -156,6 +172,23 @@ HandleLedger::HandleLedger()
               Enter(Kind::LocalMemory, *reinterpret_cast<void**>(text), "FormatMessageW");
           }
           return length;
+      }),
+      convertSid_([this](PSID sid, LPWSTR* text) {
+          const BOOL converted = convertSid_.Forward(sid, text);
+          if (converted) {
+              Enter(Kind::LocalMemory, *text, "ConvertSidToStringSidW");
+          }
+          return converted;
+      }),
+      convertDescriptor_([this](PSECURITY_DESCRIPTOR descriptor, DWORD revision,
+                                SECURITY_INFORMATION what, LPWSTR* text, PULONG length) {
+          const BOOL converted =
+              convertDescriptor_.Forward(descriptor, revision, what, text, length);
+          if (converted) {
+              Enter(Kind::LocalMemory, *text,
+                    "ConvertSecurityDescriptorToStringSecurityDescriptorW");
+          }
+          return converted;
       }),
       localFree_([this](HLOCAL memory) {
           const HLOCAL left = localFree_.Forward(memory);

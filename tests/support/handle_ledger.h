@@ -6,6 +6,8 @@
 
 #include <objbase.h>
 #include <oleauto.h>
+#include <sddl.h>
+#include <tlhelp32.h>
 
 #include <map>
 #include <string>
@@ -18,8 +20,8 @@
 namespace test {
 
 // While it lives, enters every handle that this program opens and strikes out every one that it
-// releases, for each kind of handle that the product uses. Ledgers nest. The test programs keep one
-// around every test.
+// releases, for each kind of handle that the product and its companions use. Ledgers nest. The test
+// programs keep one around every test.
 class HandleLedger {
 public:
     // How many handles were opened so far.
@@ -64,6 +66,8 @@ private:
     ImportHook<&::CreateFileW> createFile_;
     ImportHook<&::CloseHandle> closeHandle_;
     ImportHook<&::FindFirstFileW> findFirst_;
+    ImportHook<&::FindFirstFileExW> findFirstEx_;
+    ImportHook<&::CreateToolhelp32Snapshot> snapshot_;
     ImportHook<&::FindClose> findClose_;
     ImportHook<&::RegisterEventSourceW> registerSource_;
     ImportHook<&::DeregisterEventSource> deregisterSource_;
@@ -72,6 +76,8 @@ private:
     ImportHook<&::CoInitializeEx> initialiseCom_;
     ImportHook<&::CoUninitialize> uninitialiseCom_;
     ImportHook<&::FormatMessageW> formatMessage_;
+    ImportHook<&::ConvertSidToStringSidW> convertSid_;
+    ImportHook<&::ConvertSecurityDescriptorToStringSecurityDescriptorW> convertDescriptor_;
     ImportHook<&::LocalFree> localFree_;
     ImportHook<&::SysAllocString> allocateString_;
     ImportHook<&::SysFreeString> freeString_;

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "support/call_log.h"
 #include "support/import_hook.h"
-#include "support/registry_calls.h"
 
 #include <windows.h>
 

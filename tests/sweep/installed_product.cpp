@@ -1,6 +1,10 @@
 #include "sweep/installed_product.h"
 
+#include "fs/file_table.h"
+#include "fs/path_helpers.h"
+#include "fs/secured_directories.h"
 #include "support/console_capture.h"
+#include "support/expected_log.h"
 #include "support/file_contents.h"
 #include "support/registry_contents.h"
 #include "support/temporary_directory.h"
@@ -18,23 +22,26 @@ const TemporaryDirectory& Files() {
     return files;
 }
 
-constexpr wchar_t ConfigurationFiles[] = L"data\\Tarsel\\Nimbus\\ConfigurationFiles\\";
-constexpr const wchar_t* FileNames[] = {L"user.xml", L"oem.xml", L"vx.stg"};
-
-// The files as a run finds them, whatever the one before has left.
+// The files as a run finds them, whatever the one before has left: of those to be replaced, the
+// first is there, and of the directories those with something in them.
 void LayOutFiles() {
     if (!std::filesystem::exists(Files() / L"program")) {
         PutFile(Files() / L"program\\Unfinaset.exe", "");
-        for (const std::wstring name : FileNames) {
-            PutFile(Files() / (L"system\\system32\\drivers\\Tarsel\\ZEFIR\\" + name), "shipped");
+        for (const FileOperation& file : FileTable) {
+            PutFile(ExpandEnvironmentPath(file.sourcePath), "shipped");
         }
         PutFile(Files() / L"data\\Tarsel\\ImageCache\\icons\\game.png", "an image");
     }
-    for (const std::wstring name : FileNames) {
-        ::DeleteFileW((Files() / (ConfigurationFiles + name)).c_str());
+    for (const FileOperation& file : FileTable) {
+        ::DeleteFileA(DestinationOf(file).c_str());
     }
-    ::RemoveDirectoryW((Files() / L"data\\Tarsel\\Nimbus\\ActivityLog").c_str());
-    PutFile(Files() / (ConfigurationFiles + std::wstring(L"oem.xml")), "old");
+    if (const auto replaced = std::ranges::find(FileTable, true, &FileOperation::overwrite);
+        replaced != FileTable.end()) {
+        PutFile(DestinationOf(*replaced), "old");
+    }
+    for (const SecuredDirectory& directory : SecuredDirectoryTable) {
+        ::RemoveDirectoryA(TargetOf(directory).c_str());
+    }
 }
 
 }  // namespace
@@ -86,7 +93,9 @@ InstalledProduct::InstalledProduct()
     processes_.ownPath = Files() / L"program\\Finaset.exe";
     processes_.running = {{.id = 1000, .path = L"C:\\other.exe"},
                           {.id = 1004, .path = L"C:\\Program Files\\ZEFIR.exe"}};
-    adapters_.adapters = {{L"other"}, {L"Tarsel QZ311"}};
+    for (const std::wstring& description : ProductAdapters()) {
+        adapters_.adapters.push_back({description});
+    }
 
     PutValue(HKEY_LOCAL_MACHINE, ParametersKey, L"FirstRun", DwordValue(1));
     PutValue(HKEY_LOCAL_MACHINE, ParametersKey, L"ConfigFileDirectory", TextValue(L"C:\\stale"));
@@ -107,6 +116,14 @@ std::vector<std::string> InstalledProduct::Leaks() const {
         leaks.push_back("never released: an object of the task service");
     }
     return leaks;
+}
+
+std::vector<std::wstring> ProductAdapters() {
+    std::vector<std::wstring> descriptions = {L"other"};
+    for (const AdapterPattern& row : HardwarePatternTable) {
+        descriptions.push_back(DescriptionFor(row));
+    }
+    return descriptions;
 }
 
 void InstalledProduct::Wait(DWORD milliseconds) {

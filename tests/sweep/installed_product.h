@@ -80,4 +80,8 @@ private:
     HandleLedger ledger_;
 };
 
+// The descriptions of the adapters of that machine: one that the program does not look for, and one
+// for each row of its table.
+std::vector<std::wstring> ProductAdapters();
+
 }  // namespace test

@@ -1,10 +1,13 @@
 #include "sweep/run_rules.h"
 
-#include "support/log_texts.h"
+#include "driver/actions.h"
+#include "proc/process_lists.h"
+#include "support/expected_log.h"
 
 #include <algorithm>
-#include <initializer_list>
-#include <ranges>
+#include <cstdint>
+#include <map>
+#include <set>
 #include <string_view>
 
 namespace test {
@@ -13,163 +16,162 @@ namespace {
 
 using std::string_view;
 
-// The application's item as it stays if its token is refused: without a verdict or a line end, so
-// that whatever comes next goes on behind it.
-constexpr string_view UnendedItem =
-    "Stopping Application ZEFIR.exe....with Window Title Tarsel\xAE Lumetra ";
+constexpr std::uint32_t AllActions = ActionStop | ActionConfigure | ActionStart | ActionDisable;
 
-// The item lines of the log: what they begin with, and what they may end with.
-struct LineForm {
-    string_view beginning;
-    std::vector<string_view> endings;
-};
-
-const std::vector<string_view> Verdicts = {" \t - \tSuccess\r", " \t - \tFailure\r"};
-const std::vector<string_view> LinkVerdicts = {" has NO links\t - \tSuccess\r",
-                                               " has NO links\t - \tFailure\r"};
-
-const std::vector<LineForm> LineForms = {
-    {UnendedItem,
-     {" application not found!\r", "application to send QUIT Message - Success=True\r",
-      "application to send QUIT Message - Success=False\r"}},
-    {"Stopping ", {"....stopped\r", "....stop failed!\r"}},
-    {"Deleting Registry Setting ", Verdicts},
-    {"Creating Directory ", Verdicts},
-    {"Deleting File ", Verdicts},
-    {"Copying File ",
-     {"     overwriting =true\t - \tSuccess\r", "     overwriting =true\t - \tFailure\r",
-      "     overwriting =false\t - \tSuccess\r", "     overwriting =false\t - \tFailure\r"}},
-    {"Verifying File/Directory ", LinkVerdicts},
-    {"Verifying Children Files of Directory ", LinkVerdicts},
-    {"Setting DACLs on File/Directory ", Verdicts},
-    {"Setting Child Inheritance DACLs on File/Directory ", Verdicts},
-    {"Found Adapter Tarsel QZ311 to configure  Bitmask 0x2", {"\r"}},
-    {"Writing Registry Setting HKEY_LOCAL_MACHINE\\", {"\\MultiInterface_Enabled=1\r"}},
-    {"GetAdaptersInfo failed with error: ", {""}},
-    {"   Creating Task Name [VxIdle Task] for Process [", {"VxIdleTask.exe]...."}},
-    {"   Deleting Task Name [Tarsel Lumetra Startup Task]....", {""}},
-    {"     ====> CreateScheduledTask:[_com_error] Exception 0x", {""}},
-    {"     ====> DeleteScheduledTask:[_com_error] Exception 0x", {""}},
-    {"     ====> DeleteScheduledTask:[ERROR] Tarsel Lumetra Startup Task GetLastError 0x", {""}},
-    {"     ====> SUCCESS", {""}},
-    {"     ====> FAILED", {""}},
-    {"First Run - ",
-     {"Unfinaset.exe  DOES NOT EXIST\r", "Unfinaset.exe Process\r", "Unfinaset.exe Ended (True)\r",
-      "Unfinaset.exe Ended (False)\r"}},
-    {"Starting ", {"....started\r", "....start failed!\r"}},
-    {"Disabling Service ", {"....Disabled\r", "....Disable  failed!\r"}},
-};
-
-// The lines that stand as they are.
-const std::vector<string_view> FixedLines = {
-    "\r",
-    "FIRST RUN - START\r",
-    "FIRST RUN - FINISHED\r",
-    "------------------------\r",
-    "Stopping Processes.....\r",
-    "-------------------------------------------------------\r",
-    "Setting Up Configuration Settings and Environment....\r",
-    "Delete Registry Settings.....\r",
-    "CopyFiles.....\r",
-    "SecureFilesDirectories.....\r",
-    "Write Registry Settings.....\r",
-    "Computing Tarsel HW Bitmask\r",
-    "Enabling Features by Tarsel HW Bitmask\r",
-    "Scheduling Tasks.....\r",
-    "--------------------------\r",
-    "Uninstalling Product.....\r",
-    // NOLINTNEXTLINE(bugprone-suspicious-missing-comma): one line of the log
-    "Security Vulnerability Securing Directories due to Failure Setting ACLs or Links Detected - "
-    "Uninstalling\r",
-    "----------------------\r",
-    "Starting Processes.....\r",
-    "Disabling Processes....\r",
-};
-
-bool IsOf(const LineForm& form, string_view line) {
-    return line.starts_with(form.beginning) &&
-           std::ranges::any_of(form.endings,
-                               [line](string_view ending) { return line.ends_with(ending); });
+std::uint32_t ActionsOf(const std::wstring& option) {
+    static const std::map<std::wstring, std::uint32_t> options = {{L"/STOP", ActionStop},
+                                                                  {L"/CONFIGURE", ActionConfigure},
+                                                                  {L"/START", ActionStart},
+                                                                  {L"/DISABLE", ActionDisable}};
+    const auto actions = options.find(option);
+    return actions == options.end() ? ActionStop | ActionConfigure | ActionStart : actions->second;
 }
 
-bool IsComplete(string_view line, bool tokenRefused) {
-    return (tokenRefused && line == UnendedItem) ||
-           std::ranges::find(FixedLines, line) != FixedLines.end() ||
-           std::ranges::any_of(LineForms,
-                               [line](const LineForm& form) { return IsOf(form, line); });
+// The course of a run on the machine that succeeds, and of one that cannot secure a directory.
+Course Succeeds(std::uint32_t actions) {
+    return {.actions = actions, .adapters = ProductAdapters(), .startupTask = true};
 }
 
-std::vector<string_view> Lines(string_view log, bool tokenRefused) {
-    std::vector<string_view> lines;
-    while (!log.empty()) {
-        const std::size_t end = log.find('\n');
-        const string_view line = log.substr(0, end);
-        if (tokenRefused && line.starts_with(UnendedItem) && !IsOf(LineForms.front(), line)) {
-            lines.push_back(UnendedItem);
-            log.remove_prefix(UnendedItem.size());
-            continue;
-        }
-        lines.push_back(line);
-        log.remove_prefix(end == string_view::npos ? log.size() : end + 1);
+Course IsInsecure(std::uint32_t actions, Verdict uninstallProgram = Verdict::Good) {
+    Course course = Succeeds(actions);
+    course.verdicts = {{"Verifying ", Verdict::Bad}, {"Unfinaset.exe", uninstallProgram}};
+    return course;
+}
+
+// With their line ends.
+std::vector<std::string> LinesOf(string_view text) {
+    std::vector<std::string> lines;
+    while (!text.empty()) {
+        const std::size_t length = std::min(text.find('\n'), text.size() - 1) + 1;
+        lines.emplace_back(text.substr(0, length));
+        text.remove_prefix(length);
     }
     return lines;
 }
 
-// What must stand in the log of a run, in this order, each at the beginning of a line of its own.
-std::vector<string_view> Skeleton(const std::wstring& option, bool secured) {
-    std::vector<string_view> skeleton = {"FIRST RUN - START"};
-    const auto add = [&skeleton](std::initializer_list<string_view> lines) {
-        skeleton.insert(skeleton.end(), lines);
-    };
-    const bool all = option.empty();
-    if (all || option == L"/STOP") {
-        add({"Stopping Processes.....", "Stopping Application ZEFIR.exe....",
-             "Stopping brisko network service x64....", "Stopping hvnetsvc....",
-             "Stopping Corvo....", "Stopping TarselHubService....",
-             "Stopping Tarsel Nimbus Network Service....", "Stopping Ardex....",
-             "Stopping Tarsel Metrics Service....", "Stopping Tarsel Data Relay Service...."});
-    }
-    if (all || option == L"/CONFIGURE") {
-        add({"Setting Up Configuration Settings and Environment....",
-             "Delete Registry Settings.....",
-             "Deleting Registry Setting HKEY_LOCAL_MACHINE\\SYSTEM",
-             "Deleting Registry Setting HKEY_LOCAL_MACHINE\\SOFTWARE", "CopyFiles.....",
-             "Creating Directory", "Copying File", "Deleting File", "Creating Directory",
-             "Copying File", "Deleting File", "Creating Directory", "Copying File",
-             "SecureFilesDirectories....."});
-        for (int directory = 0; secured && directory < 4; ++directory) {
-            add({"Creating Directory", "Verifying File/Directory",
-                 "Verifying Children Files of Directory", "Setting DACLs on File/Directory"});
+// All lines that a run may write, as the model has them, with its marks.
+const std::set<std::string>& PossibleLines() {
+    static const std::set<std::string> possible = [] {
+        Course failing = Succeeds(AllActions);
+        failing.adapterError = "1";
+        failing.taskError = "1";
+        failing.bitmask = 0;
+        Course withoutTask = Succeeds(AllActions);
+        withoutTask.startupTask = false;
+        std::vector<std::string> texts = {LogBegin, LogEnd};
+        for (const Course& course :
+             {Succeeds(AllActions), failing, withoutTask, IsInsecure(AllActions),
+              IsInsecure(AllActions, Verdict::Bad), IsInsecure(AllActions, Verdict::Absent)}) {
+            for (const LogItem& item : ItemsOf(course)) {
+                if (item.ends.empty()) {
+                    texts.push_back(item.text);
+                }
+                for (const std::string& end : item.ends) {
+                    texts.push_back(item.text + end);
+                }
+            }
         }
-        if (secured) {
-            add({"Write Registry Settings.....", "Computing Tarsel HW Bitmask",
-                 "Enabling Features by Tarsel HW Bitmask", "Scheduling Tasks.....",
-                 "   Creating Task Name", "     ====> ", "   Deleting Task Name", "     ====> "});
-        } else {
-            add({"Uninstalling Product.....", "Security Vulnerability"});
+        std::set<std::string> lines;
+        for (const std::string& text : texts) {
+            const std::vector<std::string> more = LinesOf(text);
+            lines.insert(more.begin(), more.end());
+        }
+        return lines;
+    }();
+    return possible;
+}
+
+bool IsPossible(string_view line) {
+    return std::ranges::any_of(PossibleLines(),
+                               [line](const std::string& text) { return Matches(line, text); });
+}
+
+// The application's item stays without a verdict or a line end if its token is refused, so that
+// whatever comes next goes on behind it.
+const std::set<std::string>& UnendedItems() {
+    static const std::set<std::string> unended = [] {
+        std::set<std::string> texts;
+        for (const LogItem& item : ItemsOf(Succeeds(ActionStop))) {
+            if (item.ends.size() > static_cast<std::size_t>(Verdict::Absent)) {
+                texts.insert(item.text);
+            }
+        }
+        return texts;
+    }();
+    return unended;
+}
+
+std::vector<std::string> LinesOf(const std::string& log, bool tokenRefused) {
+    std::vector<std::string> lines;
+    for (std::string& line : LinesOf(log)) {
+        for (const std::string& unended : UnendedItems()) {
+            if (tokenRefused && line.starts_with(unended) && !IsPossible(line)) {
+                lines.push_back(unended);
+                line.erase(0, unended.size());
+            }
+        }
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+// The lines that must stand in the log of a run, in this order: how one begins, or several ways.
+using Skeleton = std::vector<std::vector<std::string>>;
+
+Skeleton SkeletonOf(const Course& course) {
+    Skeleton skeleton;
+    for (const LogItem& item : ItemsOf(course)) {
+        if (item.kind == ItemKind::Optional) {
+            continue;
+        }
+        for (const std::string& line : LinesOf(item.text)) {
+            skeleton.push_back({FixedBeginning(line)});
+        }
+        if (item.text.ends_with('\n') && !item.ends.empty()) {
+            skeleton.push_back(item.ends);
         }
     }
-    if (secured && (all || option == L"/START")) {
-        add({"Starting Processes.....",
-             "Starting Application BriskoLU.exe with command line -u....", "Starting Ardex....",
-             "Starting Tarsel Metrics Service....", "Starting Tarsel Nimbus Network Service....",
-             "Starting Tarsel Data Relay Service...."});
-    }
-    if (secured && option == L"/DISABLE") {
-        add({"Disabling Processes....", "Disabling Service Corvo....",
-             "Disabling Service TarselHubService....", "Disabling Service Ardex....",
-             "Disabling Service Tarsel Metrics Service....",
-             "Disabling Service Tarsel Nimbus Network Service....",
-             "Disabling Service Tarsel Data Relay Service...."});
-    }
-    skeleton.emplace_back("FIRST RUN - FINISHED");
     return skeleton;
+}
+
+const Skeleton& SkeletonOf(const std::wstring& option, bool secured) {
+    static std::map<std::pair<std::wstring, bool>, Skeleton> skeletons;
+    const auto [skeleton, isNew] = skeletons.try_emplace({option, secured});
+    if (isNew) {
+        const std::uint32_t actions = ActionsOf(option);
+        skeleton->second = SkeletonOf(secured ? Succeeds(actions) : IsInsecure(actions));
+    }
+    return skeleton->second;
+}
+
+// The beginnings of the items whose failure makes the machine an insecure one.
+const std::set<std::string>& SecuringItems() {
+    static const std::set<std::string> securing = [] {
+        std::set<std::string> beginnings;
+        for (const LogItem& item : ItemsOf(Succeeds(ActionConfigure))) {
+            if (item.kind == ItemKind::Securing) {
+                beginnings.insert(FixedBeginning(item.text));
+            }
+        }
+        return beginnings;
+    }();
+    return securing;
 }
 
 // The bounds of what a run waits for: each service's stop and start with the poll that runs over,
 // the quit helper, the uninstall program.
 constexpr DWORD LongestWaitMs = 60'000;
-constexpr ULONGLONG RunLimitMs = 8 * 30'500 + 4 * 10'500 + 30'000 + 60'000;
+
+ULONGLONG RunLimitMs() {
+    ULONGLONG limit = 60'000;
+    for (const ProcessEntry& entry : StopList) {
+        limit += entry.kind == EntryKind::Service ? 30'500 : 30'000;
+    }
+    for (const ProcessEntry& entry : StartList) {
+        limit += entry.kind == EntryKind::Service ? 10'500 : 0;
+    }
+    return limit;
+}
 
 class Rules {
 public:
@@ -177,19 +179,20 @@ public:
         : run_(run),
           option_(option),
           tokenRefused_(std::ranges::find(run.Events(), "OpenProcessToken") == run.Events().end()),
-          lines_(Lines(run.Log(), tokenRefused_)) {}
+          lines_(LinesOf(run.Log(), tokenRefused_)) {}
 
     std::vector<std::string> Broken() {
         Expect(run_.ExitCode() == 0, "the exit code is not 0");
         Expect(run_.LongestWait() <= LongestWaitMs, "a wait has no bound");
-        Expect(run_.Waited() <= RunLimitMs, "the run waits too long in all");
+        Expect(run_.Waited() <= RunLimitMs(), "the run waits too long in all");
         for (const std::string& leak : run_.Leaks()) {
             Expect(false, leak);
         }
         Expect(run_.Log().starts_with(LogBegin), "no start banner");
         Expect(run_.Log().ends_with(LogEnd), "no finish banner");
-        for (const string_view line : lines_) {
-            Expect(IsComplete(line, tokenRefused_), "a line that is none: " + std::string(line));
+        for (const std::string& line : lines_) {
+            Expect((tokenRefused_ && UnendedItems().contains(line)) || IsPossible(line),
+                   "a line that is none: " + line);
         }
         CheckSkeleton();
         CheckSecuring();
@@ -204,44 +207,47 @@ private:
     }
 
     void CheckSkeleton() {
-        const bool secured =
-            std::ranges::find(lines_, "Uninstalling Product.....\r") == lines_.end();
         auto line = lines_.begin();
-        for (const string_view expected : Skeleton(option_, secured)) {
-            const auto found = std::find_if(line, lines_.end(), [expected](string_view each) {
-                return each.starts_with(expected);
+        for (const std::vector<std::string>& ways : SkeletonOf(option_, !Responded())) {
+            const auto found = std::find_if(line, lines_.end(), [&](const std::string& each) {
+                return std::ranges::any_of(ways, [&](const std::string& beginning) {
+                    return each.starts_with(beginning);
+                });
             });
-            Expect(found != lines_.end(), "left out: " + std::string(expected));
+            Expect(found != lines_.end(), "left out: " + ways.front());
             line = found == lines_.end() ? line : found + 1;
         }
+    }
+
+    [[nodiscard]] bool Responded() const {
+        return std::ranges::find(lines_, "Uninstalling Product.....\r\n") != lines_.end();
     }
 
     // After a check that has failed, nothing of that directory is secured, and nothing is started
     // or disabled but the uninstall program.
     void CheckSecuring() {
         bool failed = false;
-        string_view item;
+        bool securing = false;
         for (const string_view event : run_.Events()) {
-            if (event.starts_with("log Verifying ") || event.starts_with("log Setting DACLs ") ||
-                event.starts_with("log Setting Child ")) {
-                item = event;
-            } else if (event.starts_with("log ")) {
-                failed = failed || (event == "log Failure\r\n" && !item.empty());
-                item = {};
+            if (event.starts_with("log ")) {
+                const string_view text = event.substr(4);
+                failed = failed || (securing && text == "Failure\r\n");
+                securing = std::ranges::any_of(SecuringItems(), [text](const std::string& item) {
+                    return text.starts_with(item);
+                });
             } else if (failed) {
                 const bool harmless = event.starts_with("CreateProcessW ") &&
                                       event.find("Unfinaset.exe") != string_view::npos;
                 Expect(harmless, "after a failed securing: " + std::string(event));
             }
         }
-        Expect(!failed || std::ranges::find(lines_, "Uninstalling Product.....\r") != lines_.end(),
-               "no response to a failed securing");
+        Expect(!failed || Responded(), "no response to a failed securing");
     }
 
     const InstalledProduct& run_;
     const std::wstring& option_;
     bool tokenRefused_;
-    std::vector<string_view> lines_;
+    std::vector<std::string> lines_;
     std::vector<std::string> broken_;
 };
 

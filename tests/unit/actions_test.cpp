@@ -3,12 +3,12 @@
 #include "proc/process.h"
 #include "support/call_log.h"
 #include "support/console_capture.h"
+#include "support/expected_log.h"
 #include "support/failing_allocation.h"
 #include "support/fake_event_log.h"
 #include "support/fake_processes.h"
 #include "support/fake_services.h"
 #include "support/import_hook.h"
-#include "support/log_texts.h"
 #include "support/print_hook.h"
 #include "support/private_registry.h"
 #include "support/registry_contents.h"
@@ -19,11 +19,11 @@
 #include <objbase.h>
 
 #include <cstdint>
-#include <cstring>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <new>
 #include <ostream>
+#include <set>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -32,6 +32,7 @@
 
 namespace {
 
+using test::Course;
 using test::DwordValue;
 using test::ImportHook;
 using test::LogBegin;
@@ -41,108 +42,35 @@ using test::Printed;
 using test::PutValue;
 using test::RegistryValue;
 using test::UsageText;
+using test::Verdicts;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using enum test::Verdict;
 
 constexpr char StopBanner[] =
     "\r\n------------------------\r\n"
     "Stopping Processes.....\r\n"
     "------------------------\r\n";
-constexpr char StopLines[] =
-    "Stopping Application ZEFIR.exe....with Window Title Tarsel\xAE Lumetra "
-    " application not found!\r\n"
-    "Stopping brisko network service x64....stop failed!\r\n"
-    "Stopping hvnetsvc....stop failed!\r\n"
-    "Stopping Corvo....stop failed!\r\n"
-    "Stopping TarselHubService....stop failed!\r\n"
-    "Stopping Tarsel Nimbus Network Service....stop failed!\r\n"
-    "Stopping Ardex....stop failed!\r\n"
-    "Stopping Tarsel Metrics Service....stop failed!\r\n"
-    "Stopping Tarsel Data Relay Service....stop failed!\r\n";
-
-// Without any variable in a path, every path but the program's own is empty.
-constexpr char ConfigureLines[] =
-    "\r\n-------------------------------------------------------\r\n"
-    "Setting Up Configuration Settings and Environment....\r\n"
-    "-------------------------------------------------------\r\n"
-    "Delete Registry Settings.....\r\n"
-    "Deleting Registry Setting HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\"
-    "Tarsel Nimbus Network Service\\Parameters\\ConfigFileDirectory= \t - \tFailure\r\n"
-    "Deleting Registry Setting HKEY_LOCAL_MACHINE\\SOFTWARE\\Halvane\\SAP\\= \t - \tSuccess\r\n"
-    "\r\nCopyFiles.....\r\n"
-    "Creating Directory  \t - \tFailure\r\n"
-    "Copying File  ->      overwriting =false\t - \tFailure\r\n"
-    "Deleting File  \t - \tFailure\r\n"
-    "Creating Directory  \t - \tFailure\r\n"
-    "Copying File  ->      overwriting =true\t - \tFailure\r\n"
-    "Deleting File  \t - \tFailure\r\n"
-    "Creating Directory  \t - \tFailure\r\n"
-    "Copying File  ->      overwriting =true\t - \tFailure\r\n"
-    "\r\nSecureFilesDirectories.....\r\n";
-constexpr char SecuringLines[] =
-    "Creating Directory  \t - \tFailure\r\n"
-    "Verifying File/Directory  has NO links\t - \tSuccess\r\n"
-    "Verifying Children Files of Directory  has NO links\t - \tSuccess\r\n"
-    "Setting DACLs on File/Directory  \t - \t";
-constexpr char SecuredLines[] =
-    "Success\r\n"
-    "Setting Child Inheritance DACLs on File/Directory  \t - \tSuccess\r\n";
-constexpr char SecuredConfigureLines[] =
-    "\r\nWrite Registry Settings.....\r\n"
-    "Computing Tarsel HW Bitmask\r\n"
-    "Enabling Features by Tarsel HW Bitmask\r\n"
-    "\r\nScheduling Tasks.....\r\n"
-    "   Creating Task Name [VxIdle Task] for Process [";
-constexpr char SecuredConfigureRest[] =
-    "VxIdleTask.exe]....\n"
-    "     ====> SUCCESS\n"
-    "   Deleting Task Name [Tarsel Lumetra Startup Task]....\n"
-    "     ====> SUCCESS\n";
-constexpr char UnsecuredConfigureLines[] =
-    "Failure\r\n"
-    "\r\n--------------------------\r\n"
-    "Uninstalling Product.....\r\n"
-    "--------------------------\r\n"
-    "Security Vulnerability Securing Directories due to Failure Setting ACLs or Links Detected - "
-    "Uninstalling\r\n";
-
-// The four directories can be secured. COM is not initialised, so no task is registered.
-std::string ConfigureSection() {
-    std::string section = ConfigureLines;
-    for (int directory = 0; directory < 4; ++directory) {
-        section += std::string(SecuringLines) + SecuredLines;
-    }
-    return section + SecuredConfigureLines + test::Narrow(GetOwnDirectory()) + SecuredConfigureRest;
-}
-
 constexpr char StartBanner[] =
     "\r\n----------------------\r\n"
     "Starting Processes.....\r\n"
     "----------------------\r\n";
-constexpr char StartLines[] =
-    "Starting Application BriskoLU.exe with command line -u....start failed!\r\n"
-    "Starting Ardex....start failed!\r\n"
-    "Starting Tarsel Metrics Service....start failed!\r\n"
-    "Starting Tarsel Nimbus Network Service....start failed!\r\n"
-    "Starting Tarsel Data Relay Service....start failed!\r\n";
 
-constexpr char DisableSection[] =
-    "\r\n------------------------\r\n"
-    "Disabling Processes....\r\n"
-    "------------------------\r\n"
-    "Disabling Service Corvo....Disable  failed!\r\n"
-    "Disabling Service TarselHubService....Disable  failed!\r\n"
-    "Disabling Service Ardex....Disable  failed!\r\n"
-    "Disabling Service Tarsel Metrics Service....Disable  failed!\r\n"
-    "Disabling Service Tarsel Nimbus Network Service....Disable  failed!\r\n"
-    "Disabling Service Tarsel Data Relay Service....Disable  failed!\r\n";
+// A run with these bits on a machine without the product, on which no path can be told, so that
+// nothing of the product can be there. COM is not initialised, so no task is registered, in
+// silence.
+Course WithoutProduct(std::uint32_t actions) {
+    const std::string ownDirectory = test::Narrow(GetOwnDirectory());
+    return {.actions = actions,
+            .verdicts = test::NothingInstalled,
+            .staleSettings = false,
+            .shipped = std::set<std::wstring>(),
+            .startupTask = true,
+            .programDirectory = ownDirectory.substr(0, ownDirectory.find_last_of('\\'))};
+}
 
-// The log of a run with these bits on a machine without the product.
 std::string LogOf(std::uint32_t actions) {
-    return LogBegin + (actions & 1 ? std::string(StopBanner) + StopLines : "") +
-           (actions & 4 ? ConfigureSection() : "") +
-           (actions & 8 ? std::string(StartBanner) + StartLines : "") +
-           (actions & 16 ? DisableSection : "") + LogEnd;
+    return test::LogOf(WithoutProduct(actions));
 }
 
 // The arguments of wmain.
@@ -302,13 +230,12 @@ TEST_F(ActionsTest, AreReadFromTheServicesParameters) {
     test::CallLog calls;
     ImportHook<&::RegOpenKeyExW> open(
         [&](HKEY root, LPCWSTR path, DWORD options, REGSAM access, PHKEY key) {
-            calls.Add("RegOpenKeyExW", std::string(root == HKEY_LOCAL_MACHINE ? "HKLM" : "other"),
-                      std::wstring(path));
+            calls.Add("RegOpenKeyExW", root == HKEY_LOCAL_MACHINE ? "HKLM" : "other", path);
             return open.Forward(root, path, options, access, key);
         });
     ImportHook<&::RegQueryValueExW> query(
         [&](HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD size) {
-            calls.Add("RegQueryValueExW", std::wstring(name));
+            calls.Add("RegQueryValueExW", name);
             return query.Forward(key, name, reserved, type, data, size);
         });
     SetRegistry(16);
@@ -366,12 +293,13 @@ TEST_F(ActionsTest, NeitherStartNorDisableWhatCouldNotBeSecured) {
     test::FakeProcesses processes;
     processes.ownPath.clear();
     const test::FakeEventLog events;
-    const std::string failedConfigureSection =
-        std::string(ConfigureLines) + SecuringLines + UnsecuredConfigureLines;
+    Course insecure = WithoutProduct(4);
+    insecure.verdicts.emplace_back("Setting DACLs", Bad);
+    insecure.programDirectory.clear();
     securingError_ = ERROR_ACCESS_DENIED;
     for (const std::uint32_t actions : {4U | 8U | 16U, 4U | 8U, 4U | 16U, 4U}) {
         SetRegistry(actions);
-        EXPECT_EQ(LogOfRun({}), LogBegin + failedConfigureSection + LogEnd);
+        EXPECT_EQ(LogOfRun({}), test::LogOf(insecure));
     }
     for (const std::uint32_t actions : {8U | 16U, 8U, 16U}) {  // nothing was to be secured
         SetRegistry(actions);
@@ -387,100 +315,64 @@ TEST_F(ActionsTest, DoNotRunForTheUsageText) {
 // What a want of memory inside a call of the platform does to a run of all steps.
 class ActionsWithoutMemory : public ActionsTest {
 protected:
-    // What the run logs between its banners of start and finish.
-    [[nodiscard]] std::string Log() const {
+    // Runs, and expects the log of a run in which items end in another way.
+    static void ExpectRun(const Verdicts& verdicts) {
         SetRegistry(255);
-        std::string log = LogOfRun({});
-        EXPECT_TRUE(log.starts_with(LogBegin) && log.ends_with(LogEnd)) << log;
-        log.resize(log.size() - LogEnd.size());
-        return log.substr(LogBegin.size());
+        Course course = WithoutProduct(255);
+        course.verdicts.insert(course.verdicts.end(), verdicts.begin(), verdicts.end());
+        EXPECT_EQ(LogOfRun({}), test::LogOf(course));
     }
+
+    const Verdicts noService = {{"Stopping ", Cut},
+                                {"Stopping Application ", Absent},
+                                {"Starting ", Cut},
+                                {"Starting Application ", Bad},
+                                {"Disabling ", Cut}};
 };
 
 TEST_F(ActionsWithoutMemory, GoOnWithTheNextServiceAndTheNextStep) {
     ImportHook<&::OpenSCManagerW> connect(
         [](LPCWSTR, LPCWSTR, DWORD) -> SC_HANDLE { throw std::bad_alloc(); });
-    EXPECT_EQ(Log(),
-              StopBanner +
-                  std::string("Stopping Application ZEFIR.exe....with Window Title "
-                              "Tarsel\xAE Lumetra  application not found!\r\n"
-                              "Stopping brisko network service x64...."
-                              "Stopping hvnetsvc...."
-                              "Stopping Corvo...."
-                              "Stopping TarselHubService...."
-                              "Stopping Tarsel Nimbus Network Service...."
-                              "Stopping Ardex...."
-                              "Stopping Tarsel Metrics Service...."
-                              "Stopping Tarsel Data Relay Service....") +
-                  ConfigureSection() + StartBanner +
-                  "Starting Application BriskoLU.exe with command line -u....start failed!\r\n"
-                  "Starting Ardex...."
-                  "Starting Tarsel Metrics Service...."
-                  "Starting Tarsel Nimbus Network Service...."
-                  "Starting Tarsel Data Relay Service...."
-                  "\r\n------------------------\r\n"
-                  "Disabling Processes....\r\n"
-                  "------------------------\r\n"
-                  "Disabling Service Corvo...."
-                  "Disabling Service TarselHubService...."
-                  "Disabling Service Ardex...."
-                  "Disabling Service Tarsel Metrics Service...."
-                  "Disabling Service Tarsel Nimbus Network Service...."
-                  "Disabling Service Tarsel Data Relay Service....");
+    ExpectRun(noService);
 }
 
 TEST_F(ActionsWithoutMemory, GoOnBehindTheApplications) {
     ImportHook<&::K32EnumProcesses> enumerate(
         [](DWORD*, DWORD, LPDWORD) -> BOOL { throw std::bad_alloc(); });
     ImportHook<&::CreateProcessW> launch([](auto...) -> BOOL { throw std::bad_alloc(); });
-    const auto without = [](std::string text, const std::string& verdict) {
-        return text.erase(text.find(verdict), verdict.size());
-    };
-    EXPECT_EQ(Log(), StopBanner + without(StopLines, " application not found!\r\n") +
-                         ConfigureSection() + StartBanner +
-                         without(StartLines, "start failed!\r\n") + DisableSection);
+    ExpectRun({{"Stopping Application ", Cut}, {"Starting Application ", Cut}});
 }
 
 // Wherever it is: here before the securing, in it, and behind it.
 TEST_F(ActionsWithoutMemory, EndTheConfigureActionAndNeitherStartNorDisableAnything) {
-    const std::string stopped = std::string(StopBanner) + StopLines;
-    const auto configuredUpTo = [section = ConfigureSection()](const char* end) {
-        return section.substr(0, section.find(end) + std::strlen(end));
-    };
     {
         ImportHook<&::RegDeleteValueW> remove(
             [](HKEY, LPCWSTR) -> LSTATUS { throw std::bad_alloc(); });
-        EXPECT_EQ(Log(), stopped + configuredUpTo("ConfigFileDirectory= \t - \t"));
+        ExpectRun({{"\\ConfigFileDirectory=", Cut}});
     }
     {
         ImportHook<&::SetNamedSecurityInfoW> secure(
             [](auto...) -> DWORD { throw std::bad_alloc(); });
-        EXPECT_EQ(Log(), stopped + configuredUpTo("Setting DACLs on File/Directory  \t - \t"));
+        ExpectRun({{"Setting DACLs ", Cut}});
     }
     {
         ImportHook<&::CoCreateInstance> create([](auto...) -> HRESULT { throw std::bad_alloc(); });
-        EXPECT_EQ(Log(), stopped + configuredUpTo("VxIdleTask.exe]....\n"));
+        ExpectRun({{"Creating Task ", Cut}});
     }
 }
 
 TEST_F(ActionsWithoutMemory, DoNothingIfItCannotBeToldWhat) {
     ImportHook<&::RegQueryValueExW> query([](HKEY, LPCWSTR, LPDWORD, LPDWORD, LPBYTE,
                                              LPDWORD) -> LSTATUS { throw std::bad_alloc(); });
-    EXPECT_EQ(Log(), "");
+    SetRegistry(255);
+    EXPECT_EQ(LogOfRun({}), "\r\nFIRST RUN - START\r\n\r\n\r\n\r\nFIRST RUN - FINISHED\r\n");
 }
 
 // Not only for want of memory: a text that is longer than any may be is another exception.
-TEST_F(ActionsTest, GoOnWithTheNextServiceWhateverTheStandardLibraryThrows) {
+TEST_F(ActionsWithoutMemory, GoOnWithTheNextServiceWhateverTheStandardLibraryThrows) {
     ImportHook<&::OpenSCManagerW> connect(
         [](LPCWSTR, LPCWSTR, DWORD) -> SC_HANDLE { throw std::length_error("too long"); });
-    EXPECT_EQ(LogOfRun({L"/START"}),
-              LogBegin + StartBanner +
-                  "Starting Application BriskoLU.exe with command line -u....start failed!\r\n"
-                  "Starting Ardex...."
-                  "Starting Tarsel Metrics Service...."
-                  "Starting Tarsel Nimbus Network Service...."
-                  "Starting Tarsel Data Relay Service...." +
-                  LogEnd);
+    ExpectRun(noService);
 }
 
 // Each allocation of a run fails in turn, until a run is through without.

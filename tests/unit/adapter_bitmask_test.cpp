@@ -1,12 +1,12 @@
 #include "hw/adapter_bitmask.h"
 
 #include "hw/adapter_patterns.h"
+#include "support/call_log.h"
 #include "support/console_capture.h"
 #include "support/fake_adapters.h"
 #include "support/import_hook.h"
 #include "support/noted_steps.h"
 #include "support/private_registry.h"
-#include "support/registry_calls.h"
 #include "support/registry_contents.h"
 
 #include <windows.h>
@@ -30,7 +30,7 @@ using test::Calls;
 using test::DwordValue;
 using test::FakeAdapter;
 using test::ImportHook;
-using test::IsTheModel;
+using test::MaskOf;
 using test::ParametersKey;
 using test::Printed;
 using test::PutValue;
@@ -54,7 +54,7 @@ std::vector<Row> Rows(const std::vector<AdapterPattern>& patterns) {
     return rows;
 }
 
-TEST(HardwarePatternTable, HoldsTheOneModel) {
+TEST(HardwarePatternTable, HoldsTheModels) {
     EXPECT_EQ(Rows(HardwarePatternTable), (std::vector<Row>{{L"Tarsel.*QZ311.*", 0x00000002}}));
 }
 
@@ -93,16 +93,14 @@ TEST(BrandPatternTable, IsNotRead) {
 
 // ---- Matching one description
 
+// A row of the tests' own.
+const std::vector<AdapterPattern> OneModel = {{L"Tarsel.*QZ311.*", 0x00000002}};
+
 // What a description is found to be: its mask, and what is printed.
 using Found = std::pair<std::uint32_t, std::string>;
 
-Found Match(const std::wstring& description) {
-    Found found;
-    found.second = Printed([&] { found.first = MatchAdapterBitmask(description); });
-    return found;
-}
-
-Found Match(const std::wstring& description, const std::vector<AdapterPattern>& patterns) {
+Found Match(const std::wstring& description,
+            const std::vector<AdapterPattern>& patterns = OneModel) {
     Found found;
     found.second = Printed([&] { found.first = MatchAdapterBitmask(description, patterns); });
     return found;
@@ -223,9 +221,9 @@ TEST(MatchAdapterBitmask, AgreesWithTheRuleOnRandomDescriptions) {
                                    ? std::wstring(1, static_cast<wchar_t>(0xD700 + below(0x1000)))
                                    : pieces[below(pieces.size())];
             }
-            const bool expected = IsTheModel(description);
-            models += expected ? 1 : 0;
-            if (MatchAdapterBitmask(description) != (expected ? 2U : 0U)) {
+            const std::optional<std::uint32_t> expected = MaskOf(description);
+            models += expected ? 1U : 0U;
+            if (MatchAdapterBitmask(description) != expected.value_or(0)) {
                 wrong.push_back(description);
             }
         }

@@ -5,7 +5,6 @@
 #include "support/environment_variable.h"
 #include "support/import_hook.h"
 #include "support/print_hook.h"
-#include "support/registry_calls.h"
 #include "support/security_calls.h"
 #include "support/temporary_directory.h"
 

@@ -58,8 +58,7 @@ protected:
 
 private:
     ImportHook<&::CoInitializeEx> initialise_{[this](LPVOID reserved, DWORD model) {
-        calls.Add("CoInitializeEx", std::string(reserved == nullptr ? "null" : "given"), model,
-                  Position());
+        calls.Add("CoInitializeEx", reserved, model, Position());
         return initialised;
     }};
     ImportHook<&::CoUninitialize> uninitialise_{

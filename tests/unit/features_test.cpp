@@ -2,19 +2,21 @@
 
 #include "hw/adapter_bitmask.h"
 #include "hw/feature_table.h"
+#include "support/call_log.h"
 #include "support/console_capture.h"
 #include "support/import_hook.h"
 #include "support/noted_steps.h"
 #include "support/private_registry.h"
-#include "support/registry_calls.h"
 #include "support/registry_contents.h"
 #include "support/setting_records.h"
 
 #include <windows.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <tuple>
@@ -37,20 +39,38 @@ using test::TextSetting;
 using test::TextValue;
 using test::ValueOf;
 
+TEST(FeatureRuleTable, HoldsTheFeatures) {
+    const auto none = std::tuple(static_cast<HKEY>(nullptr), std::wstring(), std::wstring(), false,
+                                 4U, 0U, std::wstring());
+    const auto feature = [](const std::wstring& name, std::uint32_t number) {
+        return std::tuple(HKEY_LOCAL_MACHINE, std::wstring(ParametersKey), name, false, 4U, number,
+                          std::wstring());
+    };
+    const struct {
+        std::uint32_t mask;
+        decltype(none) whenClear;
+        decltype(none) whenSet;
+    } rows[] = {{0x00000002, none, feature(L"MultiInterface_Enabled", 1)}};
+    ASSERT_EQ(FeatureRuleTable.size(), std::size(rows));
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        EXPECT_EQ(FeatureRuleTable[i].mask, rows[i].mask);
+        EXPECT_EQ(Fields(FeatureRuleTable[i].whenClear), rows[i].whenClear);
+        EXPECT_EQ(Fields(FeatureRuleTable[i].whenSet), rows[i].whenSet);
+    }
+}
+
+// A row of the tests' own.
 constexpr wchar_t Feature[] = L"MultiInterface_Enabled";
 constexpr char FeatureLine[] =
     "Writing Registry Setting HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\Tarsel "
     "Nimbus Network Service\\Parameters\\MultiInterface_Enabled=1\r\n";
-
-TEST(FeatureRuleTable, HoldsTheOneFeature) {
-    ASSERT_EQ(FeatureRuleTable.size(), 1U);
-    const FeatureRule& rule = FeatureRuleTable[0];
-    EXPECT_EQ(rule.mask, 0x00000002U);
-    EXPECT_EQ(Fields(rule.whenSet),
-              std::tuple(HKEY_LOCAL_MACHINE, ParametersKey, Feature, false, 4U, 1U, L""));
-    EXPECT_EQ(Fields(rule.whenClear),
-              std::tuple(static_cast<HKEY>(nullptr), L"", L"", false, 4U, 0U, L""));
-}
+const std::vector<FeatureRule> OneFeature = {{{},
+                                              {.root = HKEY_LOCAL_MACHINE,
+                                               .keyPath = ParametersKey,
+                                               .valueName = Feature,
+                                               .type = REG_DWORD,
+                                               .number = 1},
+                                              0x00000002}};
 
 // The features of a machine that has a bitmask and a registry of its own.
 class Features : public testing::Test {
@@ -58,11 +78,8 @@ protected:
     ~Features() override { g_hardwareBitmask = 0; }
 
     // What is printed.
-    static std::string Enabled(std::uint32_t bitmask) {
-        g_hardwareBitmask = bitmask;
-        return Printed([] { EnableFeaturesByBitmask(); });
-    }
-    static std::string Enabled(std::uint32_t bitmask, const std::vector<FeatureRule>& rules) {
+    static std::string Enabled(std::uint32_t bitmask,
+                               const std::vector<FeatureRule>& rules = OneFeature) {
         g_hardwareBitmask = bitmask;
         return Printed([&] { EnableFeaturesByBitmask(rules); });
     }
@@ -144,6 +161,13 @@ TEST_F(Features, AreThoseOfTheRowsInTheirOrder) {
     EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, L"Software\\a", L"set"), TextValue(L"5"));
 }
 
+TEST_F(Features, AreThoseOfTheProductsTableByThemselves) {
+    for (const std::uint32_t bitmask : {0U, 2U, 0xFFFF'FFFFU}) {
+        const std::string printed = Enabled(bitmask, FeatureRuleTable);
+        EXPECT_EQ(Printed([] { EnableFeaturesByBitmask(); }), printed);
+    }
+}
+
 TEST_F(Features, AreNoneForAnEmptyTable) {
     EXPECT_EQ(Enabled(0xFFFF'FFFF, {}), "");
 }
@@ -183,7 +207,7 @@ TEST_F(Features, AreLoggedOnceTheyAreWritten) {
     Printed([&] {
         const test::NotedPrints prints(steps);
         const test::NotedCalls<&::RegSetValueExW> set(steps, "set");
-        EnableFeaturesByBitmask();
+        EnableFeaturesByBitmask(OneFeature);
     });
     EXPECT_THAT(steps, testing::ElementsAre("set", FeatureLine));
 }

@@ -5,17 +5,18 @@
 #include "support/call_log.h"
 #include "support/console_capture.h"
 #include "support/environment_variable.h"
+#include "support/expected_log.h"
 #include "support/file_contents.h"
 #include "support/import_hook.h"
 #include "support/on_wine.h"
 #include "support/private_registry.h"
-#include "support/registry_calls.h"
 #include "support/registry_contents.h"
 #include "support/temporary_directory.h"
 
 #include <windows.h>
 
 #include <cstddef>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <iterator>
@@ -37,7 +38,7 @@ using test::RecordedImport;
 using testing::ElementsAre;
 using testing::Optional;
 
-TEST(FileTable, HoldsTheThreeConfigurationFiles) {
+TEST(FileTable, HoldsTheConfigurationFiles) {
     const test::PrivateRegistry registry;
     const EnvironmentVariable programData(L"ProgramData", L"C:\\Data");
     const struct {
@@ -273,21 +274,16 @@ TEST_F(FileOperationsTest, CopyFilesOfTheProductsTable) {
     const test::PrivateRegistry registry;
     const EnvironmentVariable programData(L"ProgramData", directory / L"data");
     const EnvironmentVariable systemRoot(L"SystemRoot", directory / L"system");
-    const std::wstring source = directory / L"system\\system32\\drivers\\Tarsel\\ZEFIR\\";
-    const std::wstring placed = directory / L"data\\Tarsel\\Nimbus\\ConfigurationFiles\\";
-    for (const wchar_t* name : {L"user.xml", L"oem.xml", L"vx.stg"}) {
-        PutFile(source + name, Narrow(name));
+    for (const FileOperation& file : FileTable) {
+        PutFile(ExpandEnvironmentPath(file.sourcePath), Narrow(file.fileName));
     }
-    EXPECT_EQ(Printed([] { RunFileOperations(); }),
-              Creating(placed, Success) +
-                  Copying(source + L"user.xml", placed + L"user.xml", "false", Success) +
-                  Deleting(placed + L"oem.xml", Failure) + Creating(placed, Failure) +
-                  Copying(source + L"oem.xml", placed + L"oem.xml", "true", Success) +
-                  Deleting(placed + L"vx.stg", Failure) + Creating(placed, Failure) +
-                  Copying(source + L"vx.stg", placed + L"vx.stg", "true", Success));
-    for (const wchar_t* name : {L"user.xml", L"oem.xml", L"vx.stg"}) {
-        EXPECT_THAT(FileText(placed + name), Optional(Narrow(name)));
+    const std::string printed = Printed([] { RunFileOperations(); });
+    for (const FileOperation& file : FileTable) {
+        EXPECT_THAT(FileText(test::DestinationOf(file)), Optional(Narrow(file.fileName)));
+        std::filesystem::remove(test::DestinationOf(file));
     }
+    std::filesystem::remove_all(directory / L"data");
+    EXPECT_EQ(printed, LogOf(FileTable));
 }
 
 TEST_F(FileOperationsTest, CopyToTheDirectoryOfTheRegistry) {

@@ -84,6 +84,33 @@ void* FindWindowsDirectory() {
     return ::FindFirstFileW(L"C:\\windows", &entry);
 }
 
+void* FindWindowsDirectoryEx() {
+    WIN32_FIND_DATAW entry = {};
+    return ::FindFirstFileExW(L"C:\\windows", FindExInfoBasic, &entry, FindExSearchNameMatch,
+                              nullptr, 0);
+}
+
+void* TextOfTrustee() {
+    SID everyone = {SID_REVISION, 1, SECURITY_WORLD_SID_AUTHORITY, {SECURITY_WORLD_RID}};
+    wchar_t* text = nullptr;
+    ::ConvertSidToStringSidW(&everyone, &text);
+    return text;
+}
+
+void* TextOfDescriptor() {
+    SECURITY_DESCRIPTOR descriptor = {};
+    ::InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION);
+    ::SetSecurityDescriptorDacl(&descriptor, TRUE, nullptr, FALSE);
+    wchar_t* text = nullptr;
+    ::ConvertSecurityDescriptorToStringSecurityDescriptorW(
+        &descriptor, SDDL_REVISION_1, OWNER_SECURITY_INFORMATION, &text, nullptr);
+    return text;
+}
+
+void FreeMemory(void* memory) {
+    ::LocalFree(memory);
+}
+
 void* OpenManager() {
     return ::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
 }
@@ -143,6 +170,14 @@ INSTANTIATE_TEST_SUITE_P(
                     LedgerKind{"CreateFileW", &OpenOwnProgram, &CloseKernelHandle},
                     LedgerKind{"FindFirstFileW", &FindWindowsDirectory,
                                [](void* search) { ::FindClose(search); }},
+                    LedgerKind{"FindFirstFileExW", &FindWindowsDirectoryEx,
+                               [](void* search) { ::FindClose(search); }},
+                    LedgerKind{"CreateToolhelp32Snapshot",
+                               [] { return ::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0); },
+                               &CloseKernelHandle},
+                    LedgerKind{"ConvertSidToStringSidW", &TextOfTrustee, &FreeMemory},
+                    LedgerKind{"ConvertSecurityDescriptorToStringSecurityDescriptorW",
+                               &TextOfDescriptor, &FreeMemory},
                     LedgerKind{"RegisterEventSourceW",
                                [] { return ::RegisterEventSourceW(nullptr, L"Finaset test"); },
                                [](void* source) { ::DeregisterEventSource(source); }},

@@ -1,8 +1,8 @@
 #include "fs/path_helpers.h"
 
+#include "support/call_log.h"
 #include "support/environment_variable.h"
 #include "support/import_hook.h"
-#include "support/registry_calls.h"
 #include "support/split_path.h"
 #include "support/temporary_directory.h"
 

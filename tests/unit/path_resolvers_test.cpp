@@ -1,9 +1,9 @@
 #include "config/path_resolvers.h"
 
+#include "support/call_log.h"
 #include "support/environment_variable.h"
 #include "support/import_hook.h"
 #include "support/private_registry.h"
-#include "support/registry_calls.h"
 #include "support/registry_contents.h"
 
 #include <windows.h>

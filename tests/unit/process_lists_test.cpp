@@ -31,7 +31,7 @@ TEST(ProcessLists, NumberTheKindsOfEntries) {
     EXPECT_EQ(static_cast<int>(EntryKind::QuitApp), 2);
 }
 
-TEST(ProcessLists, StopTheApplicationFirstAndThenEveryService) {
+TEST(ProcessLists, StopTheApplicationFirstAndThenServices) {
     const std::vector<Row> expected = {{2, L"ZEFIR.exe", L"Tarsel\u00AE Lumetra"},
                                        {0, L"brisko network service x64", L""},
                                        {0, L"hvnetsvc", L""},

@@ -1,9 +1,9 @@
 #include "registry/registry_key.h"
 
+#include "support/call_log.h"
 #include "support/import_hook.h"
 #include "support/native_keys.h"
 #include "support/private_registry.h"
-#include "support/registry_calls.h"
 #include "support/registry_contents.h"
 
 #include <windows.h>

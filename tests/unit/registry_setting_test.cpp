@@ -1,8 +1,8 @@
 #include "registry/registry_setting.h"
 
+#include "support/call_log.h"
 #include "support/import_hook.h"
 #include "support/private_registry.h"
-#include "support/registry_calls.h"
 #include "support/registry_contents.h"
 
 #include <windows.h>

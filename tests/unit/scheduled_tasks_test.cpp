@@ -455,16 +455,24 @@ protected:
         "   Deleting Task Name [Tarsel Lumetra Startup Task]....\n" + Success;
 };
 
-TEST_F(ScheduleTasksTest, RegistersTheProductsTaskAndRemovesTheObsoleteOne) {
-    EXPECT_EQ(Printed([this] { scheduled = ScheduleTasks(); }),
-              CreationLines("VxIdle Task", "C:\\Own Directory\\VxIdleTask.exe") + deletionLines);
+TEST_F(ScheduleTasksTest, RegistersTheProductsTasksAndRemovesTheObsoleteOne) {
+    std::string lines;
+    std::vector<std::string> xmls;
+    std::vector<std::string> registrations;
+    for (const ScheduledTaskEntry& task : ScheduledTaskTable) {
+        const std::string process =
+            (task.resolveInOwnFolder ? "C:\\Own Directory\\" : "") + Narrow(task.processName);
+        std::string xml = Narrow(task.taskXml);
+        xml.replace(xml.find("##PROCESSNAME##"), 15, process);
+        lines += CreationLines(Narrow(task.taskName), process);
+        xmls.push_back("put_XmlText(" + xml + ")");
+        registrations.push_back("RegisterTaskDefinition(" + Narrow(task.taskName) +
+                                ", other, 6, empty, empty, 4, empty)");
+    }
+    EXPECT_EQ(Printed([this] { scheduled = ScheduleTasks(); }), lines + deletionLines);
     EXPECT_TRUE(scheduled);
-    std::wstring xml = ScheduledTaskTable.front().taskXml;
-    xml.replace(xml.find(L"##PROCESSNAME##"), 15, L"C:\\Own Directory\\VxIdleTask.exe");
-    EXPECT_THAT(Xmls(), ElementsAre("put_XmlText(" + Narrow(xml) + ")"));
-    EXPECT_THAT(
-        service_.calls.Of("RegisterTaskDefinition"),
-        ElementsAre("RegisterTaskDefinition(VxIdle Task, other, 6, empty, empty, 4, empty)"));
+    EXPECT_EQ(Xmls(), xmls);
+    EXPECT_EQ(service_.calls.Of("RegisterTaskDefinition"), registrations);
     EXPECT_THAT(service_.calls.Of("DeleteTask"),
                 ElementsAre("DeleteTask(Tarsel Lumetra Startup Task, 0)"));
 }

@@ -120,7 +120,7 @@ public:
     void Show(std::size_t logs) {
         const Clock::time_point now = terminal_ ? Clock::now() : next_;
         if (now > next_) {
-            std::cerr << '\r' << logs << " logs" << std::flush;
+            std::cerr << '\r' << logs << (logs == 1 ? " log" : " logs") << std::flush;
             shown_ = true;
             next_ = now + Interval;
         }

@@ -35,16 +35,17 @@ public:
     // The log's bytes are the first 256 Unicode characters.
     void Text(std::string_view text) {
         json_ += '"';
-        std::size_t begin = 0;  // of what needs no escape
-        for (std::size_t index = 0; index < text.size(); ++index) {
-            const auto code = static_cast<unsigned char>(text[index]);
+        const char* begin = text.data();  // of what needs no escape
+        const char* const end = begin + text.size();
+        for (const char* at = begin; at != end; ++at) {
+            const auto code = static_cast<unsigned char>(*at);
             if (!Plain[code]) {
-                json_ += text.substr(begin, index - begin);
+                json_.append(begin, at);
                 Escape(code);
-                begin = index + 1;
+                begin = at + 1;
             }
         }
-        json_ += text.substr(begin);
+        json_.append(begin, end);
         json_ += '"';
     }
 
@@ -69,9 +70,11 @@ public:
         json_ += '"';
     }
 
+    // Of letters that stand for themselves.
     void Key(std::string_view name) {
-        Text(name);
-        json_ += ": ";
+        json_ += '"';
+        json_ += name;
+        json_ += "\": ";
     }
 
     void Number(std::string_view name, std::size_t number) {

@@ -1,7 +1,7 @@
 // The task service, as a Windows machine has it: Wine's own, but for what that cannot do. It takes
 // a connection with missing arguments for one to another machine, and forgets a task's action; so
-// this translates the one, and appends the definition of each task to the file that is named like
-// this library with ".definitions" behind it.
+// this translates the one, gives what was defined back as it was, and appends the definition of
+// each task to the file that is named like this library with ".definitions" behind it.
 
 #include "stand_in.h"
 #include "support/com_object.h"
@@ -11,7 +11,11 @@
 #include <oleauto.h>
 #include <taskschd.h>
 
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -45,12 +49,71 @@ public:
 
     HRESULT STDMETHODCALLTYPE put_XmlText(BSTR xml) override {
         stand_in::AppendLine(OwnPath() + L".definitions", xml);
+        xml_ = xml;
         return inner_->put_XmlText(xml);
     }
-    HRESULT STDMETHODCALLTYPE get_XmlText(BSTR* xml) override { return inner_->get_XmlText(xml); }
+    HRESULT STDMETHODCALLTYPE get_XmlText(BSTR* xml) override {
+        *xml = ::SysAllocString(xml_.c_str());
+        return S_OK;
+    }
 
 private:
     Inner<ITaskDefinition> inner_;
+    std::wstring xml_;
+};
+
+class RegisteredTask : public test::ComObject<test::RegisteredTaskStub, IRegisteredTask> {
+public:
+    explicit RegisteredTask(std::wstring xml) : xml_(std::move(xml)) {}
+
+    HRESULT STDMETHODCALLTYPE get_Xml(BSTR* xml) override {
+        *xml = ::SysAllocString(xml_.c_str());
+        return S_OK;
+    }
+
+private:
+    std::wstring xml_;
+};
+
+class Folder : public test::ComObject<test::TaskFolderStub, ITaskFolder> {
+public:
+    explicit Folder(ITaskFolder* inner) : inner_(inner) {}
+
+    HRESULT STDMETHODCALLTYPE RegisterTaskDefinition(BSTR path, ITaskDefinition* definition,
+                                                     LONG flags, VARIANT user, VARIANT password,
+                                                     TASK_LOGON_TYPE logon, VARIANT sddl,
+                                                     IRegisteredTask** task) override {
+        return inner_->RegisterTaskDefinition(path, definition, flags, user, password, logon, sddl,
+                                              task);
+    }
+    HRESULT STDMETHODCALLTYPE DeleteTask(BSTR name, LONG flags) override {
+        return inner_->DeleteTask(name, flags);
+    }
+    // From the file that Wine keeps of it.
+    HRESULT STDMETHODCALLTYPE GetTask(BSTR name, IRegisteredTask** task) override {
+        wchar_t directory[MAX_PATH] = {};
+        ::GetSystemDirectoryW(directory, MAX_PATH);
+        std::ifstream file(std::filesystem::path(directory) / L"tasks" / name, std::ios::binary);
+        *task = nullptr;
+        if (!file) {
+            return HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
+        }
+        const std::string stored(std::istreambuf_iterator<char>(file), {});
+        std::wstring xml(stored.size(), L'\0');
+        const int length =
+            ::MultiByteToWideChar(CP_UTF8, 0, stored.data(), static_cast<int>(stored.size()),
+                                  xml.data(), static_cast<int>(xml.size()));
+        xml.resize(static_cast<std::size_t>(length));
+        // Its declaration says UTF-8.
+        const std::size_t root = xml.find(L"<Task");
+        xml = L"<?xml version=\"1.0\" encoding=\"UTF-16\"?>" +
+              xml.substr(root == std::wstring::npos ? 0 : root);
+        *task = new RegisteredTask(xml);
+        return S_OK;
+    }
+
+private:
+    Inner<ITaskFolder> inner_;
 };
 
 class Service : public test::ComObject<test::TaskServiceStub, ITaskService> {
@@ -74,7 +137,11 @@ public:
         return result;
     }
     HRESULT STDMETHODCALLTYPE GetFolder(BSTR path, ITaskFolder** folder) override {
-        return inner_->GetFolder(path, folder);
+        const HRESULT result = inner_->GetFolder(path, folder);
+        if (SUCCEEDED(result)) {
+            *folder = new Folder(*folder);
+        }
+        return result;
     }
 
 private:

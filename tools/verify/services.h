@@ -1,0 +1,22 @@
+#pragma once
+
+#include "proc/process_entry.h"
+#include "verify/row.h"
+
+#include <span>
+
+namespace verify {
+
+// Whether each entry of the list is as the step of that name leaves it. What the step skips has no
+// row. Services are opened with the right to be asked, and no other.
+
+// Stopped: not running. What a later step starts is not asked for, nor is a service that is not
+// installed running.
+Rows CheckStopped(std::span<const ProcessEntry> entries,
+                  std::span<const ProcessEntry> startedLater);
+
+Rows CheckStarted(std::span<const ProcessEntry> entries);
+
+Rows CheckDisabled(std::span<const ProcessEntry> entries);
+
+}  // namespace verify

@@ -1,0 +1,137 @@
+#include "verify/write.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+
+namespace verify {
+
+namespace {
+
+constexpr std::size_t VerdictWidth = 9;
+constexpr std::size_t KindWidth = 11;
+
+constexpr wchar_t FirstPrintable = L' ';
+constexpr wchar_t Delete = L'\x7F';
+constexpr wchar_t EndOfControls = L'\xA0';
+
+std::string Padded(std::string_view text, std::size_t width) {
+    std::string padded(text);
+    padded.resize(std::max(width, padded.size() + 1), ' ');
+    return padded;
+}
+
+// What could make a terminal do something is shown as what it is not.
+std::string Shown(std::wstring text) {
+    for (wchar_t& character : text) {
+        if (character < FirstPrintable || (character >= Delete && character < EndOfControls)) {
+            character = L'?';
+        }
+    }
+    constexpr std::size_t MostBytes = 3;  // of one character of UTF-16 in UTF-8
+    std::string bytes(text.size() * MostBytes, '\0');
+    const int length = ::WideCharToMultiByte(
+        CP_UTF8, 0, text.data(), static_cast<int>(text.size()), bytes.data(),
+        static_cast<int>(bytes.size()), /*lpDefaultChar=*/nullptr, /*lpUsedDefaultChar=*/nullptr);
+    bytes.resize(static_cast<std::size_t>(length));
+    return bytes;
+}
+
+std::string Line(const Row& row) {
+    std::string line = Padded(NameOf(row.finding.verdict), VerdictWidth) +
+                       Padded(row.kind, KindWidth) + Shown(row.name);
+    if (row.finding.verdict == Verdict::Differs) {
+        line += ": expected " + Shown(row.expected) + ", found " + Shown(row.finding.text);
+    } else if (row.finding.verdict == Verdict::Unknown) {
+        line += ": " + Shown(row.finding.text);
+    }
+    return line + '\n';
+}
+
+// A character that is half of a pair, or of none, is escaped like any other that is not ASCII: so
+// the text is valid whatever a name is made of.
+std::string Quoted(std::wstring_view text) {
+    std::string quoted = "\"";
+    for (const wchar_t character : text) {
+        if (character == L'"' || character == L'\\') {
+            quoted += '\\';
+            quoted += static_cast<char>(character);
+        } else if (character < FirstPrintable || character >= Delete) {
+            constexpr std::string_view Digits = "0123456789abcdef";
+            constexpr unsigned Highest = 12;
+            constexpr unsigned Bits = 4;
+            quoted += "\\u";
+            for (unsigned digit = 0; digit <= Highest; digit += Bits) {
+                quoted += Digits[(static_cast<std::uint16_t>(character) >> (Highest - digit)) %
+                                 Digits.size()];
+            }
+        } else {
+            quoted += static_cast<char>(character);
+        }
+    }
+    return quoted + '"';
+}
+
+std::string Quoted(std::string_view ascii) {
+    return Quoted(std::wstring(ascii.begin(), ascii.end()));
+}
+
+template <typename Text>
+std::string Member(std::string_view name, const Text& text) {
+    return Quoted(name) + ':' + Quoted(text);
+}
+
+std::string Number(std::string_view name, std::size_t number) {
+    return Quoted(name) + ':' + std::to_string(number);
+}
+
+std::string Object(const Row& row) {
+    return '{' + Member("kind", std::string_view(row.kind)) + ',' +
+           Member("name", std::wstring_view(row.name)) + ',' +
+           Member("verdict", NameOf(row.finding.verdict)) + ',' +
+           Member("expected", std::wstring_view(row.expected)) + ',' +
+           Member("found", std::wstring_view(row.finding.text)) + '}';
+}
+
+}  // namespace
+
+std::string_view NameOf(Verdict verdict) {
+    switch (verdict) {
+        case Verdict::Ok:
+            return "ok";
+        case Verdict::Differs:
+            return "DIFFERS";
+        default:
+            return "UNKNOWN";
+    }
+}
+
+std::string WriteText(const Report& report) {
+    std::string text;
+    for (const Row& row : report.rows) {
+        text += Line(row);
+    }
+    return text + std::to_string(report.rows.size()) +
+           " rows: " + std::to_string(Count(report, Verdict::Ok)) + " ok, " +
+           std::to_string(Count(report, Verdict::Differs)) + " DIFFERS, " +
+           std::to_string(Count(report, Verdict::Unknown)) + " UNKNOWN\n";
+}
+
+std::string WriteJson(const Report& report) {
+    std::string json = '{' + Member("computer", std::wstring_view(report.computer)) + ',' +
+                       Member("version", std::string_view(report.version)) + ',' +
+                       Number("actions", report.actions) + ',' +
+                       Number("ok", Count(report, Verdict::Ok)) + ',' +
+                       Number("differs", Count(report, Verdict::Differs)) + ',' +
+                       Number("unknown", Count(report, Verdict::Unknown)) + ",\"rows\":[";
+    const char* separator = "";
+    for (const Row& row : report.rows) {
+        json += separator + Object(row);
+        separator = ",";
+    }
+    return json + "]}\n";
+}
+
+}  // namespace verify
