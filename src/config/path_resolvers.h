@@ -15,7 +15,7 @@ struct PathResolver {
 
     std::wstring operator()(const std::wstring& name) const;
 
-    // The same for this directory, whatever the value names.
+    // The same for this directory, whatever the value says.
     [[nodiscard]] std::wstring InDirectory(std::wstring directory, const std::wstring& name) const;
 };
 

@@ -17,7 +17,7 @@ inline constexpr wchar_t ActivityLogDirectoryName[] = L"ActivityLogDirectory";
 inline constexpr wchar_t ActivityLogDefaultDirectory[] =
     L"%programdata%\\Tarsel\\Nimbus\\ActivityLog";
 
-// The value used as the hardware bitmask if it exists and is not 1; and where the bitmask is stored.
+// The value used as the hardware bitmask if it exists and is not 1, and where the bitmask is kept.
 inline constexpr wchar_t HardwareBitmaskGateName[] = L"Tarsel_HWConfigDefault";
 inline constexpr wchar_t HardwareBitmaskKey[] = L"SOFTWARE\\Tarsel\\Nimbus";
 inline constexpr wchar_t HardwareBitmaskName[] = L"Tarsel_HWConfig";

@@ -4,11 +4,11 @@
 #include <string>
 #include <string_view>
 
-// Stands in a task's definition for the path of its program.
+// In a task's definition, stands for its program's path.
 inline constexpr std::wstring_view ProcessPlaceholder = L"##PROCESSNAME##";
 
-// The task that older installations left behind. A string from before the run: it is deleted even if
-// there is no memory left.
+// The task that older installations left. Allocated before the run: it is deleted even when memory
+// runs out.
 extern const std::wstring ObsoleteTask;
 
 // One task for the Task Scheduler, to be registered in its root folder.
