@@ -67,7 +67,7 @@ ends=$(tr -d '\r' <ends.txt | tr '\n' ' ') || ends=none
 }
 expect 1.txt '^This is Windows 6\.1\.[0-9]+\. The tests are for Windows 10'
 expect 2.txt 'HKEY_LOCAL_MACHINE.SOFTWARE.Tarsel'
-expect 3.txt 'thrown away'
+expect 3.txt 'disposable'
 expect 3.txt 'Nothing was done'
 for number in 1 2 3; do
     [[ ! -e report-$number ]] || failures=1
