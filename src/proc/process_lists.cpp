@@ -16,7 +16,7 @@ const std::vector<ProcessEntry> StopList = {
 };
 
 const std::vector<ProcessEntry> StartList = {
-    {LaunchApp, L"BriskoLU.exe", L"-u"},
+    {LaunchApp, L"BriskoLU.exe", L"-u"},          {Service, L"Ardex", L""},
     {Service, L"Tarsel Metrics Service", L""},    {Service, L"Tarsel Nimbus Network Service", L""},
     {Service, L"Tarsel Data Relay Service", L""},
 };

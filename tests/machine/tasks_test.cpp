@@ -4,6 +4,7 @@
 #include "support/call_log.h"
 #include "support/expected_log.h"
 #include "support/file_contents.h"
+#include "support/on_wine.h"
 #include "tasks/task_table.h"
 
 #include <windows.h>
@@ -51,7 +52,15 @@ std::string Stored(const wchar_t* task) {
     return FileText(std::filesystem::path(L"C:\\windows\\system32\\tasks") / task).value();
 }
 
-TEST(ScheduledTasks, AreRegisteredWithTheProgramsPath) {
+class ScheduledTasks : public testing::Test {
+    void SetUp() override {
+        if (!test::OnWine()) {
+            GTEST_SKIP() << "Windows lets nobody replace its Task Scheduler; see OnWindows";
+        }
+    }
+};
+
+TEST_F(ScheduledTasks, AreRegisteredWithTheProgramsPath) {
     const Machine machine;
     ExpectRun(machine);
     EXPECT_EQ(machine.Describe().tasks, ProductTasks());
@@ -60,7 +69,7 @@ TEST(ScheduledTasks, AreRegisteredWithTheProgramsPath) {
                 AllOf(HasSubstr("<Author>Tarsel</Author>"), HasSubstr("<URI>\\VxIdleTask</URI>")));
 }
 
-TEST(ScheduledTasks, AreReplacedByALaterRun) {
+TEST_F(ScheduledTasks, AreReplacedByALaterRun) {
     const Machine machine;
     Machine::ScheduleTask(IdleTask);
     ExpectRun(machine);
@@ -72,7 +81,7 @@ TEST(ScheduledTasks, AreReplacedByALaterRun) {
     EXPECT_EQ(Machine::TaskDefinitions().size(), 2 * ScheduledTaskTable.size());
 }
 
-TEST(ScheduledTasks, LoseTheObsoleteOneAndNoOther) {
+TEST_F(ScheduledTasks, LoseTheObsoleteOneAndNoOther) {
     const Machine machine;
     Machine::ScheduleTask(L"Tarsel Lumetra Startup Task");
     Machine::ScheduleTask(L"Tarsel Lumetra Startup Task 2");
@@ -82,7 +91,7 @@ TEST(ScheduledTasks, LoseTheObsoleteOneAndNoOther) {
     EXPECT_THAT(machine.Describe().tasks, UnorderedElementsAreArray(expected));
 }
 
-TEST(ScheduledTasks, AreDoneWithoutWhereTheServiceCannotBeReached) {
+TEST_F(ScheduledTasks, AreDoneWithoutWhereTheServiceCannotBeReached) {
     Machine machine;
     machine.InstallProduct();
     const Utils::KernelHandle application = machine.StartProduct();
@@ -91,14 +100,14 @@ TEST(ScheduledTasks, AreDoneWithoutWhereTheServiceCannotBeReached) {
     EXPECT_THAT(machine.Describe().tasks, IsEmpty());
 }
 
-TEST(ScheduledTasks, CountAsDoneWhereThereIsNoService) {
+TEST_F(ScheduledTasks, CountAsDoneWhereThereIsNoService) {
     const Machine machine;
     Machine::RemoveTaskService();
     ExpectRun(machine, {.startupTask = true});  // nothing is said of one that is missing
     EXPECT_THAT(machine.Describe().tasks, IsEmpty());
 }
 
-TEST(ScheduledTasks, TakeAPathWithBlanksAsItStands) {
+TEST_F(ScheduledTasks, TakeAPathWithBlanksAsItStands) {
     const std::string directory = "C:\\A place  with\\many blanks in it";
     const Machine machine(directory);
     ExpectRun(machine);
@@ -108,7 +117,7 @@ TEST(ScheduledTasks, TakeAPathWithBlanksAsItStands) {
 
 // The path is put into the definition as text, so one with an & makes it no XML any more. Wine
 // takes it all the same, without what stands behind the &.
-TEST(ScheduledTasks, AreDefinedByInvalidXmlFromADirectoryWithAnAmpersand) {
+TEST_F(ScheduledTasks, AreDefinedByInvalidXmlFromADirectoryWithAnAmpersand) {
     const std::string directory = "C:\\R & D";
     const Machine machine(directory);
     ExpectRun(machine);

@@ -22,7 +22,7 @@ if /i "%~1"=="/yes" (
 shift
 goto arguments
 :arguments_end
-if not defined programs set programs=unit_tests sweep_tests machine_tests windows_tests installer_tests adapter_tests log_tests log_reader_tests verify_tests verify_machine_tests
+if not defined programs set programs=unit_tests sweep_tests verify_tests machine_tests verify_machine_tests windows_tests installer_tests adapter_tests log_tests log_reader_tests
 
 windows_kit.exe check
 if errorlevel 1 exit /b 2

@@ -77,7 +77,7 @@ expect 4.txt 'unit_tests \.\.\. passed'
 expect 4.txt '^machine_tests \(as the system\) \.\.\. passed'
 expect report-4/machine_tests.txt '^\[       OK \] Machine\.TheOptionStopOnlyStops'
 expect report-4/summary.txt '^Windows 10\.0\.'
-for program in unit sweep machine windows installer adapter log log_reader; do
+for program in unit sweep verify machine verify_machine windows installer adapter log log_reader; do
     [[ $program != installer || -e installer_tests.exe ]] || continue
     expect_file report-4/${program}_tests.xml
     expect report-4/summary.txt "^  ${program}_tests: [0-9]+ tests, 0 failed, [0-9]+ skipped"

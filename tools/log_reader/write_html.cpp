@@ -203,7 +203,7 @@ void Write(std::ostream& output, const Finding& finding, const Rollout& rollout,
     const std::string share = Share(logs, rollout);
     output << "<section class=\"finding\">\n<div class=\"measure\"><span>" << logs
            << (logs == 1 ? " log" : " logs") << ", " << share
-           << "</span><div class=\"bar\"><div style=\"width: " << share.substr(0, share.find(' '))
+           << R"(</span><div class="bar"><div style="width: )" << share.substr(0, share.find(' '))
            << R"(%"></div></div></div>)"
            << "\n<p><code>" << Escaped(finding.what) << "</code></p>\n";
     if (!finding.reason.empty()) {
