@@ -80,9 +80,9 @@ TEST_F(WineLimits, TheEventLogStoresNothing) {
     ::CloseEventLog(log);
 }
 
-// Allowance: access lists are compared as they are asked for, not as they are afterwards. The program
-// that says whether a machine is in order is shown lists of the tests' own, where it reads them; by
-// itself it finds that the four directories differ.
+// Allowance: access lists are compared as they are asked for, not as they are afterwards. The
+// program that says whether a machine is in order is shown lists of the tests' own, where it reads
+// them; by itself it finds that the four directories differ.
 TEST_F(WineLimits, AnAccessListIsReadBackAsTheFilesModeHasIt) {
     const test::TemporaryDirectory directory;
     std::wstring path = directory / L"file";
