@@ -33,7 +33,7 @@ namespace {
 constexpr wchar_t Parameters[] =
     L"SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service\\Parameters";
 
-// What would fault, or never end, after a call that has failed ends the run instead.
+// If what follows would fault or never end after a failed call, ends the run instead.
 void Require(bool succeeded, const char* call) {
     if (!succeeded) {
         throw std::runtime_error(call);
@@ -44,7 +44,7 @@ void Require(HRESULT result, const char* call) {
     Require(SUCCEEDED(result), call);
 }
 
-// Every path has a buffer of its own.
+// Every path has its own buffer.
 constexpr std::size_t PathCapacity = 2048;
 using Path = wchar_t[PathCapacity];
 
@@ -65,7 +65,7 @@ void Expand(const wchar_t* path, Path& expanded) {
     ::ExpandEnvironmentStringsW(path, expanded, PathCapacity);
 }
 
-// A path that is expanded for the log alone.
+// A path expanded only for the log.
 void Show(const wchar_t* path) {
     Path expanded;
     Expand(path, expanded);
@@ -323,7 +323,7 @@ bool IsLink(const wchar_t* path) {
     return information.nNumberOfLinks > 1;
 }
 
-// Names, each with its zero, one behind the other.
+// Names, each with its terminating zero, one after another.
 using Names = std::vector<wchar_t>;
 
 template <typename Visit>
@@ -334,7 +334,7 @@ void ForEachName(const Names& names, Visit visit) {
     }
 }
 
-// Calls `visit` with the name and the attributes of each entry of the directory.
+// Calls `visit` with the name and attributes of each entry of the directory.
 template <typename Visit>
 void ForEachEntry(const wchar_t* directory, Visit visit) {
     Path pattern;
@@ -391,7 +391,7 @@ void SetProtectedList(const wchar_t* path, const std::vector<AceSpec>& aces) {
     SetList(path, PROTECTED_DACL_SECURITY_INFORMATION, list);
 }
 
-// What is below inherits.
+// Everything below inherits.
 void ResetLists(const wchar_t* directory) {
     const Names names = ListEntries(directory);
     ForEachName(names, [&](const wchar_t* name) {

@@ -1,14 +1,14 @@
-// Measures the program beside what it is to be measured by, on the machine that this runs on, as it
-// is told by standard input:
+// Measures the program and what it is compared with, on the machine that this runs on, as standard
+// input says:
 //
 //   bring PATH                                    moves it to C:\files
-//   measure ENTRIES TURNS MS LIMIT-MS GROUP       the group's turns, none begun after so long
+//   measure ENTRIES TURNS MS LIMIT-MS GROUP       the group's turns, none started after MS
 //
-// Each line is answered by "done", or by "failed" and a reason; "ready" comes before the first.
-// What is measured comes before that, in lines of "figure GROUP,SUBJECT,ENTRIES,MEASURE,VALUE", as
-// soon as it is known. The subjects of a group take turns.
+// Each line is answered by "done", or by "failed" and a reason; "ready" comes before the first. The
+// figures come before that, in lines of "figure GROUP,SUBJECT,ENTRIES,MEASURE,VALUE", as soon as
+// they are known. The subjects of a group take turns.
 //
-// C:\files is to have the directories flat-N and tree-N with N entries each before "configure flat"
+// C:\files must have the directories flat-N and tree-N with N entries each before "configure flat"
 // and the like are measured with N entries, and steps.cmd and steps.exe, which do the program's
 // work with the system's own tools, before "tools configure" and "tools all".
 
@@ -40,19 +40,19 @@ using Utils::KernelHandle;
 
 const std::filesystem::path Files = L"C:\\files";
 
-constexpr DWORD SamplingMs = 20;      // beside a run that is timed
-constexpr DWORD FineSamplingMs = 1;   // of a short one that is not
-constexpr DWORD NoSampling = 60'000;  // of a short one that is timed
+constexpr DWORD SamplingMs = 20;      // during a timed run
+constexpr DWORD FineSamplingMs = 1;   // during a short run that is not timed
+constexpr DWORD NoSampling = 60'000;  // during a short timed run
 constexpr int ManyEntries = 10'000;
 
-// Of a run, with the processes that it starts.
+// Of a run, including the processes that it starts.
 struct Measured {
     double milliseconds = 0;
-    SIZE_T peakBytes = 0;  // of the memory that they have together
+    SIZE_T peakBytes = 0;  // of their memory together
     DWORD processes = 0;
 };
 
-// The processes of a job, at a time.
+// The processes of a job, at one moment.
 SIZE_T WorkingSetsOf(HANDLE job) {
     struct {
         JOBOBJECT_BASIC_PROCESS_ID_LIST list;
@@ -81,8 +81,8 @@ struct Subject {
     bool mayFail = false;
 };
 
-// Runs a program to its end, with its output in a file, and takes samples of its memory. Throws if
-// it does not end within `limitMs`, or fails.
+// Runs a program to its end, with its output in a file, and samples its memory. Throws if it does
+// not end within `limitMs`, or fails.
 Measured Run(const Subject& subject, DWORD limitMs, DWORD samplingMs) {
     SECURITY_ATTRIBUTES inheritable = {sizeof(inheritable), nullptr, TRUE};
     const KernelHandle output(::CreateFileW(L"bench.log", GENERIC_WRITE,
@@ -150,7 +150,7 @@ public:
         machine_.InstallProgram(L"finaset-verify.exe", L"finaset-verify.exe");
     }
 
-    // Does what a line says.
+    // Carries out a line.
     void Obey(const std::string& line) {
         std::istringstream words(line);
         std::string verb;
@@ -176,7 +176,7 @@ public:
 private:
     using Measure = void (Bench::*)(int entries);
 
-    // Starting, and nothing to do.
+    // Starting, with nothing to do.
     void Usage(int /*entries*/) {
         const std::vector<Subject> subjects = {
             Program("Finaset", L"Finaset.exe", L"/?"), Program("bare", L"bare.exe", L"/?"),
@@ -196,17 +196,17 @@ private:
         machine_.RemoveSetting(L"ImageCacheDirectory");
     }
 
-    // What is said of such a directory when it is configured.
+    // Verifying such a directory once it is configured.
     void Verify(int entries) {
         machine_.WriteTextSetting(L"ImageCacheDirectory",
                                   Files / (L"flat-" + std::to_wstring(entries)));
         Subject verify = Program("verify", L"finaset-verify.exe", L"/CONFIGURE");
-        verify.mayFail = true;  // Wine makes access lists up
+        verify.mayFail = true;  // Wine invents access control lists
         TakeTurns({Program("Finaset", L"Finaset.exe", L"/CONFIGURE"), verify}, entries);
         machine_.RemoveSetting(L"ImageCacheDirectory");
     }
 
-    // The platform's own memory for the entries of a directory.
+    // The platform's memory for the entries of a directory.
     void Search(int entries) {
         TakeSamples({Program("search", L"search.exe",
                              L"C:\\files\\flat-" + std::to_wstring(entries) + L"\\*")},
@@ -297,7 +297,7 @@ private:
         std::filesystem::remove(L"C:\\windows\\system32\\tasks\\VxIdle Task");
     }
 
-    // Of the machine once its services are neither starting nor stopping.
+    // Of the machine once no service is starting or stopping.
     test::MachineState StateAtRest() {
         test::MachineState state = machine_.Describe();
         const auto isPending = [](const auto& service) {
@@ -317,8 +317,8 @@ private:
                one.tasks == other.tasks && one.hardwareBitmask == other.hardwareBitmask;
     }
 
-    // Calls `turn` as often as said, but begins none that would not end in time. So many first ones
-    // do not count.
+    // Calls `turn` `turns_` times, but starts none that would not end in time. So many calls before
+    // that do not count.
     template <typename Turn>
     void Repeat(int uncounted, Turn turn) {
         for (int index = -uncounted; index < turns_; ++index) {
@@ -331,8 +331,8 @@ private:
         }
     }
 
-    // Each once without being counted, if that is soon done; then in turns, the other way round
-    // every second time.
+    // First each once, uncounted, if that is short; then in turns, in reverse order every second
+    // time.
     void TakeTurns(std::vector<Subject> subjects, int entries, DWORD samplingMs = SamplingMs) {
         Repeat(entries > ManyEntries ? 0 : 1, [&](bool counts) {
             for (const Subject& subject : subjects) {
@@ -347,7 +347,7 @@ private:
         });
     }
 
-    // Of the memory of short runs, which are not timed.
+    // For the memory of short runs, which are not timed.
     void TakeSamples(const std::vector<Subject>& subjects, int entries) {
         for (int run = 0; run < 5; ++run) {
             for (const Subject& subject : subjects) {

@@ -3,12 +3,12 @@
 
     bench.py [--minutes N | --again] PROGRAMS RESULTS DOCUMENTATION
 
-PROGRAMS is the directory of the programs that were built. RESULTS is the file that gets the figures as
-they come; with --again, those that are there are shown, and nothing is measured. DOCUMENTATION gets
-benchmarks.md and the plots. Nothing is asserted: what was reached stands beside each goal.
+PROGRAMS is the directory of the built programs. RESULTS is the file to which the figures are written as
+they come; with --again, its figures are shown, and nothing is measured. DOCUMENTATION gets benchmarks.md
+and the plots. Nothing is asserted: the page shows the result beside each goal.
 
-A short measurement says how fast the machine is, and the schedule how much of each group fits into the
-time. The groups are in groups/; group.py says what one is.
+A short measurement determines how fast the machine is, and the schedule how much of each group fits into
+the time. The groups are in groups/; see group.py.
 """
 
 import argparse
@@ -34,8 +34,8 @@ from schedule import Calibration, plan
 HERE = pathlib.Path(__file__).resolve().parent
 RESERVE = 20    # seconds, for taking the machine down and for the plots
 SET_UP_LIMIT = 180    # of a machine, which takes some 10
-MARGIN = 0.9    # of the time is planned: what is measured once is not quite what is measured again
-# For what cannot be calibrated: a slow machine.
+MARGIN = 0.9    # of the time is planned: measurements vary
+# If it cannot be calibrated: a slow machine.
 SLOW = Calibration(set_up=30, start=0.1, flat=(0.3, 0.0016), tree=(0.3, 0.0008), make=0.0002)
 
 
@@ -47,8 +47,8 @@ class Progress:
         self._began = time.monotonic()
         self._shown = 0.0
         self.what = ""
-        self.ends = self._began  # when the present step does, about
-        self.afterwards = 0.0    # the seconds of what follows
+        self.ends = self._began  # of the current step, about
+        self.afterwards = 0.0    # seconds for what follows
 
     def tick(self):
         now = time.monotonic()
@@ -87,7 +87,7 @@ class Session:
         return self.ends - time.monotonic()
 
     def machine(self):
-        """The present one, or a new one."""
+        """The current one, or a new one."""
         if self._machine is None:
             self._brought.clear()
             left = max(self.left(), 0)
@@ -115,7 +115,7 @@ class Session:
         name = f"{shape}-{entries}"
         if name not in self._brought:
             machine = self.machine()
-            shutil.rmtree(self.work / name, ignore_errors=True)  # of a machine that did not take it
+            shutil.rmtree(self.work / name, ignore_errors=True)  # left from a machine that did not take it
             make_entries(self.work / name, entries, tree=shape == "tree")
             machine.bring(self.work / name)
             self._brought.add(name)
@@ -143,7 +143,7 @@ def calibrate(session):
 
     def timed(name, entries, turns):
         times = []
-        limit = max(session.left() / 20, 10)  # what hangs is not to take the time of the others
+        limit = max(session.left() / 20, 10)  # a hang must not use up the others' time
         session.machine().measure(name, entries, turns, limit, limit, lambda *figure:
                                   times.append(figure[4]) if figure[3] == "ms" else None)
         return statistics.mean(times) / 1000
@@ -152,7 +152,7 @@ def calibrate(session):
         few, many = 100, 1_000
         for entries in (few, many):
             session.bring_entries(shape, entries)
-        # Both programs of a pair, and some more for what grows faster than the number of entries.
+        # Both programs of a pair, with a margin for what grows faster than the number of entries.
         some, more = (2 * timed(f"configure {shape}", entries, 2) for entries in (few, many))
         each = max(more - some, 0) / (many - few)
         return max(some - few * each, 0), each * 1.1
@@ -189,8 +189,8 @@ def reason(error):
 
 
 def measure_groups(groups, calibration, session, progress):
-    """Measures as much of each group as there is time for: the cheapest first, so that what takes long
-    takes the time from nobody. The rest is planned anew before each step, with the time that is left."""
+    """Measures as much of each group as there is time for: the cheapest first, so that long steps take no
+    time from others. The rest is planned anew before each step, with the time that is left."""
     waiting = [(group, step) for group in groups for step in group.steps(calibration)]
 
     def planned():
@@ -216,7 +216,7 @@ def measure_groups(groups, calibration, session, progress):
         began = time.monotonic()
         try:
             group.measure(now, session)
-        except Exception as error:  # whatever it is, the other groups stand
+        except Exception as error:  # of any kind: keep the other groups
             session.figures.add(group.title, step.name, now.choice.entries, "failed", reason(error))
             session.end_machine(patience=0)
             waiting = [pair for pair in waiting if pair[0] is not group]
@@ -308,9 +308,9 @@ def write(groups, figures, documentation):
                             for each in ("when", "where", "minutes"))
     (documentation / "benchmarks.md").write_text(f"""# Benchmarks
 
-What the program's work costs beside what it has to: a bare program makes the same platform calls in the
-same order, with nothing around them, and an empty one does nothing at all. `./dev bench` measures all
-of this again and writes this page; nothing here is asserted by a test but the number of calls.
+What the program's work costs compared with the minimum: a bare program makes the same platform calls in
+the same order and nothing else, and an empty one does nothing at all. `./dev bench` measures all of this
+again and writes this page; tests assert only the number of calls.
 
 {when}, within {minutes} minutes, on {where}.
 
@@ -327,7 +327,7 @@ def main():
         parser.add_argument(name, type=pathlib.Path)
     arguments = parser.parse_args()
     results = arguments.results.resolve()
-    # Nothing is left behind by who is told to end.
+    # If told to end, leave nothing behind.
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
     if not arguments.again:
         try:

@@ -1,4 +1,4 @@
-// The program that does nothing: what starting and ending a process costs.
+// A program that does nothing: the cost of starting and ending a process.
 
 int wmain() {
     return 0;

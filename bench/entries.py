@@ -4,7 +4,7 @@ DEPTH = 6
 
 
 def make_entries(top, entries, tree):
-    """A directory with so many entries: files alone, or files in a tree of a tenth directories."""
+    """A directory with so many entries: only files, or a tree of which a tenth is directories."""
     directories = [top]
     top.mkdir()
     while tree and len(directories) - 1 + DEPTH <= max(DEPTH, entries // 10):

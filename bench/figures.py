@@ -1,4 +1,4 @@
-"""What was measured, and how it is shown."""
+"""The figures, and how they are shown."""
 
 import collections
 import csv
@@ -7,12 +7,12 @@ import statistics
 
 
 class Missing(Exception):
-    """Something that a page would show was not measured."""
+    """Something that a page shows was not measured."""
 
 
 class Figures:
-    """Figures by group, subject, number of entries, and measure, in a file that has each as soon as it
-    is known: lines of "group,subject,entries,measure,value"."""
+    """Figures by group, subject, number of entries and measure, written to a file as soon as they are
+    known: lines of "group,subject,entries,measure,value"."""
 
     def __init__(self, path):
         self._path = path
@@ -37,7 +37,7 @@ class Figures:
         return [float(value) for value in self.texts(group, subject, entries, measure)]
 
     def having(self, group, measure):
-        """The subjects and numbers of entries that have such a figure, in their order."""
+        """The subjects and numbers of entries that have such a figure, in order."""
         return [key[1:3] for key in self._all if key[0] == group and key[3] == measure]
 
     def entries(self, group, *subjects):
@@ -50,20 +50,20 @@ class Figures:
         return statistics.median(self.values(group, subject, entries, measure))
 
     def peak(self, group, subject, entries):
-        """Of the memory, in KB. Each is of a sample, and may be too low, but never too high."""
+        """Of the memory, in KB. Each is a sample: maybe too low, but never too high."""
         return max(self.values(group, subject, entries, "peak KB"))
 
     def runs(self, group, subject, entries):
         return len(self.values(group, subject, entries))
 
     def ratio(self, group, subject, other, entries):
-        """The median of the ratios of runs that stood side by side, with the least and the most."""
+        """The median of the ratios of paired runs, with the lowest and the highest."""
         ratios = [mine / its for mine, its in zip(self.values(group, subject, entries),
                                                   self.values(group, other, entries))]
         return statistics.median(ratios), min(ratios), max(ratios)
 
     def unrest(self, group, subject, entries):
-        """By how much the runs of one program differ: what a ratio may be without a reason."""
+        """How much the runs of one program differ: the noise in a ratio."""
         times = self.values(group, subject, entries)
         return max(times) / min(times)
 
@@ -84,7 +84,7 @@ def table(head, rows):
 
 
 def label(step, entries):
-    """How a step with a number of entries is called."""
+    """The name of a step with a number of entries."""
     return f"{step} {entries:,}" if entries else step
 
 

@@ -1,12 +1,11 @@
-"""What a group of the benchmarks is: one piece that knows what it measures, what that costs, and what
-it says of it."""
+"""A group of benchmarks: it knows what it measures, what that costs, and what to say about it."""
 
 from figures import Missing
 
 
 class Group:
-    """A section of the page. A new one is a class like this in a file of groups/, an instance of it in
-    GROUPS there, and what it has bench.exe measure there, if anything, in bench.cpp."""
+    """A section of the page. To add one, write a class like this in a file of groups/, an instance of it
+    in GROUPS there, and, if bench.exe has to measure something, that in bench.cpp."""
 
     title = ""
 
@@ -15,9 +14,8 @@ class Group:
         return []
 
     def measure(self, planned, session):
-        """Measures a step with the entries and turns that it was given, and keeps the figures by
-        session.figures.add as they come. Whatever it raises ends the group, and what it has got by then
-        stands."""
+        """Measures a step with the given entries and turns, and stores the figures with
+        session.figures.add as they come. Any exception ends the group; its figures so far are kept."""
 
     def goals(self, figures):
         """Its goals, in the order of the page."""
@@ -31,8 +29,8 @@ class Group:
 
 
 class Goal:
-    """Something to reach. `result` takes the figures and returns what was reached, as text, and
-    whether that is enough."""
+    """A goal. `result` takes the figures and returns the result as text, and whether the goal is
+    reached."""
 
     def __init__(self, what, limit, result):
         self._what = what

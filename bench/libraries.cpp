@@ -1,4 +1,4 @@
-// Does nothing either, but has the libraries that the product has: what loading them costs.
+// Does nothing either, but has the product's libraries: the cost of loading them.
 
 #include <windows.h>
 

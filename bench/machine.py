@@ -1,4 +1,4 @@
-"""A Windows machine with the product on it, and the program on it that measures what it is told."""
+"""A Windows machine with the product, and on it the program that measures."""
 
 import os
 import pathlib
@@ -47,8 +47,8 @@ class FreshMachine:
             self._lines.put(None)
 
     def lines(self, silence, tick):
-        """Yields what the program prints until it ends. `tick` is called once a second and more often;
-        so many seconds of silence are taken for a hang."""
+        """Yields what the program prints until it ends. `tick` is called at least once a second;
+        so many seconds of silence count as a hang."""
         heard = time.monotonic()
         while True:
             tick()
@@ -71,7 +71,7 @@ class FreshMachine:
             raise Unmeasurable(self.last_words()) from None
 
     def last_words(self):
-        """Why it has ended: the end of what it wrote to standard error, or its exit code."""
+        """Why it ended: the end of its standard error, or its exit code."""
         self._reader.join()
         return self._last_words
 
@@ -93,7 +93,7 @@ class FreshMachine:
                 pass
 
     def _end_child(self):
-        # The script waits for what runs on the machine, and takes the machine down when that has ended.
+        # The script waits for everything on the machine to end, and then takes it down.
         script = self._process.pid
         try:
             for child in pathlib.Path(f"/proc/{script}/task/{script}/children").read_text().split():
@@ -105,7 +105,7 @@ class FreshMachine:
 
 
 class Bench:
-    """bench.exe on a machine of its own, which is taken down after `limit` seconds at the latest."""
+    """bench.exe on a machine of its own, which is taken down after at most `limit` seconds."""
 
     def __init__(self, program, limit, set_up_limit, tick):
         self._tick = tick
@@ -134,8 +134,8 @@ class Bench:
         self._wait("done", 60, keep=None)
 
     def measure(self, name, entries, turns, seconds, run_limit, keep):
-        """So many turns, or as many as begin within so many seconds. `keep` gets each figure as it
-        comes. A run that takes longer than its limit, in seconds, is ended and is an error."""
+        """So many turns, or as many as start within so many seconds. `keep` gets each figure as it
+        comes. A run that exceeds its limit, in seconds, is ended and is an error."""
         self._machine.say(
             f"measure {entries} {turns} {seconds * 1000:.0f} {run_limit * 1000:.0f} {name}")
         self._wait("done", run_limit + 60, keep)

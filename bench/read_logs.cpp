@@ -1,4 +1,4 @@
-// Reads all files below a directory and does nothing with them: what reading logs costs at least.
+// Reads all files below a directory and does nothing with them: the minimum cost of reading logs.
 
 #include <array>
 #include <cstdio>

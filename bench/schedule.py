@@ -1,4 +1,4 @@
-"""What is measured how often: arithmetic alone, from what a short measurement has said of the machine."""
+"""How often to measure what: pure arithmetic, from a short measurement of the machine."""
 
 import dataclasses
 
@@ -7,8 +7,8 @@ import dataclasses
 class Calibration:
     """How fast the machine is: seconds."""
 
-    set_up: float        # a fresh machine, until it measures; about as much for another one
-    start: float         # a run of the program that does nothing
+    set_up: float        # a fresh machine, until it measures; about the same for another
+    start: float         # a run that does nothing
     flat: tuple          # /CONFIGURE by the program and by the bare one, without entries ...
     tree: tuple          # ... and for each entry
     make: float          # an entry of a data directory, made and removed
@@ -21,7 +21,7 @@ class Calibration:
 
 @dataclasses.dataclass(frozen=True)
 class Choice:
-    """A number of entries that a step can have, and the seconds that it takes then."""
+    """A possible number of entries of a step, and the seconds that it then takes."""
 
     entries: int
     turn: float          # each turn: one run of each subject
@@ -30,17 +30,17 @@ class Choice:
 
 @dataclasses.dataclass(frozen=True)
 class Step:
-    """Something that is measured in turns. It is left out if not even its last choice fits."""
+    """Something that is measured in turns. Left out if not even its last choice fits."""
 
     name: str
-    choices: tuple       # the most wanted first, each cheaper than the one before
+    choices: tuple       # by preference, each cheaper than the one before
     least: int = 1       # turns
     most: int = 1
 
 
 @dataclasses.dataclass(frozen=True)
 class Planned:
-    """A step as it is to be done: no entries and no turns if it does not fit."""
+    """A step as planned: no entries and no turns if it does not fit."""
 
     step: Step
     choice: Choice | None
@@ -53,20 +53,20 @@ class Planned:
 
     @property
     def limit(self):
-        """After so many seconds no turn is to begin: the next step needs the time."""
+        """After so many seconds no turn may start: the next step needs the time."""
         return 1.1 * self.seconds
 
     @property
     def run_limit(self):
-        """A single run that takes so many seconds hangs."""
+        """A single run that takes this many seconds hangs."""
         return 20 + 3 * self.choice.turn
 
 
 def plan(steps, seconds):
     """Each step with its choice and turns, so that all together take so many seconds at the most.
 
-    First what costs most has fewer entries, until each step has its least turns. What is left of the
-    time then goes to the turns, to the step that has the smallest part of its own.
+    First the most expensive steps get fewer entries, until each step has its least turns. The time that is
+    left then goes to more turns, for the step that has the smallest share of its own.
     """
     chosen = [0] * len(steps)
 

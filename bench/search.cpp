@@ -1,4 +1,4 @@
-// Begins a search of a directory, as "search PATTERN", and nothing more: what memory that takes.
+// Starts a search of a directory, as "search PATTERN", and nothing more: the memory for it.
 
 #include <windows.h>
 

@@ -3,7 +3,7 @@ rem The program's steps with the system's own tools, as a batch file.
 rem
 rem   steps.cmd configure|all
 rem
-rem The access lists of the data directories are left out: on Wine, icacls does nothing.
+rem Access control lists of the data directories are omitted: on Wine, icacls does nothing.
 
 set parameters=HKLM\SYSTEM\CurrentControlSet\Services\Tarsel Nimbus Network Service\Parameters
 set program=%ProgramFiles%\Tarsel\Lumetra

@@ -1,10 +1,10 @@
-; The program's steps as a section of an installer: what NSIS can do itself, and the system's own
+; The program's steps as a section of an installer: NSIS's own commands where it has them, the system's
 ; tools for the rest.
 ;
 ;   makensis -DOUTPUT=steps.exe steps.nsi
 ;   steps.exe configure|all
 ;
-; The access lists of the data directories are left out: on Wine, icacls does nothing.
+; Access control lists of the data directories are omitted: on Wine, icacls does nothing.
 
 Target amd64-unicode
 Name "Steps"

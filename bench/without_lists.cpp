@@ -1,5 +1,5 @@
-// For the program as it is compared with the system's own tools where icacls does nothing: it sets
-// no access list either, and goes on as if it had.
+// The program for the comparison with the system's own tools where icacls does nothing: it sets no
+// access control list either, and goes on as if it had.
 
 #include <windows.h>
 
@@ -14,7 +14,7 @@ DWORD WINAPI SetNoList(LPWSTR /*name*/, SE_OBJECT_TYPE /*type*/, SECURITY_INFORM
 
 }  // namespace
 
-// What the program calls through; the linker takes it before the import library's.
+// The pointer for the program's call; the linker prefers it to the import library's.
 extern "C" {
 // NOLINTNEXTLINE(bugprone-reserved-identifier)
 decltype(&::SetNamedSecurityInfoW) __imp_SetNamedSecurityInfoW = &SetNoList;

@@ -1,11 +1,11 @@
-; An NSIS installer of a product that Finaset sets up: an example to copy. What is yours to change
-; is marked "CHANGE". The product's pieces are stand-ins here. They lie in one directory:
+; An NSIS installer of a product that Finaset sets up: an example to copy. What you must change is
+; marked "CHANGE". The product's files are stand-ins here, all in one directory:
 ;
 ;   makensis -DVERSION=1.0.0 -DPAYLOAD=DIRECTORY -DOUTPUT=setup.exe finaset.nsi
 ;
 ; Silent: "setup.exe /S", and "Uninstall.exe /S".
 
-Target amd64-unicode  ; a 32-bit one would find system32 and the registry redirected
+Target amd64-unicode  ; for a 32-bit one, system32 and the registry are redirected
 SetCompressor /SOLID lzma
 RequestExecutionLevel admin
 
@@ -50,13 +50,13 @@ UninstPage instfiles
 !macroend
 
 Function .onInit
-    ; Finaset starts programs that lie beside it, with an administrator's rights: nobody else may be
-    ; able to write there, so neither a page nor /D= leads to another directory.
+    ; Finaset starts programs from its own directory elevated: only administrators may be able to
+    ; write there, so neither a page nor /D= selects another directory.
     StrCpy $INSTDIR "$PROGRAMFILES64\Tarsel\Lumetra"
 FunctionEnd
 
-; A service of that name may only be marked for deletion, until whoever looks at it has done: tries
-; for ten seconds.
+; An old service of that name may still be marked for deletion, while anyone has it open: retries for
+; ten seconds.
 Function CreateService
     Pop $1
     StrCpy $2 0
@@ -74,8 +74,8 @@ Function CreateService
 FunctionEnd
 
 Section
-    ; The older version goes first. With _?= its uninstaller works where it lies, so that it can be
-    ; waited for, and leaves itself to be overwritten.
+    ; Removes the older version first. With _?= its uninstaller runs in place, so that this one can
+    ; wait for it, and leaves itself to be overwritten.
     ReadRegStr $0 HKLM "${UNINSTALL_KEY}" "UninstallString"
     StrCmp $0 "" removed
     ExecWait '$0 /S _?=$INSTDIR' $1
@@ -105,7 +105,7 @@ Section
     File "${PAYLOAD}/vx.stg"
     SetOutPath "$INSTDIR"
 
-    ; A file that is in use is passed over when nobody can be asked.
+    ; A silent installation skips a file that is in use.
     IfErrors 0 written
     DetailPrint "Not all files could be written."
     SetErrorLevel 2
@@ -124,11 +124,11 @@ Section
     Call RunFinaset  ; the last step: what it starts needs everything else
 SectionEnd
 
-; The log goes to a file, through cmd, which takes away the outer pair of the quotes, and from there
-; to the details. Not straight there by nsExec::ExecToLog: the companion inherits standard output and
-; lives on, and would be left with a pipe that nobody reads. (Who reads such a pipe to its end waits
-; for the companion.) The details get a copy, since the companion has the file itself open.
-; The exit code says nothing: it is always 0, and what failed stands in the log.
+; The log goes to a file, through cmd, which removes the outer pair of quotes, and from there to the
+; details. Not directly with nsExec::ExecToLog: the companion inherits standard output and keeps
+; running, and would be left with a pipe that nobody reads. (Reading such a pipe to its end waits for
+; the companion.) The details get a copy, since the companion has the file itself open.
+; The exit code means nothing: it is always 0, and the log has the failures.
 Function RunFinaset
     DetailPrint "Setting up the product..."
     nsExec::Exec '"$SYSDIR\cmd.exe" /s /c ""$INSTDIR\Finaset.exe" > "$INSTDIR\finaset.log" 2>&1 <nul"'
@@ -139,21 +139,21 @@ Function RunFinaset
 FunctionEnd
 
 Section Uninstall
-    ; Nothing that is to go may run on. CHANGE: how the companion is asked to end; it keeps the log
-    ; open, too.
+    ; Nothing to be removed may still run. CHANGE: how to end the companion; it keeps the log open,
+    ; too.
     nsExec::Exec '"$INSTDIR\Finaset.exe" /STOP'
     Pop $0
     nsExec::Exec '"$SYSDIR\taskkill.exe" /f /im BriskoLU.exe'
     Pop $0
-    Sleep 1000  ; what is ended by force lets go of its files a moment later
+    Sleep 1000  ; a terminated process releases its files a moment later
     !insertmacro ForEachService DeleteService
 
-    ; The idle task came by Finaset, and its program goes.
+    ; Finaset registered the idle task, whose program goes.
     nsExec::Exec '"$SYSDIR\schtasks.exe" /delete /f /tn "VxIdle Task"'
     Pop $0
     DeleteRegKey HKLM "${UNINSTALL_KEY}"
 
-    ; By name: a wildcard would take what others have put there. CHANGE: as above.
+    ; By name: a wildcard would delete other people's files. CHANGE: as above.
     Delete "$INSTDIR\Finaset.exe"
     Delete "$INSTDIR\finaset-verify.exe"
     Delete "$INSTDIR\finaset.log"

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Tests of what ./dev bench does with its time, and with groups that fail. Nothing is measured."""
+"""Tests how ./dev bench uses its time and handles failing groups. Nothing is measured."""
 
 import contextlib
 import pathlib
@@ -21,7 +21,7 @@ from schedule import Calibration, Choice, Step, plan  # noqa: E402
 
 
 def slowed(factor):
-    """The machine whose figures stand in the documentation, so many times slower."""
+    """The machine of the documented figures, so many times slower."""
     return Calibration(set_up=8 * factor, start=0.02 * factor, flat=(0.1 * factor, 0.00077 * factor),
                        tree=(0.1 * factor, 0.00036 * factor), make=0.00003 * factor)
 
@@ -75,7 +75,7 @@ class APlan(unittest.TestCase):
 
 
 class Clock:
-    """Stands in for the module: time passes only as it is told."""
+    """Replaces the module: time passes only as told."""
 
     def __init__(self):
         self.now = 0.0
@@ -85,7 +85,7 @@ class Clock:
 
 
 class Measured(Group):
-    """A group whose turns take as long as they are said to, times a factor."""
+    """A group whose turns take as long as given, times a factor."""
 
     def __init__(self, title, clock, turn=1.0, slower=1.0, fails_at=None,
                  failure=machine.Unmeasurable("a program did not end")):
@@ -138,7 +138,7 @@ class Measuring(unittest.TestCase):
         bench.measure_groups(groups, slowed(1), session, bench.Progress())
 
     def page(self, *groups):
-        # From the file, as it would be in another run.
+        # From the file, as in another run.
         bench.write(groups, Figures(self.directory / "figures.csv"), self.directory)
         return (self.directory / "benchmarks.md").read_text(encoding="utf-8")
 
@@ -206,7 +206,7 @@ class Measuring(unittest.TestCase):
 
 
 class AMachine(unittest.TestCase):
-    """The script that sets a machine up is another one here, and what runs on it, a shell's program."""
+    """Replaces the script that sets a machine up, and runs a shell program on it."""
 
     def machine(self, program):
         directory = self.enterContext(tempfile.TemporaryDirectory())

@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Tests what ./dev says to calls that it cannot carry out, and its help.
+# Tests ./dev's messages for invalid calls, and its help.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 failures=0
 
-# expect STATUS TEXT ARGUMENT...: ./dev ARGUMENT... ends with STATUS and prints TEXT somewhere.
+# expect STATUS TEXT ARGUMENT...: ./dev ARGUMENT... exits with STATUS and prints TEXT somewhere.
 expect() {
     local status=$1 text=$2 printed actual=0
     shift 2

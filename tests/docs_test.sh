@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Tests that what README.md, CONTRIBUTING.md and docs/ name is there: the files and headings that they
-# link to, the paths, commands, presets, programs, tests and variables that stand in their code.
+# Tests that everything named in README.md, CONTRIBUTING.md and docs/ exists: linked files and headings,
+# and the paths, commands, presets, programs, tests and variables in their code.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -10,14 +10,14 @@ complain() {
     failures=1
 }
 
-# A page without its code blocks; these; the spans of code in the former; and all its code.
+# A page without its code blocks; these; the code spans in the former; and all its code.
 prose() {
     awk '/^```/ {fenced = !fenced; next} !fenced && !/^    /' "$page"
 }
 blocks() {
     awk '/^```/ {fenced = !fenced; next} fenced || /^    /' "$page"
 }
-# shellcheck disable=SC2016  # the backquotes are those of the page
+# shellcheck disable=SC2016  # the page's backquotes
 spans() {
     prose | awk -v RS= '{gsub("\n", " "); print}' | grep -oE '`[^`]+`' | tr -d '`' || true
 }
@@ -26,7 +26,7 @@ code() {
     blocks
 }
 
-# anchors PAGE: its headings as a link names them.
+# anchors PAGE: its headings in the form of links.
 anchors() {
     awk '/^```/ {fenced = !fenced; next} !fenced && /^#+ /' "$1" | sed 's/^#* //' |
         tr '[:upper:] ' '[:lower:]-' | sed 's/[^a-z0-9_-]//g'
@@ -51,7 +51,7 @@ is_target() {
         ./*/*/CMakeLists.txt
 }
 
-# is_preset KIND NAME: whether that can be asked for.
+# is_preset KIND NAME: whether it exists and is not hidden.
 is_preset() {
     awk -v kind="\"$1Presets\":" -v name="\"$2\"" '
         index($0, "Presets\":") {within = index($0, kind)}
@@ -60,8 +60,7 @@ is_preset() {
         END {exit !found}' CMakePresets.json
 }
 
-# What looks like a path of the repository: it begins with one of its directories, or is the name of
-# a source.
+# What looks like a path in the repository: begins with one of its directories, or is a source's name.
 check_path() {
     local span=$1
     if [[ $span =~ ^build/([a-z-]+)/bin/([A-Za-z_-]+)\.exe$ ]]; then
@@ -79,12 +78,12 @@ check_path() {
 
 usage=$(./dev)
 
-# check_dev ARGUMENT...: a call of ./dev. A word in capitals stands for one.
+# check_dev ARGUMENT...: a call of ./dev. A word in capitals is a placeholder.
 check_dev() {
     (($#)) || return 0
     local command=$1 argument forms
     shift
-    # None of them takes two words, so that nothing is carried out.
+    # No command takes two words, so nothing is executed.
     if [[ $(./dev "$command" one two 2>&1) == *'there is no command'* ]]; then
         complain "./dev has no command $command"
         return

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# What the shipping program is made of: reads the file, and builds it once more elsewhere.
+# Tests the shipping program's file: reads it, and builds it again elsewhere.
 #
 #   hardening_test.sh PROGRAM
 # shellcheck disable=SC2317  # check calls the functions
@@ -10,7 +10,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
 failed=0
-# check WHAT COMMAND...: the command is to succeed.
+# check WHAT COMMAND...: the command must succeed.
 check() {
     local what=$1
     shift
@@ -27,7 +27,7 @@ x86_64-w64-mingw32-objdump -p "$program" >"$headers"
 for flag in HIGH_ENTROPY_VA DYNAMIC_BASE NX_COMPAT; do
     check "the header says $flag" grep -q "^\s*$flag$" "$headers"
 done
-# Without relocations it would be at one address all the same.
+# Without relocations its address would be fixed all the same.
 check "it can be moved" grep -qE '^Entry 5 0*[1-9a-f]' "$headers"
 check "it has no debug directory" grep -qE '^Entry 6 0+ 0+ ' "$headers"
 
@@ -43,8 +43,8 @@ has_no_symbols() {
 }
 check "it has no symbols" has_no_symbols
 
-# A function that has a buffer calls the one that ends the program with a fast fail; the product has
-# more than a hundred.
+# A function with a buffer calls the one that ends the program with a fast fail; the product has more
+# than a hundred.
 is_stack_protected() {
     x86_64-w64-mingw32-objdump -d "$program" >"$work/code"
     local fail
@@ -73,7 +73,7 @@ fi
 check "a build in another directory gives the same bytes" \
     cmp "$program" build/mingw-release/bin/Finaset.exe
 
-# By a variable that is the program's own, and zero: it lies among those that begin so.
+# By a variable of the program's own that is zero, so it is in .bss.
 expands_no_arguments() {
     x86_64-w64-mingw32-nm build/mingw-release/src/CMakeFiles/Finaset.dir/driver/main.cpp.obj \
         >"$work/names"

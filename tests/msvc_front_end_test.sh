@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Tests that reading the code as Microsoft's compiler does finds what that compiler would not take: in
-# a copy of the sources, each of the mistakes below is made, and has to be found where it stands.
+# Tests that reading the code as Microsoft's compiler does finds what that compiler would reject: makes
+# each of the errors below in a copy of the sources; each must be found where it is.
 set -euo pipefail
 source_directory=$(readlink -f "$(dirname "$0")/..")
 headers=$source_directory/build/libc++
@@ -33,7 +33,7 @@ CODE
 cat >>src/driver/case_mapping.cpp <<'CODE'
 inline int Planted(wchar_t* text) { return std::swprintf(text, L"%d", 1); }
 CODE
-# The engine of GCC's library, and all that belongs to it, for every library.
+# The engine of GCC's library, and everything around it, for every library.
 sed -i 's/#ifdef __GLIBCXX__/#if 1/' src/hw/regex_match.cpp
 cat >>src/proc/process_lists.cpp <<'CODE'
 inline int Planted(int value) { return value ?: 1; }
@@ -61,7 +61,7 @@ if read_them; then
     echo "the mistakes are not found"
     failures=1
 fi
-# expect PLACE TEXT: a finding there (in a file, or by a tool that names none) that has the text.
+# expect PLACE TEXT: a finding there (in a file, or by a tool that names none) with the text.
 expect() {
     if ! grep -qE "$1[(:].*$2" found; then
         echo "not found in $1: $2"

@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# clang-tidy on tests, several at a time. Nearly all of its time are the headers that each of them
-# includes: here they are read once for all. The code of each file stands in a namespace of its own,
-# and what is found in it is said of the file that it comes from.
+# clang-tidy on several tests at a time. Nearly all of its time goes into the headers that each of them
+# includes: here they are read once for all. The code of each file is in a namespace of its own, and
+# findings are reported for the original file.
 #
 #   tidy.sh BUILD_DIRECTORY CLANG_OPTION... -- FILE...
 #
-# The files are built alike, and have nothing but a namespace without name behind their includes.
+# The files have the same options, and only an unnamed namespace after their includes.
 set -euo pipefail
 
 build=$1
@@ -22,7 +22,7 @@ trap 'rm -rf "$work"' EXIT
 joined=$work/joined.cpp
 number=0
 {
-    grep -hE '^#(include|pragma)' "$@" | awk '!seen[$0]++' # their order counts
+    grep -hE '^#(include|pragma)' "$@" | awk '!seen[$0]++' # their order matters
     for file in "$@"; do
         printf 'namespace joined_%d { // %s\n' $((++number)) "$file"
         sed -E 's/^#(include|pragma).*//' "$file"
@@ -30,7 +30,7 @@ number=0
     done
 } >"$joined"
 
-# What the first one is built with, but for what is about its files and what GCC alone knows.
+# The first one's options, except those for its files and GCC only.
 mapfile -t words < <(jq -r --arg file "$(readlink -f "$1")" \
     '.[] | select(.file == $file) | .command' "$build/compile_commands.json" | xargs -n 1)
 for ((word = 1; word < ${#words[@]}; ++word)); do

@@ -27,9 +27,9 @@ class Calls(Group):
         if not rows:
             raise Missing("no calls")
         return f"""\
-Counted at the imports: the calls that can fail. A test holds the program to them, and to the calls of
-the bare program in their order for whole runs of each option. What is asked for comes twice or three
-times where the steps are apart: the links, the directories and the lists of a directory are three
-walks, and each function expands its path again.
+Counted at the imports: the calls that can fail. A test holds the program to them and, for whole runs of
+each option, to the bare program's calls in the same order. Separate steps repeat some calls: links,
+directories and access control lists are three walks of a directory, and each function expands its path
+again.
 
 {table(("for each", "calls", "asked for", ""), rows)}"""

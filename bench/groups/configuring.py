@@ -7,7 +7,7 @@ from schedule import Choice, Step
 
 SHAPES = ("flat", "tree")
 SIZES = (100, 1_000, 10_000)
-LARGEST = (100_000, 50_000, 20_000)  # the first that there is time for
+LARGEST = (100_000, 50_000, 20_000)  # the first for which there is time
 GOAL_SIZES = (10_000, 100_000)
 
 
@@ -91,15 +91,15 @@ class Configuring(Group):
         image = plot("benchmark-configure", "The time by the number of entries",
                      {"entries.dat": self._data(figures)})
         return f"""\
-The image cache has so many entries: files in one directory, or in a tree of depth {DEPTH} of which a
-tenth is directories. Pairs of runs in turns, as many and with as many entries as there was time for;
-medians, and the ratio of the two runs of a pair with its least and its most. The last column is the bare
-program's slowest run over its fastest: the machine's own unrest.
+The image cache has this many entries: files in one directory, or in a tree of depth {DEPTH} of which a
+tenth is directories. Runs in pairs, as many and with as many entries as time allowed; medians, and the
+ratio within a pair with its lowest and highest. The last column is the bare program's slowest run over
+its fastest: the machine's own noise.
 
-{table(("", "entries", "pairs", "Finaset, ms", "bare, ms", "ratio", "unrest"), rows)}
+{table(("", "entries", "pairs", "Finaset, ms", "bare, ms", "ratio", "noise"), rows)}
 {image}
 
-The exponent of the growth from 1,000 entries to the most of them, 1 being linear:
+The exponent of the growth from 1,000 entries to the largest number (1 is linear):
 
 {table(("", "Finaset", "bare"), exponents)}"""
 

@@ -1,4 +1,4 @@
-"""The reader of logs, as it is for the computer that it is built on, on the logs of a rollout."""
+"""The log reader, built for the build computer, on the logs of a rollout."""
 
 import pathlib
 import shutil
@@ -21,7 +21,7 @@ SUBJECTS = {
 
 
 def make_logs(directory, count):
-    """So many logs in a directory for each hundred, one of ten with a service that does not start."""
+    """So many logs, a directory per hundred; in one of ten, a service does not start."""
     good = (KEPT / "reinstallation.log").read_bytes()
     bad = good.replace(b"Starting Ardex....started", b"Starting Ardex....start failed!")
     for index in range(count):
@@ -75,7 +75,7 @@ class Logs(Group):
     title = "Many logs"
 
     def steps(self, calibration):
-        each = 2 * calibration.make  # with what is in it, or read by all of the subjects
+        each = 2 * calibration.make  # with its contents, or read by all subjects
         return [Step("logs", (Choice(size, size * each, fixed=2 * size * each),), most=9)
                 for size in SIZES]
 
@@ -87,7 +87,7 @@ class Logs(Group):
         make_logs(directory, size)
         commands = {subject: [programs / program, *options, directory]
                     for subject, (program, *options) in SUBJECTS.items()}
-        for subject, command in commands.items():  # after which the files are in the cache
+        for subject, command in commands.items():  # then the files are cached
             session.figures.add("logs", subject, size, "peak KB", peak(command))
         for turn in range(planned.turns):
             if turn > 0 and time.monotonic() > ends:
@@ -114,8 +114,8 @@ class Logs(Group):
                          for size in SIZES]})
         return f"""\
 `finaset-log` on Linux, on logs of {(KEPT / "reinstallation.log").stat().st_size:,} bytes, one of ten of which needs attention; the files are
-in the cache, and what is printed goes nowhere. Beside it a program that only reads the bytes.
+cached, and the output is discarded. For comparison, a program that only reads the bytes.
 
-{table(("", "logs", "ms", "us for each", "to only reading", "peak, MB"), rows)}
+{table(("", "logs", "ms", "us for each", "over only reading", "peak, MB"), rows)}
 {image}
 """

@@ -33,7 +33,7 @@ class Memory(Group):
     title = "Memory"
 
     def steps(self, calibration):
-        # A search takes next to nothing beside the making of what is searched.
+        # A search takes next to no time compared with making its entries.
         search = [Step("search", (Choice(entries, entries * calibration.make,
                                          5 * calibration.start),))
                   for entries in (FEW, MANY)]
@@ -69,12 +69,12 @@ class Memory(Group):
         image = plot("benchmark-memory", "The memory by the number of entries",
                      {"memory.dat": self._data(figures, empty)})
         return f"""\
-The peak of the working set, sampled while the program runs, over that of the empty program
-({number(empty)} KB). The libraries take the most of it. Wine reads a directory as a whole when a search
-begins: a program that does nothing else takes {search:.0f} bytes for each entry of the flat directory. That
-leaves {flat - search:.0f} to the program, for the names, of 15 characters here, which it collects before
-it sets the first list: 80 for a string each, the rest for the growth of their list. One block for all
-names would come below the goal, and be harder to read.
+The peak working set, sampled while the program runs, over that of the empty program
+({number(empty)} KB). The libraries take most of it. Wine reads a whole directory when a search starts:
+a program that does nothing else takes {search:.0f} bytes for each entry of the flat directory. That
+leaves {flat - search:.0f} for the program: it collects the names, 15 characters each here, before it sets
+the first access control list: 80 for each string, the rest for the growth of their vector. One block for
+all names would meet the goal, but be harder to read.
 
 {table(("", "entries", "Finaset, KB", "bare, KB"), rows)}
 {image}

@@ -1,4 +1,4 @@
-"""Services that are stopped and started."""
+"""Stopping and starting services."""
 
 from figures import number, spread, table
 from group import Group
@@ -9,8 +9,8 @@ class Services(Group):
     title = "Services"
 
     def steps(self, calibration):
-        # The program and the bare one wait 500 ms for each of twelve services, and all that are stopped
-        # are started for the next.
+        # The program and the bare one wait 500 ms for each of twelve services; stopped services are
+        # started again for the next run.
         turn = 2 * (12 * 0.5 + 0.4 + 24 * calibration.start)
         return [Step("services", (Choice(0, turn),), least=1, most=2)]
 
@@ -19,13 +19,13 @@ class Services(Group):
 
     def text(self, figures, plot):
         rows = []
-        for group, entries, what in (("stop", 8, "eight services are stopped"),
-                                     ("start", 4, "four are started")):
+        for group, entries, what in (("stop", 8, "stopping eight services"),
+                                     ("start", 4, "starting four")):
             rows.append((what, number(figures.median(group, "Finaset", entries)),
                          number(figures.median(group, "bare", entries)),
                          spread(figures.ratio(group, "Finaset", "bare", entries))))
         return f"""\
-Stand-ins that take 200 ms to stop and 100 ms to start. The program looks at a service every 500 ms,
-as it is asked to, so each costs one such wait, in the bare program too.
+Stand-ins that take 200 ms to stop and 100 ms to start. The program polls a service every 500 ms on
+purpose, so each costs one such wait, in the bare program too.
 
 {table(("", "Finaset, ms", "bare, ms", "ratio"), rows)}"""

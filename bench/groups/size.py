@@ -1,4 +1,4 @@
-"""The size of the program's file. What it is made of is not measured again: size.md was taken from the
+"""The size of the program's file. Its composition is not measured again: size.md comes from the
 linker's map, and from builds with other options."""
 
 import pathlib

@@ -41,13 +41,13 @@ class Starting(Group):
         image = plot("benchmark-start", "The time of a run that does nothing",
                      {"start.dat": [f'"{subject}" {time}' for subject, time in times.items()]})
         return f"""\
-{figures.runs('usage', 'Finaset', 0)} runs of each, in turns; medians of the times, and of the ratios of runs that stood side by side.
-The fastest and the slowest run of the empty program are a factor of {figures.unrest('usage', 'empty', 0):.1f} apart: what the last
-three differ by among themselves is the machine's unrest.
+{figures.runs('usage', 'Finaset', 0)} runs of each, in turns; medians of the times, and of the ratios of paired runs.
+The fastest and the slowest run of the empty program are a factor of {figures.unrest('usage', 'empty', 0):.1f} apart: the differences
+between the last three are the machine's noise.
 
-{table(("", "ms", "to the empty program"), rows)}
+{table(("", "ms", "over the empty program"), rows)}
 {image}
 
-What an empty program does not have is the loading of ole32, and with it of combase, rpcrt4, user32
-and gdi32: the run initialises COM before anything else, whatever its option is, so it needs them.
+The empty program does not load ole32, and with it combase, rpcrt4, user32 and gdi32. Every run needs
+them: it initialises COM before anything else, whatever its option.
 """

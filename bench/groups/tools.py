@@ -7,7 +7,7 @@ from group import Group
 from schedule import Choice, Step
 
 GROUPS = (("tools configure", "configure"), ("tools all", "stop, configure, start"))
-SUBJECTS = {"Finaset": "Finaset.exe", "without lists": "the same, without access lists",
+SUBJECTS = {"Finaset": "Finaset.exe", "without lists": "the same, without access control lists",
             "cmd": "batch file", "NSIS": "NSIS"}
 MEASURES = (("ms", 1), ("processes", 1), ("peak KB", 1 / 1024))
 
@@ -46,19 +46,19 @@ class Tools(Group):
         image = plot("benchmark-tools", "Time, processes and memory beside the system's tools",
                      {"tools.dat": data})
         return f"""\
-The same steps in a batch file ([steps.cmd](../bench/steps.cmd)) and in the section of an NSIS installer
-([steps.nsi](../bench/steps.nsi)), with net, reg, copy, ipconfig and schtasks. Memory is what the
-processes of a run have together at a time, shared pages counted in each. Each run has the same to do;
-whether it leaves services, settings, files and tasks as the program does is looked at after each.
+The same steps in a batch file ([steps.cmd](../bench/steps.cmd)) and in a section of an NSIS installer
+([steps.nsi](../bench/steps.nsi)), with net, reg, copy, ipconfig and schtasks. Memory is the total of a
+run's processes at one moment, with shared pages counted in each. Each run has the same work; after each,
+services, settings, files and tasks are compared with what the program leaves.
 
 {table(("", "", "ms", "processes", "peak, MB", "same state"), rows)}
 {image}
 
-Wine's icacls does nothing, so the access lists of the data directories are left out of the scripts. On
-the other side they are left out of the second line, the shipping program with its call to set a list
-replaced: that is the one to compare with, and the plot's. It is not quite the same even so. Wine's net
-says that a service has stopped as soon as it was asked to; the program looks, and waits 500 ms before
-it looks again, which is nearly all of its time when it stops and starts. Wine's sc cannot change a
-service, so disabling is left out. None of the scripts looks for links. Where something is started, two
-of the processes and 29 MB are the companion that runs on, and the console that Wine gives it.
+Wine's icacls does nothing, so the scripts set no access control lists on the data directories. To match,
+the second line, the shipping program with that call replaced, does not either: compare with that one, as
+the plot does. It is still not quite the same. Wine's net reports a service as stopped as soon as it was
+asked to stop; the program polls, and waits 500 ms before it polls again, which is nearly all of its time
+for stopping and starting. Wine's sc cannot change a service, so disabling is omitted. No script checks
+for links. Where something is started, two of the processes and 29 MB are the companion, which keeps
+running, and its Wine console.
 """

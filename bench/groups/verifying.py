@@ -1,4 +1,4 @@
-"""finaset-verify beside the /CONFIGURE that it verifies."""
+"""finaset-verify compared with the /CONFIGURE that it verifies."""
 
 from figures import Missing, number, spread, table
 from group import Goal, Group
@@ -51,7 +51,7 @@ class Verifying(Group):
         if not rows:
             raise Missing("no entries")
         return f"""\
-The same image cache, in one directory, on a machine that is configured: `finaset-verify.exe /CONFIGURE`
-and `Finaset.exe /CONFIGURE` in turns. On Wine every entry has a list of its own to be told of.
+The same image cache, in one directory, on a configured machine: `finaset-verify.exe /CONFIGURE` and
+`Finaset.exe /CONFIGURE` in turns. On Wine every entry has an explicit list, which must be reported.
 
 {table(("entries", "pairs", "verify, ms", "Finaset, ms", "ratio", "verify, peak KB"), rows)}"""

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Reads src and tools as Microsoft's compiler would, or only the FILEs with a name from here; only
-# what has changed since the last time is read again. Exits with 1 if there is a finding.
+# Reads src and tools as Microsoft's compiler would, or only the FILEs, named from here; reads only what
+# has changed since the last time. Exits with code 1 if there is a finding.
 #
 #   check.sh [FILE...]
 set -euo pipefail

@@ -9,10 +9,10 @@ stands between "#ifndef _WIN32" (or the #else of its opposite) and its end are p
 import re
 import sys
 
-# They are meant to have it: what differs between the compilers, and the guard of GCC's alone.
+# Allowed on purpose: the differences between compilers, and the guard for GCC only.
 MEANT = ("src/shared/c_runtime.h", "src/shared/stack_guard.cpp")
 
-# Words that GNU's language has and the standard has not.
+# Words of the GNU dialect that are not standard.
 GNU_WORDS = re.compile(
     r"""__attribute(__)? | (__)?asm(__)? | __(builtin|atomic|sync|c11)_\w+ | (__)?typeof(__)?
     | __(alignof|const|extension|imag|inline|label|real|restrict|signed|thread|volatile)__
@@ -22,14 +22,14 @@ GNU_WORDS = re.compile(
     re.VERBOSE,
 )
 
-# What only the headers of other systems declare, or of this one's C runtime under another name.
+# Declared only in other systems' headers, or under another name in this one's C runtime.
 POSIX_WORDS = set(
     """ftime gettimeofday mode_t off64_t pclose pid_t popen ssize_t strcasecmp strncasecmp strcmpi
     wcscasecmp""".split()
 )
 
-# Names that the C runtime has with an underscore before them. Plain ones are words like any other:
-# only a call of the platform, which is qualified here, is meant by them.
+# Names that the C runtime has with a leading underscore. Plain ones are words like any other: only a
+# qualified call means the platform's.
 UNDERSCORED = set(
     """access chdir chmod chsize close creat cwait dup dup2 ecvt environ eof execl execle execlp
     execlpe execv execve execvp execvpe fcvt fdopen filelength fileno gcvt getch getche getcwd getpid
@@ -39,7 +39,7 @@ UNDERSCORED = set(
     unlink utime wcsdup wcsicmp wcsicoll wcslwr wcsnicmp wcsnset wcsrev wcsset wcsupr write""".split()
 )
 
-# Microsoft's has four of those below sys.
+# Microsoft's has four of those in sys.
 HEADERS = re.compile(
     r"""(?!sys/(locking|stat|timeb|types|utime)\.h)
     ( (arpa|bits|experimental|ext|linux|net|netinet|sys|wine)/.*
@@ -86,7 +86,7 @@ def refused_directive(verb, rest):
 
 def findings(text):
     """The line and the fault of each finding in a source."""
-    branches = []  # of each open #if: whether Windows reads it; None where nothing is said of that
+    branches = []  # of each open #if: whether Windows reads it; None if unknown
     for match in TOKEN.finditer(text):
         line = text.count("\n", 0, match.start()) + 1
         verb = match["verb"]

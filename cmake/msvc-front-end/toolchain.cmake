@@ -1,4 +1,4 @@
-# Reads the code as Microsoft's compiler does, as far as one can on Debian: see README.md beside this.
+# Reads the code as Microsoft's compiler does, as far as possible on Debian: see README.md here.
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
 
@@ -9,11 +9,11 @@ set(CMAKE_MT llvm-mt-19)
 
 set(flags
   --target=x86_64-pc-windows-msvc19.40 /EHsc
-  # GNU extensions that have no name to be refused by. __uuidof is Microsoft's.
+  # GNU extensions that refused_names.py cannot name. __uuidof is Microsoft's.
   -Wpedantic -Wgnu -Wno-language-extension-token
   -nostdinc)
-# Where Microsoft's compiler finds its headers. As command-line options they have to be these: what
-# -imsvc names falls to -nostdinc.
+# Where Microsoft's compiler finds its headers. They must be given as these options: -nostdinc drops
+# those of -imsvc.
 foreach(directory
     ${CMAKE_CURRENT_LIST_DIR}/../../build/libc++/usr/lib/llvm-19/include/c++/v1
     /usr/lib/llvm-19/lib/clang/19/include
@@ -22,8 +22,8 @@ foreach(directory
     /usr/include/wine/wine/windows)
   list(APPEND flags -Xclang -internal-isystem -Xclang "\"${directory}\"")
 endforeach()
-# What Wine's headers and libc++'s ask for to be those of Microsoft's C runtime. The intrinsic is in
-# Wine's winnt.h otherwise, which clang has too.
+# Makes Wine's headers and libc++'s those of Microsoft's C runtime. Otherwise Wine's winnt.h defines the
+# intrinsic, which clang has too.
 foreach(definition
     WINE_UNICODE_NATIVE _UCRT _MSVCR_VER=140 _LIBCPP_NO_VCRUNTIME _LIBCPP_HAS_THREAD_API_WIN32
     _InterlockedCompareExchange128=Wine_InterlockedCompareExchange128)
@@ -31,6 +31,6 @@ foreach(definition
 endforeach()
 list(JOIN flags " " CMAKE_CXX_FLAGS_INIT)
 
-# Nothing is linked, not even a program for CMake to try the compiler with.
+# Nothing is linked, not even CMake's test of the compiler.
 set(CMAKE_CXX_COMPILER_WORKS ON)
 set(CMAKE_USER_MAKE_RULES_OVERRIDE_CXX ${CMAKE_CURRENT_LIST_DIR}/rules.cmake)

@@ -19,7 +19,7 @@ namespace {
 
 constexpr int BannerDashes = 55;
 
-// Nothing is said of the outcome.
+// The outcome is not logged.
 void ClearFirstRunMarker() {
     SetDwordSetting(HKEY_LOCAL_MACHINE, ServiceParametersKey, ServiceParameter::FirstRun, 0,
                     /*view32=*/false);

@@ -4,10 +4,10 @@
 
 #include <string>
 
-// Turns a file or sub-path name into a full path: the directory that a value of the service
-// parameters key names, or its default if that cannot be read; a backslash; the name; and the
-// environment variables in all of it expanded. Empty if the expansion fails. A directory that ends
-// in a backslash already is given another one: accepted.
+// Turns a file or sub-path name into a full path: the directory named by a value of the service
+// parameters key, or its default if that cannot be read; a backslash; the name; then all
+// environment variables expanded. Empty if the expansion fails. A directory that already ends in a
+// backslash gets another one on purpose.
 struct PathResolver {
     const wchar_t* directoryName;
     const wchar_t* defaultDirectory;
@@ -15,7 +15,7 @@ struct PathResolver {
 
     std::wstring operator()(const std::wstring& name) const;
 
-    // The same for this directory, whatever the value names.
+    // The same for this directory, whatever the value says.
     [[nodiscard]] std::wstring InDirectory(std::wstring directory, const std::wstring& name) const;
 };
 

@@ -1,7 +1,7 @@
 #pragma once
 
-// The names of the values that the product's service keeps in its Parameters key: the service's own
-// settings. No step reads or writes them but those that the tables name, and FirstRun.
+// The names of the values in the Parameters key of the product's service: the service's own
+// settings. No step reads or writes any but FirstRun and those that the tables name.
 namespace ServiceParameter {
 
 inline constexpr wchar_t ActivityLogDirectory[] = L"ActivityLogDirectory";
@@ -117,8 +117,8 @@ inline constexpr wchar_t TotalAttemptTimeMSRenameAdaptersThread[] =
     L"TotalAttemptTimeMSRenameAdaptersThread";
 inline constexpr wchar_t MinimumScoreForSplitting[] = L"MinimumScoreForSplitting";
 
-// The directories of the service have their names and defaults a second time, apart from those that
-// the path resolvers go by: meant.
+// The service's directories have their names and defaults a second time, apart from those that the
+// path resolvers use, on purpose.
 inline constexpr wchar_t ActivityLogDirectoryDefault[] =
     L"%programdata%\\Tarsel\\Nimbus\\ActivityLog";
 inline constexpr wchar_t ImageCacheDirectoryDefault[] = L"%programdata%\\Tarsel\\ImageCache";

@@ -1,7 +1,7 @@
 #pragma once
 
-// The product's one configuration key, under HKEY_LOCAL_MACHINE, and the directories that values in
-// it move, with their defaults. Environment variables stand in them in the form %name%.
+// The product's one configuration key, under HKEY_LOCAL_MACHINE, and the directories that its
+// values override, with their defaults. Environment variables have the form %name%.
 
 inline constexpr wchar_t ServiceParametersKey[] =
     L"SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service\\Parameters";
@@ -17,12 +17,11 @@ inline constexpr wchar_t ActivityLogDirectoryName[] = L"ActivityLogDirectory";
 inline constexpr wchar_t ActivityLogDefaultDirectory[] =
     L"%programdata%\\Tarsel\\Nimbus\\ActivityLog";
 
-// The value that is taken for the hardware bitmask if it is there and not 1; and where the bitmask
-// is kept.
+// The value used as the hardware bitmask if it exists and is not 1, and where the bitmask is kept.
 inline constexpr wchar_t HardwareBitmaskGateName[] = L"Tarsel_HWConfigDefault";
 inline constexpr wchar_t HardwareBitmaskKey[] = L"SOFTWARE\\Tarsel\\Nimbus";
 inline constexpr wchar_t HardwareBitmaskName[] = L"Tarsel_HWConfig";
 
-// Directories that no setting moves.
+// Directories that no setting overrides.
 inline constexpr wchar_t ProductDataDirectory[] = L"%programdata%\\Tarsel\\Nimbus";
 inline constexpr wchar_t DriverDirectory[] = L"%systemroot%\\system32\\drivers\\Tarsel\\ZEFIR";

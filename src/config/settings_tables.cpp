@@ -29,7 +29,7 @@ const std::vector<RegistrySetting> DeleteList = {
     {.root = HKEY_LOCAL_MACHINE, .keyPath = L"SOFTWARE\\Halvane\\SAP", .type = REG_SZ},
 };
 
-const std::vector<RegistrySetting> WriteList = {};  // empty: meant
+const std::vector<RegistrySetting> WriteList = {};  // empty on purpose
 
 const std::vector<FeatureRule> HardwareBitmaskGroups = {
     {Feature(ServiceParameter::DomainEventsEnabled, 0), NoSetting, 0x03F400F0},

@@ -19,7 +19,7 @@ namespace {
 
 using Utils::Guarded;
 
-constexpr std::uint32_t DefaultActions = 15;  // stop, configure, start, and a bit without meaning
+constexpr std::uint32_t DefaultActions = 15;  // stop, configure, start and an unused bit
 
 constexpr int StopBannerDashes = 24;
 constexpr int StartBannerDashes = 22;
@@ -42,7 +42,7 @@ void RunSteps(std::uint32_t actions) {
     }
     bool secured = true;
     if (actions & ActionConfigure) {
-        // Cut off, it counts as failed.
+        // If it is cut short, it counts as failed.
         secured = false;
         Guarded([&] { secured = Configure(); });
     }
@@ -58,7 +58,7 @@ void RunSteps(std::uint32_t actions) {
 
 void RunActions(int argumentCount, const wchar_t* const* arguments) {
     ConsolePrint("\r\nFIRST RUN - START\r\n\r\n");
-    std::uint32_t actions = 0;  // nothing, rather than what was not asked for
+    std::uint32_t actions = 0;  // do nothing rather than something not asked for
     Guarded([&] { actions = ChooseActions(argumentCount, arguments); });
     RunSteps(actions);
     ConsolePrint("\r\n\r\nFIRST RUN - FINISHED\r\n");

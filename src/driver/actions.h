@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <span>
 
-// What a run does, as a set of bits. Other bits mean nothing and are ignored.
+// What a run does, as a set of bits. Other bits are ignored.
 enum ActionBits : std::uint32_t {
     ActionStop = 1,
     ActionConfigure = 4,
@@ -13,15 +13,15 @@ enum ActionBits : std::uint32_t {
     ActionDisable = 16,
 };
 
-// One run: takes the arguments of wmain, settles the action bits and carries out the steps in their
-// order. No failure ends it early, a want of memory neither; only a configure step that could not
-// secure the machine, or did not come to its end, keeps start and disable from running.
+// One run: takes the arguments of wmain, determines the action bits and carries out the steps in
+// order. No failure ends it early, not even running out of memory; only a configure step that could
+// not secure the machine, or did not finish, prevents start and disable.
 void RunActions(int argumentCount, const wchar_t* const* arguments);
 
 // The action bits of this run: the registry's, or those of the first argument if it is an option.
-// Prints the usage text (and chooses no action) for "/?". An unknown option is no option.
+// For "/?", prints the usage text and chooses no action. An unknown option is ignored.
 std::uint32_t ChooseActions(int argumentCount, const wchar_t* const* arguments);
 
-// Print the section's banner and stop or start each entry in order, whatever becomes of the others.
+// Print the section's banner and stop or start each entry in order, whether or not others fail.
 void StopEntries(std::span<const ProcessEntry> entries);
 void StartEntries(std::span<const ProcessEntry> entries);

@@ -14,7 +14,7 @@
 
 namespace {
 
-// What a wide text usually has room in. It needs no memory then: it may be what tells of the want.
+// Enough for most wide texts. It needs no memory: the text may report that there is none.
 constexpr std::size_t UsualCapacity = 1024;
 
 struct FreeMemory {
@@ -48,12 +48,12 @@ std::int32_t ConsolePrint(const wchar_t* format, ...) {
         return length;
     }
 
-    // With room for the terminating zero: some runtimes never leave it out.
+    // With room for the terminating zero: some runtimes always write it.
     std::size_t capacity = static_cast<std::size_t>(length) + 1;
     wchar_t usual[UsualCapacity] = {};
     std::unique_ptr<wchar_t, FreeMemory> longer;
     if (capacity > std::size(usual)) {
-        // Nothing is to be thrown if there is no memory: the text is cut then.
+        // Out of memory must not throw here: the text is cut then.
         // NOLINTNEXTLINE(cppcoreguidelines-no-malloc,cppcoreguidelines-owning-memory)
         longer.reset(static_cast<wchar_t*>(std::malloc(capacity * sizeof(wchar_t))));
         capacity = longer ? capacity : std::size(usual);
@@ -77,7 +77,7 @@ void PrintVerdict(bool success) {
 }
 
 void PrintSectionBanner(int dashes, const char* title) {
-    // As many as the longest line has: a banner needs no memory.
+    // As many as the longest line needs: a banner allocates no memory.
     constexpr char Line[] = "-------------------------------------------------------";
     ConsolePrint("\r\n%.*s\r\n", dashes, Line);
     ConsolePrint("%s", title);

@@ -2,5 +2,5 @@
 
 // The whole program between wmain and the driver: prepares standard output, initialises COM for the
 // thread (a run goes on without it), runs the actions. Takes the arguments of wmain. Returns the
-// program's exit code, which is 0 whatever happened.
+// exit code, which is always 0.
 int RunProgram(int argumentCount, const wchar_t* const* arguments);

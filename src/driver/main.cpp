@@ -1,8 +1,8 @@
 #include "driver/entry.h"
 
 #ifdef __MINGW32__
-// Whether the start-up code takes arguments for patterns of file names, as "/?" would be one. Its
-// default is a matter of how it was built.
+// Whether the start-up code expands file name patterns in arguments; "/?" would be one. The default
+// depends on how it was built.
 extern "C" {
 // NOLINTNEXTLINE(bugprone-reserved-identifier,cppcoreguidelines-avoid-non-const-global-variables)
 int _dowildcard = 0;

@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::size_t TitleCapacity = 260;  // with the zero at its end
+constexpr std::size_t TitleCapacity = 260;  // with the terminating zero
 
 }  // namespace
 

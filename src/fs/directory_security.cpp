@@ -21,7 +21,7 @@ bool IsLink(const std::wstring& path) {
     return reparsePoint || HasMultipleHardLinks(path);
 }
 
-// Calls `visit` with each entry that the pattern finds, but for "." and "..".
+// Calls `visit` with each entry that matches the pattern, except "." and "..".
 template <typename Visit>
 void ForEachEntry(const std::wstring& pattern, Visit visit) {
     WIN32_FIND_DATAW entry = {};
@@ -57,7 +57,7 @@ bool SetAccessList(const std::wstring& path, SECURITY_INFORMATION inheritance, P
     return error == ERROR_SUCCESS;
 }
 
-// Memory for an access list, empty at first.
+// Memory for an access control list, empty at first.
 class AccessList {
 public:
     explicit AccessList(std::size_t bytes)
@@ -65,14 +65,14 @@ public:
           valid_(::InitializeAcl(Get(), static_cast<DWORD>(storage_.size() * sizeof(DWORD)),
                                  ACL_REVISION) != FALSE) {}
 
-    // Adds the entry at the end.
+    // Appends the entry.
     void Add(const AceSpec& ace, PSID sid) {
         const auto flags = static_cast<BYTE>(ace.aceFlags);  // one byte in the list
         valid_ = valid_ &&
                  ::AddAccessAllowedAceEx(Get(), ACL_REVISION, flags, ace.accessMask, sid) != FALSE;
     }
 
-    // Makes the list that of a path. A list that could not be built whole is not set.
+    // Sets the list on a path, unless it could not be built completely.
     bool Set(const std::wstring& path, SECURITY_INFORMATION inheritance) {
         return valid_ && SetAccessList(path, inheritance, Get());
     }
@@ -80,7 +80,7 @@ public:
 private:
     PACL Get() { return reinterpret_cast<PACL>(storage_.data()); }
 
-    std::vector<DWORD> storage_;  // an access list is aligned as its numbers are
+    std::vector<DWORD> storage_;  // DWORDs, for the alignment that a list needs
     bool valid_;
 };
 
@@ -133,7 +133,7 @@ bool HasMultipleHardLinks(const std::wstring& path) {
     if (path.empty()) {
         return false;
     }
-    // Without FILE_FLAG_BACKUP_SEMANTICS, so that no directory opens: meant.
+    // Without FILE_FLAG_BACKUP_SEMANTICS, so that no directory opens, on purpose.
     const Utils::FileHandle file(
         ::CreateFileW(ExpandEnvironmentPath(path).c_str(), GENERIC_READ, /*dwShareMode=*/0,
                       /*lpSecurityAttributes=*/nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_READONLY,
@@ -174,7 +174,7 @@ bool SetProtectedDacl(const std::wstring& path, std::span<const AceSpec> aces) {
                                                  sizeof(SecurityId)));
     for (const AceSpec& ace : aces) {
         SecurityId sid = ace.sid;
-        // To the platform, one of more than there is room for is valid too.
+        // To the platform, one with more than there is room for is valid too.
         if (sid.subAuthorityCount <= std::size(sid.subAuthorities) && ::IsValidSid(&sid)) {
             list.Add(ace, &sid);
         }
@@ -183,7 +183,7 @@ bool SetProtectedDacl(const std::wstring& path, std::span<const AceSpec> aces) {
 }
 
 bool ResetChildDacls(const std::wstring& directory) {
-    if (GetPathAttributes(directory) != FILE_ATTRIBUTE_DIRECTORY) {  // equality: meant
+    if (GetPathAttributes(directory) != FILE_ATTRIBUTE_DIRECTORY) {  // equality on purpose
         return true;
     }
     std::vector<std::wstring> parents = CollectSubdirectories(directory);

@@ -8,7 +8,7 @@
 
 namespace {
 
-// A destination that is not there yet is a failure: meant.
+// A missing destination is a failure on purpose.
 bool DeleteDestination(const std::wstring& destination) {
     if (!PathExists(destination)) {
         return false;

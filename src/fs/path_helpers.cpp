@@ -19,7 +19,7 @@ std::wstring ExpandEnvironmentPath(const std::wstring& path) {
         return {};
     }
     return {buffer,
-            ::wcsnlen(buffer, std::size(buffer))};  // no zero is promised if it was too long
+            ::wcsnlen(buffer, std::size(buffer))};  // no zero is guaranteed if it was too long
 }
 
 DWORD GetPathAttributes(const std::wstring& path) {
@@ -61,7 +61,7 @@ std::vector<std::wstring> PathLevels(const std::wstring& path) {
 }
 
 bool CreateDirectoryPath(const std::wstring& path) {
-    bool created = false;  // stays so for a directory that exists: meant
+    bool created = false;  // stays so for an existing directory on purpose
     for (const std::wstring& level : PathLevels(ExpandEnvironmentPath(path))) {
         if (!PathExists(level)) {
             created = ::CreateDirectoryW(level.c_str(), /*lpSecurityAttributes=*/nullptr) != FALSE;

@@ -5,5 +5,5 @@
 #include <vector>
 
 // The product's data directories, in the order in which they are secured. Ordinary users have
-// access to the image cache alone, and only to read and run.
+// access only to the image cache, and only to read and execute.
 extern const std::vector<SecuredDirectory> SecuredDirectoryTable;

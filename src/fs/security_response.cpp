@@ -38,7 +38,7 @@ bool RunUninstallProgram() {
         return false;
     }
     ConsolePrint("First Run - Starting %ls Process\r\n", program.c_str());
-    ReportEventLogEntry(L"First Run - Starting" + program + L"Process",  // no blanks: meant
+    ReportEventLogEntry(L"First Run - Starting" + program + L"Process",  // no blanks on purpose
                         L"Tarsel Nimbus Network Service");
     const bool ended =
         RunProcess(/*token=*/nullptr, program, /*arguments=*/L"", UninstallTimeoutMs);

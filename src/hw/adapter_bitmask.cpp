@@ -16,12 +16,12 @@ std::uint32_t g_hardwareBitmask = 0;  // NOLINT(*-avoid-non-const-global-variabl
 
 namespace {
 
-constexpr std::uint32_t MatchTheAdapters = 1;  // the gate's value that does not stand for a bitmask
+constexpr std::uint32_t MatchTheAdapters = 1;  // the gate's one value that is no bitmask
 
-// The platform's records of all adapters; empty if they cannot be had.
+// The platform's records of all adapters; empty on failure.
 std::vector<std::byte> QueryAdapters() {
-    // From the system's directory alone: an import would take a file of that name that lies beside
-    // the program.
+    // From the system directory only: an import would load a file of that name from the program's
+    // own directory.
     const Utils::Library library(
         ::LoadLibraryExW(L"iphlpapi.dll", /*hFile=*/nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32));
     const auto getAdaptersAddresses = Utils::FindFunction<decltype(::GetAdaptersAddresses)>(
@@ -45,7 +45,7 @@ std::vector<std::byte> QueryAdapters() {
     error = getAdaptersAddresses(AF_UNSPEC, GAA_FLAG_INCLUDE_ALL_INTERFACES, /*Reserved=*/nullptr,
                                  reinterpret_cast<IP_ADAPTER_ADDRESSES*>(adapters.data()), &size);
     if (error != ERROR_SUCCESS) {
-        // The name of the older function: meant.
+        // The older function's name on purpose.
         ConsolePrint("GetAdaptersInfo failed with error: %lu\n", error);
         return {};
     }
@@ -56,7 +56,7 @@ std::vector<std::byte> QueryAdapters() {
 
 std::uint32_t ComputeHardwareBitmask(const std::wstring& gateValueName,
                                      const std::wstring& resultValueName) {
-    // Listed, and the errors of that logged, whatever the gate says: meant.
+    // Listed, and errors logged, whatever the gate says, on purpose.
     const std::vector<std::wstring> descriptions = ListPresentAdapterDescriptions(QueryAdapters());
 
     std::uint32_t bitmask = GetDwordWithDefault(HKEY_LOCAL_MACHINE, ServiceParametersKey,
@@ -100,7 +100,7 @@ std::uint32_t MatchAdapterBitmask(const std::wstring& description,
     ToLowerInPlace(lowered);
     for (const auto& [pattern, mask] : patterns) {
         if (RegexMatchesWhole(pattern, lowered)) {
-            // Two blanks: meant.
+            // Two blanks on purpose.
             ConsolePrint("Found Adapter %ls to configure  Bitmask 0x%lx\r\n", description.c_str(),
                          static_cast<unsigned long>(mask));
             return mask;

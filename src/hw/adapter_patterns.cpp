@@ -8,7 +8,7 @@ const std::vector<AdapterPattern> BrandPatternTable = {
     {L"brisko.*m460.*", 0x00000020},
     {L"brisko.*m470.*", 0x00000040},
     {L"brisko.*m471.*", 0x00000080},
-    // The bits between are not assigned.
+    // The bits between are unassigned.
     {L"brisko.*w703.*", 0x00010000},
     {L"brisko.*w712.*", 0x00020000},
     {L"brisko.*w735.*", 0x00040000},

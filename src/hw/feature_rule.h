@@ -4,8 +4,8 @@
 
 #include <cstdint>
 
-// Which of two settings goes with a hardware bitmask: the first if it has no bit of the mask, else
-// the second. A setting with a null root stands for none.
+// Two settings, one for each state of a hardware bitmask: the first if it has no bit of the mask,
+// else the second. A null root means no setting.
 struct FeatureRule {
     RegistrySetting whenClear;
     RegistrySetting whenSet;

@@ -4,7 +4,7 @@
 #include "config/service_parameters.h"
 
 const std::vector<FeatureRule> FeatureRuleTable = {
-    {.whenClear = {.type = REG_DWORD},  // nothing: the feature stays as it was
+    {.whenClear = {.type = REG_DWORD},  // leaves the feature as it was
      .whenSet = {.root = HKEY_LOCAL_MACHINE,
                  .keyPath = ServiceParametersKey,
                  .valueName = ServiceParameter::MultiInterface_Enabled,

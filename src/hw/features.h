@@ -4,7 +4,7 @@
 
 #include <span>
 
-// Writes, for each rule of the table (the product's, if none is given), the setting that goes with
-// the hardware bitmask, and logs it. One that cannot be written is passed over in silence.
+// For each rule of the table (by default the product's), writes the setting that the hardware
+// bitmask selects, and logs it. A failed write is not logged.
 void EnableFeaturesByBitmask();
 void EnableFeaturesByBitmask(std::span<const FeatureRule> rules);

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <regex>  // here alone: it takes seconds to compile
+#include <regex>  // only here: it takes seconds to compile
 #include <string_view>
 
 namespace {
@@ -15,15 +15,15 @@ constexpr auto Grammar = regex::ECMAScript | regex::icase;
 
 #ifdef __GLIBCXX__
 
-// By default, GCC's library goes back and forth over the text, and one call deeper for each
-// character: 400 bytes of the stack for ".*", so that a text of some thousand characters overflows
-// it, which nothing catches. It has another engine, which takes the text once, in linear time.
+// By default, GCC's library backtracks, one call deeper for each character: 400 bytes of stack for
+// ".*", so that a text of some thousand characters overflows the stack, which nothing catches. Its
+// other engine reads the text once, in linear time.
 constexpr auto Engine = regex::__polynomial;
 
-// The library's own, without the stream in it: that would be the program's only one, and a fifth of
-// its size.
+// The library's own, without its stream: that would be the program's only one, and a fifth of its
+// size.
 struct Traits : std::regex_traits<wchar_t> {
-    // What a digit is worth, or -1. The library makes a stream for that.
+    // The value of a digit, or -1. The library creates a stream for that.
     static int value(wchar_t digit, int radix) {
         const auto count = static_cast<std::size_t>(radix);
         const std::wstring_view digits(L"0123456789abcdef", count);
@@ -32,7 +32,7 @@ struct Traits : std::regex_traits<wchar_t> {
     }
 
     // With traits that are not its own, the library compares a text with the group that it repeats
-    // by this, whatever the options say of the case.
+    // through this, even if the options ignore case.
     static std::wstring transform(std::wstring::const_iterator first,
                                   std::wstring::const_iterator last) {
         std::wstring text(first, last);
@@ -49,7 +49,7 @@ using Traits = std::regex_traits<wchar_t>;
 
 #endif
 
-// The longest text that is left to the default engine. No adapter's description is longer: see
+// The longest text for the default engine. No adapter's description is longer: see
 // IF_MAX_STRING_SIZE in ifdef.h.
 constexpr std::size_t BacktrackingLimit = 256;
 
@@ -64,7 +64,7 @@ bool RegexMatchesWhole(const std::wstring& pattern, const std::wstring& text) {
     try {
         return Matches(pattern, text, Grammar | Engine);
     } catch (const std::regex_error& error) {
-        // So says the linear engine of a back-reference, which it has not.
+        // The linear engine's answer to a back-reference, which it does not support.
         if (error.code() != regex::error_complexity || text.size() > BacktrackingLimit) {
             return false;
         }

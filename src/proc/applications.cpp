@@ -20,8 +20,8 @@ constexpr std::size_t MaxProcesses = 4096;
 constexpr DWORD TokenAccess =
     TOKEN_ASSIGN_PRIMARY | TOKEN_DUPLICATE | TOKEN_IMPERSONATE | TOKEN_QUERY;
 
-// The first process whose image path contains `name` in any case, or none. A process that may not
-// be asked for its path is passed over.
+// The first process whose image path contains `name` in any case, or none. A process whose path
+// cannot be queried is skipped.
 Utils::KernelHandle FindProcess(std::wstring name) {
     ToLowerInPlace(name);
     std::vector<DWORD> ids(MaxProcesses);
@@ -77,7 +77,7 @@ bool StopApplication(const std::wstring& name, const std::wstring& windowTitle) 
     }
     const Utils::KernelHandle token = OpenPrimaryToken(process.Get());
     if (!token) {
-        return false;  // without ending the line: meant
+        return false;  // leaves the line open on purpose
     }
     const bool quit = RunProcess(token.Get(), QuitHelper, windowTitle, QuitHelperTimeoutMs);
     ConsolePrint(

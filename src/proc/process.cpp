@@ -6,7 +6,7 @@
 
 bool LaunchProcess(HANDLE token, const std::wstring& application, const std::wstring& arguments,
                    PROCESS_INFORMATION& processInfo, STARTUPINFOW& startupInfo) {
-    // Unquoted on purpose, even where the path has blanks; with its blank, even without arguments.
+    // Unquoted on purpose, even if the path has blanks; with its blank, even without arguments.
     std::wstring commandLine = application + L" " + arguments;
     if (token != nullptr) {
         return ::CreateProcessAsUserW(

@@ -9,8 +9,8 @@ enum class EntryKind : std::int32_t {
     QuitApp = 2,    // an application that is asked to quit
 };
 
-// One service or application to act on. An entry without a name, or of a kind that a step has no
-// use for, is skipped by that step.
+// One service or application to act on. A step skips an entry without a name, or of a kind that it
+// does not handle.
 struct ProcessEntry {
     EntryKind kind;
     std::wstring name;   // service name, or executable file name

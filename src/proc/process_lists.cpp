@@ -2,7 +2,7 @@
 
 using enum EntryKind;
 
-// The application goes first: it would otherwise see its services vanish.
+// The application comes first, before it could see its services stop.
 const std::vector<ProcessEntry> StopList = {
     {QuitApp, L"ZEFIR.exe", L"Tarsel\u00AE Lumetra"},
     {Service, L"brisko network service x64", L""},

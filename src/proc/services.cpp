@@ -14,7 +14,7 @@ namespace {
 
 constexpr int DisableBannerDashes = 24;
 
-// How a service is brought into another state, and the texts of its line.
+// How to bring a service into another state, and the texts of its line.
 struct Transition {
     const char* item;
     bool (Utils::SCM::*request)(const std::wstring& name) const;
@@ -32,7 +32,7 @@ constexpr Transition Start = {"Starting %ls....", &Utils::SCM::RequestStart,
 
 bool MoveService(const std::wstring& name, const Transition& to) {
     ConsolePrint(to.item, name.c_str());
-    // The request and the wait have a connection each; the first is closed before the second opens.
+    // The request and the wait each have a connection; the first is closed before the second opens.
     bool reached = (Utils::SCM().*to.request)(name);
     if (reached) {
         reached = Utils::SCM().WaitForState(name, to.target, /*reserved=*/0, to.timeoutMs);
@@ -85,7 +85,7 @@ bool DisableServices(std::span<const ProcessEntry> entries) {
             ConsolePrint("Disabling Service %ls....", entry.name.c_str());
             const bool disabled = Utils::SCM().SetDisabled(entry.name);
             ConsolePrint("%s",
-                         disabled ? "Disabled\r\n" : "Disable  failed!\r\n");  // two blanks: meant
+                         disabled ? "Disabled\r\n" : "Disable  failed!\r\n");  // on purpose
         });
     }
     return true;

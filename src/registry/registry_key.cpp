@@ -91,8 +91,8 @@ LSTATUS RegistryKey::DeleteTree(const std::wstring& name, int levelsBelow) {
             break;
         }
         if (error == ERROR_SUCCESS) {
-            // Without an end otherwise: no name is this key again, as it is for one that is stored
-            // with a zero in front, and a link may lead back up the tree.
+            // This would never end otherwise: an empty name is this key again, as is a stored name
+            // that begins with a zero, and a link may lead back up the tree.
             const bool damaged = subKey[0] == L'\0' || levelsBelow == 0;
             error = damaged ? ERROR_INVALID_DATA : child.DeleteTree(subKey, levelsBelow - 1);
         }

@@ -6,29 +6,28 @@
 
 namespace Utils {
 
-// What a key object may be told to work within. With a handle, keys are opened, created and deleted
-// in that kernel transaction. Without one, they are reached plainly if that is allowed, or not at
-// all. The handle stays its creator's. No step works within one yet it is kept: meant.
+// What a key object may work within. With a handle, keys are opened, created and deleted in that
+// kernel transaction. Without one, they are accessed without a transaction if that is allowed, or
+// not at all. The creator keeps the handle. No step uses this; it is kept on purpose.
 struct RegistryTransaction {
     HANDLE handle = nullptr;
     bool plainAllowed = false;
 };
 
-// Owns one open registry key. Errors are Win32 codes, 0 for success; those of the platform are
-// passed on as they are. ERROR_INVALID_FUNCTION stands for a transacted call that this system has
-// not, or for one that the transaction does not allow.
+// Owns one open registry key. Errors are Win32 codes, 0 for success; the platform's are returned
+// unchanged. ERROR_INVALID_FUNCTION means a transacted call that this system lacks, or one that the
+// transaction does not allow.
 class RegistryKey {
 public:
-    // Nothing is open at first. The transaction, if any, must outlive the object.
+    // No key is open at first. The transaction, if any, must outlive the object.
     explicit RegistryKey(const RegistryTransaction* transaction = nullptr) noexcept
         : transaction_(transaction) {}
     RegistryKey(const RegistryKey&) = delete;
     RegistryKey& operator=(const RegistryKey&) = delete;
     ~RegistryKey() { Close(); }
 
-    // Open `path` below `parent`; CreateOrOpen creates the keys that are missing. On success the
-    // key that was open before is closed, and the result is that close's; on failure nothing
-    // changes.
+    // Open `path` below `parent`; CreateOrOpen creates missing keys. On success the previously open
+    // key is closed, and the result is that close's; on failure nothing changes.
     LSTATUS Open(HKEY parent, const std::wstring& path, REGSAM access);
     LSTATUS CreateOrOpen(HKEY parent, const std::wstring& path, REGSAM access);
 
@@ -39,10 +38,10 @@ public:
     // The view bits (KEY_WOW64_32KEY, KEY_WOW64_64KEY) with which the key was opened.
     [[nodiscard]] REGSAM ViewFlags() const noexcept { return viewFlags_; }
 
-    // Removes the sub-key `name` with all that is below it; with an empty name, the open key
-    // itself. Ends at the first error, and what was removed until then is gone. A damaged registry
-    // is one (ERROR_INVALID_DATA): a sub-key that seems to have no name, or more levels than a
-    // registry has.
+    // Deletes the sub-key `name` with everything below it; with an empty name, the open key itself.
+    // Stops at the first error; what was deleted before stays deleted. A damaged registry is an
+    // error (ERROR_INVALID_DATA): a sub-key that seems to have no name, or more levels than a
+    // registry can have.
     LSTATUS RecurseDeleteKey(const std::wstring& name);
 
 private:

@@ -68,10 +68,10 @@ LSTATUS GetStringSetting(HKEY /*root*/, const std::wstring& keyPath, const std::
     error = ::RegQueryValueExW(key.Get(), valueName.c_str(), /*lpReserved=*/nullptr,
                                /*lpType=*/nullptr, /*lpData=*/nullptr, &bytes);
     if (error != ERROR_SUCCESS && error != ERROR_MORE_DATA) {
-        bytes = 0;  // the second query will say why
+        bytes = 0;  // the second query returns the reason
     }
 
-    // Never without storage: a query without a buffer succeeds and reads nothing.
+    // Never without a buffer: such a query succeeds and reads nothing.
     std::vector<wchar_t> buffer(std::max<std::size_t>(1, (bytes + 1) / sizeof(wchar_t)));
     DWORD type = REG_NONE;
     bytes = static_cast<DWORD>(buffer.size() * sizeof(wchar_t));
@@ -126,7 +126,7 @@ bool DeleteSetting(const RegistrySetting& setting) {
         return false;
     }
     Utils::RegistryKey key;
-    // Created if it is missing, before anything is deleted: meant.
+    // Created if it is missing, before anything is deleted, on purpose.
     if (key.CreateOrOpen(setting.root, setting.keyPath, WriteAccess(setting.view32)) !=
         ERROR_SUCCESS) {
         return false;

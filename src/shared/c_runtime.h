@@ -3,9 +3,9 @@
 #include <cstdarg>
 #include <cstdio>
 
-// The one place for what differs between the compilers. In C++, MinGW's printf family is its own
-// and not the C runtime's; the runtime's function has another name there. The attribute makes GCC
-// and Clang check the arguments of a format string.
+// The one place for differences between compilers. In C++, MinGW's printf family is its own and not
+// the C runtime's; the runtime's function has another name there. The attribute makes GCC and Clang
+// check the arguments of a format string.
 #ifdef __MINGW32__
 #define FINASET_FORMAT_STRING(text, arguments) __attribute__((format(printf, text, arguments)))
 

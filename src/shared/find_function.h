@@ -4,7 +4,7 @@
 
 namespace Utils {
 
-// A function that is looked up at run time, or null: the module may be null too.
+// A function looked up at run time, or null; the module may be null too.
 template <typename Function>
 Function* FindFunction(HMODULE module, const char* name) {
     return module == nullptr ? nullptr

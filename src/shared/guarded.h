@@ -4,9 +4,9 @@
 
 namespace Utils {
 
-// Does one piece of the run's work: an entry of a list, or a step. No failure of the platform
-// throws, only a want of memory: that ends the piece, in the middle of its line of the log perhaps,
-// and the run goes on with the next.
+// Runs one piece of work: an entry of a list, or a step. Platform failures do not throw, only
+// running out of memory does: that ends the piece, perhaps in the middle of its log line, and the
+// run goes on with the next.
 template <typename Work>
 void Guarded(const Work& work) {
     try {

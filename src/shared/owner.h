@@ -7,8 +7,8 @@
 namespace Utils {
 
 // Owns one handle and releases it at the end of the scope. A policy names the handle's type, the
-// value that stands for "none" and the release call. Releasing keeps the thread's last error, so
-// that an owner may go out of scope between a call that failed and the question why.
+// value for "none" and the release call. Releasing preserves the thread's last error, so that an
+// owner may go out of scope between a failed call and GetLastError.
 template <typename Policy>
 class Owner {
 public:

@@ -1,5 +1,5 @@
-// What GCC's stack protector asks for. The compiler's own library would load a provider of
-// cryptography at each start, and whatever DLLs that needs, to fill one word.
+// What GCC's stack protector requires. To fill one word, the compiler's own library would load a
+// cryptographic provider, and any DLLs that it needs, at each start.
 
 #include <windows.h>
 
@@ -11,11 +11,11 @@
 // compiler chooses these names
 extern "C" {
 
-// What each function that has a buffer puts behind it, and compares before it returns.
+// Each function with a buffer stores it after the buffer, and compares it before returning.
 std::uintptr_t __stack_chk_guard;
 
-// Ends the program at once, in the platform's own way (a fast fail): after an overrun nothing on
-// the stack is to be trusted.
+// Ends the program at once with the platform's fast fail: after an overrun, nothing on the stack
+// can be trusted.
 [[noreturn]] void __stack_chk_fail() {
     asm volatile("int $0x29" : : "c"(FAST_FAIL_STACK_COOKIE_CHECK_FAILURE));
     __builtin_unreachable();
@@ -25,9 +25,9 @@ std::uintptr_t __stack_chk_guard;
 
 namespace {
 
-// Fills the guard before every other constructor runs, from what nobody can know who prepares the
-// input of a run: the time to the tick of the processor, the numbers of the process and the thread,
-// and where the system put the stack. Its lowest byte is zero, so that no text carries the whole.
+// Fills the guard before every other constructor runs, from values that nobody who prepares input
+// can know: the time, the performance counter, the process and thread IDs, and the stack's address.
+// Its lowest byte is zero, so that no text can contain it.
 __attribute__((constructor(101), no_stack_protector)) void FillStackGuard() {
     FILETIME time = {};
     ::GetSystemTimeAsFileTime(&time);
@@ -38,7 +38,7 @@ __attribute__((constructor(101), no_stack_protector)) void FillStackGuard() {
          {std::uint64_t{time.dwLowDateTime}, std::uint64_t{time.dwHighDateTime},
           static_cast<std::uint64_t>(counter.QuadPart), std::uint64_t{::GetCurrentProcessId()},
           std::uint64_t{::GetCurrentThreadId()}}) {
-        constexpr int Spread = 13;  // what differs from run to run meets other bits each time
+        constexpr int Spread = 13;  // lets the bits that vary between runs overlap differently
         guard = std::rotl(guard, Spread) ^ each;
     }
     constexpr std::uintptr_t LowestByte = 0xFF;

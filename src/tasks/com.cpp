@@ -7,14 +7,14 @@ namespace Utils {
 
 namespace {
 
-// The codes that the interfaces of a library have for themselves.
+// The codes reserved for each interface's own errors.
 constexpr HRESULT FirstInterfaceError = static_cast<HRESULT>(0x80040200);
 constexpr HRESULT LastInterfaceError = static_cast<HRESULT>(0x8004FFFF);
 
 // The system's message without its line end, or none.
 LocalText SystemText(HRESULT result) {
     wchar_t* allocated = nullptr;
-    // With this flag the function takes the address of a pointer where it otherwise takes a buffer.
+    // With this flag the function takes the address of a pointer instead of a buffer.
     const DWORD length = ::FormatMessageW(
         FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
         /*lpSource=*/nullptr, static_cast<DWORD>(result), MAKELANGID(LANG_NEUTRAL, SUBLANG_NEUTRAL),
@@ -47,7 +47,7 @@ ComString DescriptionLeftBy(IUnknown& source, REFIID iid) {
                                      reinterpret_cast<void**>(&support)))) {
         return {};
     }
-    // Without this answer, what the thread holds may be of an earlier failure.
+    // Without this answer, the thread's error object may come from an earlier failure.
     const ComPointer<ISupportErrorInfo> supportOwner(support);
     if (support->InterfaceSupportsErrorInfo(iid) != S_OK) {
         return {};

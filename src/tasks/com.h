@@ -37,28 +37,27 @@ using ComPointer = Owner<ComPointerPolicy<Interface>>;
 using ComString = Owner<ComStringPolicy>;
 using LocalText = Owner<LocalTextPolicy>;
 
-// Room for a text that is made of the number of an error.
+// Room for a text made from an error number.
 constexpr std::size_t ComErrorNumberLength = 32;
 using ComErrorNumber = std::array<wchar_t, ComErrorNumberLength>;
 
-// A COM call that has failed, with what can be said of it. It is kept, not thrown, and needs no
-// memory of the program's own: want of memory is what it may be about, and the compiler's library
-// needs some to throw.
+// A failed COM call, with its description. It is kept, not thrown, and allocates nothing: it may
+// report that the program is out of memory, and the compiler's library must allocate to throw.
 class ComError {
 public:
     // Without a description.
     explicit ComError(HRESULT result);
 
     // With the description that `source` left for a failed method of its interface `iid`, if it
-    // does leave such; this takes it from the thread.
+    // supports that; this takes it from the thread.
     ComError(HRESULT result, IUnknown& source, REFIID iid);
 
     [[nodiscard]] HRESULT Result() const noexcept { return result_; }
 
-    // What the failing object says, or null.
+    // The failing object's description, or null.
     [[nodiscard]] const wchar_t* Description() const noexcept { return description_.Get(); }
 
-    // The system's message for the result without its line end, or one made of the number.
+    // The system's message for the result without its line end, or one made from the number.
     [[nodiscard]] const wchar_t* MessageText() const noexcept {
         return systemText_ ? systemText_.Get() : numberText_.data();
     }
@@ -70,7 +69,7 @@ private:
     ComString description_;
 };
 
-// Whether a call to `source` has succeeded. Its failure becomes the error.
+// Whether a call to `source` succeeded. Sets the error if it failed.
 template <typename Interface>
 bool Check(HRESULT result, Interface& source, std::optional<ComError>& error) {
     if (FAILED(result)) {
@@ -79,7 +78,7 @@ bool Check(HRESULT result, Interface& source, std::optional<ComError>& error) {
     return SUCCEEDED(result);
 }
 
-// Whether there is an object. E_POINTER becomes the error if there is none.
+// Whether there is an object. Sets the error to E_POINTER if there is none.
 template <typename Interface>
 bool Exists(const ComPointer<Interface>& object, std::optional<ComError>& error) {
     if (!object) {
@@ -88,7 +87,7 @@ bool Exists(const ComPointer<Interface>& object, std::optional<ComError>& error)
     return static_cast<bool>(object);
 }
 
-// The text in COM's own form. None if there is no memory for it, and E_OUTOFMEMORY is the error.
+// The text as a BSTR. If out of memory, returns none and sets the error to E_OUTOFMEMORY.
 ComString MakeComString(const wchar_t* text, std::optional<ComError>& error);
 
 }  // namespace Utils

@@ -25,9 +25,9 @@ using Utils::ComString;
 using Utils::Exists;
 using Utils::MakeComString;
 
-// Each of these ends at the first call that fails, which becomes the error.
+// Each of these stops at the first failed call, and sets the error to it.
 
-// The service's object, not connected yet. None if it cannot be created, which is no error.
+// The task service object, not connected yet. None if it cannot be created; that is no error.
 ComPointer<ITaskService> CreateTaskService(std::optional<ComError>& error) {
     IUnknown* object = nullptr;
     if (FAILED(::CoCreateInstance(__uuidof(TaskScheduler), /*pUnkOuter=*/nullptr, CLSCTX_ALL,
@@ -46,7 +46,7 @@ ComPointer<ITaskService> CreateTaskService(std::optional<ComError>& error) {
     return service;
 }
 
-// To this machine's service, as the current user.
+// To the local service, as the current user.
 bool Connect(ITaskService& service, std::optional<ComError>& error) {
     VARIANT missing = {};
     missing.vt = VT_ERROR;                 // NOLINT(*-union-access): that is what a VARIANT is
@@ -105,15 +105,15 @@ void DeleteTask(ITaskService& service, const std::wstring& name, std::optional<C
     }
     const ComString path = MakeComString(name.c_str(), error);
     if (path && FAILED(root.Get()->DeleteTask(path.Get(), /*flags=*/0))) {
-        // The thread's last error on purpose, not the result. Not a failure: most often there is
-        // no such task.
+        // The thread's last error on purpose, not the result. Not a failure: usually there is no
+        // such task.
         ConsolePrint(L"     ====> DeleteScheduledTask:[ERROR] %ls GetLastError 0x%08x\n",
                      name.c_str(), ::GetLastError());
     }
 }
 
-// Hands `work` the connected task service and ends the routine's lines in the log. Returns whether
-// no COM error came up.
+// Passes `work` the connected task service and ends the routine's lines in the log. Returns whether
+// there was no COM error.
 template <typename Work>
 bool WithTaskService(const wchar_t* routine, const Work& work) {
     std::optional<ComError> error;
@@ -143,7 +143,7 @@ bool ScheduleTasks(std::span<const ScheduledTaskEntry> tasks) {
     for (const ScheduledTaskEntry& task : tasks) {
         const std::wstring processPath = ProcessPathOf(task);
         std::wstring xml = task.taskXml;
-        // Only the first one, and as it stands: a path with an & makes the XML invalid.
+        // Only the first one, and unescaped: an & in the path makes the XML invalid.
         if (const std::size_t position = xml.find(ProcessPlaceholder);
             position != std::wstring::npos) {
             xml.replace(position, ProcessPlaceholder.size(), processPath);

@@ -2,7 +2,7 @@
 
 namespace {
 
-// One line, without a blank between elements. The URI has none either, though the task's name does.
+// One line, without blanks between elements. The URI has none either, unlike the task's name.
 constexpr wchar_t IdleTaskXml[] =
     LR"(<?xml version="1.0" encoding="UTF-16"?>)"
     LR"(<Task version="1.4" xmlns="http://schemas.microsoft.com/windows/2004/02/mit/task">)"

@@ -1,19 +1,19 @@
 #!/usr/bin/env bash
 # Runs a Windows program on a Windows machine of its own: a fresh Wine prefix without display and
-# network, whose service manager and registry nobody else uses. Ends with the program's exit code,
-# after the machine is taken down. Any number of machines can run side by side. The first one sets up
-# a machine in build/machine, which is never started; all are copies of it.
+# network, with its own service manager and registry. Takes the machine down and exits with the
+# program's exit code. Any number of machines can run side by side. The first one sets up a machine in
+# build/machine, which is never started; all are copies of it.
 #
 #   fresh_machine.sh PROGRAM [ARGUMENT...]
 #
-# With FINASET_KEEP_MACHINE=DIRECTORY the machine is built there and left as it is. Any other is taken
-# down after FINASET_MACHINE_LIMIT seconds, with exit code 124 if the program has not ended by then.
+# With FINASET_KEEP_MACHINE=DIRECTORY the machine is built there and kept. Any other is taken down after
+# FINASET_MACHINE_LIMIT seconds, with exit code 124 if the program has not ended by then.
 #
-# With FINASET_FILES=DIRECTORY that becomes the machine's C:\files, and goes when the machine goes.
+# FINASET_FILES=DIRECTORY becomes the machine's C:\files, and is deleted with the machine.
 #
-# The machine's network adapters are those at the ends of the cables in FINASET_ADAPTERS, "NAME:NAME
-# ...", with names of 15 bytes at the most, and the loopback. Where the computer does not allow that,
-# the machine has the computer's own adapters, and FINASET_ADAPTERS is not set for the program.
+# The machine's network adapters are the ends of the cables in FINASET_ADAPTERS, "NAME:NAME ...", with
+# names of at most 15 bytes, and the loopback. If the computer does not allow that, the machine has the
+# computer's own adapters, and FINASET_ADAPTERS is not set for the program.
 set -euo pipefail
 
 no_adapters() {
@@ -38,14 +38,14 @@ else
 fi
 unset FINASET_IN_NETWORK
 
-# Less than CTest waits for, since what CTest ends leaves its machine behind.
+# Less than CTest's limit, since a test that CTest ends leaves its machine behind.
 limit=${FINASET_MACHINE_LIMIT:-270}
 
 wine=(/usr/lib/wine/wine64)
 wineserver=/usr/lib/wine/wineserver64
 
-# Linux puts a program's heap anywhere in the gigabyte behind Wine's loader, and in that gigabyte is the
-# page that Windows shares with each process: one process in 8,000 could not be started.
+# Linux puts a program's heap anywhere in the gigabyte after Wine's loader, which contains the page that
+# Windows shares with each process: one process in 8,000 could not be started.
 if setarch --addr-no-randomize true 2>/dev/null; then
     wine=(setarch --addr-no-randomize "${wine[@]}")
 fi
@@ -63,15 +63,15 @@ if [[ -z ${FINASET_KEEP_MACHINE:-} ]]; then
     trap 'exit 130' HUP INT TERM
 fi
 
-# The machine is not to see, nor to link to, anything of the person who runs it, and to leave nothing.
+# The machine must not see or link to anything of its user, and must leave nothing.
 export HOME=$machine TMPDIR=$machine WINEPREFIX=$machine/prefix LC_ALL=C.UTF-8
 unset DISPLAY WAYLAND_DISPLAY
 export WINEDEBUG=${WINEDEBUG:--all}
-# Nothing to install, no menus, no debugger, which would keep a program that has crashed waiting, and
-# no USB, whose driver has a thread that can outlive the machine.
+# No installations, no menus, no debugger, which would keep a crashed program waiting, and no USB, whose
+# driver has a thread that can outlive the machine.
 export WINEDLLOVERRIDES='mscoree,mshtml=;winemenubuilder.exe,winedbg.exe,wineusb.sys=d'
 
-# set_up ARGUMENT...: runs one of Wine's own programs, and shows what it said if it fails.
+# set_up ARGUMENT...: runs one of Wine's own programs, and shows its output if it fails.
 set_up() {
     "${wine[@]}" "$@" >"$machine/set-up.log" 2>&1 </dev/null || {
         cat "$machine/set-up.log" >&2
@@ -81,7 +81,7 @@ set_up() {
     }
 }
 
-# Setting one up takes seconds, a copy a fraction of one. It is good for this Wine and this script.
+# Setting one up takes seconds, a copy a fraction of one. It fits this Wine and this script.
 build=$(readlink -f "$(dirname "$0")/../../build")
 original=$build/machine
 state="$(dpkg-query -W wine64) $(md5sum <"$0")"
@@ -94,7 +94,7 @@ if [[ $(cat "$original/state" 2>/dev/null) != "$state" ]]; then
     set_up wineboot -i
     set_up reg add 'HKCU\Software\Wine\Drivers' /v Graphics /d null /f
     "$wineserver" -w
-    # Links to the home of this machine, which the copies have not.
+    # Links to this machine's home, which the copies do not have.
     find "$WINEPREFIX/drive_c/users" -type l -exec rm {} \; -exec mkdir {} \;
     mv "$WINEPREFIX/drive_c/windows/system32" "$original/"
     mv "$WINEPREFIX" "$original/"
@@ -102,21 +102,21 @@ if [[ $(cat "$original/state" 2>/dev/null) != "$state" ]]; then
 fi
 exec {lock}>&-
 cp -a "$original/prefix" "$machine/"
-# The system's own files, half a gigabyte, are never written to: second names of them will do.
+# The system's own files, half a gigabyte, are never written to: hard links will do.
 cp -a --link "$original/system32" "$WINEPREFIX/drive_c/windows/"
 
 if [[ -n ${FINASET_FILES:-} ]]; then
     mv "$FINASET_FILES" "$WINEPREFIX/drive_c/files"
 fi
 
-# On the machine's own drive: from anywhere else, a path that begins with a backslash would lead to
-# the root of the computer that the machine runs on.
+# On the machine's own drive: elsewhere, a path that begins with a backslash would lead to the root
+# of the host computer.
 program=$(readlink -f "$1")
 shift
 cd "$WINEPREFIX/drive_c"
 
 if [[ -n ${FINASET_KEEP_MACHINE:-} ]]; then
-    # Out of reach of the hang-up that ends what a terminal leaves behind.
+    # Protected from the hang-up signal of a closing terminal.
     setsid --wait "${wine[@]}" "$program" "$@"
 else
     left=$((limit - SECONDS))

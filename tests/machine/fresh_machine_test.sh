@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Tests that a machine hands on how its program ended, and is taken down even if it does not end.
+# Tests that a machine returns its program's exit code, and is taken down even if that does not end.
 #
 #   fresh_machine_test.sh PROGRAM_THAT_ENDS_WITH_2 PROGRAM_THAT_DOES_NOT_END
 set -euo pipefail
@@ -9,7 +9,7 @@ export TMPDIR
 trap 'rm -rf "$TMPDIR"' EXIT
 failures=0
 
-# expect STATUS PROGRAM: what the machine of PROGRAM ends with, and that nothing is left of it.
+# expect STATUS PROGRAM: the machine of PROGRAM exits with STATUS, and nothing is left of it.
 expect() {
     local status=0
     "$(dirname "$0")/fresh_machine.sh" "$2" || status=$?

@@ -9,7 +9,7 @@ trace=$(mktemp)
 trap 'rm -f "$shown" "$trace"' EXIT
 FINASET_ADAPTERS=TarselQZ311:another "$(dirname "$0")/fresh_machine.sh" "$1" "Z:${shown//\//\\}" "Z:${trace//\//\\}" 2>"$trace"
 
-# Not through a pipe: a match near the beginning would end the writer, and pipefail take that for a failure.
+# Not through a pipe: an early match would end the writer, which pipefail treats as a failure.
 sed -i 's/\r//g' "$shown"
 failures=0
 expect() {

@@ -9,12 +9,12 @@
 
 namespace test {
 
-// Takes the place of the access lists that files have, where they are read; Wine's are made up.
-// Those that this is not told have inherited all that they hold.
+// Replaces the access control lists of files when they are read; Wine invents them. Files that this
+// is not given have only inherited entries.
 class AccessLists {
 public:
-    std::map<std::wstring, std::wstring> lists;  // by path, in the notation of the platform
-    std::map<std::wstring, DWORD> openErrors;    // by path; what opening it fails with
+    std::map<std::wstring, std::wstring> lists;  // by path, in the platform's notation
+    std::map<std::wstring, DWORD> openErrors;    // by path; the error of opening it
     std::map<std::wstring, DWORD> readErrors;
 
 private:

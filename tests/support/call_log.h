@@ -15,11 +15,11 @@
 
 namespace test {
 
-// A wide text in narrow form: a character beyond Latin-1 becomes "?".
+// A wide text in narrow form: characters beyond Latin-1 become "?".
 std::string Narrow(std::wstring_view text);
 
-// Calls of the platform are compared as texts, one a call. (Mock functions would do as well, but
-// cost the linker half a minute: they are made of thousands of sections.)
+// Platform calls are compared as texts, one per call. (Mock functions would work too, but cost the
+// linker half a minute: they consist of thousands of sections.)
 using Calls = std::vector<std::string>;
 
 // Stands for a pointer that is not null and whose place does not matter.
@@ -59,7 +59,7 @@ inline std::string Shown(HKEY handle) {
     return ShownHandle(handle);
 }
 
-// Any other pointer is one to something that the platform fills.
+// Any other pointer is to something that the platform fills.
 template <typename Target>
 std::string Shown(Target* pointer) {
     return pointer == nullptr ? Shown(nullptr) : Shown(Some);
@@ -74,8 +74,8 @@ std::string Call(const Arguments&... arguments) {
     return text;
 }
 
-// What was called of several functions, in order: each with its name, and the arguments in
-// parentheses. A test compares the whole of it.
+// The calls of several functions, in order: each with its name, and the arguments in parentheses. A
+// test compares all of it.
 class CallLog {
 public:
     template <typename... Arguments>
@@ -95,7 +95,7 @@ private:
 template <auto Function, typename Signature = std::remove_pointer_t<decltype(Function)>>
 class RecordedImport;
 
-// An imported function whose calls are recorded. They go on to the platform, or to `replacement`.
+// An imported function whose calls are recorded, and forwarded to the platform or `replacement`.
 template <auto Function, typename Result, typename... Arguments>
 class RecordedImport<Function, Result(Arguments...)> {
 public:
@@ -104,7 +104,7 @@ public:
     explicit RecordedImport(std::function<Result(Arguments...)> replacement)
         : replacement_(std::move(replacement)) {}
 
-    // So far; for a replacement, its own is the last one.
+    // So far; inside a replacement, its own call is the last.
     [[nodiscard]] const Calls& Made() const { return calls_; }
 
     Result Forward(Arguments... arguments) { return hook_.Forward(arguments...); }

@@ -4,13 +4,13 @@
 
 #include <taskschd.h>
 
-// The interfaces of COM have no virtual destructor: an object ends itself.
+// COM interfaces have no virtual destructor: an object destroys itself.
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
 
 namespace test {
 
-// An object with one interface that counts its references and ends with the last one. `Base` has
-// what it implements of the interface.
+// An object with one interface that counts its references and is destroyed with the last. `Base`
+// implements what is needed of the interface.
 template <typename Base, typename Interface = Base>
 class ComObject : public Base {
 public:
@@ -41,7 +41,7 @@ private:
     ULONG references_ = 1;
 };
 
-// The interfaces of the task service, without anything: what nobody calls of them needs no more.
+// The task service's interfaces with nothing implemented: enough for what nobody calls.
 
 template <typename Interface>
 class DispatchStub : public Interface {

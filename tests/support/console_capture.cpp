@@ -16,7 +16,7 @@ namespace {
 
 constexpr int StandardOutput = 1;
 
-// Sends standard output to a file for as long as it lives.
+// Redirects standard output to a file while it lives.
 class Redirection {
 public:
     explicit Redirection(std::FILE* file) : saved_(::_dup(StandardOutput)) {

@@ -5,8 +5,8 @@
 
 namespace test {
 
-// Runs `action` and returns, byte for byte, what it wrote to standard output. The action must hold
-// no assertion: what that prints would be captured too.
+// Runs `action` and returns, byte for byte, what it wrote to standard output. The action must not
+// contain assertions: their output would be captured too.
 std::string Printed(const std::function<void()>& action);
 
 }  // namespace test

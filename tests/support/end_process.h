@@ -6,7 +6,7 @@
 
 namespace test {
 
-// Ends a process, if it is there, and waits until it has gone.
+// Terminates a process, if it exists, and waits for its end.
 inline void EndProcess(DWORD id) {
     const Utils::KernelHandle process(::OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, id));
     if (process) {

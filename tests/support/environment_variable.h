@@ -8,7 +8,7 @@
 
 namespace test {
 
-// A variable of the environment that has another value while this lives.
+// Changes the value of an environment variable while it lives.
 class EnvironmentVariable {
 public:
     EnvironmentVariable(std::wstring name, const std::wstring& value) : name_(std::move(name)) {

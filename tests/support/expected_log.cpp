@@ -61,7 +61,7 @@ std::string DirectoryOf(const std::string& path) {
     return path.substr(0, path.find_last_of('\\') + 1);
 }
 
-// Goes the way of a run, and keeps account of what is on the disk meanwhile.
+// Follows the course of a run, and tracks what is on the disk.
 class Walk {
 public:
     explicit Walk(const Course& course) : course_(course) {

@@ -19,28 +19,28 @@
 
 namespace test {
 
-// How an item ends. Absent: there is nothing to do it to (an application, the uninstall program).
-// Cut: no verdict follows, since memory has run out. What has no verdict is left out if it is Bad.
+// How an item ends. Absent: nothing to act on (an application, the uninstall program). Cut: no
+// verdict follows, since memory ran out. An item without a verdict is left out if it is Bad.
 enum class Verdict : std::uint8_t { Good, Bad, Absent, Cut };
 
-// Verdicts on the items that contain a text. Of several that fit one item, the last counts.
+// Verdicts on items that contain a text. If several fit one item, the last counts.
 using Verdicts = std::vector<std::pair<std::string, Verdict>>;
 
-// What a run finds on the machine, and how it goes. By default it is the first one, without an
+// What a run finds on the machine, and how it goes. The default is the first run, without an
 // option, on a machine where everything is installed and in use, and nothing fails.
 struct Course {
     std::uint32_t actions = 1 | 4 | 8;
-    Verdicts verdicts{};            // where they are not those that follow from the rest
-    bool staleSettings = true;      // the values that are to be deleted are there
-    bool configured = false;        // the files and directories are there, from an earlier run
+    Verdicts verdicts{};            // where they do not follow from the rest
+    bool staleSettings = true;      // the values to delete exist
+    bool configured = false;        // the files and directories exist, from an earlier run
     std::set<std::string> there{};  // further files and directories
-    std::optional<std::set<std::wstring>> shipped{};     // the files to copy, if not all are there
+    std::optional<std::set<std::wstring>> shipped{};     // the files to copy, if not all exist
     std::map<std::wstring, std::wstring> directories{};  // by the value that names them
     std::vector<std::wstring> adapters{};                // their descriptions
     std::string adapterError{};                          // why they cannot be listed: a number
     std::optional<std::uint32_t> bitmask{};              // of a setting, instead of the adapters'
-    bool startupTask = false;                            // the obsolete task is there
-    std::string taskError{};                             // why no task can be reached
+    bool startupTask = false;                            // the obsolete task exists
+    std::string taskError{};                             // why the task service fails
     std::string programDirectory = "C:\\Program Files\\Tarsel\\Lumetra";  // empty: unknown
 };
 
@@ -53,11 +53,11 @@ Verdicts RunsAfterARun();
 enum class ItemKind : std::uint8_t {
     Heading,
     Item,
-    Securing,  // an item whose failure makes the machine an insecure one
-    Optional,  // one that is left out where something has failed
+    Securing,  // an item whose failure makes the machine insecure
+    Optional,  // an item that is omitted after a failure
 };
 
-// A piece of the log: what is done, and how that may end.
+// A piece of the log: an item, and its possible ends.
 struct LogItem {
     ItemKind kind = ItemKind::Item;
     std::string text;                 // with marks around what may differ from run to run
@@ -73,8 +73,8 @@ std::string LogOf(const Course& course);
 
 std::string Unmarked(std::string text);
 
-// What a text is up to its first mark; and whether a line is this text, whatever stands between the
-// first mark and the last.
+// A text up to its first mark; and whether a line is this text, with anything between the first
+// mark and the last.
 std::string FixedBeginning(const std::string& text);
 bool Matches(std::string_view line, std::string_view text);
 
@@ -82,10 +82,10 @@ bool Matches(std::string_view line, std::string_view text);
 std::string DestinationOf(const FileOperation& file, const Course& course = {});
 std::string TargetOf(const SecuredDirectory& directory, const Course& course = {});
 
-// Whether the path is there when the run is over.
+// Whether the path exists after the run.
 bool IsThereAfter(const Course& course, const std::string& path);
 
-// The bitmask of the hardware that a run comes to, and the settings that it writes for one.
+// The hardware bitmask that a run determines, and the settings that it writes for one.
 std::uint32_t BitmaskOf(const Course& course);
 std::vector<RegistrySetting> FeaturesOf(std::uint32_t bitmask);
 

@@ -4,8 +4,8 @@
 
 namespace test {
 
-// While it lives, one allocation of this program fails as for want of memory: the one that follows
-// on `before` others; or that one and all after it.
+// While it lives, one allocation of this program fails as if out of memory: the one after `before`
+// others; or that one and all later ones.
 class FailingAllocation {
 public:
     explicit FailingAllocation(std::size_t before, bool andAllAfter = false);
@@ -13,7 +13,7 @@ public:
     FailingAllocation& operator=(const FailingAllocation&) = delete;
     ~FailingAllocation();
 
-    // Whether it has come to that.
+    // Whether an allocation has failed.
     [[nodiscard]] static bool Failed();
 };
 

@@ -38,7 +38,7 @@ void PutRecords(const std::vector<FakeAdapter>& adapters, std::byte* to) {
     std::memset(to, Garbage, RecordsSize(adapters));
     auto* records = reinterpret_cast<IP_ADAPTER_ADDRESSES*>(to);
     auto* text = reinterpret_cast<wchar_t*>(records + adapters.size());
-    // The first one is at the beginning, the others follow from the end.
+    // The first is at the beginning; the others follow from the end.
     const auto place = [&](std::size_t index) {
         return index == 0 ? records : records + (adapters.size() - index);
     };
@@ -60,7 +60,7 @@ std::wstring Lowered(std::wstring text) {
     return text;
 }
 
-// Whether a pattern of plain text and ".*" is that of a whole text.
+// Whether a pattern of plain text and ".*" matches a whole text.
 bool Fits(std::wstring_view text, std::wstring_view pattern) {
     if (pattern.starts_with(L".*")) {
         return Fits(text, pattern.substr(2)) || (!text.empty() && Fits(text.substr(1), pattern));

@@ -23,25 +23,25 @@ struct FakeAdapter {
     IF_OPER_STATUS status = IfOperStatusUp;
 };
 
-// The adapters in the form in which the platform hands them out: records linked in this order,
-// which is not that of their places, and nothing of use in any field that is not to be looked at.
+// The adapters as the platform returns them: records linked in this order but stored in another,
+// with garbage in every field that should not be read.
 std::vector<std::byte> AdapterRecords(const std::vector<FakeAdapter>& adapters);
 
-// The mask that the product's table has for an adapter of this description, or none, in words of
-// the tests' own: a pattern of plain text and ".*", in any case, and no line end.
+// The mask in the product's table for an adapter of this description, if any, decided by the tests'
+// own code: a pattern of plain text and ".*", ignoring case, and no line end.
 std::optional<std::uint32_t> MaskOf(const std::wstring& description);
 
-// A description that a row's pattern matches.
+// A description that matches a row's pattern.
 std::wstring DescriptionFor(const AdapterPattern& row);
 
-// Takes the place of the library that knows the machine's adapters: answers as it is set and enters
-// each call, with its arguments, in a log. Other libraries are left alone.
+// Replaces the library that lists the machine's adapters: answers as configured and records each
+// call with its arguments. Other libraries are not affected.
 class FakeAdapters {
 public:
     std::vector<FakeAdapter> adapters;
     bool libraryLoads = true;
     bool functionIsThere = true;
-    std::optional<ULONG> sizeResult;    // of the query for the size; what it is otherwise, if none
+    std::optional<ULONG> sizeResult;    // of the query for the size; none: the usual one
     std::optional<ULONG> reportedSize;  // by that query
     std::optional<ULONG> listResult;    // of the query for the adapters
 

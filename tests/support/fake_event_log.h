@@ -9,8 +9,7 @@
 
 namespace test {
 
-// Takes the place of the event log: answers as it is set and enters each call, with its arguments,
-// in a log.
+// Replaces the event log: answers as configured and records each call with its arguments.
 class FakeEventLog {
 public:
     bool registers = true;
@@ -19,7 +18,7 @@ public:
     CallLog calls;
 
 private:
-    // Far from any handle that the platform hands out.
+    // Far from any handle that the platform returns.
     static inline const auto Source = reinterpret_cast<HANDLE>(0x7100'0000);
 
     static std::string Name(HANDLE handle) { return handle == Source ? "source" : "other"; }

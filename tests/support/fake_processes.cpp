@@ -19,7 +19,7 @@ std::string Text(const STARTUPINFOW& startup) {
 }  // namespace
 
 HANDLE FakeProcesses::Hand(const std::string& name) {
-    // Far from any handle that the platform hands out.
+    // Far from any handle that the platform returns.
     const auto handle = reinterpret_cast<HANDLE>(0x7000'0000 + 4 * (++handed_));
     open_[handle] = name;
     return handle;
@@ -76,7 +76,7 @@ FakeProcesses::FakeProcesses()
           for (const FakeProcess& process : running) {
               path = name == "process " + std::to_string(process.id) ? process.path : path;
           }
-          // What a failing call leaves is not to be looked at.
+          // The output of a failed call must not be used.
           const std::wstring text = path.empty() ? L"C:\\left behind.exe" : path;
           *size = static_cast<DWORD>(text.copy(buffer, *size - 1));
           buffer[*size] = L'\0';

@@ -15,22 +15,22 @@
 
 namespace test {
 
-// A process that runs on the faked machine.
+// A process on the faked machine.
 struct FakeProcess {
     DWORD id = 0;
     std::wstring path;  // none if empty
     bool opens = true;
 };
 
-// Takes the place of what the machine knows of its processes: answers as it is set and enters each
-// call, with its arguments, in a log. Handles that it did not hand out are closed for real. A test
-// fails that leaves one of its handles open.
+// Replaces the machine's processes: answers as configured and records each call with its arguments.
+// Handles that it did not return are really closed. A test fails if it leaves one of its handles
+// open.
 class FakeProcesses {
 public:
     std::wstring ownPath = L"C:\\Own Directory\\Finaset.exe";
     std::vector<FakeProcess> running;
     bool enumerates = true;
-    DWORD excessBytes = 0;  // what is reported beside the running processes
+    DWORD excessBytes = 0;  // reported in addition to the running processes
     bool givesToken = true;
     bool tokenIsNull = false;
     bool launches = true;
@@ -38,7 +38,7 @@ public:
 
     CallLog calls;
 
-    // Whether every handle that was handed out is closed again.
+    // Whether every handle that was returned is closed.
     [[nodiscard]] bool AllClosed() const { return open_.empty(); }
 
 private:

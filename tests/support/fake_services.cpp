@@ -18,7 +18,7 @@ std::string AllNull(std::initializer_list<const void*> pointers) {
 }  // namespace
 
 SC_HANDLE FakeServices::Open(const char* kind, std::size_t& count) {
-    // Far from any handle that the platform hands out.
+    // Far from any handle that the platform returns.
     const auto handle = reinterpret_cast<SC_HANDLE>(0x7200'0000 + 4 * (managers_ + services_));
     handles_[handle] = kind + std::to_string(++count);
     return handle;
@@ -72,7 +72,7 @@ FakeServices::FakeServices()
           calls.Add("QueryServiceStatus", Name(service), Zeroed(*status));
           onPoll();
           const auto state = states[std::min(polls_++, states.size() - 1)];
-          // Whatever else a call may leave there, a failing one too, is not to be looked at.
+          // Other output of a call, even a failed one, must not be used.
           std::memset(status, state ? 0xFF : 0, sizeof(*status));
           status->dwCurrentState = state.value_or(SERVICE_RUNNING);
           return state.has_value();

@@ -15,9 +15,9 @@
 
 namespace test {
 
-// Takes the place of the service manager: answers as it is set and enters each call, with its
-// arguments, in a log. Managers and services are numbered in the order in which they are opened.
-// Sleeps are entered too, and cost no time. A test fails that leaves one of its handles open.
+// Replaces the service manager: answers as configured and records each call with its arguments.
+// Managers and services are numbered in the order in which they are opened. Sleeps are recorded
+// too, and take no time. A test fails if it leaves one of its handles open.
 class FakeServices {
 public:
     bool connects = true;
@@ -26,11 +26,11 @@ public:
     // The state that each poll shows in turn; none if it fails. The last one stays.
     std::vector<std::optional<DWORD>> states = {0};
 
-    // Whether a service does what it is asked to: the polls after a request show it under way and
-    // then done, whatever `states` was.
+    // Whether a service does as requested: the polls after a request show it pending and then done,
+    // whatever `states` was.
     bool obeys = false;
 
-    // What takes time, or fails in its own way, before the call is answered.
+    // Delays or particular failures, before the call is answered.
     std::function<void()> onConnect = [] {};
     std::function<void()> onOpen = [] {};
     std::function<void()> onPoll = [] {};
@@ -38,7 +38,7 @@ public:
     VirtualClock clock;
     CallLog calls;
 
-    // Whether every handle that was handed out is closed again.
+    // Whether every handle that was returned is closed.
     [[nodiscard]] bool AllClosed() const { return handles_.empty(); }
 
 private:

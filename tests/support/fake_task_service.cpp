@@ -31,7 +31,7 @@ std::string NullOrOther(const void* pointer) {
 
 }  // namespace
 
-// Its references count with the fake's.
+// Its references count as the fake's.
 template <typename Base, typename Interface>
 class FakeTaskService::Counted : public ComObject<Base, Interface> {
 public:
@@ -56,7 +56,7 @@ protected:
         return fake_.Answer(call);
     }
 
-    // What a call gives that has this answer.
+    // What a call with this answer returns.
     template <typename Given, typename Wanted>
     void Give(const std::string& call, HRESULT answer, Wanted** object) {
         const bool gives = SUCCEEDED(answer) && !fake_.givesNothing.contains(call);
@@ -67,7 +67,7 @@ private:
     FakeTaskService& fake_;
 };
 
-// An object of the task service, which says whether it leaves error objects.
+// A task service object, which says whether it provides error objects.
 template <typename Stub, typename Interface>
 class FakeTaskService::TaskObject : public Counted<Stub, Interface>, public ISupportErrorInfo {
 public:
@@ -108,13 +108,13 @@ public:
     HRESULT STDMETHODCALLTYPE GetHelpContext(DWORD*) override { return E_NOTIMPL; }
 };
 
-// Whoever registers a task only releases what it gets, so it is no more than an object.
+// Code that registers a task only releases the result, so this is no more than an object.
 class FakeTaskService::RegisteredTask : public Counted<IUnknown, IUnknown> {
 public:
     using Counted::Counted;
 };
 
-// One that was registered before.
+// A task that was registered before.
 class FakeTaskService::StoredTask : public Counted<RegisteredTaskStub, IRegisteredTask> {
 public:
     StoredTask(FakeTaskService& fake, std::wstring xml) : Counted(fake), xml_(std::move(xml)) {}

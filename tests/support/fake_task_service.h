@@ -16,9 +16,9 @@
 
 namespace test {
 
-// Takes the place of the task service: objects of its own, which COM gives out for the real one's
-// class while it lives. Answers as it is set, enters each call with its arguments in a log, and
-// counts the references to its objects. COM must be initialised.
+// Replaces the task service: objects of its own, which COM creates for the real one's class while
+// it lives. Answers as configured, records each call with its arguments, and counts the references
+// to its objects. COM must be initialised.
 class FakeTaskService {
 public:
     FakeTaskService();
@@ -31,29 +31,29 @@ public:
     // DeleteTask, GetTask, get_Xml.
     std::map<std::string, HRESULT> results;
 
-    // The definitions of the tasks that are registered, by name.
+    // The definitions of the registered tasks, by name.
     std::map<std::wstring, std::wstring> tasks;
 
-    // Asked at each call before that: what it is to answer, if this is to say.
+    // Asked first at each call: its answer, if this has one.
     std::function<std::optional<HRESULT>(const std::string& call)> onCall;
 
-    // The calls that succeed and give no object.
+    // The calls that succeed without returning an object.
     std::set<std::string> givesNothing;
 
-    // What a method that fails leaves for its caller: nothing, or an error object with this
+    // What a failed method leaves for its caller: nothing, or an error object with this
     // description.
     bool leavesErrorInfo = false;
     std::optional<std::wstring> description;
 
-    // Whether an object that was called last says that it leaves error objects.
+    // Whether the last called object says that it provides error objects.
     bool supportsErrorInfo = true;
 
-    // What a method that fails sets as the thread's last error.
+    // The thread's last error that a failed method sets.
     DWORD lastError = 0;
 
     CallLog calls;
 
-    // How many references to the objects there are, but for the platform's own.
+    // How many references to the objects there are, except the platform's own.
     [[nodiscard]] std::size_t References() const { return references_ - ownReferences_; }
 
 private:
@@ -69,7 +69,7 @@ private:
     class StoredTask;
     class ErrorInfo;
 
-    // The answer to a call, with what a failing one leaves behind.
+    // The answer to a call, with the effects of a failure.
     HRESULT Answer(const std::string& call);
 
     std::size_t references_ = 0;

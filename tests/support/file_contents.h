@@ -19,8 +19,8 @@
 namespace test {
 
 #ifdef _WIN32
-// Returns when nobody else holds the file: on Windows, virus scanners look at a new one for a
-// moment, and to the product a file that is held is another than one that is not.
+// Returns when nothing else has the file open: on Windows, virus scanners briefly open a new one,
+// and an open file makes a difference to the product.
 inline void WaitUntilFree(const std::filesystem::path& path) {
     constexpr int MaxPauses = 500;  // 5 s
     for (int pauses = 0; !OnWine() && pauses < MaxPauses; ++pauses) {
@@ -49,7 +49,7 @@ inline void PutFile(const std::filesystem::path& path, std::string_view text) {
     WaitUntilFree(path);
 }
 
-// Nothing if there is no such file.
+// Nothing if the file does not exist.
 inline std::optional<std::string> FileText(const std::filesystem::path& path) {
     std::ifstream file(path, std::ios::binary);
     return file ? std::optional(std::string(std::istreambuf_iterator<char>(file), {}))

@@ -13,10 +13,10 @@ namespace {
 
 constexpr std::size_t PageSize = 4096;
 constexpr std::size_t Alignment = 16;
-constexpr std::uint64_t Mark = 0xC0FFEE0DDBA11AD5;  // stands before each block
-constexpr std::byte Filler{0xA5};                   // stands behind it, to the end of the page
+constexpr std::uint64_t Mark = 0xC0FFEE0DDBA11AD5;  // precedes each block
+constexpr std::byte Filler{0xA5};                   // follows it, to the end of the page
 
-// Stands just before the block.
+// Immediately precedes the block.
 struct alignas(Alignment) Header {
     std::size_t size;
     std::uint64_t mark;
@@ -26,14 +26,14 @@ std::size_t RoundUp(std::size_t size, std::size_t unit) {
     return (size + unit - 1) / unit * unit;
 }
 
-// Where the pages of a block begin: the platform gives addresses out in steps of 64 KiB, and a
-// block that is larger than a step begins in its first one all the same.
+// Where a block's pages begin: the platform allocates addresses in steps of 64 KiB, and a block
+// larger than a step still begins in its first one.
 std::byte* Pages(void* block) {
     constexpr std::uintptr_t Step = 0x10000;
     return reinterpret_cast<std::byte*>(reinterpret_cast<std::uintptr_t>(block) & ~(Step - 1));
 }
 
-// The pages of released blocks, for a while, so that a late access meets no other block.
+// The pages of released blocks, kept for a while so that a late access hits no other block.
 class Quarantine {
 public:
     void Add(std::byte* pages) {
@@ -54,8 +54,8 @@ private:
     std::size_t taken_ = 0;
 };
 
-// Most blocks have one page. That is locked on release and used again, which takes a fraction of
-// the time of a new one.
+// Most blocks have one page. It is locked on release and reused, which takes a fraction of the time
+// of a new one.
 Quarantine singles;
 Quarantine others;
 

@@ -217,7 +217,7 @@ void HandleLedger::Strike(Kind kind, void* handle, bool released, const char* re
         refused_.push_back(std::string(releaser) + " refused");
         return;
     }
-    // Handles of kinds that the product does not use are released by the same functions.
+    // The same functions release handles of kinds that the product does not use.
     const auto entry = open_.find({kind, handle});
     if (entry == open_.end()) {
         return;

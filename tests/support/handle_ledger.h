@@ -14,21 +14,21 @@
 #include <utility>
 #include <vector>
 
-// The attributes of a function that is hooked have no place in the type of the hook.
+// The hooked function's attributes do not belong in the hook's type.
 #pragma GCC diagnostic ignored "-Wignored-attributes"
 
 namespace test {
 
-// While it lives, enters every handle that this program opens and strikes out every one that it
-// releases, for each kind of handle that the product and its companions use. Ledgers nest. The test
-// programs keep one around every test.
+// While it lives, records every handle that this program opens or releases, for each kind of handle
+// that the product and its companions use. Ledgers nest. The test programs keep one around every
+// test.
 class HandleLedger {
 public:
     // How many handles were opened so far.
     [[nodiscard]] std::size_t Opened() const { return opened_; }
 
-    // What is wrong: each handle that is open still, by the function that opened it, and each
-    // release that the platform refused (as it does the second one of a handle).
+    // The errors: each handle that is still open, by the function that opened it, and each release
+    // that the platform refused (such as a second one).
     [[nodiscard]] std::vector<std::string> Findings() const;
 
 private:

@@ -22,8 +22,8 @@ const IMAGE_NT_HEADERS* Headers() {
     return At<IMAGE_NT_HEADERS>(static_cast<std::size_t>(offset));
 }
 
-// A function declared without dllimport is called through code that jumps through its slot: the
-// bytes FF 25 and the distance of the slot from the next instruction.
+// A function declared without dllimport is called through a thunk that jumps through its slot: the
+// bytes FF 25 and the slot's distance from the next instruction.
 void** SlotBehindJump(void* function) {
     constexpr std::uint8_t JumpThroughMemory[] = {0xFF, 0x25};
     constexpr std::size_t JumpLength = 6;

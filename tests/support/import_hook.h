@@ -10,16 +10,16 @@
 namespace test {
 
 // The slot in this program's import address table through which `function` is called. Takes the
-// address as the program sees it: that of the import itself, or that of the little jump that the
-// linker makes for a function declared without dllimport. Throws if the program does not import it.
+// address as the program sees it: the import's own, or that of the thunk that the linker makes for
+// a function declared without dllimport. Throws if the program does not import it.
 void** FindImportSlot(void* function);
 
 template <auto Function, typename Signature = std::remove_pointer_t<decltype(Function)>>
 class ImportHook;
 
-// While it lives, every call that this program makes of an imported function goes to `replacement`
-// instead. Hooks of one function nest, and must end in the reverse order, as scopes do. Inside a
-// replacement, Forward calls what the hook replaced: the hook around it, or the platform.
+// While it lives, every call of an imported function by this program goes to `replacement` instead.
+// Hooks of one function nest, and must end in reverse order, like scopes. In a replacement, Forward
+// calls what the hook replaced: the outer hook, or the platform.
 //
 //     ImportHook<&::Sleep> hook([&](DWORD milliseconds) { slept += milliseconds; });
 template <auto Function, typename Result, typename... Arguments>

@@ -6,7 +6,7 @@
 
 namespace test {
 
-// COM for as long as it lives, as the program has it for its whole run.
+// COM while it lives, as the program has it for a whole run.
 class InitialisedCom {
 public:
     InitialisedCom() { ::CoInitializeEx(nullptr, COINIT_MULTITHREADED); }

@@ -58,7 +58,7 @@ std::wstring Text(const wchar_t* text) {
     return text == nullptr ? std::wstring() : std::wstring(text);
 }
 
-// A list of strings, ended by an empty one, with its zeros.
+// A list of strings with their zeros, terminated by an empty one.
 std::wstring MultiText(const wchar_t* list) {
     std::wstring text;
     while (list != nullptr && *list != L'\0') {
@@ -91,13 +91,13 @@ InstalledService::InstalledService(std::wstring name, const std::wstring& ways, 
 InstalledService::~InstalledService() {
     {
         const ServiceHandle service = Open(name_);
-        // Deleted first, so that nothing can start it again; it goes when its process has gone,
-        // which cannot be told while it starts.
+        // Deleted first, so that nothing can start it again; it disappears with its process,
+        // whose ID is unknown while it starts.
         ::DeleteService(service.Get());
         WaitUntilStarted(service.Get());
         EndProcess(Status(service.Get()).dwProcessId);
     }
-    // The name is free once the service manager, too, has seen that the process has gone.
+    // The name is free once the service manager, too, has seen the process end.
     for (int tries = 0; tries < MaxPauses && Open(name_); ++tries) {
         Pause();
     }

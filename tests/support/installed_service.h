@@ -22,7 +22,7 @@ struct ServiceDescription {
     bool operator==(const ServiceDescription&) const = default;
 };
 
-// Installs a real service whose program is the stand-in, and takes it away again, running or not.
+// Installs a real service with the stand-in as its program, and removes it again, running or not.
 class InstalledService {
 public:
     // `ways` are the stand-in's arguments. `program` is the stand-in beside this program if empty.
@@ -36,7 +36,7 @@ public:
     [[nodiscard]] ServiceDescription Describe() const;
     [[nodiscard]] DWORD State() const { return Describe().state; }
 
-    // Starts the service and waits until it has left the state start-pending.
+    // Starts the service and waits until it is no longer start-pending.
     void Start() const;
 
 private:

@@ -4,7 +4,7 @@
 
 namespace test {
 
-// Texts of the log that are the same in every run, as the bytes that the program writes.
+// Texts of the log that are the same in every run, byte for byte.
 
 inline const std::string LogBegin = "\r\nFIRST RUN - START\r\n\r\n";
 inline const std::string LogEnd = "\r\n\r\nFIRST RUN - FINISHED\r\n";

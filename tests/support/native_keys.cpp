@@ -21,7 +21,7 @@ using QueryKey = NTSTATUS NTAPI(HANDLE, int informationClass, void* information,
                                 ULONG* resultLength);
 using DeleteKey = NTSTATUS NTAPI(HANDLE);
 
-constexpr ULONG OpenTheLink = 0x100;  // and not what it leads to
+constexpr ULONG OpenTheLink = 0x100;  // not its target
 
 template <typename Function>
 Function& Native(const char* name) {
@@ -34,7 +34,7 @@ void Demand(bool holds, const char* what) {
     }
 }
 
-// The name of a key below another, as the system's functions take it.
+// The name of a key below another, for the native functions.
 class Named {
 public:
     Named(HKEY parent, const std::wstring& name, ULONG attributes) {
@@ -55,7 +55,7 @@ private:
     OBJECT_ATTRIBUTES attributes_ = {};
 };
 
-// The text at the end of what the system says of a key, behind its length.
+// The text at the end of a key's information, after its length.
 std::wstring TextAt(const std::vector<std::byte>& information, std::size_t lengthOffset) {
     const auto bytes = *reinterpret_cast<const ULONG*>(information.data() + lengthOffset);
     const auto* text =
@@ -100,7 +100,7 @@ void MakeLinkedKey(HKEY parent, const std::wstring& name, HKEY target) {
 
 void RemoveNativeTree(HKEY key) {
     constexpr int BasicInformation = 0;
-    constexpr std::size_t NameOffset = 12;  // behind the time of the last change and an index
+    constexpr std::size_t NameOffset = 12;  // after the last write time and an index
     std::vector<std::byte> information(0x1000);
     ULONG length = 0;
     while (Native<EnumerateKey>("NtEnumerateKey")(key, 0, BasicInformation, information.data(),

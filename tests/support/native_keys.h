@@ -6,17 +6,17 @@
 
 namespace test {
 
-// What a damaged registry holds and the registry's own interface does not make, or not remove.
-// Whatever fails here throws.
+// What a damaged registry can hold, but the registry API cannot create or delete. Every failure
+// here throws.
 
-// Makes a key whose stored name is exactly this one, zeros included, and opens it. Who opens it
+// Creates a key whose stored name is exactly this one, zeros included, and opens it. The caller
 // closes it.
 HKEY MakeNativeKey(HKEY parent, const std::wstring& name);
 
-// Makes a key that is a link to another.
+// Creates a key that is a link to another.
 void MakeLinkedKey(HKEY parent, const std::wstring& name, HKEY target);
 
-// Removes a key with all that is below it, whatever its names are and without following a link.
+// Deletes a key with everything below it, whatever the names, without following links.
 void RemoveNativeTree(HKEY key);
 
 }  // namespace test

@@ -12,21 +12,21 @@
 #include <cstdlib>
 #include <optional>
 
-// The attributes of a function that is hooked have no place in the type of the hook.
+// The hooked function's attributes do not belong in the hook's type.
 #pragma GCC diagnostic ignored "-Wignored-attributes"
 
 namespace test {
 
-// While it lives, there is no memory left, from the start or from a string of COM's on: not for the
-// program, nor in its C runtime's heap, nor for the platform's functions that need some of theirs.
+// While it lives, there is no memory left, from the start or from some COM string on: for the
+// program, in its C runtime's heap, and for the platform functions that allocate.
 class NoMemory {
 public:
     NoMemory() { RunOut(); }
 
-    // From the string on that follows on so many others.
+    // From the string on that follows so many others.
     explicit NoMemory(int strings) : strings_(strings) {}
 
-    // Whether it has come to that.
+    // Whether that point was reached.
     [[nodiscard]] bool Out() const { return program_.has_value(); }
 
 private:

@@ -9,8 +9,8 @@
 
 namespace test {
 
-// While they live, these add what happens to one list of steps, in order: each write to the
-// progress log, and each call of an imported function, by a name of the test's.
+// While they live, these add events to one list of steps, in order: each write to the progress log,
+// and each call of an imported function, under a name chosen by the test.
 
 class NotedPrints {
 public:

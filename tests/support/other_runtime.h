@@ -8,9 +8,8 @@
 
 namespace test {
 
-// While it lives, wide texts are formatted by another C runtime than the platform's: MinGW's own,
-// in which "%s" takes a narrow string in a wide format too, and in which a text always ends in a
-// zero.
+// While it lives, wide texts are formatted by a C runtime other than the platform's: MinGW's own,
+// in which "%s" takes a narrow string in a wide format too, and a text always ends in a zero.
 class OtherRuntime {
 private:
     ImportHook<&::_vscwprintf> count_{[](const wchar_t* format, va_list arguments) {

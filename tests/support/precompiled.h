@@ -1,6 +1,6 @@
 #pragma once
 
-// What nearly every test includes and no change touches.
+// What nearly every test includes and no change affects.
 
 #include <windows.h>
 

@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <utility>
 
-// The format attribute of the function that is hooked has no place in the type of the hook.
+// The hooked function's format attribute does not belong in the hook's type.
 #pragma GCC diagnostic ignored "-Wignored-attributes"
 
 namespace test {

@@ -6,8 +6,8 @@
 
 namespace test {
 
-// While it lives, hands each write to the progress log to `seen`, as the one formatted text that it
-// is, just before it is written.
+// While it lives, passes each write to the progress log to `seen`, as one formatted text, just
+// before it is written.
 class PrintHook {
 public:
     explicit PrintHook(std::function<void(const std::string&)> seen);

@@ -28,7 +28,7 @@ PrivateRegistry::~PrivateRegistry() {
     ::RegOverridePredefKey(HKEY_LOCAL_MACHINE, nullptr);
     ::RegCloseKey(root_);
     ::RegDeleteTreeW(HKEY_CURRENT_USER, RootPath().c_str());
-    ::RegDeleteKeyW(HKEY_CURRENT_USER, RootsPath);  // fails as long as another process has a root
+    ::RegDeleteKeyW(HKEY_CURRENT_USER, RootsPath);  // fails while another process has a root
 }
 
 }  // namespace test

@@ -4,7 +4,7 @@
 
 namespace test {
 
-// While it lives, HKEY_LOCAL_MACHINE is, for this process, an empty key of its own.
+// While it lives, this process has an empty key of its own as HKEY_LOCAL_MACHINE.
 class PrivateRegistry {
 public:
     PrivateRegistry();

@@ -58,7 +58,7 @@ void PutValue(HKEY root, const std::wstring& path, const std::wstring& name,
               const RegistryValue& value, REGSAM view) {
     Utils::RegistryKey key;
     Require(key.CreateOrOpen(root, path, KEY_WRITE | view));
-    // To a text that lacks its terminating zero the platform adds one if it finds one behind it.
+    // If a text lacks its terminating zero, the platform adds one if it finds one after the data.
     std::vector<BYTE> bytes = value.bytes;
     bytes.insert(bytes.end(), 2 * sizeof(wchar_t), BYTE{0xEE});
     Require(::RegSetValueExW(key.Get(), name.c_str(), 0, value.type, bytes.data(),
@@ -75,7 +75,7 @@ std::optional<RegistryValue> ValueOf(HKEY root, const std::wstring& path, const 
             ERROR_SUCCESS) {
         return std::nullopt;
     }
-    // Room for one character more: of a text of one byte, Wine writes a zero behind the buffer.
+    // Room for one more character: for a text of one byte, Wine writes a zero past the buffer.
     size += sizeof(wchar_t);
     value.bytes.resize(size);
     Require(

@@ -8,8 +8,8 @@
 
 namespace test {
 
-// The registry as the tests prepare and look at it, in the default view unless `view` says
-// otherwise. Whatever fails here that should not throws.
+// The registry as the tests prepare and inspect it, in the default view unless `view` says
+// otherwise. Unexpected failures throw.
 
 // The key of the product's settings.
 inline const std::wstring ParametersKey =
@@ -40,7 +40,7 @@ DWORD SubKeyCount(HKEY root, const std::wstring& path);
 void PutValue(HKEY root, const std::wstring& path, const std::wstring& name,
               const RegistryValue& value, REGSAM view = 0);
 
-// Nothing if there is no such key or value.
+// Nothing if the key or value does not exist.
 std::optional<RegistryValue> ValueOf(HKEY root, const std::wstring& path, const std::wstring& name,
                                      REGSAM view = 0);
 

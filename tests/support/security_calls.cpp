@@ -6,7 +6,7 @@ namespace test {
 
 namespace {
 
-// Revision and entries of an access list.
+// Revision and entries of an access control list.
 std::string ShownList(PACL list) {
     if (list == nullptr) {
         return Shown(nullptr);

@@ -12,11 +12,11 @@
 
 namespace test {
 
-// Stands in for SetNamedSecurityInfoW: records each call, changes nothing, and leaves a last error
-// that has nothing to do with its result.
+// Replaces SetNamedSecurityInfoW: records each call, changes nothing, and sets a last error
+// unrelated to its result.
 class SecurityCalls {
 public:
-    std::map<std::wstring, DWORD> errors;  // by path; the call succeeds for any other one
+    std::map<std::wstring, DWORD> errors;  // by path; the call succeeds for others
 
     [[nodiscard]] const Calls& Made() const { return calls_; }
 
@@ -28,10 +28,10 @@ public:
     SecurityCalls();
 };
 
-// The call that gives a path these entries alone, in the notation (type;flags;rights;;;trustee).
+// The call that gives a path only these entries, in the notation (type;flags;rights;;;trustee).
 std::string ProtectedDacl(const std::wstring& path, const std::string& entries);
 
-// The call that leaves a path what it inherits.
+// The call that leaves a path only its inherited entries.
 std::string InheritedDacl(const std::wstring& path);
 
 }  // namespace test

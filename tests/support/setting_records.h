@@ -16,8 +16,7 @@ inline auto Fields(const RegistrySetting& setting) {
                       setting.type, setting.number, setting.text);
 }
 
-// Values of HKEY_LOCAL_MACHINE\Software\a, whose records hold something in the field that is not
-// to be looked at.
+// Values of HKEY_LOCAL_MACHINE\Software\a, with garbage in the field that must not be used.
 
 inline RegistrySetting TextSetting(const std::wstring& name, const std::wstring& text) {
     return {.root = HKEY_LOCAL_MACHINE,

@@ -4,7 +4,7 @@
 
 namespace test {
 
-// An empty directory of its own, removed at the end with all that is in it.
+// An empty directory, deleted at the end with all its contents.
 class TemporaryDirectory {
 public:
     TemporaryDirectory();
@@ -12,7 +12,7 @@ public:
     TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
     ~TemporaryDirectory();
 
-    // Without a backslash at its end.
+    // Without a trailing backslash.
     [[nodiscard]] const std::wstring& Path() const { return path_; }
 
     // The path of `name` in it.
@@ -24,7 +24,7 @@ private:
     std::wstring path_;
 };
 
-// Makes a file of no content.
+// Creates an empty file.
 void MakeFile(const std::wstring& path);
 
 }  // namespace test

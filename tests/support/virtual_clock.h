@@ -9,9 +9,9 @@
 
 namespace test {
 
-// While it lives, time stands still but for what the program sleeps or waits, and that costs none.
-// A wait for something that is signalled already ends at once, as it does on the real clock; any
-// other one runs into its time limit.
+// While it lives, time advances only by what the program sleeps or waits, and that takes no time. A
+// wait for something that is already signalled ends at once, as on the real clock; any other one
+// runs into its timeout.
 class VirtualClock {
 public:
     // Milliseconds since the clock was made, and what was slept and waited for, in order.
@@ -22,7 +22,7 @@ public:
     void Advance(DWORD milliseconds) { now_ += milliseconds; }
 
 private:
-    // A start time at which a counter of 32 bits runs over shortly after.
+    // A start time shortly before a 32-bit counter overflows.
     static constexpr ULONGLONG Epoch = 0xFFFF'F000;
 
     ULONGLONG now_ = 0;

@@ -18,14 +18,14 @@
 #include <type_traits>
 #include <utility>
 
-// The attributes of a function that is hooked have no place in the type of the hook.
+// The hooked function's attributes do not belong in the hook's type.
 #pragma GCC diagnostic ignored "-Wignored-attributes"
 
 namespace test {
 
 namespace {
 
-// One of the ways in which a call fails: what it returns, and the last error that it leaves.
+// One way in which a call fails: its result, and the last error that it sets.
 struct Way {
     long long result;
     DWORD lastError;
@@ -33,7 +33,7 @@ struct Way {
 
 constexpr DWORD Errors[] = {ERROR_ACCESS_DENIED, ERROR_FILE_NOT_FOUND, ERROR_NO_SYSTEM_RESOURCES};
 
-// For a function that returns this when it fails, and leaves an error.
+// For a function that returns this on failure, and sets the last error.
 std::vector<Way> Leaves(long long failing) {
     std::vector<Way> ways;
     for (const DWORD error : Errors) {
@@ -75,7 +75,7 @@ FaultInjector* active = nullptr;
 
 }  // namespace
 
-// A function that it stands before.
+// A function that it intercepts.
 class FaultInjector::Import {
 public:
     explicit Import(std::string name) : name_(std::move(name)) {}
@@ -111,8 +111,8 @@ private:
 
 namespace {
 
-// A function that the program looks up at run time, and may keep for good: what it is given stands
-// before the platform's whether there is an injector or not.
+// A function that the program looks up at run time, and may keep: the pointer that it gets
+// intercepts the platform's, with or without an injector.
 template <typename Signature>
 class Lookup;
 
@@ -252,7 +252,7 @@ FaultInjector::FaultInjector(FakeTaskService& taskService, Decision decision)
 FaultInjector::~FaultInjector() {
     active = nullptr;
     taskService_.onCall = nullptr;
-    // Hooks end in the reverse order.
+    // Hooks end in reverse order.
     while (!imports_.empty()) {
         imports_.pop_back();
     }

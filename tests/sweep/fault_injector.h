@@ -13,7 +13,7 @@
 
 namespace test {
 
-// A call that the program made of the platform, and in how many ways it can fail.
+// A platform call by the program, and in how many ways it can fail.
 struct PlatformCall {
     std::string function;
     std::size_t ways = 0;
@@ -21,14 +21,14 @@ struct PlatformCall {
     bool operator==(const PlatformCall&) const = default;
 };
 
-// While it lives, stands between the program and the platform, or the fakes that were there before
-// it: counts the calls that can fail, and lets those fail that it is told to. A call that fails
-// does not reach the platform, but for one that releases something: that is carried out, and then
-// said to have failed. At most one lives at a time.
+// While it lives, intercepts calls between the program and the platform (or fakes that were there
+// before): counts the calls that can fail, and makes those fail that it is told to. A failed call
+// does not reach the platform, unless it releases something: then it is carried out, and reported
+// as failed. At most one lives at a time.
 class FaultInjector {
 public:
-    // Asked for each call, by its number in the run: the way in which it is to fail, if it is. A
-    // number that is too high is the last way.
+    // Asked for each call, by its number in the run: how it is to fail, if at all. A number that is
+    // too high is the last way.
     using Decision = std::function<std::optional<std::size_t>(std::size_t call)>;
 
     FaultInjector(FakeTaskService& taskService, Decision decision);
@@ -42,10 +42,10 @@ public:
     // How many of them failed.
     [[nodiscard]] std::size_t Failed() const { return failed_; }
 
-    // The way in which the call that is being made is to fail.
+    // How the current call is to fail.
     std::optional<std::size_t> Next(const std::string& function, std::size_t ways);
 
-    // The imported functions that it stands before.
+    // The imported functions that it intercepts.
     [[nodiscard]] std::vector<std::string> Functions() const;
 
 private:

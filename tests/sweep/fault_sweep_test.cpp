@@ -1,5 +1,5 @@
-// Runs the program once for every call that it makes of the platform, in every way in which that
-// can fail: the call alone, and it and all that come after it.
+// Runs the program once for every platform call, for every way in which it can fail: the call
+// alone, and it and all calls after it.
 
 #include "sweep/faulty_run.h"
 
@@ -60,7 +60,7 @@ protected:
 
 TEST_P(FaultSweep, EveryCallFailsOnceAndFromThereOn) {
     const std::wstring& option = GetParam().option;
-    RunWith(option, &NoFault);  // what is looked up once is looked up
+    RunWith(option, &NoFault);  // fills what is looked up only once
     const Outcome undisturbed = RunWith(option, &NoFault);
     EXPECT_THAT(undisturbed.broken, IsEmpty());
     calls_ = undisturbed.calls;
@@ -75,7 +75,7 @@ TEST_P(FaultSweep, EveryCallFailsOnceAndFromThereOn) {
               << " faults tried, " << failures_ << " failures\n";
 }
 
-// Some are called after failures alone.
+// Some are called only after failures.
 TEST(FaultInjector, StandsBeforeNothingThatNoRunReaches) {
     std::set<std::string> reached;
     const auto run = [&](const std::wstring& option, const FaultInjector::Decision& decision) {
@@ -100,7 +100,7 @@ TEST(FaultInjector, StandsBeforeNothingThatNoRunReaches) {
     EXPECT_THAT(reached, IsSupersetOf(injector.Functions()));
 }
 
-// The two long ones beside each other, so that they fall into different shares.
+// The two long ones next to each other, so that they are in different shares.
 INSTANTIATE_TEST_SUITE_P(All, FaultSweep,
                          testing::Values(Action{"TheDefaultRun", L""},
                                          Action{"Configure", L"/CONFIGURE"},

@@ -11,13 +11,13 @@
 
 namespace test {
 
-// The calls of a run, and what is wrong with it.
+// The calls of a run, and its errors.
 struct Outcome {
     std::vector<PlatformCall> calls;
     std::vector<std::string> broken;
 };
 
-// Runs the program on a machine of its own, with the faults that are decided on.
+// Runs the program on a machine of its own, with the chosen faults.
 inline Outcome RunWith(const std::wstring& option, const FaultInjector::Decision& decision) {
     InstalledProduct product;
     Outcome outcome;

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Tests that the sweep lets each function of the platform fail that the product's objects call, but
-# for those below.
+# Tests that the sweep makes each platform function fail that the product's objects call, except those
+# below.
 #
 #   functions_test.sh OBJECT...
 set -euo pipefail
@@ -28,7 +28,7 @@ _vscwprintf             the C runtime's formatting; unit tests
 _vsnwprintf             the C runtime's formatting; unit tests
 TEXT
 
-# C++ has names of its own for its functions, and the language's library small letters.
+# C++ mangles its functions' names, and the standard library's are in lower case.
 x86_64-w64-mingw32-nm --undefined-only "$@" |
     sed -nE 's/^ +U (__imp_)?(_[a-z]\w+|[A-Z][A-Za-z0-9]+)$/\1\2/p' | grep -E '^(__imp_|[A-Z])' |
     sed 's/^__imp_//' | sort -u >"$work/undefined"

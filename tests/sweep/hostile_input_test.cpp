@@ -1,5 +1,5 @@
-// Seeded campaigns over what comes from outside the program. Each input has a seed of its own,
-// which a failure names; what must come of it is said independently of the code under test.
+// Seeded campaigns over input from outside the program. Each input has its own seed, which a
+// failure names; the expected result is determined independently of the code under test.
 
 #include "config/configure.h"
 #include "config/path_resolvers.h"
@@ -55,12 +55,12 @@ public:
                           static_cast<std::ptrdiff_t>(Below(std::size(values))));
     }
 
-    // Short most of the time, seldom very long.
+    // Usually short, rarely very long.
     std::size_t Length(std::size_t longest) {
         return Below(OneIn(20) ? longest + 1 : std::min<std::size_t>(longest + 1, 24));
     }
 
-    // Letters and signs of all kinds, halves of surrogate pairs, and what means something in a
+    // Letters and symbols of all kinds, unpaired surrogates, and characters with a meaning in a
     // path.
     wchar_t Character() {
         static constexpr wchar_t Signs[] =
@@ -88,7 +88,7 @@ public:
         return bytes;
     }
 
-    // A registry value of any type, size and content: often one that is nearly right.
+    // A registry value of any type, size and content: often one that is almost right.
     RegistryValue Value() {
         static constexpr DWORD Types[] = {
             REG_DWORD, REG_SZ,    REG_EXPAND_SZ, REG_MULTI_SZ,         REG_BINARY,
@@ -113,7 +113,7 @@ private:
     std::mt19937 random_;
 };
 
-// Tries this many inputs, each with a seed of its own.
+// Tries this many inputs, each with its own seed.
 void Campaign(const char* name, std::uint32_t inputs, const std::function<void(Draw&)>& attempt) {
     for (std::uint32_t seed = 1; seed <= inputs; ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
@@ -126,7 +126,7 @@ void Campaign(const char* name, std::uint32_t inputs, const std::function<void(D
     std::cout << "hostile input, " << name << ": " << inputs << " inputs\n";
 }
 
-// A value as the platform would have it, read as a number.
+// A value read as a number, as the platform would.
 std::uint32_t NumberOr(const RegistryValue& value, std::uint32_t otherwise) {
     if (value.type != REG_DWORD || value.bytes.size() != 4) {
         return otherwise;
@@ -167,7 +167,7 @@ TEST(HostileInput, TextsInTheRegistry) {
             EXPECT_EQ(error, isText && size == 0 ? ERROR_SUCCESS : ERROR_INVALID_DATA);
             EXPECT_EQ(text, L"as before");
         }
-        // Whatever it says, a path is made of it, or none.
+        // Whatever it contains, the result is a path made from it, or none.
         for (const PathResolver& resolver :
              {ConfigurationFilesResolver, ImageCacheResolver, ActivityLogResolver}) {
             EXPECT_LE(resolver(draw.Text(300)).size(), 2048U);
@@ -175,8 +175,8 @@ TEST(HostileInput, TextsInTheRegistry) {
     });
 }
 
-// Keys with names of all kinds below one that is to be deleted, in any shape of tree. In a damaged
-// one are names with zeros, or links that lead back up.
+// Keys with all kinds of names below one to be deleted, in any tree. In a damaged one there are
+// names with zeros, or links that lead back up.
 class KeysToDelete {
 public:
     explicit KeysToDelete(Draw& draw) {
@@ -239,7 +239,7 @@ TEST(HostileInput, KeysInTheRegistry) {
     });
 }
 
-// Whole runs go on to their end.
+// Whole runs go on to the end.
 TEST(HostileInput, DamagedSettings) {
     const auto withTheKey = [](const std::function<void(HKEY)>& action) {
         HKEY key = nullptr;
@@ -271,7 +271,7 @@ TEST(HostileInput, CommandLines) {
             letter = draw.OneIn(2) && letter >= L'A' ? static_cast<wchar_t>(letter + 32) : letter;
         });
         if (draw.OneIn(2)) {
-            // One that is no option: it has a character too many somewhere, or is anything.
+            // Not an option: one with an extra character somewhere, or anything.
             argument = draw.OneIn(2) ? draw.Text(32'000) + L"!" : argument + draw.Character();
             actions = 77;
         }
@@ -283,7 +283,7 @@ TEST(HostileInput, CommandLines) {
     });
 }
 
-// A name that a file can have.
+// A valid file name.
 std::wstring FileName(Draw& draw) {
     std::wstring name = draw.Text(200);
     std::erase_if(name, [](wchar_t character) {
@@ -315,7 +315,7 @@ TEST(HostileInput, AdapterDescriptions) {
         static constexpr const wchar_t* Models[] = {L"QZ311", L"qz311", L"QZ31", L"QZ 311", L""};
         std::wstring description =
             draw.Of(Starts) + draw.Text(60) + draw.Of(Models) + draw.Text(60);
-        // Whether these two are line ends is left to the library.
+        // Whether these two are line ends is up to the library.
         std::erase_if(description, [](wchar_t sign) { return sign == 0x2028 || sign == 0x2029; });
         std::uint32_t mask = 0;
         Printed([&] { mask = MatchAdapterBitmask(description); });

@@ -16,14 +16,14 @@ namespace test {
 
 namespace {
 
-// The files of all machines, which follow one another.
+// The files of all machines, which exist one after another.
 const TemporaryDirectory& Files() {
     static const TemporaryDirectory files;
     return files;
 }
 
-// The files as a run finds them, whatever the one before has left: of those to be replaced, the
-// first is there, and of the directories those with something in them.
+// The files that a run finds, whatever the last one left: the first of those to be replaced exists,
+// and the directories that contain something.
 void LayOutFiles() {
     if (!std::filesystem::exists(Files() / L"program")) {
         PutFile(Files() / L"program\\Unfinaset.exe", "");

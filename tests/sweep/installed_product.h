@@ -22,9 +22,9 @@
 
 namespace test {
 
-// A machine with everything of the product on it, in this process: a registry of its own, files
-// that are laid out anew for each, and fakes for the rest. The application runs, a matching adapter
-// is there, and a run that nothing disturbs succeeds in every line.
+// A machine with the whole product, in this process: a private registry, files that are created
+// anew for each, and fakes for the rest. The application runs, a matching adapter is present, and
+// an undisturbed run succeeds in every line.
 class InstalledProduct {
 public:
     InstalledProduct();
@@ -36,15 +36,15 @@ public:
     [[nodiscard]] int ExitCode() const { return exitCode_; }
     [[nodiscard]] const std::string& Log() const { return log_; }
 
-    // What happened, in order: each piece of the log, and each call that starts, stops, changes or
-    // secures something, or opens the application's token, and that has reached the platform.
+    // The events, in order: each piece of the log, and each call that reached the platform and
+    // starts, stops, changes or secures something, or opens the application's token.
     [[nodiscard]] const std::vector<std::string>& Events() const { return events_; }
 
-    // The longest that the program slept or waited at a time, and in all, in milliseconds.
+    // The longest sleep or wait, and the total, in milliseconds.
     [[nodiscard]] DWORD LongestWait() const { return longestWait_; }
     [[nodiscard]] ULONGLONG Waited() const { return waited_; }
 
-    // What was opened and never released.
+    // What was opened and not released.
     [[nodiscard]] std::vector<std::string> Leaks() const;
 
     FakeTaskService& TaskService() { return taskService_; }
@@ -80,8 +80,8 @@ private:
     HandleLedger ledger_;
 };
 
-// The descriptions of the adapters of that machine: one that the program does not look for, and one
-// for each row of its table.
+// The adapter descriptions of that machine: one that the program does not look for, and one for
+// each row of its table.
 std::vector<std::wstring> ProductAdapters();
 
 }  // namespace test

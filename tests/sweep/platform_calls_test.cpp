@@ -1,6 +1,6 @@
-// Counts the calls that the program makes of the platform: those that can fail, which are all but a
-// few that cost nothing. It makes no call more than the bare program, which makes those alone that
-// the work asks for; and so many for each piece of the work.
+// Counts the program's platform calls that can fail (all but a few that cost nothing). It makes no
+// more calls than the bare program, which makes only those that the work requires; and so many for
+// each piece of the work.
 
 #include "bare.h"
 #include "fs/file_operations.h"
@@ -61,7 +61,7 @@ Counts CountsOf(const std::function<void()>& action) {
     return CountsOf([] {}, action);
 }
 
-// What an entry costs beside all others: the calls with it, less the calls without it.
+// The cost of one more entry: the calls with it, minus the calls without it.
 Counts Difference(Counts with, const Counts& without) {
     for (const auto& [function, count] : without) {
         with[function] -= count;
@@ -78,8 +78,8 @@ std::size_t Sum(const Counts& counts) {
     return sum;
 }
 
-// Compares the calls that a piece of the work costs with those that it asks for, and prints a line
-// of the table that the benchmarks show.
+// Compares the calls for a piece of the work with those that it requires, and prints a line of the
+// benchmarks' table.
 void Compare(const std::string& piece, const Counts& made, const Counts& asked) {
     EXPECT_EQ(made, asked) << piece;
     std::string list;
@@ -94,7 +94,7 @@ void Compare(const std::string& piece, const Counts& made, const Counts& asked) 
 class PlatformCalls : public testing::TestWithParam<const wchar_t*> {};
 
 TEST_P(PlatformCalls, AreThoseOfTheBareProgramInItsOrder) {
-    CallsOf(GetParam(), &RunProgram);  // what is looked up once is looked up
+    CallsOf(GetParam(), &RunProgram);  // fills what is looked up only once
     CallsOf(GetParam(), &RunBare);
     EXPECT_EQ(CallsOf(GetParam(), &RunProgram), CallsOf(GetParam(), &RunBare));
 }
@@ -103,7 +103,7 @@ INSTANTIATE_TEST_SUITE_P(All, PlatformCalls,
                          testing::Values(L"", L"/STOP", L"/CONFIGURE", L"/START", L"/DISABLE",
                                          L"/?"));
 
-// What is added to the image cache, which a run secures alone, and how many calls that adds.
+// An addition to the image cache, which a run secures alone, and how many calls it adds.
 Counts CallsForAnEntry(const std::function<void(const std::filesystem::path&)>& add,
                        InstalledProduct::Program program) {
     const wchar_t* const arguments[] = {L"Finaset.exe", L"/CONFIGURE"};
@@ -113,7 +113,7 @@ Counts CallsForAnEntry(const std::function<void(const std::filesystem::path&)>& 
         return std::filesystem::path(data) / L"Tarsel\\ImageCache";
     };
     const auto run = [&] { program(2, arguments); };
-    CountsOf(run);  // what is looked up once is looked up
+    CountsOf(run);  // fills what is looked up only once
     const Counts without = CountsOf(run);
     std::filesystem::path added;
     const Counts with = CountsOf(
@@ -145,7 +145,7 @@ TEST(PlatformCallsOfAnEntry, ADirectoryInASecuredOne) {
         std::filesystem::create_directory(path);
     };
     const Counts calls = CallsForAnEntry(add, &RunProgram);
-    // It does not open, and is looked into for its own directories, and for its entries.
+    // It does not open, and is searched for its directories, and for its entries.
     Compare("directory in a secured directory", calls,
             Counts{{"FindFirstFileW", 2},
                    {"FindNextFileW", 3 + 4},  // its "." is found first, its ".." next
@@ -182,10 +182,10 @@ TEST(PlatformCallsOfAnEntry, AShippedFileThatReplacesTheOldOne) {
     const auto levels = static_cast<std::size_t>(std::ranges::count(files.Path(), L'\\') + 1);
 
     Counts calls = CountsOf(prepare, [&] { RunFileOperations(row); });
-    // Each level of the directory is looked for.
+    // Each level of the directory is queried.
     calls["ExpandEnvironmentStringsW"] -= levels;
     calls["GetFileAttributesW"] -= levels;
-    // The path is expanded where it is shown, and where it is used.
+    // The path is expanded for the log, and for its use.
     Compare("shipped file, beside the levels of its directory", calls,
             Counts{{"ExpandEnvironmentStringsW", 10},
                    {"GetFileAttributesW", 1},
@@ -210,7 +210,7 @@ TEST(PlatformCallsOfAnEntry, ASettingThatIsDeletedOrWritten) {
 
 TEST(PlatformCallsOfAnEntry, AServiceThatIsStoppedStartedOrDisabled) {
     const ProcessEntry service = {EntryKind::Service, L"Corvo", L""};
-    // The request and the wait have a connection each; the service is under way at the first poll.
+    // The request and the wait each have a connection; the service is pending at the first poll.
     const Counts stopped = CountsOf([&] { StopEntry(service); });
     Compare("service that is stopped", stopped,
             Counts{{"OpenSCManagerW", 2},

@@ -1,5 +1,5 @@
-// Runs the program with faults that are drawn at random. Each run has a seed of its own, which a
-// failure names: FINASET_SEED=SEED in the environment tries that one alone.
+// Runs the program with random faults. Each run has its own seed, which a failure names: with
+// FINASET_SEED=SEED in the environment, only that one runs.
 
 #include "sweep/faulty_run.h"
 
@@ -20,7 +20,7 @@ using testing::IsEmpty;
 
 constexpr std::uint32_t Runs = 2000;
 
-// What is wrong with the run of this seed.
+// The errors of the run with this seed.
 std::vector<std::string> Try(std::uint32_t seed, std::size_t& calls, std::size_t& faults) {
     constexpr std::array<const wchar_t*, 5> Options = {L"", L"/STOP", L"/CONFIGURE", L"/START",
                                                        L"/DISABLE"};
@@ -38,7 +38,7 @@ std::vector<std::string> Try(std::uint32_t seed, std::size_t& calls, std::size_t
 }
 
 TEST(RandomFaults, BreakNoRule) {
-    RunWith(L"", &NoFault);  // what is looked up once is looked up
+    RunWith(L"", &NoFault);  // fills what is looked up only once
     const char* const replayed = std::getenv("FINASET_SEED");
     const std::uint32_t first =
         replayed == nullptr ? 1 : static_cast<std::uint32_t>(std::strtoul(replayed, nullptr, 10));

@@ -49,7 +49,7 @@ std::vector<std::string> LinesOf(string_view text) {
     return lines;
 }
 
-// All lines that a run may write, as the model has them, with its marks.
+// All lines that a run may write, from the model, with its marks.
 const std::set<std::string>& PossibleLines() {
     static const std::set<std::string> possible = [] {
         Course failing = Succeeds(AllActions);
@@ -86,8 +86,8 @@ bool IsPossible(string_view line) {
                                [line](const std::string& text) { return Matches(line, text); });
 }
 
-// The application's item stays without a verdict or a line end if its token is refused, so that
-// whatever comes next goes on behind it.
+// The application's item has no verdict or line end if its token is refused, so the next text
+// follows it on the same line.
 const std::set<std::string>& UnendedItems() {
     static const std::set<std::string> unended = [] {
         std::set<std::string> texts;
@@ -115,7 +115,7 @@ std::vector<std::string> LinesOf(const std::string& log, bool tokenRefused) {
     return lines;
 }
 
-// The lines that must stand in the log of a run, in this order: how one begins, or several ways.
+// The lines that must be in the log of a run, in this order: the possible beginnings of each.
 using Skeleton = std::vector<std::vector<std::string>>;
 
 Skeleton SkeletonOf(const Course& course) {
@@ -144,7 +144,7 @@ const Skeleton& SkeletonOf(const std::wstring& option, bool secured) {
     return skeleton->second;
 }
 
-// The beginnings of the items whose failure makes the machine an insecure one.
+// The beginnings of the items whose failure makes the machine insecure.
 const std::set<std::string>& SecuringItems() {
     static const std::set<std::string> securing = [] {
         std::set<std::string> beginnings;
@@ -158,8 +158,8 @@ const std::set<std::string>& SecuringItems() {
     return securing;
 }
 
-// The bounds of what a run waits for: each service's stop and start with the poll that runs over,
-// the quit helper, the uninstall program.
+// The limits of a run's waits: each service's stop and start with the last poll, the quit helper,
+// the uninstall program.
 constexpr DWORD LongestWaitMs = 60'000;
 
 ULONGLONG RunLimitMs() {
@@ -223,8 +223,8 @@ private:
         return std::ranges::find(lines_, "Uninstalling Product.....\r\n") != lines_.end();
     }
 
-    // After a check that has failed, nothing of that directory is secured, and nothing is started
-    // or disabled but the uninstall program.
+    // After a failed check, nothing more of that directory is secured, and nothing is started or
+    // disabled but the uninstall program.
     void CheckSecuring() {
         bool failed = false;
         bool securing = false;

@@ -7,9 +7,9 @@
 
 namespace test {
 
-// What is wrong with a run, whatever befell it: an exit code, a banner that is missing, a line that
-// is none of the log's or not complete, an item that is left out, a step past a gate, a handle that
-// is left open, a wait without bound. Nothing if all is well.
+// The errors of a run, whatever happened in it: an exit code, a missing banner, an unknown or
+// incomplete line, an omitted item, a step past a gate, an open handle, an unbounded wait. Nothing
+// if all is well.
 std::vector<std::string> BrokenRules(const InstalledProduct& run, const std::wstring& option);
 
 }  // namespace test

@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""Writes the annotated logs in docs/log.md anew from those in tests/tools/logs.
+"""Rewrites the annotated logs in docs/log.md from those in tests/tools/logs.
 
-A note stays where it is between two lines of the log. A line that is new there goes to the side
-whose line it is more like.
+A note keeps its place between two lines of the log. A new line there goes to the side whose line
+it resembles more.
 """
 
 import difflib
@@ -18,7 +18,7 @@ def likeness(one, other):
 
 
 def moved(old, new, cuts):
-    """Where the places between two lines of the old log are in the new one."""
+    """Where the gaps between the old log's lines are in the new one."""
     counterpart = {}
     for tag, first, last, to, end in difflib.SequenceMatcher(None, old, new, False).get_opcodes():
         if tag == "equal" or (tag == "replace" and last - first == end - to):

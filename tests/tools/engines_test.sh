@@ -1,10 +1,9 @@
 #!/usr/bin/env bash
-# Tests that each engine for which docs/log.md has a command says of some hundred logs what is true of
-# them.
+# Tests that each engine for which docs/log.md has a command reports about some hundred logs correctly.
 #
 #   engines_test.sh MAKE_LOGS FINASET_LOG
 #
-# The first is a program of this computer, or one of Windows (*.exe).
+# The first is a program for this computer, or for Windows (*.exe).
 set -euo pipefail
 
 maker=$1
@@ -21,7 +20,7 @@ if [[ $maker == *.exe ]]; then
     drive=Z:
 fi
 "${command[@]}" "$drive$work" "$drive$root" 300
-# Their system may have a Python of its own; this one has its packages from the distribution.
+# Some systems have another Python, too; this one has the distribution's packages.
 export PATH=$work/bin:/usr/bin:$PATH
 mkdir "$work/bin"
 ln -s "$reader" "$work/bin/finaset-log"
@@ -38,7 +37,7 @@ awk -v work="$work" '
     exit 1
 }
 
-# By version and service, the logs that hold the line.
+# By version and service, the logs that contain the line.
 for directory in *; do
     for service in Ardex 'Tarsel Metrics Service'; do
         line="Starting $service....start failed!"

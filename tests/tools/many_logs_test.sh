@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# Tests the reader of logs on the two thousand of a rollout, with whatever else lies among them: what
-# it counts in text, in JSON and on its page in a browser.
+# Tests the log reader on the two thousand logs of a rollout and other files among them: its counts in
+# text, in JSON and on its page in a browser.
 #
 #   many_logs_test.sh MAKE_LOGS FINASET_LOG...
 #
-# Each is a program of this computer, or one of Windows (*.exe).
+# Each is a program for this computer, or for Windows (*.exe).
 set -euo pipefail
 
 maker=$1
@@ -19,7 +19,7 @@ complain() {
     failures=1
 }
 
-# run PROGRAM ARGUMENT...: a program of Windows on a machine of its own.
+# run PROGRAM ARGUMENT...: a Windows program on a machine of its own.
 run() {
     if [[ $1 == *.exe ]]; then
         "$tests/../machine/fresh_machine.sh" "$@"
@@ -37,7 +37,7 @@ drive=$(drive_of "$maker")
 run "$maker" "$drive$work" "$drive$(readlink -f "$tests/../..")" 2000
 logs=$work/logs
 
-# Among the logs: what is no log, links that lead to logs again, and what may not be read.
+# Among the logs: files that are not logs, links to logs, and files that cannot be read.
 insecure=$tests/logs/insecure-machine.log
 echo "FIRST RUN - START" >"$logs/win10-22H2/notes.txt"
 ln -s .. "$logs/win10-22H2/loop"
@@ -47,7 +47,7 @@ cp "$insecure" "$logs/secret.log/PC-2.LOG"
 cp "$insecure" "$logs/PC-3.log"
 chmod 0 "$logs/secret" "$logs/PC-3.log"
 
-# expect READ UNREADABLE: so many logs more than have been made, all of insecure machines.
+# expect READ UNREADABLE: so many logs more than were made, all of insecure machines.
 expect() {
     awk -F '\t' -v OFS='\t' -v read="$1" -v unreadable="$2" '
         $2 == "not readable" {$1 += unreadable}
@@ -63,23 +63,23 @@ findings() {
     sed 1,4d "$work/all" | sort
 }
 
-# What root may is not to help it to read.
+# Root's rights must not help it to read.
 as_user=()
 ((EUID != 0)) || as_user=(setpriv "--bounding-set=-dac_override,-dac_read_search")
 
-# read_logs NAME ARGUMENT...: leaves what it printed, and its exit status, under the name.
+# read_logs NAME ARGUMENT...: saves its output, and its exit status, under the name.
 read_logs() {
     local name=$1 status=0 command=("$reader")
     shift
     [[ ! $drive ]] || command=("$tests/../machine/fresh_machine.sh" "$reader")
     (
-        # In kilobytes, of address space; Wine takes more for itself.
+        # Kilobytes of address space; Wine needs more for itself.
         [[ $drive ]] || ulimit -v 65536
         exec "${as_user[@]}" "${command[@]}" "$@"
     ) >"$work/$name" 2>"$work/$name.error" || status=$?
     # The machine says what it misses.
     sed -i '/^fresh_machine.sh: /d' "$work/$name.error"
-    # As this computer has lines and paths.
+    # In this computer's form of lines and paths.
     sed -i "s/\r\$//; s|$drive$logs|LOGS|g" "$work/$name" "$work/$name.error"
     echo "$status" >"$work/$name.status"
 }
@@ -91,7 +91,7 @@ expect_status() {
     }
 }
 
-# same NAME: whether what has been found is what is expected.
+# same NAME: compares the findings with the expected ones.
 same() {
     diff "$work/$1.expected" "$work/$1.found" || complain "$1 differs"
 }
@@ -118,7 +118,7 @@ check_text() {
         "$(count 'not readable') not readable." >"$work/sum.expected"
     same sum
 
-    # Each finding on one line, as its item, its reason and its names follow on one another.
+    # Each finding on one line: its item, its reason and its names.
     sed '/^Not readable/,$d' "$work/text" | awk '
         NR > 2 {gsub(/ +/, " "); if ($0 ~ /^ [0-9]+ [0-9.]+ % /) printf "\n"; printf "%s", $0}' |
         grep . >"$work/found"
@@ -154,7 +154,7 @@ check_json() {
     head -n 4 "$work/all" >"$work/json-sum.expected"
     same json-sum
 
-    # A finding is told by its first word and its reason.
+    # A finding is identified by its first word and its reason.
     jq -r '[.findings[]?, (.sections[]?.items[] | select(.judgement == "attention") |
         "\(.text | ltrimstr("   ") | split(" ")[0]) \(.reason)")] | unique[]' "$work/lines.json" |
         sort | uniq -c | sed 's/^ *//' | sort >"$work/json-findings.found"
@@ -169,7 +169,7 @@ check_json() {
         complain "JSON: not the two that were asked for"
 }
 
-# browse FILE OPTION...: what a browser makes of it.
+# browse FILE OPTION...: how a browser renders it.
 browse() {
     local file=$1
     shift
@@ -182,7 +182,7 @@ browse() {
     }
 }
 
-# A script at the end of the page says what the browser has found in it.
+# A script at the end of the page reports what the browser found in it.
 ask_page() {
     sed '/<\/body>/,$d' "$work/page.html"
     cat <<'HTML'
@@ -211,7 +211,7 @@ document.getElementById("found").textContent = found.join("\n");
 HTML
 }
 
-# check_page BACKGROUND OPTION...: what is on the page in such a window.
+# check_page BACKGROUND OPTION...: what the page shows in such a window.
 check_page() {
     local background=$1
     shift
@@ -237,7 +237,7 @@ for reader in "$@"; do
     drive=$(drive_of "$reader")
     expect 1 2
     if [[ ! $drive ]]; then
-        # Wine takes the first for the file that it leads to, and has no such things as the others.
+        # Wine treats the first as its target, and has no equivalent of the others.
         ln -s ../win10-22H2/PC-10000.log "$logs/win11-23H2/link.log"
         mkfifo "$logs/pipe.log"
         cp "$insecure" "$logs/"$'\xff\x1b.log'

@@ -1,10 +1,9 @@
 #!/usr/bin/env bash
-# Tests the reader of logs as it is called, and in a browser what it writes for one: its page, and
-# that its JSON can be read.
+# Tests the log reader as it is called: its page in a browser, and that its JSON is valid.
 #
 #   page_test.sh FINASET_LOG
 #
-# It is a program of this computer, or one of Windows (*.exe).
+# It is a program for this computer, or for Windows (*.exe).
 set -euo pipefail
 
 reader=$1
@@ -22,8 +21,8 @@ complain() {
 drive=
 [[ $reader != *.exe ]] || drive=Z:
 
-# run_reader NAME ARGUMENT...: leaves what it printed, and its exit status, under the name. On Windows
-# each run has a machine of its own.
+# run_reader NAME ARGUMENT...: saves its output, and its exit status, under the name. On Windows each run
+# has a machine of its own.
 run_reader() {
     local name=$1 status=0 command=("$reader")
     shift
@@ -52,7 +51,7 @@ grep -q '^finaset-log: page_test.sh: it is not a log of Finaset' "$work/refused.
 grep -q '^finaset-log: it takes --json or --html' "$work/usage.error" ||
     complain "no word on the call: $(<"$work/usage.error")"
 
-# At a terminal it says how far it is, but only once it has taken a second: here it waits for a log.
+# On a terminal it shows progress, but only after a second: here it waits for a log.
 if [[ ! $drive ]]; then
     mkfifo "$work/slow"
     {
@@ -72,7 +71,7 @@ if [[ ! $drive ]]; then
     done
 fi
 
-# browse FILE OPTION: what a browser makes of a file.
+# browse FILE OPTION: how a browser renders a file.
 browse() {
     chromium --headless --no-sandbox --disable-gpu --disable-background-networking --no-first-run \
         --disable-component-update --disable-sync --disable-quic \
@@ -83,7 +82,7 @@ browse() {
     }
 }
 
-# A script at the end says what the browser has found in the page.
+# A script at the end reports what the browser found in the page.
 {
     sed '/<\/body>/,$d' "$work/page.html"
     cat <<'HTML'
@@ -111,7 +110,7 @@ HTML
 } >"$work/asked.html"
 browse "$work/asked.html" --dump-dom >"$work/found"
 
-# What is to be found, as the log itself has it.
+# The expected findings, from the log itself.
 verdicts_between() {
     sed -n "/^$1/,/^$2/p" "$log" | grep --text -c $'\t - \t'
 }
@@ -138,8 +137,7 @@ expect 'coloured: true'
 expect 'within the window: true'
 expect 'from elsewhere: 0'
 
-# On paper nothing can be unfolded: all of it is there, which takes more than the one page of what
-# is open.
+# In print nothing can be unfolded: everything is there, on more than the one page of what is open.
 browse "$work/page.html" --print-to-pdf="$work/page.pdf"
 pages=$(grep --text --count '/Type /Page$' "$work/page.pdf") || true
 ((pages > 1)) || complain "printed, the page takes ${pages:-no} pages"

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Tests that the program that says whether a machine is in order calls nothing that could change it:
-# of the platform, the C runtime and the product, its objects use what stands below, and no more.
+# Tests that finaset-verify calls nothing that could change a machine: of the platform, the C runtime and
+# the product, its objects use only the functions below.
 #
 #   verify_functions_test.sh OBJECT...
 set -euo pipefail
@@ -87,9 +87,8 @@ WriteList
 TEXT
 sed 's/ .*//' "$work/list" | sort >"$work/expected"
 
-# symbols OPTION OBJECT...: names without the arguments of a function and without the prefix of an
-# import. What the compiler and the language's library do by themselves is left out, but not the
-# files and streams of the latter.
+# symbols OPTION OBJECT...: names without a function's arguments and an import's prefix. Omits what the
+# compiler and the standard library use internally, but not the latter's files and streams.
 symbols() {
     x86_64-w64-mingw32-nm --demangle "$@" | sed -nE 's/^[0-9a-f ]+ [A-Za-z] (__imp_)?(.*)$/\2/p' |
         sed -E 's/[([].*//' | grep -vP '^std::(?!filesystem|basic_)|^(operator|typeinfo|vtable|guard) |^[.]|^$' |

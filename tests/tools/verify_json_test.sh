@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Tests that the JSON of the program that says whether a machine is in order can be read: that of a
-# machine, and that of names of everything that a name can be made of.
+# Tests that finaset-verify's JSON is valid: for a machine, and for names of everything that a name can
+# contain.
 #
 #   verify_json_test.sh FINASET_VERIFY_EXE VERIFY_TESTS_EXE
 set -euo pipefail
@@ -10,7 +10,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 failures=0
 
-# expect FILE FILTER: the filter of jq is to give true for the only text in the file.
+# expect FILE FILTER: the jq filter must return true for the only text in the file.
 expect() {
     [[ $(jq --slurp --compact-output "length == 1 and (.[0] | $2)" "$1" 2>&1) == true ]] || {
         echo "not so: $2"

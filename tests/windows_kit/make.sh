@@ -1,6 +1,5 @@
 #!/usr/bin/env bash
-# Puts together what is taken to a Windows machine to run the tests there: DIRECTORY, and a zip of it
-# beside it.
+# Makes the kit that runs the tests on a Windows machine: DIRECTORY, and a zip of it beside it.
 #
 #   make.sh BIN DIRECTORY
 set -euo pipefail

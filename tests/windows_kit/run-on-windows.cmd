@@ -1,11 +1,11 @@
 @echo off
-rem Runs the tests of Finaset on this machine, which must be one that can be thrown away, and leaves
-rem what they say in the folder "report" beside this file.
+rem Runs the tests of Finaset on this machine, which must be disposable, and leaves their results in
+rem the folder "report" beside this file.
 rem
 rem   run-on-windows.cmd [/yes] [PROGRAM...]
 rem
-rem /yes does not ask. PROGRAM is one of the test programs here, without ".exe"; all of them if none
-rem is named. Ends with 0 if everything has passed or was skipped, 1 if something failed, 2 if nothing
+rem /yes does not ask. PROGRAM is one of the test programs here, without ".exe"; by default, all of
+rem them. Exits with code 0 if everything passed or was skipped, 1 if something failed, 2 if nothing
 rem was run.
 setlocal
 cd /d "%~dp0"
@@ -29,7 +29,7 @@ if errorlevel 1 exit /b 2
 
 if defined asked goto run
 echo These tests install and remove services, programs, settings, files and scheduled tasks. Run
-echo them on a machine that can be thrown away, best a virtual one of which there is a snapshot.
+echo them only on a disposable machine, ideally a virtual one with a snapshot.
 set answer=
 set /p answer=Run them here? [y/n] 
 if /i "%answer%"=="y" goto run

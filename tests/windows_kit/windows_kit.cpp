@@ -1,12 +1,11 @@
 // What run-on-windows.cmd does not do itself, in the directory with the test programs:
 //
-//   windows_kit check              whether the tests may run here; ends with 2, and says why, if
-//   not windows_kit run PROGRAM        runs one of them to its end, with its output and its results
-//   in
-//                                  the directory "report"; "serve" is the same for a service
-//   windows_kit summary PROGRAM... writes report\summary.txt, and shows it; ends with 1 if a test
-//   has
-//                                  failed, a program has not come to its end, or something is left
+//   windows_kit check              whether the tests may run here; if not, says why and exits
+//                                  with code 2
+//   windows_kit run PROGRAM        runs one of them to its end, with its output and results in
+//                                  the directory "report"; "serve" does the same for a service
+//   windows_kit summary PROGRAM... writes and shows report\summary.txt; exits with code 1 if a
+//                                  test failed, a program did not finish, or something is left
 
 #include "machine/machine.h"
 #include "proc/process_lists.h"
@@ -41,7 +40,7 @@ constexpr int ExitGood = 0;
 constexpr int ExitBad = 1;
 constexpr int ExitRefused = 2;
 
-// The longest program takes a quarter of an hour where a machine is slow.
+// The longest program takes a quarter of an hour on a slow machine.
 constexpr DWORD ProgramLimitMs = 3'600'000;
 constexpr std::size_t MostFailures = 15;  // for a summary of one page
 constexpr std::size_t MostNames = 3;
@@ -61,7 +60,7 @@ std::string Found(bool found, const std::string& what) {
     return found ? "  " + what + "\n" : "";
 }
 
-// What is here under the product's names, a line for each; nothing on a machine for these tests.
+// What exists under the product's names, one line each; nothing on a machine for these tests.
 std::string ProductHere() {
     std::set<std::wstring> services;
     for (const auto* list : {&StopList, &StartList, &DisableList}) {
@@ -96,7 +95,7 @@ struct Version {
     DWORD build = 0;
 };
 
-// Not GetVersionEx, which tells a program without a manifest of an older one.
+// Not GetVersionEx, which reports an older version to a program without a manifest.
 Version WindowsVersion() {
     using GetVersion = LONG(WINAPI*)(RTL_OSVERSIONINFOW*);
     const auto get = reinterpret_cast<GetVersion>(reinterpret_cast<void*>(
@@ -175,8 +174,8 @@ End RunHere(const std::wstring& program) {
     return exitCode == 0 ? End::Passed : End::Failed;
 }
 
-// The tests of whole runs are for the user that Windows Installer runs the program as, which a
-// service is too. An administrator alone could not have the application asked to quit.
+// Whole runs are tested as the user under which Windows Installer runs the program, which a service
+// has too. An administrator could not have the application asked to quit.
 constexpr wchar_t SystemsProgram[] = L"machine_tests";
 constexpr wchar_t ServiceName[] = L"Finaset windows kit";
 
@@ -185,8 +184,8 @@ std::wstring Environment(const wchar_t* name) {
     return value == nullptr ? L"" : value;
 }
 
-// The same as a service, which hands on what it does not get by itself: the directory, and what the
-// tests look for in the environment.
+// The same as a service, which passes on what it does not inherit: the directory, and the tests'
+// environment variables.
 End RunAsTheSystem(const std::wstring& program) {
     const ServiceHandle manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
     const std::wstring command = L"\"" + test::BesideThisProgram(L"windows_kit.exe") + L"\" serve";
@@ -290,7 +289,7 @@ std::string Attribute(std::string_view xml, std::size_t element, const std::stri
     return value;
 }
 
-// What a message says behind its first line, which is a place in a source; on one line.
+// A message without its first line, which is a source location; on one line.
 std::string WithoutPlace(const std::string& message) {
     std::istringstream lines(message);
     std::string text;
@@ -347,7 +346,7 @@ void Add(Summary& summary, const std::wstring& program) {
     summary.passed = summary.passed && failures == 0;
 }
 
-// The system's own name for itself.
+// The system's name for itself.
 std::string ProductName() {
     constexpr wchar_t Key[] = L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion";
     wchar_t name[256] = {};

@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# Takes the kit for a Windows machine from its zip, and runs its script to the end on one of Wine's,
-# with a few tests of each program.
+# Unzips the kit for a Windows machine, and runs its whole script on a Wine machine, with a few tests of
+# each program.
 #
 #   windows_kit_test.sh PROGRAM...
 #
-# PROGRAM is what the kit has; all of them lie in one directory.
+# PROGRAM is one of the kit's; all are in one directory.
 set -euo pipefail
 source_directory=$(readlink -f "$(dirname "$0")/..")
 work=$(mktemp -d)
@@ -15,7 +15,7 @@ cd "$work/a place with blanks"
 cmake -E tar xf ../kit.zip
 cd kit
 
-# What a person would type. What each start says goes to N.txt and how it ends to ends.txt; report is
+# What a person would type. Each start's output goes to N.txt and its exit code to ends.txt; report is
 # kept as report-N.
 cat >"$work/try.cmd" <<'CMD'
 @echo off
@@ -46,7 +46,7 @@ sed -i 's/$/\r/' "$work/try.cmd"
 "$source_directory/machine/fresh_machine.sh" "$work/try.cmd" >"$work/printed" 2>&1 || true
 
 failures=0
-# expect FILE TEXT: it has such a line.
+# expect FILE TEXT: it contains such a line.
 expect() {
     if ! grep -qE -- "$2" "$1"; then
         echo "$1 does not say: $2"
@@ -67,7 +67,7 @@ ends=$(tr -d '\r' <ends.txt | tr '\n' ' ') || ends=none
 }
 expect 1.txt '^This is Windows 6\.1\.[0-9]+\. The tests are for Windows 10'
 expect 2.txt 'HKEY_LOCAL_MACHINE.SOFTWARE.Tarsel'
-expect 3.txt 'thrown away'
+expect 3.txt 'disposable'
 expect 3.txt 'Nothing was done'
 for number in 1 2 3; do
     [[ ! -e report-$number ]] || failures=1

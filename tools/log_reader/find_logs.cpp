@@ -24,7 +24,7 @@ struct Entry {
     Type type;
 };
 
-// Windows has no case in names, and logs go from one system to the other.
+// Windows ignores case in names, and logs move between systems.
 bool IsLog(const Name& name) {
     using Letter = Name::value_type;
     constexpr std::array<std::array<Letter, 2>, 4> Ending = {
@@ -38,15 +38,15 @@ bool IsLog(const Name& name) {
 
 #ifdef _WIN32
 
-// Not every library knows a junction from a directory.
+// Not every library can tell a junction from a directory.
 bool IsLink(const WIN32_FIND_DATAW& found) {
-    constexpr DWORD NameSurrogate = 0x20000000;  // not what is stored elsewhere, or packed
+    constexpr DWORD NameSurrogate = 0x20000000;  // not a file stored elsewhere or compressed
     const DWORD tag = found.dwReserved0;
     return (found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
            (tag == 0 || (tag & NameSurrogate) != 0);
 }
 
-// Adds the entries that matter. Whether that are all.
+// Adds the entries that matter. Returns whether those are all.
 bool List(const std::filesystem::path& directory, std::vector<Entry>& entries) {
     WIN32_FIND_DATAW found{};
     const HANDLE search =
@@ -73,7 +73,7 @@ bool List(const std::filesystem::path& directory, std::vector<Entry>& entries) {
     std::error_code error;
     std::filesystem::directory_iterator entry(directory, error);
     for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
-        std::error_code unknown;  // an entry that has gone is of no type
+        std::error_code unknown;  // an entry that is gone has no type
         const bool directoryFound = entry->is_directory(unknown);
         Name name = entry->path().filename().native();
         if ((directoryFound || IsLog(name)) && !entry->is_symlink(unknown)) {

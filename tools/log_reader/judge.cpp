@@ -24,7 +24,7 @@ constexpr Finding Attention(std::string_view reason) {
     return {Judgement::Attention, reason};
 }
 
-// Whether the path is the directory, or lies in it.
+// Whether the path is the directory or is in it.
 bool IsBelow(std::string_view path, std::string_view directory) {
     while (directory.ends_with('\\')) {
         directory.remove_suffix(1);
@@ -60,13 +60,13 @@ public:
 
     [[nodiscard]] bool IsCopied(std::string_view file) const { return Has(copied_, file); }
 
-    // Whether the file is to lie in a directory that was not there before.
+    // Whether the file belongs in a directory that did not exist before.
     [[nodiscard]] bool IsInNewDirectory(std::string_view file) const {
         return std::ranges::any_of(
             created_, [&](std::string_view directory) { return IsBelow(file, directory); });
     }
 
-    // Whether something was done in the directory, or found at it, that shows that it is there.
+    // Whether something done or found in the directory shows that it exists.
     [[nodiscard]] bool IsThere(std::string_view directory) const {
         if (Has(linked_, directory)) {
             return true;
@@ -137,11 +137,11 @@ private:
     std::vector<std::string_view> notStopped_{};
     std::vector<std::string_view> created_{};
     std::vector<std::string_view> copied_{};
-    std::vector<std::string_view> shown_{};   // what shows that the directories above it are there
-    std::vector<std::string_view> linked_{};  // directories that are links, or have some
+    std::vector<std::string_view> shown_{};   // each shows that the directories above it exist
+    std::vector<std::string_view> linked_{};  // directories that are or contain links
 };
 
-// ---- The rules that look at more than the item
+// ---- The rules that look beyond the item
 
 Finding StopThatFailed(const Item& item, const Evidence& log) {
     const std::string_view name = item.names.front();
@@ -171,7 +171,7 @@ Finding StartThatFailed(const Item& item, const Evidence& log) {
     return Attention("It does not start, or is not installed, or runs already.");
 }
 
-// Of a whole key the name of the value is empty. It is made before it is deleted, so it is there.
+// For a whole key, the value name is empty. The key is created before it is deleted, so it exists.
 Finding SettingNotDeleted(const Item& item, const Evidence& /*log*/) {
     return item.names.front().ends_with("\\=")
                ? Attention("The key could not be deleted: the program had no right to it.")
@@ -214,7 +214,7 @@ struct Rule {
     Kind kind = Kind::Unknown;
     Outcome outcome = Outcome::Failed;
     Finding finding = Fine;
-    Finding (*judge)(const Item& item, const Evidence& log) = nullptr;  // in place of the finding
+    Finding (*judge)(const Item& item, const Evidence& log) = nullptr;  // replaces the finding
 };
 
 constexpr Rule Rules[] = {

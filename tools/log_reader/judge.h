@@ -4,7 +4,7 @@
 
 namespace reader {
 
-// Fills in what is to be thought of each item and of the whole.
+// Fills in the finding for each item and for the whole log.
 void Judge(Report& report);
 
 bool NeedsAttention(const Report& report);

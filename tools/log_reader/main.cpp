@@ -38,16 +38,16 @@ constexpr int NotRead = 2;
 constexpr char Usage[] =
     "usage: finaset-log [--json | --html] [FILE | DIRECTORY]...\n"
     "\n"
-    "Reads the log of a run of Finaset from FILE, or from standard input, and prints its sections\n"
-    "and items, each with what is to be thought of it. Of several files, or all *.log below a\n"
-    "directory, it prints what is wrong on how many machines.\n"
+    "Reads the log of a Finaset run from FILE, or from standard input, and prints its sections\n"
+    "and items, and which of them need attention. For several files, or all *.log below a\n"
+    "directory, prints what is wrong on how many machines.\n"
     "\n"
     "  --json   for a program; several logs as JSON Lines, one for each log\n"
     "  --html   as a page for a browser\n"
     "\n"
     "Exit status: 0 nothing needs attention, 1 something does, or some logs cannot be read, 2 "
-    "there\n"
-    "is no log to be read.\n";
+    "no\n"
+    "log can be read.\n";
 
 using Path = std::filesystem::path;
 
@@ -58,7 +58,7 @@ int Fail(std::string_view what) {
     return NotRead;
 }
 
-// What has been printed may wait to be written, and for want of room may not be.
+// Printed output may still be buffered, and fail to be written to a full disk.
 int End(int status) {
     std::cout.flush();
     return std::cout ? status : Fail("the output cannot be written");
@@ -70,7 +70,7 @@ std::string ReadAll(std::istream& input) {
     return {std::istreambuf_iterator<char>(input), {}};
 }
 
-// Of standard input, if there is no file.
+// Reads standard input if there is no file.
 std::string ReadInput(const Path& file) {
     if (!file.empty()) {
         std::ifstream input(file, std::ios::binary);
@@ -101,7 +101,7 @@ int ReadOne(const Path& file, Form form) {
 
 // ---- Many logs
 
-// Tells whoever waits at a terminal how far it is.
+// Shows progress on a terminal.
 class Progress {
 public:
     Progress() = default;
@@ -109,7 +109,7 @@ public:
     Progress& operator=(const Progress&) = delete;
     ~Progress() { Clear(); }
 
-    // Before anything else is printed.
+    // Called before anything else is printed.
     void Clear() {
         if (shown_) {
             std::cerr << '\r' << std::string(Width, ' ') << '\r' << std::flush;
@@ -146,7 +146,7 @@ public:
     explicit ManyLogs(Form form) : form_(form) {}
 
     void Read(const Path& argument) {
-        std::error_code unknown;  // what cannot be looked at cannot be read
+        std::error_code unknown;  // if it fails, it cannot be read either
         if (std::filesystem::is_directory(argument, unknown)) {
             reader::FindLogs(
                 argument, [this](const Path& log) { ReadLog(log); },

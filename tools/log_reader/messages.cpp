@@ -23,7 +23,7 @@ constexpr Verdict TaskSuccess[] = {{"SUCCESS", Outcome::Done}, {"FAILED", Outcom
 constexpr Verdict Ended[] = {{"True)", Outcome::Done}, {"False)", Outcome::Failed}};
 constexpr Verdict Uninstalling[] = {{" - Uninstalling", Outcome::Plain}};
 
-// What begins like another stands before it.
+// A text that begins like another comes before it.
 constexpr Message Table[] = {
     {Kind::RunBegins, "FIRST RUN - START"},
     {Kind::RunEnds, "FIRST RUN - FINISHED"},
@@ -89,7 +89,7 @@ std::optional<Names> MatchPieces(std::span<const std::string_view> pieces, std::
     }
     line.remove_prefix(first.size());
     line.remove_suffix(last.size());
-    // From behind: what a name holds may look like what follows on it.
+    // From the end: a name may contain text that looks like what follows it.
     Names names(pieces.size() - 1);
     for (std::size_t index = pieces.size() - 2; index > 0; --index) {
         const std::size_t at = line.rfind(pieces[index]);
@@ -103,7 +103,7 @@ std::optional<Names> MatchPieces(std::span<const std::string_view> pieces, std::
     return names;
 }
 
-// A message with one of its verdicts, or with none.
+// A message with one of its verdicts, or without.
 struct Form {
     std::string format;
     Kind kind;
@@ -112,13 +112,13 @@ struct Form {
     std::vector<std::string_view> pieces{};  // of the format
 };
 
-// By the first character of a line, those that it may have, in order.
+// By the first character of a line, its possible messages, in order.
 class FormsByFirst {
 public:
     FormsByFirst() {
         for (const Message& message : Table) {
             for (const Verdict& verdict : message.verdicts) {
-                // Of a long verdict, the last word says it.
+                // For a long verdict, its last word.
                 forms_.push_back({std::string(message.text) + std::string(verdict.text),
                                   message.kind, verdict.outcome,
                                   verdict.text.substr(verdict.text.find_last_of('=') + 1)});
@@ -180,7 +180,7 @@ std::optional<Line> Recognise(std::string_view line) {
     for (const Form* form : Forms.Of(line.front())) {
         const std::string_view last = form->pieces.back();
         if (!last.empty() && last.back() != line.back()) {
-            continue;  // the end tells the most
+            continue;  // the end differs the most
         }
         if (const std::optional<Names> names = MatchPieces(form->pieces, line)) {
             return Line{form->format, form->kind, form->outcome, form->verdict, *names};

@@ -51,8 +51,8 @@ enum class Outcome {
     Plain,    // the text has no verdict
     Done,     // the verdict is good
     Failed,   // it is not
-    Absent,   // there was nothing to do it to
-    Missing,  // the text should have a verdict
+    Absent,   // there was nothing to act on
+    Missing,  // the text lacks its verdict
 };
 
 struct Verdict {
@@ -62,20 +62,20 @@ struct Verdict {
 
 struct Message {
     Kind kind;
-    std::string_view text;                // as the sources have it, without the line ends
+    std::string_view text;                // as in the sources, without line ends
     std::span<const Verdict> verdicts{};  // one of them completes the line
 };
 
-// In the order in which a line is to be compared with them.
+// In the order in which a line is compared with them.
 std::span<const Message> Messages();
 
 // The pieces of the format between its conversions.
 std::vector<std::string_view> Pieces(std::string_view format);
 
-// What stands for each conversion, if `line` is written by `format`.
+// What each conversion matches, if `line` was written by `format`.
 std::optional<std::vector<std::string>> Match(std::string_view format, std::string_view line);
 
-// What stands for each conversion of a line, in the memory that the line is in.
+// What each conversion of a line matches, in the line's own memory.
 class Names {
 public:
     static constexpr std::size_t Most = 4;
@@ -99,15 +99,14 @@ private:
 
 // A line as the program writes it.
 struct Line {
-    std::string_view
-        format;  // the message's text with the verdict's, for as long as the program runs
+    std::string_view format;  // of the message and its verdict; lives as long as the program
     Kind kind = Kind::Unknown;
     Outcome outcome = Outcome::Plain;
-    std::string_view verdict;  // the word that says it, for as long as well
+    std::string_view verdict;  // its word; lives as long as well
     Names names;
 };
 
-// Nothing if the program writes no such line.
+// Nothing if the program does not write such a line.
 std::optional<Line> Recognise(std::string_view line);
 
 }  // namespace reader

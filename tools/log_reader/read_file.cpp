@@ -13,7 +13,7 @@ namespace reader {
 
 namespace {
 
-// A run writes some five thousand bytes. An even number, as LogReader asks for.
+// A run writes about five thousand bytes. Even, as LogReader requires.
 constexpr std::size_t BufferSize = 0x100000;
 constexpr std::size_t LongestRun = 0x100000;
 
@@ -21,7 +21,7 @@ std::size_t Fill(std::streambuf& file, char* to, std::size_t size) {
     return static_cast<std::size_t>(file.sgetn(to, static_cast<std::streamsize>(size)));
 }
 
-// Twice, since all of it tells the encoding.
+// Twice, since the encoding depends on all of it.
 Report ReadFrom(std::streambuf& file, std::vector<char>& buffer) {
     EncodingFinder encoding;
     const std::size_t first = Fill(file, buffer.data(), buffer.size());

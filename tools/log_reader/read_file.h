@@ -7,12 +7,12 @@
 
 namespace reader {
 
-// Reads one log after the other, and holds no more of one than the run of a machine can be.
+// Reads one log after another, and holds no more of one than a machine's run can have.
 class FileReader {
 public:
     FileReader();
 
-    // The last run of a log, not judged yet. Throws NotALog.
+    // The last run of a log, not yet judged. Throws NotALog.
     Report Read(const std::filesystem::path& path);
 
 private:

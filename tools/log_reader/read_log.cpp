@@ -21,7 +21,7 @@ constexpr char HowToCapture[] = "; capture the next one with: cmd /c \"Finaset.e
 constexpr char32_t LastOfLog = 0xFF;
 constexpr char32_t ByteOrderMark = 0xFEFF;
 
-// The program writes what it cannot write in one byte in the same way.
+// The program itself writes "?" for a character that does not fit in a byte.
 void Append(std::string& text, char32_t character) {
     if (character != ByteOrderMark) {
         text += character <= LastOfLog ? static_cast<char>(character) : '?';
@@ -48,7 +48,7 @@ void AppendDecodedUtf8(std::string& text, std::string_view bytes) {
     while (!bytes.empty()) {
         if (const std::optional<char32_t> character = TakeUtf8(bytes)) {
             Append(text, *character);
-        } else {  // it has changed since it was looked at
+        } else {  // it changed after it was inspected
             bytes.remove_prefix(1);
             text += '?';
         }
@@ -61,7 +61,7 @@ bool IsUtf16(Encoding encoding) {
 
 // ---- From lines to items
 
-// Where an item begins within the line of another, which was left without a verdict. The end of the
+// Where an item begins within the line of another that was left without a verdict; the end of the
 // line if none does.
 std::size_t NextItem(std::string_view line) {
     std::size_t next = line.size();
@@ -72,7 +72,7 @@ std::size_t NextItem(std::string_view line) {
         }
     }
     if (line.starts_with("Stopping Application ")) {
-        // No further than that: a line may be long and have many.
+        // No further: a line may be long and contain many.
         const std::string_view item = line.substr(0, next);
         const std::size_t title = item.find("....with Window Title ");
         if (title != std::string_view::npos) {
@@ -90,7 +90,7 @@ void EncodingFinder::Take(std::string_view bytes) {
     if (utf8_) {
         TakeUtf8(bytes);
     }
-    // A log holds no zero.
+    // A log contains no zero.
     const std::size_t first = std::min(bytes.find('\0'), bytes.size());
     for (std::size_t index = first; index < bytes.size(); ++index) {
         zeros_[(size_ + index) % 2] += bytes[index] == '\0' ? 1U : 0U;
@@ -122,7 +122,7 @@ void EncodingFinder::TakeUtf8(std::string_view bytes) {
     }
 }
 
-// Of UTF-16 every second byte is a zero, nearly.
+// In UTF-16 nearly every second byte is a zero.
 Encoding EncodingFinder::Found() const {
     if (zeros_[1] > size_ / 4) {
         return Encoding::Utf16LowFirst;
@@ -167,7 +167,7 @@ void LogReader::SkipLine() {
     GiveUp();
 }
 
-// Behind the first or the last end of a line in the bytes; 0 if there is none.
+// The position after the first or the last line end in the bytes; 0 if there is none.
 std::size_t LogReader::LineEnd(std::string_view bytes, bool lastOne) const {
     if (!IsUtf16(encoding_)) {
         return (lastOne ? bytes.rfind('\n') : bytes.find('\n')) + 1;
@@ -181,7 +181,7 @@ std::size_t LogReader::LineEnd(std::string_view bytes, bool lastOne) const {
     return at == std::string_view::npos ? 0 : at + end.size();
 }
 
-// In the log's characters.
+// In the log's own characters.
 std::string LogReader::Decoded(std::string_view bytes) const {
     if (encoding_ == Encoding::Bytes) {
         return std::string(bytes);
@@ -220,7 +220,7 @@ void LogReader::TakeLine(std::string_view line) {
 }
 
 void LogReader::Take(const Item& item) {
-    constexpr std::size_t MostOfASection = 16;  // of nearly all
+    constexpr std::size_t MostOfASection = 16;  // enough for nearly all
     const bool task = item.kind == Kind::CreateTask || item.kind == Kind::DeleteTask;
     switch (item.kind) {
         case Kind::RunBegins:
@@ -257,12 +257,12 @@ void LogReader::Take(const Item& item) {
     }
     items.push_back(item);
     if (task) {
-        items.back().outcome = Outcome::Missing;  // its result comes on a line of its own
+        items.back().outcome = Outcome::Missing;  // its result is on a line of its own
         task_ = nullptr;
     }
 }
 
-// The lines of a task up to its result belong to it, those that an error's text brings too.
+// A task's lines up to its result belong to it, including those of an error's text.
 bool LogReader::JoinTask(const Item& item) {
     if (report_.sections.empty() || report_.sections.back().items.empty()) {
         return false;
@@ -302,7 +302,7 @@ void LogReader::GiveUp() {
     Forget();
 }
 
-// All but the text that is being read.
+// Everything except the text being read.
 void LogReader::Forget() {
     report_.sections.clear();
     report_.texts.resize(std::min<std::size_t>(report_.texts.size(), 1));
@@ -337,7 +337,7 @@ void LogReader::NoteEncoding() {
     }
 }
 
-// The sign in the application's title tells whether the bytes are those that the program wrote.
+// The sign in the application's title shows whether the bytes are as the program wrote them.
 void LogReader::NoteCodePage() {
     if (encoding_ != Encoding::Bytes) {
         return;

@@ -13,15 +13,15 @@
 
 namespace reader {
 
-// Says in one line why the input is no log.
+// Says in one line why the input is not a log.
 struct NotALog : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// The last run of a log, not judged yet. Throws NotALog.
+// The last run of a log, not yet judged. Throws NotALog.
 Report ReadLog(std::string_view bytes);
 
-// Tells what a log is written in from all its bytes.
+// Determines a log's encoding from all its bytes.
 class EncodingFinder {
 public:
     enum class Encoding { Bytes, Utf8, Utf16LowFirst, Utf16HighFirst };
@@ -36,32 +36,31 @@ private:
     void TakeUtf8(std::string_view bytes);
 
     std::size_t size_ = 0;
-    std::array<std::size_t, 2> zeros_{};  // at even and at odd places
+    std::array<std::size_t, 2> zeros_{};  // at even and odd positions
     bool utf8_ = true;
     bool ascii_ = true;
-    int missing_ = 0;  // bytes of a character that has begun
+    int missing_ = 0;  // bytes of an incomplete character
 };
 
-// Reads a log piece by piece, once its encoding is known, and holds no more of it than its last
-// run.
+// Reads a log piece by piece, once its encoding is known, and holds only its last run.
 class LogReader {
 public:
     using Encoding = EncodingFinder::Encoding;
 
-    // A run that takes more memory than this is given up.
+    // A run that needs more memory than this is given up.
     explicit LogReader(Encoding encoding,
                        std::size_t longestRun = std::numeric_limits<std::size_t>::max());
 
-    // Takes the lines that end in `bytes`, or all if these are the last. Returns how many bytes
-    // that were: the next ones are to begin behind them. There has to be an even number of bytes,
-    // unless they are the last.
+    // Processes the lines that end in `bytes`, or all if these are the last. Returns how many bytes
+    // that were; the next call must begin after them. The number of bytes must be even, unless they
+    // are the last.
     std::size_t Take(std::string_view bytes, bool last);
 
-    // Goes on behind bytes that are too many for a line, which gives the run up. Their number is
+    // Continues after bytes that are too many for a line, and gives the run up. Their number is
     // even.
     void SkipLine();
 
-    // What has been read, not judged yet. Throws NotALog.
+    // The result, not yet judged. Throws NotALog.
     Report Finish();
 
 private:

@@ -14,10 +14,9 @@ enum class Judgement { Fine, Expected, Attention, Unknown };
 
 // A line of the log, or the lines of a scheduled task.
 struct Item {
-    std::size_t line = 0;   // its number in the file, from 1
-    std::string_view text;  // the log's own
-    std::string_view
-        format{};  // what the program writes it by, without the lines of a task's result
+    std::size_t line = 0;       // its number in the file, from 1
+    std::string_view text;      // the log's own
+    std::string_view format{};  // that the program writes it with, without a task's result lines
     Kind kind = Kind::Unknown;
     Names names{};
     Outcome outcome = Outcome::Plain;
@@ -28,12 +27,12 @@ struct Item {
 
 struct Section {
     std::size_t line = 0;
-    std::string_view title;  // empty for what stands before the first one
+    std::string_view title;  // empty before the first one
     bool mayBeEmpty = true;
     std::vector<Item> items{};
 };
 
-// A run of the program, in the characters of its log: one byte each.
+// A run of the program, in the log's characters: one byte each.
 struct Report {
     Report() = default;
     Report(Report&&) = default;
@@ -42,9 +41,9 @@ struct Report {
     bool begins = false;
     bool ends = false;
     std::vector<Section> sections;
-    std::vector<std::string> notes;     // on the file
-    std::vector<std::string> findings;  // what needs attention beside the items
-    std::list<std::string> texts;       // which those of the items and the sections are parts of
+    std::vector<std::string> notes;     // about the file
+    std::vector<std::string> findings;  // that need attention, apart from the items
+    std::list<std::string> texts;       // that those of the items and sections point into
 };
 
 }  // namespace reader

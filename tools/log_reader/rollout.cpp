@@ -14,11 +14,11 @@ namespace reader {
 
 namespace {
 
-// Of what damage makes of names there is no end.
+// Damaged logs can yield any number of names.
 constexpr std::size_t MostNames = 200;
 constexpr std::size_t LongestName = 200;
 
-constexpr std::string_view ItsOwn;  // the log's own word, one of few
+constexpr std::string_view ItsOwn;  // the log's own word, one of a few
 
 struct Words {
     Kind kind = {};
@@ -50,7 +50,7 @@ std::span<const std::string_view> WordsOf(Kind kind) {
     return row != std::end(Table) ? std::span<const std::string_view>(row->words) : Name;
 }
 
-// The item without what differs from machine to machine.
+// The item without what differs between machines.
 std::string What(const Item& item) {
     const std::span<const std::string_view> words = WordsOf(item.kind);
     std::string what;
@@ -82,7 +82,7 @@ std::string MachineOfFile(const std::string& path) {
                : name;
 }
 
-// Of the directory that the file lies in; of the file if the path does not tell it.
+// By the file's directory; by the file if the path does not contain that.
 std::string MachineOfDirectory(const std::string& path) {
     const std::size_t end = path.find_last_of('/');
     const std::string name = end == std::string::npos ? "" : FileName(path.substr(0, end));
@@ -164,7 +164,7 @@ void Rollout::AddItem(const Item& item) {
     }
 }
 
-// The finding, which the last log has.
+// The finding of the last log.
 Finding& Rollout::Found(const std::string& format, const std::string& reason) {
     Finding& finding = findings_[{format, reason}];
     const auto log = static_cast<std::uint32_t>(attention_.size() - 1);

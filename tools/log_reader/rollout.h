@@ -14,17 +14,17 @@ namespace reader {
 
 // Something that is wrong on some machines.
 struct Finding {
-    std::string what;         // the item, with capitals for the names that vary
-    std::string reason;       // empty if `what` says all
-    std::string_view word{};  // the capitals for the first of the names; empty without names
-    std::vector<std::uint32_t> logs{};  // that have it, each once, as they count in Machines()
+    std::string what;                   // the item, with capitals for varying names
+    std::string reason;                 // empty if `what` says all
+    std::string_view word{};            // the capitals for the first name; empty without names
+    std::vector<std::uint32_t> logs{};  // that have it, each once, by index in Machines()
 
     struct Name {
         std::size_t logs = 0;
         std::uint32_t last = 0;  // of them
     };
-    std::map<std::string, Name> names{};  // what the first of the names is, on how many logs
-    bool moreNames = false;               // that came too late to be counted
+    std::map<std::string, Name> names{};  // each first name, with its number of logs
+    bool moreNames = false;               // that came too late to count
 };
 
 // The most frequent names, in UTF-8: "NAME: Ardex on 300 logs, Corvo on 12, and others".
@@ -38,11 +38,11 @@ struct Unreadable {
     std::string reason;
 };
 
-// What is to be told of the logs of many machines. It holds the names of the logs that need
-// attention or cannot be read, and of the others their number.
+// The summary for the logs of many machines. It keeps the names of logs that need attention or
+// cannot be read, and only counts the others.
 class Rollout {
 public:
-    // A judged log, by its path as ShownName has it.
+    // A judged log, with its path from ShownName.
     void Add(const std::string& path, const Report& report);
     void AddUnreadable(const std::string& path, std::string_view reason);
 
@@ -51,11 +51,11 @@ public:
     [[nodiscard]] std::size_t NeedAttention() const { return attention_.size(); }
     [[nodiscard]] const std::vector<Unreadable>& NotRead() const { return unreadable_; }
 
-    // Those on most logs first.
+    // Sorted by number of logs, highest first.
     [[nodiscard]] std::vector<const Finding*> Findings() const;
 
-    // The names of the machines that need attention: of the files, or of their directories if all
-    // files have the same name. Where two would be the same, their paths.
+    // The names of the machines that need attention: the file names, or the directories' names if
+    // all files have the same name. The full paths where two would be the same.
     [[nodiscard]] std::vector<std::string> Machines() const;
 
 private:

@@ -61,7 +61,7 @@ constexpr std::string_view StyleOfOne =
     R"(@media print { details::details-content { content-visibility: visible; } tr { break-inside: avoid; }
   body { margin: 0; } }
 )";
-// On paper are the logs that are unfolded, since all would be a book.
+// In print, only unfolded logs appear; all would fill a book.
 constexpr std::string_view StyleOfMany =
     R"(.sum { display: flex; flex-wrap: wrap; gap: .6rem; padding: 0; list-style: none; }
 .sum li { flex: 1 1 9rem; padding: .6rem 1rem; border: 1px solid var(--line);
@@ -93,7 +93,7 @@ constexpr std::string_view Body = R"(</style>
 <h1>)";
 constexpr std::string_view End = "</main>\n</body>\n</html>\n";
 
-// In ASCII. What would show nothing shows that it is there.
+// In ASCII. Invisible characters are made visible.
 std::string Escaped(std::string_view text) {
     std::string escaped;
     for (const char character : text) {
@@ -110,7 +110,7 @@ std::string Escaped(std::string_view text) {
     return escaped;
 }
 
-// Colour is not the only sign.
+// Colour is not the only mark.
 std::string_view Sign(Judgement judgement) {
     switch (judgement) {
         case Judgement::Fine:

@@ -14,7 +14,7 @@ namespace reader {
 
 namespace {
 
-// The characters of a log that stand for themselves.
+// The characters of a log that need no escape.
 constexpr std::array<bool, 256> Plain = [] {
     std::array<bool, 256> plain{};
     for (std::size_t code = ' '; code < '\x7F'; ++code) {
@@ -26,16 +26,16 @@ constexpr std::array<bool, 256> Plain = [] {
 // In ASCII.
 class JsonWriter {
 public:
-    // On one line, or on one for each item.
+    // On one line, or one line per item.
     explicit JsonWriter(bool oneLine) : oneLine_(oneLine) {
         constexpr std::size_t Usual = 0x4000;
         json_.reserve(Usual);
     }
 
-    // The log's bytes are the first characters of Unicode.
+    // The log's bytes are the first 256 Unicode characters.
     void Text(std::string_view text) {
         json_ += '"';
-        const char* begin = text.data();  // of what stands for itself
+        const char* begin = text.data();  // of what needs no escape
         const char* const end = begin + text.size();
         for (const char* at = begin; at != end; ++at) {
             const auto code = static_cast<unsigned char>(*at);
@@ -107,7 +107,7 @@ public:
 
     void Raw(std::string_view text) { json_ += text; }
 
-    // A line's end, and the next one's beginning.
+    // A line end, and the start of the next line.
     void Break(std::string_view indent) {
         if (!oneLine_) {
             json_ += '\n';

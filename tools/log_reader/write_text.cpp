@@ -18,7 +18,7 @@ std::string Padded(std::string text, std::size_t width) {
     return text;
 }
 
-// What could make a terminal do something is shown as what it is not.
+// Characters that could control a terminal are shown escaped.
 std::string Shown(std::string_view text, std::size_t indent) {
     std::string shown;
     for (const char character : text) {
@@ -43,7 +43,7 @@ std::string Lines(const Item& item, const std::string& label) {
 
 constexpr std::size_t Width = 100;
 
-// The characters that are shown by a text in UTF-8.
+// The number of characters that a UTF-8 text displays.
 std::size_t Columns(std::string_view text) {
     constexpr unsigned char MaskOfMore = 0xC0;
     constexpr unsigned char MarkOfMore = 0x80;
@@ -52,8 +52,8 @@ std::size_t Columns(std::string_view text) {
     }));
 }
 
-// Where the text is to be broken so that what stands before takes so many columns at the most: at a
-// blank if there is one.
+// Where to break the text so that the first part takes at most so many columns: at a blank if there
+// is one.
 std::size_t BreakOf(std::string_view text, std::size_t columns) {
     std::size_t end = std::min(columns, text.size());
     while (end < text.size() &&
@@ -64,7 +64,7 @@ std::size_t BreakOf(std::string_view text, std::size_t columns) {
     return blank == std::string_view::npos || blank == 0 ? end : blank;
 }
 
-// On as many lines as it takes, the first of which begins with `start`, the others as far in.
+// On as many lines as needed; the first begins with `start`, the others are indented as far.
 std::string Fitted(std::string_view text, const std::string& start) {
     std::string fitted;
     std::string begin = start;
@@ -103,7 +103,7 @@ bool IsAscii(char character) {
 }
 
 bool IsControl(char character) {
-    constexpr unsigned char OtherControls = 0xA0;  // end there
+    constexpr unsigned char OtherControls = 0xA0;  // end before this
     const auto code = static_cast<unsigned char>(character);
     return IsAscii(character) ? code < ' ' || character == '\x7F' : code < OtherControls;
 }

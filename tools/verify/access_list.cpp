@@ -21,8 +21,8 @@ struct LocalTextPolicy {
 
 using LocalText = Utils::Owner<LocalTextPolicy>;
 
-// A protected access list of the table's entries, in the platform's form. As in a run, what has no
-// valid trustee is left out.
+// A protected access control list of the table's entries, in the platform's form. As in a run,
+// entries without a valid trustee are left out.
 class TableList {
 public:
     explicit TableList(std::span<const AceSpec> entries)
@@ -47,13 +47,13 @@ private:
     static constexpr std::size_t EntryBytes =
         sizeof(ACCESS_ALLOWED_ACE) - sizeof(DWORD) + sizeof(SecurityId);
 
-    std::vector<DWORD> storage_;  // an access list is aligned as its numbers are
+    std::vector<DWORD> storage_;  // DWORDs, for the alignment that a list needs
     SECURITY_DESCRIPTOR descriptor_ = {};
 };
 
 struct View {
     bool isProtected;
-    PACL list;  // null if everybody may do everything
+    PACL list;  // null if everyone has full access
 };
 
 View ViewOf(PSECURITY_DESCRIPTOR descriptor) {
@@ -78,7 +78,7 @@ void ForEachEntry(PACL list, const Visit& visit) {
     }
 }
 
-// What a trustee may do.
+// A trustee's rights.
 struct Rights {
     DWORD here = 0;
     DWORD files = 0;  // in the files below
@@ -89,7 +89,7 @@ struct Rights {
 
 struct Effect {
     std::map<std::wstring, Rights> granted;  // by trustee
-    bool grantsOnly = true;                  // whether there is no entry of another type
+    bool grantsOnly = true;                  // no entry has another type
 };
 
 DWORD OfFiles(DWORD mask) {
@@ -117,7 +117,7 @@ Effect EffectOf(PACL list) {
         const DWORD mask = OfFiles(entry.Mask);
         Rights& rights = effect.granted[TextOf(&entry.SidStart)];
         rights.here |= (flags & INHERIT_ONLY_ACE) == 0 ? mask : 0;
-        if ((flags & NO_PROPAGATE_INHERIT_ACE) == 0) {  // else it ends one level below
+        if ((flags & NO_PROPAGATE_INHERIT_ACE) == 0) {  // otherwise it ends one level below
             rights.files |= (flags & OBJECT_INHERIT_ACE) != 0 ? mask : 0;
             rights.directories |= (flags & CONTAINER_INHERIT_ACE) != 0 ? mask : 0;
         }

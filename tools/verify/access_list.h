@@ -10,17 +10,16 @@
 
 namespace verify {
 
-// In what the access list of a directory, in its security descriptor, grants otherwise than these
-// entries as a protected list would; nothing if it does not. Compared by effect: a generic right is
-// the rights of a file that it stands for, and one entry is as good as one for the directory and
-// one that is only inherited.
+// How what a directory's access control list (in its security descriptor) grants differs from these
+// entries as a protected list; empty if it does not. Compares the effect: a generic right equals
+// its file rights, and one entry equals one for the directory plus an inherit-only one.
 std::vector<std::wstring> Deviations(PSECURITY_DESCRIPTOR descriptor,
                                      std::span<const AceSpec> entries);
 
-// Whether a file or directory has anything but what it inherits.
+// Whether a file or directory has anything but inherited entries.
 bool HasItsOwn(PSECURITY_DESCRIPTOR descriptor);
 
-// The access list in the platform's notation.
+// The list in the platform's notation.
 std::wstring Notation(PSECURITY_DESCRIPTOR descriptor);
 std::wstring Notation(std::span<const AceSpec> entries);
 

@@ -20,10 +20,10 @@ namespace {
 
 constexpr std::size_t NamesShown = 3;
 
-// The security descriptor of one path after the other, each until the next is read.
+// Reads the security descriptor of one path after another; each is valid until the next.
 class SecurityReader {
 public:
-    // Null if it cannot be read: then the thread's last error says why. A link's is its own.
+    // Null if it cannot be read: the thread's last error says why. For a link, its own.
     PSECURITY_DESCRIPTOR Read(const std::wstring& path) {
         const Utils::FileHandle file(::CreateFileW(
             path.c_str(), READ_CONTROL, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
@@ -58,8 +58,8 @@ private:
     std::vector<std::uint64_t> buffer_ = std::vector<std::uint64_t>(64);  // most are far smaller
 };
 
-// What is not as it should be, or cannot be told, of the entries below a directory: how many, and
-// the names of the first.
+// What is wrong or unknown about the entries below a directory: how many, and the names of the
+// first.
 struct Tally {
     std::size_t count = 0;
     std::vector<std::wstring> names;
@@ -88,7 +88,7 @@ bool SamePath(const std::wstring& one, const std::wstring& other) {
     return ::CompareStringOrdinal(one.c_str(), -1, other.c_str(), -1, TRUE) == CSTR_EQUAL;
 }
 
-// Goes through what is below a directory, at any depth.
+// Walks everything below a directory, at any depth.
 class Walk {
 public:
     Walk(std::wstring top, std::span<const std::wstring> ofOtherRows)
@@ -106,7 +106,7 @@ public:
 
     Tally own;
     Tally unknown;
-    DWORD error = ERROR_SUCCESS;  // why the first of these is not known
+    DWORD error = ERROR_SUCCESS;  // why the first of these is unknown
 
 private:
     void Enter(const std::wstring& directory, bool lists, std::vector<std::wstring>& directories) {
@@ -143,7 +143,7 @@ private:
         PSECURITY_DESCRIPTOR const descriptor = reader_.Read(path);
         if (descriptor == nullptr) {
             const DWORD reason = ::GetLastError();
-            if (reason != ERROR_FILE_NOT_FOUND) {  // it has gone meanwhile
+            if (reason != ERROR_FILE_NOT_FOUND) {  // it is gone by now
                 NoteUnknown(path, reason);
             }
         } else if (HasItsOwn(descriptor)) {
@@ -165,7 +165,7 @@ private:
     SecurityReader reader_;
 };
 
-// The first of the paths that is a link, on a way that has none before it.
+// The first of the paths that is a link, without links before it.
 std::wstring FirstLink(const std::vector<std::wstring>& paths) {
     const auto link = std::ranges::find_if(paths, &PathHasLink);
     return link == paths.end() ? L"one that has gone again" : *link;
@@ -208,7 +208,7 @@ Finding OfDirectory(const SecuredDirectory& directory, const Place& place,
         unknown.push_back(L"its access list: " + ErrorText(::GetLastError()));
     }
     Walk walk(WithoutBackslash(place.path), ofAllRows);
-    // A run leaves what is below one with any further attribute as it is.
+    // A run does not touch what is below a directory with any further attribute.
     walk.Go(directory.applyToChildren && place.attributes == FILE_ATTRIBUTE_DIRECTORY);
     if (walk.own.count != 0) {
         wrong.push_back(L"below it, with an access list of its own: " + walk.own.Text());

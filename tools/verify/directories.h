@@ -7,9 +7,9 @@
 
 namespace verify {
 
-// Whether each directory is there and secure: no link on the way to it nor among its entries, the
-// table's access list, and below it nothing but what is inherited. Links are not followed, and what
-// has a row of its own is left to that.
+// Whether each directory exists and is secure: no link on the way to it or among its entries, the
+// table's access control list, and only inherited entries below it. Links are not followed, and
+// paths with a row of their own are left to it.
 Rows CheckDirectories(std::span<const SecuredDirectory> directories);
 
 }  // namespace verify

@@ -18,7 +18,7 @@ namespace {
 
 constexpr DWORD PieceBytes = 65'536;
 
-// A file that is read from its beginning to its end, piece by piece.
+// A file read from beginning to end, piece by piece.
 class Content {
 public:
     explicit Content(const std::wstring& path)
@@ -28,7 +28,7 @@ public:
                               FILE_FLAG_SEQUENTIAL_SCAN, /*hTemplateFile=*/nullptr)),
           error_(file_ ? ERROR_SUCCESS : ::GetLastError()) {}
 
-    // The next piece, shorter than the one before or empty at the end, or after an error.
+    // The next piece; shorter than the previous one or empty at the end, or after an error.
     std::span<const std::byte> Next() {
         DWORD bytes = 0;
         if (error_ == ERROR_SUCCESS && !::ReadFile(file_.Get(), buffer_.data(), PieceBytes, &bytes,

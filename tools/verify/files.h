@@ -7,8 +7,8 @@
 
 namespace verify {
 
-// Whether each file is where it is copied to: one that is replaced with the content of the shipped
-// one, byte for byte, one that is kept with any.
+// Whether each file is at its destination: a replaced one with the same content as the shipped one,
+// byte for byte, a kept one with any.
 Rows CheckFiles(std::span<const FileOperation> operations);
 
 }  // namespace verify

@@ -1,4 +1,4 @@
-// Says whether this machine is in the state that the tables of Finaset ask for.
+// Says whether this machine is in the state that Finaset's tables require.
 
 #include "verify/verify.h"
 

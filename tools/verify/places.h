@@ -9,9 +9,9 @@
 
 namespace verify {
 
-// A file or a directory that a row of a table leads to.
+// The file or directory that a table row refers to.
 struct Place {
-    std::wstring path;  // expanded; empty if that cannot be done
+    std::wstring path;  // expanded; empty if that fails
     DWORD attributes = INVALID_FILE_ATTRIBUTES;
     DWORD error = ERROR_SUCCESS;  // why there are no attributes
 
@@ -23,12 +23,12 @@ struct Place {
 
 Place PlaceAt(const std::wstring& path);
 
-// The place that a run makes of a name and a resolver, if there is one. A value that the delete
-// list names is not asked: it is gone by the time when a run resolves a path.
+// The place that a run makes of a name and a resolver, if any. Ignores values that the delete list
+// names: they are gone by the time a run resolves a path.
 Place PlaceOf(const std::wstring& name,
               const std::function<std::wstring(const std::wstring&)>& resolve);
 
-// What is to be said of a place that does not exist.
+// The finding for a place that does not exist.
 Finding NotThere(const Place& place);
 
 }  // namespace verify

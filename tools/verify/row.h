@@ -9,13 +9,13 @@ namespace verify {
 
 enum class Verdict { Ok, Differs, Unknown };
 
-// What was found of one thing; if nothing can be said of it, why.
+// What was found about one thing, or why it is unknown.
 struct Finding {
     Verdict verdict;
     std::wstring text;
 };
 
-// One row of a table of the product, as the machine has it.
+// One row of a product table, as found on the machine.
 struct Row {
     const char* kind;
     std::wstring name;
@@ -28,13 +28,13 @@ using Rows = std::vector<Row>;
 Finding Found(bool asExpected, std::wstring text);
 Finding CannotTell(std::wstring reason);
 
-// For an error code of the platform, or a failed result of COM.
+// For a Win32 error code, or a failed HRESULT.
 Finding CannotTell(DWORD error);
 
-// The code with the system's message for it, if it has one.
+// The code with the system's message, if it has one.
 std::wstring ErrorText(DWORD error);
 
-// The texts with the separator between each two.
+// The texts, joined with the separator.
 std::wstring Joined(const std::vector<std::wstring>& texts, const wchar_t* separator);
 
 void Append(Rows& rows, Rows more);

@@ -29,7 +29,7 @@ std::wstring NameOf(const wchar_t* const (&names)[Count], DWORD number) {
     return number < Count ? names[number] : std::to_wstring(number);
 }
 
-// What `ask` finds of the open service, or what is to be said of one that is not installed.
+// What `ask` finds about the open service, or the finding for one that is not installed.
 template <typename Ask>
 Finding AskService(const std::wstring& name, DWORD access, Verdict notInstalled, const Ask& ask) {
     const Utils::ServiceHandle manager(::OpenSCManagerW(
@@ -69,8 +69,8 @@ Finding StartTypeOf(const std::wstring& name) {
     });
 }
 
-// Whether a process runs whose program's file name, in small letters, is such. Names can be had of
-// all processes, whatever the rights.
+// Whether a process runs whose program's file name, in lower case, matches. Any process's name can
+// be read, whatever the rights.
 template <typename Matches>
 Finding ProcessWith(bool wanted, const Matches& matches) {
     const Utils::FileHandle processes(::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
@@ -111,7 +111,7 @@ Rows CheckStopped(std::span<const ProcessEntry> entries,
                             StateOf(entry.name, SERVICE_STOPPED, Verdict::Ok)});
         }
         if (!entry.name.empty() && entry.kind == EntryKind::QuitApp) {
-            // As a run looks for it: by a part of the name.
+            // Like a run, looks for part of the name.
             const std::wstring part = Lowered(entry.name);
             rows.push_back({"stop", entry.name, L"not running",
                             ProcessWith(/*wanted=*/false, [&](const std::wstring& file) {

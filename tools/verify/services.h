@@ -7,8 +7,8 @@
 
 namespace verify {
 
-// Whether each entry of the list is as the step of that name leaves it. What the step skips has no
-// row. Services are opened with the right to be asked, and no other.
+// Whether each entry of the list is as the step of that name leaves it. Entries that the step skips
+// have no row. Services are opened with query access only.
 
 // Stopped: not running. What a later step starts is not asked for, nor is a service that is not
 // installed running.

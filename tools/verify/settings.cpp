@@ -26,8 +26,8 @@ namespace {
 
 constexpr char Kind[] = "setting";
 constexpr std::size_t ShownCharacters = 256;   // of a value's text, unless more are expected
-constexpr std::uint32_t MatchTheAdapters = 1;  // the gate's value that is no bitmask
-constexpr int MostQueries = 4;                 // adapters come and go meanwhile
+constexpr std::uint32_t MatchTheAdapters = 1;  // the gate's one value that is no bitmask
+constexpr int MostQueries = 4;                 // adapters may come and go meanwhile
 
 struct StoredValue {
     LSTATUS error;
@@ -46,7 +46,7 @@ StoredValue ReadValue(const RegistrySetting& setting) {
     if (error != ERROR_SUCCESS) {
         return {error};
     }
-    // Of what does not fit, only the size is told.
+    // Only the size of what does not fit.
     std::vector<wchar_t> buffer(std::max(ShownCharacters, setting.text.size() + 1));
     DWORD type = REG_NONE;
     auto bytes = static_cast<DWORD>(buffer.size() * sizeof(wchar_t));
@@ -92,9 +92,9 @@ RegistrySetting StoredBitmask(const std::wstring& valueName) {
             .type = REG_DWORD};
 }
 
-// Fills in the platform's records of all adapters, none if there is none. Returns its error code.
+// Fills in the platform's records of all adapters, if any. Returns its error code.
 DWORD QueryAdapters(std::vector<std::byte>& adapters) {
-    // From the system's directory alone, as a run does.
+    // From the system directory only, as in a run.
     const Utils::Library library(
         ::LoadLibraryExW(L"iphlpapi.dll", /*hFile=*/nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32));
     const auto getAdaptersAddresses = Utils::FindFunction<decltype(::GetAdaptersAddresses)>(
@@ -116,7 +116,7 @@ DWORD QueryAdapters(std::vector<std::byte>& adapters) {
     return error == ERROR_NO_DATA ? ERROR_SUCCESS : error;
 }
 
-// As a run matches, but without a word in its log.
+// Matches as a run does, but logs nothing.
 std::uint32_t MaskOf(std::wstring description, std::span<const AdapterPattern> patterns) {
     ToLowerInPlace(description);
     const auto pattern = std::ranges::find_if(patterns, [&](const AdapterPattern& each) {

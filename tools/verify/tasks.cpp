@@ -57,7 +57,7 @@ Obtained<ITaskFolder> RootFolder() {
         [&](ITaskFolder** object) { return service.object.Get()->GetFolder(path.Get(), object); });
 }
 
-// Puts the definition of a task into `xml`.
+// Reads a task's definition into `xml`.
 HRESULT ReadTask(ITaskFolder& folder, const std::wstring& name, std::wstring& xml) {
     const ComString path(::SysAllocString(name.c_str()));
     const auto task = ObtainObject<IRegisteredTask>(
@@ -74,13 +74,13 @@ HRESULT ReadTask(ITaskFolder& folder, const std::wstring& name, std::wstring& xm
     return result;
 }
 
-// What a definition says that counts here.
+// The relevant parts of a definition.
 struct Definition {
     std::vector<std::wstring> commands;
     std::vector<std::wstring> principals;  // groups and users
 };
 
-// Reads XML by the platform's own reader.
+// Reads XML with the platform's own reader.
 class DefinitionReader {
 public:
     explicit DefinitionReader(IXmlReader& reader) : reader_(reader) {}
@@ -123,7 +123,7 @@ private:
 
     void Leave() { path_.erase(path_.rfind(L'/')); }
 
-    // Where the text of the element belongs that is open, or null.
+    // Where the open element's text belongs, or null.
     [[nodiscard]] std::vector<std::wstring>* TextsOf(Definition& definition) const {
         if (path_ == L"/Task/Actions/Exec/Command") {
             return &definition.commands;
@@ -141,8 +141,8 @@ private:
 };
 
 HRESULT ReadDefinition(const std::wstring& xml, Definition& definition) {
-    // From the system's directory alone: an import would take a file of that name that lies beside
-    // the program.
+    // From the system directory only: an import would load a file of that name from the program's
+    // own directory.
     const Utils::Library library(
         ::LoadLibraryExW(L"xmllite.dll", /*hFile=*/nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32));
     const auto createXmlReader =
@@ -160,8 +160,8 @@ HRESULT ReadDefinition(const std::wstring& xml, Definition& definition) {
     if (FAILED(stream.result) || FAILED(reader.result)) {
         return FAILED(stream.result) ? stream.result : reader.result;
     }
-    // It says which encoding it is in, but not in which order the bytes are. What fails here shows
-    // as a definition that ends too early.
+    // The XML declares its encoding, but not its byte order. A failure here shows as a definition
+    // that ends too early.
     const std::wstring marked = L'\uFEFF' + xml;
     stream.object.Get()->Write(marked.data(), static_cast<ULONG>(marked.size() * sizeof(wchar_t)),
                                /*pcbWritten=*/nullptr);
@@ -174,7 +174,7 @@ std::wstring TextOf(const Definition& definition) {
     return Joined(definition.commands, L", ") + L" for " + Joined(definition.principals, L", ");
 }
 
-// As the table defines the task, with its program's path in place of the placeholder.
+// The task as in the table, with its program's path in place of the placeholder.
 std::wstring Expected(const ScheduledTaskEntry& task) {
     Definition definition;
     ReadDefinition(task.taskXml, definition);

@@ -8,8 +8,8 @@
 
 namespace verify {
 
-// Whether each task is registered for its group, with the command that it has from this program's
-// own directory, and whether the obsolete one is absent. Needs COM on this thread.
+// Whether each task is registered for its group, with its command from this program's own
+// directory, and whether the obsolete one is absent. Needs COM on this thread.
 Rows CheckTasks(std::span<const ScheduledTaskEntry> tasks, const std::wstring& obsoleteTask);
 
 }  // namespace verify

@@ -43,9 +43,8 @@ constexpr int CannotSay = 2;
 constexpr char Usage[] =
     "usage: finaset-verify [--json] [/STOP | /CONFIGURE | /START | /DISABLE]\n"
     "\n"
-    "Says whether this machine is in the state in which a run of Finaset with the same option is "
-    "to\n"
-    "leave it, one line for each thing that the run looks after. Changes nothing.\n"
+    "Says whether this machine is in the state in which a Finaset run with the same option should\n"
+    "leave it, one line for each thing that the run handles. Changes nothing.\n"
     "\n"
     "  --json   one JSON object, on one line\n"
     "\n"
@@ -58,7 +57,7 @@ bool Has(const Rows& rows, Verdict verdict) {
                                [&](const Row& row) { return row.finding.verdict == verdict; });
 }
 
-// What the configure action leaves behind. Sets whether the directories are secure.
+// What the configure action leaves. Sets whether the directories are secure.
 Rows CheckConfigured(bool& secure) {
     Rows rows = CheckDeleted(DeleteList);
     Append(rows, CheckFiles(FileTable));
@@ -96,7 +95,7 @@ int Print(const std::string& text, int status) {
     return written ? status : Fail("what was found cannot be written");
 }
 
-// COM for this thread, if it can be had.
+// COM for this thread, if available.
 class InitialisedCom {
 public:
     InitialisedCom() = default;
@@ -139,7 +138,7 @@ Report Verify(std::uint32_t actions) {
     if (actions & ActionConfigure) {
         Append(report.rows, CheckConfigured(secure));
     }
-    // As a run does neither on a machine that is not secure.
+    // A run does neither on a machine that is not secure.
     if ((actions & ActionStart) && secure) {
         Append(report.rows, CheckStarted(StartList));
     }

@@ -8,7 +8,7 @@
 
 namespace verify {
 
-// A machine, beside what a run with these actions leaves behind.
+// A machine, compared with what a run with these actions leaves.
 struct Report {
     std::wstring computer;
     std::string version;  // of this program
@@ -18,7 +18,7 @@ struct Report {
 
 std::size_t Count(const Report& report, Verdict verdict);
 
-// Goes through the product's tables. Changes nothing. Needs COM on this thread.
+// Checks the product's tables. Changes nothing. Needs COM on this thread.
 Report Verify(std::uint32_t actions);
 
 // The whole program but wmain, whose arguments it takes. Returns the exit status: 0 if all is in

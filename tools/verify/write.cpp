@@ -23,7 +23,7 @@ std::string Padded(std::string_view text, std::size_t width) {
     return padded;
 }
 
-// What could make a terminal do something is shown as what it is not.
+// Characters that could control a terminal are shown escaped.
 std::string Shown(std::wstring text) {
     for (wchar_t& character : text) {
         if (character < FirstPrintable || (character >= Delete && character < EndOfControls)) {
@@ -50,8 +50,8 @@ std::string Line(const Row& row) {
     return line + '\n';
 }
 
-// A character that is half of a pair, or of none, is escaped like any other that is not ASCII: so
-// the text is valid whatever a name is made of.
+// Half of a surrogate pair is escaped like any other character that is not ASCII, so the text is
+// valid whatever a name contains.
 std::string Quoted(std::wstring_view text) {
     std::string quoted = "\"";
     for (const wchar_t character : text) {

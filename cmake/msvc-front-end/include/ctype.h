@@ -3,7 +3,7 @@
 
 #include <corecrt.h>
 
-// Not in Wine's.
+// Missing in Wine's.
 #ifdef __cplusplus
 extern "C" {
 #endif

@@ -2,7 +2,7 @@
 #include_next <math.h>
 
 #ifdef __cplusplus
-// Wine has macros in the place of these; Microsoft's header has functions in C++.
+// Wine has macros for these; Microsoft's header has functions in C++.
 #undef fpclassify
 #undef isfinite
 #undef isinf

@@ -1,7 +1,7 @@
 #pragma once
 #include_next <rpcndr.h>
 
-// Wine's have no identifier in them for this compiler, which __uuidof asks for.
+// For this compiler, Wine's lack the identifier that __uuidof needs.
 #undef DECLSPEC_UUID
 #define DECLSPEC_UUID(identifier) __declspec(uuid(identifier))
 #undef MIDL_INTERFACE

@@ -1,7 +1,7 @@
 #pragma once
 #include_next <stdlib.h>
 
-// Not in Wine's.
+// Missing in Wine's.
 #define MB_CUR_MAX ___mb_cur_max_func()
 #ifdef __cplusplus
 extern "C" {

@@ -1,7 +1,7 @@
 #pragma once
 #include_next <time.h>
 
-// Not in Wine's.
+// Missing in Wine's.
 struct timespec {
     time_t tv_sec;
     long tv_nsec;

@@ -1,6 +1,6 @@
 #pragma once
 #include_next <winnt.h>
 
-// Not in Wine's.
+// Missing in Wine's.
 #define PROTECTED_DACL_SECURITY_INFORMATION 0x80000000L
 #define UNPROTECTED_DACL_SECURITY_INFORMATION 0x20000000L

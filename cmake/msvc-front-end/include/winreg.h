@@ -1,7 +1,7 @@
 #pragma once
 #include_next <winreg.h>
 
-// Not in Wine's.
+// Missing in Wine's.
 #define HKEY_CURRENT_USER_LOCAL_SETTINGS ((HKEY)(ULONG_PTR)((LONG)0x80000007))
 #ifdef __cplusplus
 extern "C" {
