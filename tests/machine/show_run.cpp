@@ -9,15 +9,9 @@
 // read: what a file's list is afterwards, Wine makes up. With --keep the product stays installed,
 // and in use as the program left it. The options are the program's.
 
-#include "driver/actions.h"
 #include "machine/machine.h"
-#include "machine/verified_machine.h"
 #include "proc/process_lists.h"
-#include "support/access_lists.h"
 #include "support/file_contents.h"
-#include "support/initialised_com.h"
-#include "verify/verify.h"
-#include "verify/write.h"
 
 #include <windows.h>
 
@@ -29,8 +23,6 @@
 #include <memory>
 #include <regex>
 #include <set>
-#include <span>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -229,35 +221,35 @@ void ShowAccessLists(const Device& device, const std::filesystem::path& trace) {
     device.Line();
 }
 
-// From within this program, with the access lists that were asked for: Wine makes up what is read.
-void ShowVerdict(const Device& device, const test::Machine& machine,
-                 const std::filesystem::path& trace, const std::vector<const wchar_t*>& call) {
-    test::AccessLists lists;
+// With the access lists that were asked for: Wine makes up what is read back.
+void ShowVerdict(const Device& device, test::Machine& machine, const std::filesystem::path& trace,
+                 const std::wstring& options) {
+    std::string lists;
     for (const auto& [directory, entries] : AccessListsAskedFor(trace)) {
-        std::wstring path = L"C:\\" + Wide(directory);
-        std::ranges::replace(path, L'/', L'\\');
-        std::wstring& list = lists.lists[path];
-        list = L"D:P";
+        std::string path = "C:\\" + directory;
+        std::ranges::replace(path, '/', '\\');
+        lists += path + "\tD:P";
         for (const AccessEntry& entry : entries) {
-            list += L"(A;OICI;0x" + Wide(entry.mask) + L";;;" + Wide(entry.trustee) + L")";
+            lists += "(A;OICI;0x" + entry.mask + ";;;" + entry.trustee + ")";
         }
+        lists += '\n';
     }
-    const test::AsVerifier verifier(machine);
-    const test::InitialisedCom com;
-    const verify::Report report =
-        verify::Verify(ChooseActions(static_cast<int>(call.size()), call.data()));
+    const std::filesystem::path file = L"C:\\access lists asked for.txt";
+    test::PutFile(file, lists);
+    machine.InstallProgram(L"stand_in_verifier.exe", L"verifier.exe");
     device.Line(L"== finaset-verify.exe, with these access lists");
-    std::istringstream lines(verify::WriteText(report));
-    for (std::string line; std::getline(lines, line);) {
-        device.Line(Wide(line));
-    }
+    test::RunToEnd(L"\"" + (machine.ProgramDirectory() / L"verifier.exe").wstring() + L"\" \"" +
+                       file.wstring() + L"\" " + options,
+                   device.Get());
     device.Line();
+    machine.RemoveProgram(L"verifier.exe");
 }
 
-// The program's arguments as a command line.
-std::wstring ProgramOptions(const std::vector<const wchar_t*>& call) {
+// This program's arguments from `first` on, as a command line.
+std::wstring ProgramOptions(int argumentCount, wchar_t** arguments, int first) {
     std::wstring options;
-    for (const std::wstring argument : std::span(call).subspan(1)) {
+    for (int index = first; index < argumentCount; ++index) {
+        const std::wstring argument = arguments[index];
         const bool quoted = argument.empty() || argument.find(L' ') != std::wstring::npos;
         options += quoted ? L"\"" + argument + L"\" " : argument + L" ";
     }
@@ -265,8 +257,7 @@ std::wstring ProgramOptions(const std::vector<const wchar_t*>& call) {
 }
 
 DWORD Show(test::Machine& machine, const Device& device, const std::filesystem::path& trace,
-           const std::vector<const wchar_t*>& call) {
-    const std::wstring options = ProgramOptions(call);
+           const std::wstring& options) {
     machine.InstallProduct(L"--start-pending=300 --stop-pending=300");
     test::PutFile(test::Machine::ConfigurationDirectory() / L"user.xml", "the user's own");
     test::PutFile(test::Machine::DataDirectory() / L"ImageCache\\icons\\game.png", "an image");
@@ -299,7 +290,7 @@ DWORD Show(test::Machine& machine, const Device& device, const std::filesystem::
     ShowTable(device, L"The machine after, with what was before where it differs",
               Rows(before, settings, files), Rows(after, settings, files));
     ShowAccessLists(device, trace);
-    ShowVerdict(device, machine, trace, call);
+    ShowVerdict(device, machine, trace, options);
     return exitCode;
 }
 
@@ -313,9 +304,8 @@ int wmain(int argumentCount, wchar_t** arguments) {
     const bool keep = argumentCount > 3 && std::wstring(arguments[3]) == L"--keep";
     try {
         auto machine = std::make_unique<test::Machine>();
-        // The program, as it is called, and its options.
-        std::vector<const wchar_t*> call(arguments + (keep ? 3 : 2), arguments + argumentCount);
-        const DWORD exitCode = Show(*machine, device, arguments[2], call);
+        const DWORD exitCode = Show(*machine, device, arguments[2],
+                                    ProgramOptions(argumentCount, arguments, keep ? 4 : 3));
         if (keep) {
             // Services run for as long as an ordinary program does.
             machine->InstallProgram(L"stand_in_companion.exe", L"KeepsTheMachineUp.exe");

@@ -1,21 +1,14 @@
 // Whether the machine is in order after whole runs, in a second opinion. Where directories are
-// looked at, from within this program: there the access lists are those that were asked for, where
-// Wine's are made up.
+// looked at, with the access lists that were asked for: Wine's are made up.
 
-#include "verify/verify.h"
-
-#include "driver/actions.h"
 #include "machine/machine.h"
-#include "machine/verified_machine.h"
 #include "proc/scm.h"
 #include "shared/owner.h"
-#include "support/access_lists.h"
+#include "support/call_log.h"
 #include "support/end_process.h"
 #include "support/file_contents.h"
-#include "support/initialised_com.h"
 #include "support/on_wine.h"
 #include "support/registry_contents.h"
-#include "tools/verify_rows.h"
 
 #include <windows.h>
 
@@ -29,6 +22,7 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -43,13 +37,17 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
-using verify::Row;
-using verify::Rows;
-using verify::Verdict;
 
-constexpr std::uint32_t DefaultActions = 15;
 constexpr std::chrono::seconds QuitLimit{10};
 constexpr DWORD StopLimitMs = 30'000;
+
+// The line of a row that differs; the beginning of it if that is all.
+std::string Differs(const std::string& kind, const std::wstring& name,
+                    const std::string& expected = {}, const std::string& found = {}) {
+    const std::string start = "DIFFERS  " + kind + std::string(11 - kind.size(), ' ') +
+                              test::Narrow(name) + ": expected ";
+    return expected.empty() ? start : start + expected + ", found " + found;
+}
 
 constexpr wchar_t Parameters[] =
     L"HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service\\"
@@ -76,25 +74,38 @@ protected:
     VerifiedRun() {
         machine_.InstallProduct();
         machine_.InstallProgram(L"finaset-verify.exe", L"finaset-verify.exe");
+        machine_.InstallProgram(L"stand_in_verifier.exe", L"verifier.exe");
         const std::wstring data = test::Machine::DataDirectory();
-        const std::wstring closed = L"D:PAI(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)";
-        lists_.lists[data + L"\\Nimbus"] = closed;
-        lists_.lists[data + L"\\Nimbus\\ConfigurationFiles"] = closed;
-        lists_.lists[data + L"\\Nimbus\\ActivityLog"] = closed;
-        lists_.lists[data + L"\\ImageCache"] = closed + L"(A;OICI;0x1200a9;;;BU)";
+        const std::string closed = "D:PAI(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)";
+        lists_[data + L"\\Nimbus"] = closed;
+        lists_[data + L"\\Nimbus\\ConfigurationFiles"] = closed;
+        lists_[data + L"\\Nimbus\\ActivityLog"] = closed;
+        lists_[data + L"\\ImageCache"] = closed + "(A;OICI;0x1200a9;;;BU)";
     }
 
-    // The rows of a run with these actions that are not in order.
-    static std::vector<std::wstring> Findings(std::uint32_t actions = DefaultActions) {
-        Rows rows = verify::Verify(actions).rows;
-        std::erase_if(rows, [](const Row& row) { return row.finding.verdict == Verdict::Ok; });
-        return test::Shown(rows);
+    // The lines of what is not in order, of a run with the option, with the access lists.
+    std::vector<std::string> Findings(const std::wstring& option = {}) {
+        std::string text;
+        for (const auto& [path, list] : lists_) {
+            text += test::Narrow(path) + '\t' + list + '\n';
+        }
+        test::PutFile(L"C:\\lists.txt", text);
+        Call(L"C:\\lists.txt " + option, L"verifier.exe");
+        std::vector<std::string> findings;
+        std::istringstream lines(printed_);
+        for (std::string line; std::getline(lines, line);) {
+            if (line.starts_with("DIFFERS") || line.starts_with("UNKNOWN")) {
+                line.pop_back();  // the carriage return
+                findings.push_back(line);
+            }
+        }
+        return findings;
     }
 
     // Calls the program itself. Returns its exit status; what it printed is in `printed_`.
-    int Call(const std::wstring& arguments) {
+    int Call(const std::wstring& arguments, const std::wstring& program = L"finaset-verify.exe") {
         const std::wstring command = L"cd /d \"" + machine_.ProgramDirectory().wstring() +
-                                     L"\" && finaset-verify.exe " + arguments +
+                                     L"\" && " + program + L' ' + arguments +
                                      L" > C:\\printed.txt 2> C:\\complaint.txt";
         const int status = ::_wsystem(command.c_str());
         printed_ = test::FileText(L"C:\\printed.txt").value();
@@ -106,9 +117,8 @@ protected:
     }
 
     test::Machine machine_;
-    test::InitialisedCom com_;
-    test::AccessLists lists_;
-    test::AsVerifier verifier_{machine_};
+    std::map<std::wstring, std::string>
+        lists_;  // those that differ from what is inherited, by path
     std::string printed_;
 };
 
@@ -134,12 +144,12 @@ TEST_F(VerifiedRun, LeavesAMachineInOrderThatHadTheProductBefore) {
 TEST_F(VerifiedRun, ThatDisablesLeavesServicesDisabled) {
     EXPECT_EQ(Call(L"/DISABLE"), 1);
     ASSERT_EQ(machine_.Run(L"/DISABLE").exitCode, 0U);
-    EXPECT_THAT(Findings(ActionDisable), IsEmpty());
+    EXPECT_THAT(Findings(L"/DISABLE"), IsEmpty());
     EXPECT_EQ(Call(L"/DISABLE"), 0);
     EXPECT_THAT(printed_, HasSubstr(" ok, 0 DIFFERS, 0 UNKNOWN"));
     machine_.InstallService(L"Corvo");
-    EXPECT_THAT(Findings(ActionDisable),
-                ElementsAre(L"DIFFERS | disable | Corvo | disabled | automatic"));
+    EXPECT_THAT(Findings(L"/DISABLE"),
+                ElementsAre(Differs("disable", L"Corvo", "disabled", "automatic")));
     EXPECT_EQ(Call(L"/DISABLE"), 1);
     EXPECT_THAT(printed_,
                 HasSubstr("DIFFERS  disable    Corvo: expected disabled, found automatic"));
@@ -167,26 +177,22 @@ TEST_F(VerifiedRun, OnAnInsecureMachineLeavesOnlyWhatComesBeforeTheGate) {
     std::filesystem::create_directories(link.parent_path());
     ASSERT_TRUE(::CreateHardLinkW(link.c_str(), L"C:\\victim", nullptr));
     ASSERT_EQ(machine_.Run().exitCode, 0U);
-    const std::vector<std::wstring> findings = Findings();
-    EXPECT_THAT(
-        findings,
-        Contains(AllOf(StartsWith(L"DIFFERS | directory | C:\\ProgramData\\Tarsel\\Nimbus |"),
-                       EndsWith(L"a link among its entries: "
-                                L"C:\\ProgramData\\Tarsel\\Nimbus\\link"))));
-    EXPECT_THAT(findings, Each(Not(HasSubstr(L"| start |"))));
-    EXPECT_THAT(findings, Each(Not(HasSubstr(L"| file |"))));
-    EXPECT_THAT(findings, Each(Not(HasSubstr(L"FirstRun"))));
-    EXPECT_THAT(findings,
-                Contains(L"DIFFERS | setting | HKEY_LOCAL_MACHINE\\SOFTWARE\\Tarsel\\Nimbus"
-                         L"\\Tarsel_HWConfig | " +
-                         std::wstring(_wgetenv(L"FINASET_ADAPTERS") != nullptr ? L"2" : L"0") +
-                         L" | absent"));
+    const std::vector<std::string> findings = Findings();
+    EXPECT_THAT(findings, Contains(AllOf(StartsWith(Differs("directory", Data(L"Nimbus"))),
+                                         EndsWith("found a link among its entries: "
+                                                  "C:\\ProgramData\\Tarsel\\Nimbus\\link"))));
+    EXPECT_THAT(findings, Contains(AllOf(HasSubstr("Tarsel_HWConfig: expected "),
+                                         HasSubstr(", found absent"))));
+    EXPECT_THAT(findings, Contains(StartsWith(Differs("task", L"VxIdle Task"))));
+    EXPECT_THAT(findings, Each(Not(HasSubstr("DIFFERS  st"))));  // start, stop
+    EXPECT_THAT(findings, Each(Not(HasSubstr("DIFFERS  file"))));
+    EXPECT_THAT(findings, Each(Not(HasSubstr("FirstRun"))));
     std::filesystem::remove(L"C:\\victim");
 }
 
 // One thing that is spoiled on a machine in order, and how that is mended.
 struct Spoiled {
-    std::wstring row;  // the beginning of the one that must differ
+    std::string row;  // the beginning of the only one that is to differ then
     std::function<void()> spoil;
     std::function<void()> mend;
 };
@@ -199,86 +205,88 @@ TEST_F(VerifiedRun, ShowsExactlyTheErrorOfAMachine) {
     const std::filesystem::path tasks = L"C:\\windows\\system32\\tasks";
     const std::string idleTask = test::FileText(tasks / L"VxIdle Task").value();
     const std::wstring nimbus = Data(L"Nimbus");
-    Utils::KernelHandle application;
+    const std::string itsCommand =
+        "C:\\Program Files\\Tarsel\\Lumetra\\VxIdleTask.exe for S-1-5-32-544";
     std::optional<test::DirectoryLink> link;
     test::PutFile(Data(L"Nimbus\\ActivityLog\\deep\\file"), "");
     std::filesystem::create_directory(L"C:\\elsewhere");
 
     const std::vector<Spoiled> all = {
-        {L"stop | Corvo | not running | running", [&] { machine_.Service(L"Corvo").Start(); },
-         [&] { Stop(L"Corvo"); }},
-        {L"start | Ardex | running | stopped", [&] { Stop(L"Ardex"); },
+        {Differs("stop", L"Corvo", "not running", "running"),
+         [&] { machine_.Service(L"Corvo").Start(); }, [&] { Stop(L"Corvo"); }},
+        {Differs("start", L"Ardex", "running", "stopped"), [&] { Stop(L"Ardex"); },
          [&] { machine_.Service(L"Ardex").Start(); }},
-        {L"start | Tarsel Metrics Service | running | not installed",
+        {Differs("start", L"Tarsel Metrics Service", "running", "not installed"),
          [&] { machine_.RemoveService(L"Tarsel Metrics Service"); },
          [&] { machine_.InstallService(L"Tarsel Metrics Service").Start(); }},
-        {L"start | BriskoLU.exe | running | not running",
+        {Differs("start", L"BriskoLU.exe", "running", "not running"),
          [&] { test::EndProcess(ProcessNamed(L"BriskoLU.exe")); },
          [&] { machine_.StartBackgroundProgram(L"BriskoLU.exe"); }},
-        {L"setting | " + std::wstring(Parameters) + L"ConfigFileDirectory | absent | \"C:\\Stale\"",
+        {Differs("setting", Parameters + std::wstring(L"ConfigFileDirectory"), "absent",
+                 "\"C:\\Stale\""),
          [&] { machine_.WriteTextSetting(L"ConfigFileDirectory", L"C:\\Stale"); },
          [&] { machine_.RemoveSetting(L"ConfigFileDirectory"); }},
-        {L"setting | HKEY_LOCAL_MACHINE\\SOFTWARE\\Halvane\\SAP\\ | absent | a key",
+        {Differs("setting", L"HKEY_LOCAL_MACHINE\\SOFTWARE\\Halvane\\SAP\\", "absent", "a key"),
          [&] { test::MakeKey(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Halvane\\SAP"); },
          [&] { ::RegDeleteKeyW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Halvane\\SAP"); }},
-        {L"setting | " + std::wstring(Parameters) + L"FirstRun | 0 | 1",
+        {Differs("setting", Parameters + std::wstring(L"FirstRun"), "0", "1"),
          [&] { machine_.WriteSetting(L"FirstRun", 1); },
          [&] { machine_.WriteSetting(L"FirstRun", 0); }},
-        {L"file | " + (configuration / L"oem.xml").wstring(),
+        {Differs("file", configuration / L"oem.xml"),
          [&] { test::PutFile(configuration / L"oem.xml", "shipped oem.xmI"); },
          [&] { test::PutFile(configuration / L"oem.xml", "shipped oem.xml"); }},
-        {L"file | " + (configuration / L"user.xml").wstring() + L" | there | absent",
+        {Differs("file", configuration / L"user.xml", "there", "absent"),
          [&] { std::filesystem::remove(configuration / L"user.xml"); },
          [&] { test::PutFile(configuration / L"user.xml", "the user's own"); }},
-        {L"directory | " + configuration.wstring(),
+        {Differs("directory", configuration),
          [&] {
              ::CreateHardLinkW((configuration / L"link").c_str(),
                                (configuration / L"user.xml").c_str(), nullptr);
          },
          [&] { std::filesystem::remove(configuration / L"link"); }},
-        {L"directory | " + Data(L"ImageCache").wstring(),
+        {Differs("directory", Data(L"ImageCache")),
          [&] { link.emplace(Data(L"ImageCache\\link"), L"C:\\elsewhere"); }, [&] { link.reset(); }},
-        {L"directory | " + nimbus,
-         [&] { lists_.lists[nimbus] = L"D:AI(A;OICIID;FA;;;BA)(A;OICIID;FA;;;SY)"; },
-         [&] { lists_.lists[nimbus] = L"D:P(A;OICI;GA;;;BA)(A;OICI;GA;;;SY)"; }},
-        {L"directory | " + Data(L"Nimbus\\ActivityLog").wstring(),
-         [&] { lists_.lists[Data(L"Nimbus\\ActivityLog\\deep\\file")] = L"D:AI(A;;FA;;;WD)"; },
-         [&] { lists_.lists.erase(Data(L"Nimbus\\ActivityLog\\deep\\file")); }},
-        {L"directory | " + Data(L"Nimbus\\ActivityLog").wstring(),
+        {Differs("directory", nimbus),
+         [&] { lists_[nimbus] = "D:AI(A;OICIID;FA;;;BA)(A;OICIID;FA;;;SY)"; },
+         [&] { lists_[nimbus] = "D:P(A;OICI;GA;;;BA)(A;OICI;GA;;;SY)"; }},
+        {Differs("directory", Data(L"Nimbus\\ActivityLog")),
+         [&] { lists_[Data(L"Nimbus\\ActivityLog\\deep\\file")] = "D:AI(A;;FA;;;WD)"; },
+         [&] { lists_.erase(Data(L"Nimbus\\ActivityLog\\deep\\file")); }},
+        {Differs("directory", Data(L"Nimbus\\ActivityLog")),
          [&] { std::filesystem::rename(Data(L"Nimbus\\ActivityLog"), L"C:\\moved"); },
          [&] { std::filesystem::rename(L"C:\\moved", Data(L"Nimbus\\ActivityLog")); }},
-        {L"task | VxIdle Task | C:\\Program Files\\Tarsel\\Lumetra\\VxIdleTask.exe for "
-         L"S-1-5-32-544 | absent",
+        {Differs("task", L"VxIdle Task", itsCommand, "absent"),
          [&] { std::filesystem::remove(tasks / L"VxIdle Task"); },
          [&] { test::PutFile(tasks / L"VxIdle Task", idleTask); }},
-        {L"task | VxIdle Task | C:\\Program Files\\Tarsel\\Lumetra\\VxIdleTask.exe for "
-         L"S-1-5-32-544 | C:\\Program Files\\Tarsel\\Lumetra\\AnIdleTask.exe for S-1-5-32-544",
+        {Differs("task", L"VxIdle Task", itsCommand,
+                 "C:\\Program Files\\Tarsel\\Lumetra\\AnIdleTask.exe for S-1-5-32-544"),
          [&] {
              std::string xml = idleTask;
              xml.replace(xml.find("\\VxIdleTask.exe"), 3, "\\An");
              test::PutFile(tasks / L"VxIdle Task", xml);
          },
          [&] { test::PutFile(tasks / L"VxIdle Task", idleTask); }},
-        {L"task | Tarsel Lumetra Startup Task | absent | registered",
+        {Differs("task", L"Tarsel Lumetra Startup Task", "absent", "registered"),
          [&] { test::Machine::ScheduleTask(L"Tarsel Lumetra Startup Task"); },
          [&] { std::filesystem::remove(tasks / L"Tarsel Lumetra Startup Task"); }},
     };
     for (const Spoiled& each : all) {
         each.spoil();
-        EXPECT_THAT(Findings(), ElementsAre(StartsWith(L"DIFFERS | " + each.row)));
+        EXPECT_THAT(Findings(), ElementsAre(StartsWith(each.row)));
         each.mend();
-        ASSERT_THAT(Findings(), IsEmpty()) << "after mending " << testing::PrintToString(each.row);
+        ASSERT_THAT(Findings(), IsEmpty()) << "after mending: " << each.row;
     }
 
     // With this adapter, the bitmask asks for a feature.
     if (_wgetenv(L"FINASET_ADAPTERS") != nullptr) {
         machine_.WriteSetting(L"MultiInterface_Enabled", 0);
-        EXPECT_THAT(Findings(), ElementsAre(L"DIFFERS | setting | " + std::wstring(Parameters) +
-                                            L"MultiInterface_Enabled | 1 | 0"));
+        EXPECT_THAT(Findings(), ElementsAre(Differs(
+                                    "setting", Parameters + std::wstring(L"MultiInterface_Enabled"),
+                                    "1", "0")));
         machine_.WriteSetting(L"MultiInterface_Enabled", 1);
         test::PutValue(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Tarsel\\Nimbus", L"Tarsel_HWConfig",
                        test::DwordValue(6));
-        EXPECT_THAT(Findings(), ElementsAre(HasSubstr(L"Tarsel_HWConfig | 2 | 6")));
+        EXPECT_THAT(Findings(), ElementsAre(HasSubstr("Tarsel_HWConfig: expected 2, found 6")));
     }
     test::EndProcess(ProcessNamed(L"BriskoLU.exe"));
 }

@@ -210,6 +210,7 @@ TEST_F(VerifiedBitmask, OfNoAdapterAtAllIsZero) {
 
 TEST_F(VerifiedBitmask, IsUnknownIfTheAdaptersAre) {
     Store(0);
+    adapters_.adapters = {{L"any"}};
     const std::wstring start = L"the network adapters: error ";
     adapters_.listResult = ERROR_ACCESS_DENIED;
     EXPECT_THAT(Bitmask(), ElementsAre(Row(L"UNKNOWN", L"that of the adapters",
