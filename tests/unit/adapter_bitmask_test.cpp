@@ -96,7 +96,7 @@ TEST(BrandPatternTable, IsNotRead) {
 // A row of the tests' own.
 const std::vector<AdapterPattern> OneModel = {{L"Tarsel.*QZ311.*", 0x00000002}};
 
-// What a description is found to be: its mask, and what is printed.
+// The result for a description: its mask, and the output.
 using Found = std::pair<std::uint32_t, std::string>;
 
 Found Match(const std::wstring& description,
@@ -193,7 +193,7 @@ TEST(MatchAdapterBitmask, TakesALineEndForNoPartOfADescription) {
 TEST(MatchAdapterBitmask, TakesLettersOfAllKinds) {
     EXPECT_EQ(Match(L"Tarsel\u00AE \u00C4\u00D6 QZ311"),
               Found(2, "Found Adapter Tarsel\xAE \xC4\xD6 QZ311 to configure  Bitmask 0x2\r\n"));
-    // How much of these arrives is the C runtime's business.
+    // How much of these is written is up to the C runtime.
     for (const std::wstring& part :
          {std::wstring(L"\u0416\u4E2D"), std::wstring(1, wchar_t{0xD800}),
           std::wstring(1, wchar_t{0xDFFF}), std::wstring(L"\uFFFF")}) {
@@ -273,7 +273,7 @@ std::string Line(const std::string& description) {
     return "Found Adapter " + description + " to configure  Bitmask 0x2\r\n";
 }
 
-// The bitmask of a machine with these adapters and a registry of its own.
+// The bitmask of a machine with these adapters and a private registry.
 class HardwareBitmask : public testing::Test {
 protected:
     // What is printed.
@@ -442,7 +442,7 @@ TEST_F(HardwareBitmask, IsAnyOtherValueOfTheGate) {
         SetGate(DwordValue(gate));
         machine.calls = {};
         ExpectBitmask(gate, "");
-        EXPECT_EQ(machine.calls.Lines().size(), 5U);  // listed all the same
+        EXPECT_EQ(machine.calls.Lines().size(), 5U);  // still listed
     }
 }
 
@@ -551,7 +551,7 @@ TEST_F(HardwareBitmask, IsNotWhatLaterStepsReadUntilItIsSet) {
     EXPECT_EQ(g_hardwareBitmask, 0U);
 }
 
-// Which adapters there are, the machine tests know.
+// The machine tests know which adapters exist.
 TEST(HardwareBitmaskOfThisMachine, IsComputedFromItsRealAdapters) {
     const test::PrivateRegistry registry;
     const RecordedImport<&::FreeLibrary> freed;

@@ -187,7 +187,7 @@ TEST_F(SettingWalks, PrintTheVerdictAfterTheAction) {
 
 // ---- The whole action
 
-// The configuring of a machine of its own, on which every access list can be set.
+// Configures a machine on which every access control list can be set.
 class ConfigureTest : public testing::Test {
 protected:
     ~ConfigureTest() override { g_hardwareBitmask = 0; }
@@ -200,7 +200,7 @@ protected:
     // Configures the machine, and expects this of its log.
     void ExpectLog(Course course) {
         course.actions = 4;
-        course.startupTask = true;  // without COM nothing is said of it
+        course.startupTask = true;  // without COM it is not logged
         course.programDirectory = "C:\\Own Directory";
         for (const test::FakeAdapter& adapter : machine.adapters) {
             course.adapters.push_back(adapter.description);
@@ -450,7 +450,7 @@ TEST_F(ConfigureTest, LeavesTheSameRegistryEachTime) {
     }
 }
 
-// The first setting to delete makes the key too, unless that fails.
+// The first setting to delete creates the key too, unless that fails.
 TEST_F(ConfigureTest, CreatesTheKeyOfTheMarkerIfItIsMissing) {
     for (const DWORD error : {DWORD{ERROR_SUCCESS}, DWORD{ERROR_ACCESS_DENIED}}) {
         securingError = error;

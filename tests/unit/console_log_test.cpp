@@ -19,7 +19,7 @@
 #include <string>
 #include <vector>
 
-// The format attribute of a function that is hooked has no place in the type of the hook.
+// The hooked function's format attribute does not belong in the hook's type.
 #pragma GCC diagnostic ignored "-Wignored-attributes"
 
 namespace {
@@ -82,7 +82,7 @@ TEST(ConsolePrint, WritesALongText) {
               Text(std::string(100'000, 'x')));
 }
 
-// What arrives of the call that fails is the runtime's business.
+// How much of the failed call is written is up to the runtime.
 TEST(ConsolePrint, FailsForACharacterBeyondLatin1AndGoesOnWithTheNextCall) {
     std::int32_t result = 0;
     std::int32_t next = 0;
@@ -128,7 +128,7 @@ TEST(ConsolePrintWide, TakesWideStringsForTheConversionsOfBothNames) {
               Text("<one> <two>\r\n"));
 }
 
-// One whose texts always end in a zero, if need be in the place of the last character.
+// One whose texts always end in a zero, if necessary in place of the last character.
 TEST(ConsolePrintWide, WritesTheWholeTextWithAnotherRuntimeToo) {
     const test::OtherRuntime runtime;
     for (const std::size_t length : {1U, 4U, 1022U, 1023U, 1024U, 5000U}) {

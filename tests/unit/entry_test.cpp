@@ -31,7 +31,7 @@ int RunUsage() {
     return RunProgram(2, arguments);
 }
 
-// How much was printed so far; nothing is in the file before it is flushed.
+// How much was printed so far; the file contains nothing before it is flushed.
 std::string Position() {
     const long position = std::ftell(stdout);
     return position == 0 ? "nothing printed" : std::to_string(position) + " characters printed";

@@ -72,7 +72,7 @@ const std::vector<FeatureRule> OneFeature = {{{},
                                                .number = 1},
                                               0x00000002}};
 
-// The features of a machine that has a bitmask and a registry of its own.
+// The features of a machine with a bitmask and a private registry.
 class Features : public testing::Test {
 protected:
     ~Features() override { g_hardwareBitmask = 0; }

@@ -75,7 +75,7 @@ std::string Copying(const std::wstring& source, const std::wstring& destination,
 constexpr char Success[] = "Success";
 constexpr char Failure[] = "Failure";
 
-// Files are shipped in one directory and go to another one, which is not there at first.
+// Files are shipped in one directory and copied to another, which does not exist at first.
 class FileOperationsTest : public testing::Test {
 protected:
     [[nodiscard]] std::wstring Shipped(const std::wstring& name) const {
@@ -147,7 +147,7 @@ TEST_F(FileOperationsTest, FailForADestinationThatIsReadOnly) {
     PutFile(Shipped(L"a"), "shipped");
     PutFile(Placed(L"a"), "as it was");
     ::SetFileAttributesW(Placed(L"a").c_str(), FILE_ATTRIBUTE_READONLY);
-    // As Windows does; Wine lets its administrator write.
+    // As on Windows; Wine lets its administrator write.
     ImportHook<&::CopyFileW> copy([&](LPCWSTR source, LPCWSTR destination, BOOL fail) -> BOOL {
         return (::GetFileAttributesW(destination) & FILE_ATTRIBUTE_READONLY) == 0 &&
                copy.Forward(source, destination, fail);
@@ -198,7 +198,7 @@ TEST_F(FileOperationsTest, ShowAndUsePathsWithTheirVariablesExpanded) {
     EXPECT_THAT(FileText(Placed(L"a")), Optional(std::string("shipped")));
 }
 
-// The directory comes out of an expansion already: what that leaves is expanded once more.
+// The directory is already expanded: the result is expanded once more.
 TEST_F(FileOperationsTest, ShowAndCreateTheDirectoryExpandedOnceMore) {
     const EnvironmentVariable inner(L"FinasetTestsInner", directory / L"inner");
     const EnvironmentVariable outer(L"FinasetTests", L"%FinasetTestsInner%");
@@ -263,7 +263,7 @@ TEST_F(FileOperationsTest, CopyFilesOfAnyName) {
     }
 }
 
-// What arrives of a line that cannot be written is the runtime's business; the verdict does.
+// How much of an unwritable line is written is up to the runtime; the verdict is.
 TEST_F(FileOperationsTest, CopyFilesOfANameThatCannotBeShown) {
     PutFile(Shipped(L"\u4E2D\u20AC"), "shipped");
     EXPECT_THAT(LogOf({Operation(true, L"\u4E2D\u20AC")}), testing::EndsWith("Success\r\n"));

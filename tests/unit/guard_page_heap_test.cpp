@@ -75,7 +75,7 @@ TEST(GuardPageHeap, OutOfMemoryIsANullPointer) {
 }
 
 #ifdef GUARD_PAGES
-// Whatever this program takes by new, and so the product.
+// Whatever this program, and so the product, allocates with new.
 TEST(GuardPageHeapDeathTest, ServesAllOfTheProgram) {
     const auto text = std::make_unique<std::wstring>(1000, L'x');
     volatile const wchar_t* characters = text->c_str();

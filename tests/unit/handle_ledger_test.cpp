@@ -54,7 +54,7 @@ struct LedgerKind {
     std::string opener;
     std::function<void*()> open;
     std::function<void(void*)> release;
-    std::size_t opened = 1;  // with what it takes to open one
+    std::size_t opened = 1;  // including those needed to open one
 };
 
 void PrintTo(const LedgerKind& kind, std::ostream* out) {
@@ -208,7 +208,7 @@ TEST(HandleLedger, NamesTheProcessAndTheThreadOfAProgramThatIsStarted) {
     }
 }
 
-// In a process of its own, to which the variable tells that it is to leak.
+// In a process of its own; the variable tells it to leak.
 TEST(HandleLedger, FailsATestThatLeavesAHandleOpen) {
     constexpr wchar_t Leak[] = L"FINASET_TEST_LEAKS";
     if (::GetEnvironmentVariableW(Leak, nullptr, 0) != 0) {

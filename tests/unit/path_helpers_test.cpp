@@ -284,10 +284,10 @@ TEST(CreateDirectoryPath, GivesNoSecurityAttributes) {
     EXPECT_EQ(create.Made(), Calls{Call(directory / L"a", nullptr)});
 }
 
-// A file system of which only the calls are seen.
+// A file system that only records the calls.
 class ImaginedFiles {
 public:
-    // Only `existing` is there, and only `creatable` can be created.
+    // Only `existing` exists, and only `creatable` can be created.
     ImaginedFiles(std::vector<std::wstring> existing, std::vector<std::wstring> creatable)
         : existing_(std::move(existing)), creatable_(std::move(creatable)) {}
 
@@ -342,7 +342,7 @@ TEST(CreateDirectoryPath, KeepsADoubledBackslash) {
     EXPECT_THAT(files.Created(), ElementsAre(L"C:\\a\\", L"C:\\a\\\\b"));
 }
 
-// Its leading backslashes are lost, so that what follows is relative: meant.
+// It loses its leading backslashes on purpose, so what follows is relative.
 TEST(CreateDirectoryPath, BeginsANetworkPathWithTwoEmptyLevels) {
     const ImaginedFiles files({}, {L"server\\share\\a"});
     EXPECT_TRUE(CreateDirectoryPath(L"\\\\server\\share\\a"));

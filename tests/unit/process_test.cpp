@@ -23,7 +23,7 @@ protected:
         return LaunchProcess(token, application, arguments, info, startup);
     }
 
-    // What is the caller's to do after a launch.
+    // The caller's duties after a launch.
     void CloseHandles() const {
         ::CloseHandle(info.hProcess);
         ::CloseHandle(info.hThread);
@@ -92,7 +92,7 @@ TEST_F(LaunchProcessTest, FailsWithThePlatform) {
     ::CloseHandle(token);
 }
 
-// The caller's own records, and not copies of them, go to the platform.
+// The platform gets the caller's own records, not copies.
 TEST(LaunchProcess, PassesItsRecordsThrough) {
     PROCESS_INFORMATION info = {};
     STARTUPINFOW startup = {};
@@ -209,7 +209,7 @@ TEST(GetOwnDirectory, EndsWithTheLastBackslashOfThisProgramsPath) {
         {L"\\Finaset.exe", L""},  // at index 0
         {L"Finaset.exe", L""},    // none
         {L"C:/a/Finaset.exe", L""},
-        {L"", L""},  // the path cannot be told
+        {L"", L""},  // the path is unknown
         {L"\\\\server\\share\\Finaset.exe", L"\\\\server\\share\\"},
         {L"C:\\a\\", L"C:\\a\\"},
     };

@@ -74,11 +74,11 @@ TEST(RegexMatchesWhole, ReadsTheEcmaScriptGrammar) {
                      {L"\\d", L"a"},
                      {L"\\.", L"a"},
                      {L"(a)(b)\\2\\1", L"abab"}});
-    // Of the other grammars, in which this would be two alternatives, and a repetition.
+    // From the other grammars, in which this would be two alternatives, and a repetition.
     ExpectNoMatches({{L"a\nb", L"a"}, {L"a\\{2\\}", L"aa"}});
 }
 
-// The two that both libraries know; of the two more that the grammar has, GCC's knows nothing.
+// The two that both libraries support; GCC's lacks the grammar's other two.
 TEST(RegexMatchesWhole, TakesALineEndForNoCharacterOfTheDot) {
     for (const wchar_t* lineEnd : {L"\n", L"\r", L"\r\n"}) {
         ExpectNoMatches({{L".*", lineEnd},

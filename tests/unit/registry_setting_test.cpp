@@ -47,7 +47,7 @@ std::optional<RegistryValue> ValueHere() {
     return ValueOf(HKEY_LOCAL_MACHINE, Key, L"name");
 }
 
-// The last one is none that the platform knows.
+// The last one is unknown to the platform.
 constexpr DWORD AllTypes[] = {REG_NONE,
                               REG_SZ,
                               REG_EXPAND_SZ,
@@ -103,8 +103,8 @@ Calls OneOpeningToRead() {
     return {Call(HKEY_LOCAL_MACHINE, Key, 0, 0x20019, Some)};
 }
 
-// Records the queries of values: name, what is reserved, the buffer and, if there is one, its size.
-// The first one goes to `first`, if that is given, which may pass it on.
+// Records the queries of values: name, reserved argument, buffer and, if there is one, its size.
+// The first one goes to `first`, if given, which may forward it.
 class Queries {
 public:
     using Hook = ImportHook<&::RegQueryValueExW>;
@@ -195,7 +195,7 @@ TEST(GetDwordWithDefault, GivesTheDefaultIfTheQueryFailsEvenIfAllElseFits) {
 
 // ---- GetStringSetting
 
-// What is read of the value "name", or the error.
+// The text read from the value "name", or the error.
 struct Reading {
     LSTATUS error = ERROR_SUCCESS;
     std::wstring out;
@@ -336,7 +336,7 @@ std::string TextQuery(DWORD size) {
     return Call(L"name", nullptr, Some, size);
 }
 
-// Reads the text "text" while `value` takes its place after the first query.
+// Reads the text "text", which `value` replaces after the first query.
 Reading ReadWhileItChangesTo(const RegistryValue& value) {
     PutHere(TextValue(L"text"));
     const Queries queries([&](const Queries::Query& forward, DWORD& /*size*/) {
@@ -647,7 +647,7 @@ TEST_F(RegistryViews, AKeyIsDeletedInTheViewOfItsRecord) {
 
 // ---- SettingKeyText, SettingDisplayText
 
-// The predefined root of a number, which the platform widens with its sign.
+// The predefined root with a number, which the platform sign-extends.
 HKEY Root(std::uint32_t number) {
     return reinterpret_cast<HKEY>(static_cast<std::intptr_t>(static_cast<std::int32_t>(number)));
 }

@@ -78,7 +78,7 @@ class Tasks : public testing::Test {
 protected:
     ~Tasks() override { EXPECT_EQ(service_.References(), 0U); }
 
-    // What is printed, and in `created` whether the task counts as registered.
+    // The output, and in `created` whether the task counts as registered.
     std::string Create() {
         return Printed(
             [this] { created = CreateScheduledTask(L"A Task", L"<the xml/>", L"C:\\a b\\x.exe"); });
@@ -119,7 +119,7 @@ TEST_F(DeleteTask, DeletesItFromTheRootFolder) {
     EXPECT_THAT(service_.calls.Lines(), ElementsAreArray(AllCalls(Deletion)));
 }
 
-// A step of a routine, with a result that it fails with.
+// A step of a routine, with the result of its failure.
 struct Failure {
     const char* step;
     HRESULT result;
@@ -132,8 +132,8 @@ void PrintTo(const Failure& failure, std::ostream* out) {
 std::vector<Failure> Failures(std::initializer_list<const char*> steps) {
     std::vector<Failure> failures;
     for (const char* step : steps) {
-        // Of the range of an interface's own codes, the first, the last and the next one; and a
-        // code that the system has no text for.
+        // The first and last of the range of an interface's own codes, the next one, and a code for
+        // which the system has no text.
         for (const DWORD result :
              {0x80004005U, 0x80070005U, 0x80040200U, 0x8004FFFFU, 0x80050000U, 0x8ABC1234U}) {
             failures.push_back({step, static_cast<HRESULT>(result)});
@@ -304,7 +304,7 @@ TEST_F(DeleteTask, FailsWithAnInvalidPointerWhereAnObjectIsMissing) {
     }
 }
 
-// Want of memory for one of a routine's strings, by its number.
+// Out of memory for one of a routine's strings, by its number.
 class WantOfMemory {
 public:
     explicit WantOfMemory(int number) : number_(number) {}
@@ -336,7 +336,7 @@ TEST_F(DeleteTask, FailsIfMemoryRunsOutForAnyOfItsStrings) {
     }
 }
 
-// From one of the strings on there is none at all, whoever asks. The system has no message then.
+// Out of memory from one of the strings on, for everyone. The system has no message then.
 std::string OutOfMemoryLine(const std::string& routine) {
     return "     ====> " + routine +
            ":[_com_error] Exception 0x8007000e, (null), Unknown error 0x8007000E\n";
@@ -365,7 +365,7 @@ TEST_F(DeleteTask, ReportsThatThereIsNoMemoryAtAll) {
     }
 }
 
-// The program's own want of memory, which is no COM error, at one step of a routine.
+// The program itself is out of memory, which is no COM error, at one step of a routine.
 class TasksWithoutMemory : public Tasks, public testing::WithParamInterface<const char*> {
 protected:
     TasksWithoutMemory() {
@@ -374,7 +374,7 @@ protected:
         };
     }
 
-    // What the routine prints until that ends it.
+    // The routine's output until then.
     static std::string Cut(void (*routine)()) {
         bool thrown = false;
         std::string printed = Printed([&] {
@@ -442,7 +442,7 @@ protected:
         return Printed([&] { scheduled = ScheduleTasks(tasks); });
     }
 
-    // What became of the XML of each registered task, and under which names they are.
+    // The XML of each registered task, and their names.
     [[nodiscard]] std::vector<std::string> Xmls() const { return service_.calls.Of("put_XmlText"); }
 
     static std::string CreationLines(const std::string& name, const std::string& process) {
@@ -533,7 +533,7 @@ TEST_F(ScheduleTasksTest, RegistersEveryTaskInOrderAndReturnsTheLastResult) {
     EXPECT_FALSE(scheduled);
 }
 
-// The deletion is gone on to; that the service's object cannot be created then counts as done.
+// The deletion still happens; if the service's object cannot be created then, it counts as done.
 TEST_F(ScheduleTasksTest, GoesOnToTheDeletionEvenIfThereIsNoMemoryAtAll) {
     for (int strings = 0; strings < 3; ++strings) {
         EXPECT_EQ(Printed([&] {

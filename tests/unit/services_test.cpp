@@ -32,7 +32,7 @@ constexpr DWORD Running = 4;
 
 const ProcessEntry Corvo = {EntryKind::Service, L"Corvo", L""};
 
-// A step that brings a service into another state, and what is its own.
+// A step that brings a service into another state, with what differs between the steps.
 struct Step {
     const char* name;
     bool (*run)(const ProcessEntry& entry);
@@ -308,7 +308,7 @@ TEST(DisableServices, TakesTheProductsListByItself) {
 }
 
 TEST(DisableServices, LeavesARunningServiceRunning) {
-    // Under a name of the product's list, which the rest of the machine lacks.
+    // Under a name from the product's list that the machine does not have.
     const test::InstalledService service(L"Ardex");
     service.Start();
     EXPECT_THAT(Printed([] { DisableServices(); }),
