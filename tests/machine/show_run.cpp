@@ -172,14 +172,14 @@ std::set<std::wstring> Names(const std::map<std::wstring, Value>& before,
     return names;
 }
 
-// An entry of an access list that was asked for.
+// A requested entry of an access control list.
 struct AccessEntry {
     std::string mask;
     std::string trustee;
 };
 
-// The protected access lists that the server was asked to set, by the name of the directory below
-// the drive, from its trace: the entries that are the directory's own.
+// The protected access control lists that the server was asked to set, by the directory's name
+// below the drive, from its trace: the directory's explicit entries.
 std::vector<std::pair<std::string, std::vector<AccessEntry>>> AccessListsAskedFor(
     const std::filesystem::path& trace) {
     const std::regex named(R"(get_handle_unix_name\(\) = 0 .*name="[^"]*/drive_c/([^"]*)\")");
@@ -221,7 +221,7 @@ void ShowAccessLists(const Device& device, const std::filesystem::path& trace) {
     device.Line();
 }
 
-// With the access lists that were asked for: Wine makes up what is read back.
+// With the requested access control lists: Wine makes up those that are read.
 void ShowVerdict(const Device& device, test::Machine& machine, const std::filesystem::path& trace,
                  const std::wstring& options) {
     std::string lists;

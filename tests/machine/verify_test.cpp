@@ -1,5 +1,5 @@
-// Whether the machine is in order after whole runs, in a second opinion. Where directories are
-// looked at, with the access lists that were asked for: Wine's are made up.
+// Whether the machine is in order after whole runs, as a second opinion. With the requested access
+// control lists where directories are checked: Wine makes lists up.
 
 #include "machine/machine.h"
 #include "proc/scm.h"
@@ -53,7 +53,7 @@ constexpr wchar_t Parameters[] =
     L"HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service\\"
     L"Parameters\\";
 
-// The running process of this file name; there is one.
+// The running process with this file name; there is one.
 DWORD ProcessNamed(const std::wstring& name) {
     const Utils::FileHandle processes(::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
     PROCESSENTRY32W process = {};
@@ -83,7 +83,7 @@ protected:
         lists_[data + L"\\ImageCache"] = closed + "(A;OICI;0x1200a9;;;BU)";
     }
 
-    // The lines of what is not in order, of a run with the option, with the access lists.
+    // The lines of what is not in order after a run with the option, given the lists.
     std::vector<std::string> Findings(const std::wstring& option = {}) {
         std::string text;
         for (const auto& [path, list] : lists_) {
@@ -102,7 +102,7 @@ protected:
         return findings;
     }
 
-    // Calls the program itself. Returns its exit status; what it printed is in `printed_`.
+    // Calls the program itself. Returns its exit status; its output is in `printed_`.
     int Call(const std::wstring& arguments, const std::wstring& program = L"finaset-verify.exe") {
         const std::wstring command = L"cd /d \"" + machine_.ProgramDirectory().wstring() +
                                      L"\" && " + program + L' ' + arguments +
@@ -118,7 +118,7 @@ protected:
 
     test::Machine machine_;
     std::map<std::wstring, std::string>
-        lists_;  // those that differ from what is inherited, by path
+        lists_;  // those that are not only inherited, by path
     std::string printed_;
 };
 
@@ -190,9 +190,9 @@ TEST_F(VerifiedRun, OnAnInsecureMachineLeavesOnlyWhatComesBeforeTheGate) {
     std::filesystem::remove(L"C:\\victim");
 }
 
-// One thing that is spoiled on a machine in order, and how that is mended.
+// A single error on a machine in order, and its repair.
 struct Spoiled {
-    std::string row;  // the beginning of the only one that is to differ then
+    std::string row;  // the beginning of the only one that must differ
     std::function<void()> spoil;
     std::function<void()> mend;
 };
@@ -277,7 +277,7 @@ TEST_F(VerifiedRun, ShowsExactlyTheErrorOfAMachine) {
         ASSERT_THAT(Findings(), IsEmpty()) << "after mending: " << each.row;
     }
 
-    // With this adapter, the bitmask asks for a feature.
+    // With this adapter, the bitmask requires a feature.
     if (_wgetenv(L"FINASET_ADAPTERS") != nullptr) {
         machine_.WriteSetting(L"MultiInterface_Enabled", 0);
         EXPECT_THAT(Findings(), ElementsAre(Differs(
@@ -311,7 +311,7 @@ TEST_F(VerifiedRun, IsConfirmedByTheProgramItselfExceptForTheMadeUpAccessControl
     EXPECT_EQ(printed_, "");
 }
 
-// Everything that lasts: each file with its size and times, and the registry.
+// Everything that persists: each file with its size and times, and the registry.
 std::map<std::wstring, std::string> WholeMachine() {
     std::map<std::wstring, std::string> state;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(

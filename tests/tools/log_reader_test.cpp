@@ -31,7 +31,7 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-// For as long as the tests run, since its items refer to it.
+// Lives as long as the tests run, since its items refer to it.
 const Report& Read(const std::string& bytes) {
     static std::list<Report> reports;
     Report& report = reports.emplace_back(reader::ReadLog(bytes));
@@ -67,7 +67,7 @@ std::vector<Judgement> Judgements(const Report& report) {
     return judgements;
 }
 
-// What is thought of each line in turn.
+// The verdict on each line in turn.
 std::vector<Judgement> Judged(const std::string& lines) {
     return Judgements(ReadWhole(lines));
 }
@@ -402,7 +402,7 @@ TEST(Reading, LineEndsMayHaveBeenChanged) {
     }
 }
 
-// ---- What is no log, or not as the program wrote it
+// ---- What is not a log, or not as the program wrote it
 
 void ExpectRefusal(const std::string& bytes, const std::string& reason) {
     try {
@@ -425,7 +425,7 @@ TEST(Input, OfAnotherProgramIsRefused) {
     }
 }
 
-// In UTF-16, the low byte first or not.
+// In UTF-16, little-endian or not.
 std::string Utf16(const std::string& log, bool lowFirst) {
     std::string bytes;
     for (const char character : log) {
@@ -588,7 +588,7 @@ TEST(Writing, TextHasNoControlCharacters) {
 
 // ---- The program
 
-// Runs the reader on the file. Returns its exit status; what it says of it is in `errors`.
+// Runs the reader on the file. Returns its exit status; its messages are in `errors`.
 int RunOn(const std::filesystem::path& file, std::string& errors) {
     const std::filesystem::path said = file.parent_path() / "errors.txt";
     const std::filesystem::path::string_type command =
@@ -631,7 +631,7 @@ TEST_F(TheProgram, ReadsAFileWhateverItIsCalled) {
     EXPECT_THAT(errors, StartsWith("finaset-log: \xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80.log: "));
 }
 
-// Where the system lets it be made, it is there, and empty.
+// If the system allows it, the file exists, and is empty.
 TEST_F(TheProgram, EscapesWhatOfAFilesNameIsNoCharacter) {
 #ifdef _WIN32
     const std::filesystem::path file = directory / L"a\xD83D.log";

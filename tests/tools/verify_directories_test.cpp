@@ -34,7 +34,7 @@ constexpr DWORD Inherited = OBJECT_INHERIT_ACE | CONTAINER_INHERIT_ACE;
 const std::vector<AceSpec> Entries = {{Inherited, GENERIC_ALL, Administrators},
                                       {Inherited, GENERIC_READ | GENERIC_EXECUTE, Users}};
 
-// The list of these entries, as they were asked for.
+// The list of these entries, as requested.
 constexpr wchar_t AsAskedFor[] = L"D:P(A;OICI;GA;;;BA)(A;OICI;GXGR;;;BU)";
 
 class VerifiedDirectories : public testing::Test {
@@ -154,7 +154,7 @@ TEST_F(VerifiedDirectories, HaveNoLinkAmongTheirEntries) {
     test::PutFile(In(L"file"), "");
     ASSERT_TRUE(::CreateHardLinkW(In(L"link").c_str(), In(L"file").c_str(), nullptr));
     EXPECT_EQ(Found(Verdict::Differs), L"a link among its entries: " + In(L"file"));
-    // The links of deeper levels are no matter.
+    // The links of deeper levels do not matter.
     std::filesystem::create_directory(In(L"below"));
     std::filesystem::rename(In(L"link"), In(L"below\\link"));
     EXPECT_EQ(Found(Verdict::Differs), L"a link among its entries: " + In(L"file"));
@@ -174,7 +174,7 @@ TEST_F(VerifiedDirectories, SayThatALinkHasDisappeared) {
     EXPECT_EQ(Found(Verdict::Differs), L"a link among its entries: one that has gone again");
 }
 
-// A directory is a link if it says so; the one above it is none.
+// A directory is a link if its attributes say so; the one above it is not.
 class LinkAt {
 public:
     explicit LinkAt(std::wstring path) : path_(std::move(path)) {}
@@ -344,7 +344,7 @@ TEST_F(VerifiedDirectories, OfAHundredThousandEntriesNameTheFirst) {
         ::SetLastError(ERROR_NO_MORE_FILES);
         return entries <= 100'000 ? TRUE : FALSE;
     });
-    // Each of them has the protected list of the directory.
+    // Each of them has the directory's protected list.
     test::ImportHook<&::CreateFileW> create([&](LPCWSTR path, DWORD access, DWORD share,
                                                 auto* security, DWORD disposition, DWORD flags,
                                                 HANDLE pattern) {

@@ -21,7 +21,7 @@ using testing::ElementsAre;
 using testing::StartsWith;
 using verify::CheckTasks;
 
-// A definition with what counts, among what does not.
+// A definition with the relevant parts, among others.
 std::wstring Xml(const std::wstring& command, const std::wstring& principal) {
     return L"<?xml version=\"1.0\" encoding=\"UTF-16\"?>\r\n"
            L"<Task version=\"1.4\" xmlns=\"http://schemas.microsoft.com/windows/2004/02/mit/task\">"
@@ -150,7 +150,7 @@ TEST_F(VerifiedTasks, WhoseDefinitionIsNoXmlAreUnknown) {
     }
 }
 
-// The platform's reader of XML may be missing, or not work.
+// The platform's XML reader may be missing, or fail.
 
 TEST_F(VerifiedTasks, AreUnknownWithoutAReaderOfXml) {
     Register(L"");

@@ -36,7 +36,7 @@
 #include <string>
 #include <vector>
 
-// The attributes of a function that is hooked have no place in the type of the hook.
+// The hooked function's attributes do not belong in the hook's type.
 #pragma GCC diagnostic ignored "-Wignored-attributes"
 
 namespace {
@@ -53,7 +53,7 @@ Report ReportOf(const verify::Rows& rows) {
     return {.computer = L"NAME", .version = "1.2.3", .actions = 15, .rows = rows};
 }
 
-// Names of everything that a name can be made of.
+// Names with everything that a name can contain.
 const Report Awkward = {
     .computer = L"\"NAME\\",
     .version = "1.2.3",
@@ -104,7 +104,7 @@ TEST(VerdictAsJson, EscapesWhatIsNotAscii) {
     EXPECT_THAT(json, HasSubstr(R"("expected":"\u00e9\u4e2d")"));
     EXPECT_THAT(json, HasSubstr(R"("name":"\ud83d\ude00")"));
     EXPECT_THAT(json, HasSubstr(R"("expected":"half a pair: \ud800","found":"\udc00\ud800")"));
-    // The other half of this is tests/tools/verify_test.sh, which has it read by a parser.
+    // The other half is tests/tools/verify_json_test.sh, in which a parser reads it.
     if (const wchar_t* const file = _wgetenv(L"FINASET_JSON")) {
         test::PutFile(file, json);
     }
@@ -168,7 +168,7 @@ TEST_F(VerifiedMachine, IsNotAskedForWhatARunLeavesOutWhereADirectoryIsNotSecure
     MakeSecureDirectories();
     lists_.lists.begin()->second = L"D:(A;;FA;;;WD)";
     EXPECT_THAT(Kinds(255), ElementsAre("directory", "file", "setting", "stop", "task"));
-    lists_.openErrors[lists_.lists.begin()->first] = ERROR_ACCESS_DENIED;  // nobody knows
+    lists_.openErrors[lists_.lists.begin()->first] = ERROR_ACCESS_DENIED;  // unknown
     EXPECT_TRUE(Kinds(255).contains("start"));
 }
 

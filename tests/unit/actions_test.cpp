@@ -97,8 +97,8 @@ std::string LogOfRun(std::vector<std::wstring> options) {
     return Printed([&] { RunActions(arguments.Count(), arguments.Vector()); });
 }
 
-// The registry of a machine, empty but for what a test puts there. Its product directories cannot
-// be told, and every access list can be set.
+// The registry of a machine, empty except for what a test adds. Its product directories are
+// unknown, and every access control list can be set.
 class ActionsTest : public testing::Test {
 protected:
     static void SetRegistry(const RegistryValue& value) {
