@@ -1,11 +1,13 @@
 // Whether the machine is in order after whole runs, in a second opinion. Where directories are
 // looked at, with the access lists that were asked for: Wine's are made up.
 
+#include "fs/secured_directories.h"
 #include "machine/machine.h"
 #include "proc/scm.h"
 #include "shared/owner.h"
 #include "support/call_log.h"
 #include "support/end_process.h"
+#include "support/expected_log.h"
 #include "support/file_contents.h"
 #include "support/on_wine.h"
 #include "support/registry_contents.h"
@@ -75,12 +77,14 @@ protected:
         machine_.InstallProduct();
         machine_.InstallProgram(L"finaset-verify.exe", L"finaset-verify.exe");
         machine_.InstallProgram(L"stand_in_verifier.exe", L"verifier.exe");
-        const std::wstring data = test::Machine::DataDirectory();
-        const std::string closed = "D:PAI(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)";
-        lists_[data + L"\\Nimbus"] = closed;
-        lists_[data + L"\\Nimbus\\ConfigurationFiles"] = closed;
-        lists_[data + L"\\Nimbus\\ActivityLog"] = closed;
-        lists_[data + L"\\ImageCache"] = closed + "(A;OICI;0x1200a9;;;BU)";
+        for (const SecuredDirectory& directory : SecuredDirectoryTable) {
+            std::string path = test::TargetOf(directory);
+            path.erase(path.find_last_not_of('\\') + 1);
+            const bool readers = directory.aces.size() > 2;
+            lists_[{path.begin(), path.end()}] =
+                std::string("D:PAI(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)") +
+                (readers ? "(A;OICI;0x1200a9;;;BU)" : "");
+        }
     }
 
     // The lines of what is not in order, of a run with the option, with the access lists.
