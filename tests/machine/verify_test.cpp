@@ -339,7 +339,7 @@ TEST_F(VerifiedRun, IsNotTouchedByTheProgram) {
     ASSERT_EQ(machine_.Run().exitCode, 0U);
     Call(L"");  // what a program's first start leaves behind is the system's
     const std::map<std::wstring, std::string> before = WholeMachine();
-    ASSERT_GT(before.size(), 1000U);
+    ASSERT_GT(before.size(), 500U);
     ASSERT_GT(before.at(L"HKLM").size(), 100'000U);
     EXPECT_EQ(Call(L""), 1);
     EXPECT_EQ(Call(L"--json"), 1);
