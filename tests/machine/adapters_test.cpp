@@ -75,7 +75,7 @@ protected:
     Machine machine;
 };
 
-TEST_F(Adapters, ThatAreWantedAreFoundInThePlatformsOrderAndEnableTheFeature) {
+TEST_F(Adapters, ThatAreKnownAreFoundInThePlatformsOrderAndEnableTheFeature) {
     for (const std::wstring& adapter : AllAdapters) {
         EXPECT_EQ(MaskOf(adapter).value_or(0) == 2, std::ranges::count(WantedAdapters, adapter) > 0)
             << testing::PrintToString(adapter);
@@ -92,7 +92,7 @@ TEST_F(Adapters, AreFoundAgainEachTime) {
     EXPECT_EQ(machine.Describe().settings.at(L"MultiInterface_Enabled"), L"1");
 }
 
-TEST_F(Adapters, AreNotMatchedIfASettingSaysWhatTheHardwareIs) {
+TEST_F(Adapters, AreNotMatchedIfASettingGivesTheBitmask) {
     struct Row {
         DWORD gate;
         bool feature;
@@ -126,7 +126,7 @@ TEST_F(Adapters, MatterToNoOptionButConfigure) {
 }
 
 // If it were taken, there would be no adapters, or no run.
-TEST_F(Adapters, AreNotAskedOfALibraryThatLiesBesideTheProgram) {
+TEST_F(Adapters, AreNotListedByALibraryBesideTheProgram) {
     PutFile(machine.ProgramDirectory() / L"iphlpapi.dll", "not the system's");
     ExpectRun({});
 }

@@ -208,7 +208,7 @@ TEST_F(Configure, SecuresTheDirectoriesThatTheSettingsName) {
     std::filesystem::remove_all(L"C:\\Elsewhere");
 }
 
-TEST_F(Configure, CannotSecureADirectoryThatCannotBe) {
+TEST_F(Configure, CannotSecureADirectoryThatCannotExist) {
     const std::wstring longText = L"C:\\" + std::wstring(3997, L'x');
     const std::wstring texts[] = {L"Q:\\nowhere", longText, L""};
     for (const std::wstring& text : texts) {
@@ -393,7 +393,7 @@ TEST_F(ConfigureWithALink, RespondsWithoutTheUninstallProgram) {
     ExpectRun(InsecureNimbus(Absent));
 }
 
-TEST_F(ConfigureWithALink, RespondsThoughTheUninstallProgramDoesNotStart) {
+TEST_F(ConfigureWithALink, RespondsEvenIfTheUninstallProgramDoesNotStart) {
     machine.RemoveProgram(L"Unfinaset.exe");
     PutFile(machine.ProgramDirectory() / L"Unfinaset.exe", "no program");
     HardLink(Machine::DataDirectory() / L"Nimbus\\link");

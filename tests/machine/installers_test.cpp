@@ -283,7 +283,7 @@ TEST_P(Installers, InstallNowhereElse) {
     ExpectInstalled(Version);
 }
 
-TEST_P(Installers, TakeAwayWhatTheyLaidDownAndLeaveTheProductsData) {
+TEST_P(Installers, RemoveWhatTheyInstalledAndLeaveTheProductsData) {
     ASSERT_EQ(Install(Version), 0U);
     ASSERT_THAT(machine.StartsOf(L"BriskoLU.exe"), SizeIs(1));
     machine.RemoveProgram(L"BriskoLU.exe.started");  // a record of the stand-in's own

@@ -304,7 +304,7 @@ TEST(Machine, ServicesThatTakeTheirTimeAreWaitedFor) {
     ExpectState(machine, expected);
 }
 
-TEST(Machine, AServiceThatRefusesToStopFailsAndRunsOn) {
+TEST(Machine, AServiceThatRefusesToStopFailsAndKeepsRunning) {
     Machine machine;
     machine.InstallService(L"Ardex", L"--refuses-stop").Start();
     const FinishedRun run = machine.Run(L"/STOP");
@@ -386,7 +386,7 @@ TEST(Machine, AHelperThatHangsIsGivenUpAfter30SecondsAndLeftRunning) {
                 UnorderedElementsAre(L"Quitline.exe", L"ZEFIR.exe"));
 }
 
-TEST(Machine, WithoutTheCompanionTheServicesAreStartedAllTheSame) {
+TEST(Machine, WithoutTheCompanionTheServicesAreStillStarted) {
     Machine machine;
     machine.InstallProduct();
     machine.RemoveProgram(L"BriskoLU.exe");
@@ -417,7 +417,7 @@ TEST(Machine, ARunWhoseStandardOutputIsAnInvalidHandleDoesItsWork) {
     ExpectWorkDone(machine, INVALID_HANDLE_VALUE);
 }
 
-TEST(Machine, ARunWhoseLogGoesToAPipeThatNobodyReadsAnyMoreDoesItsWork) {
+TEST(Machine, ARunWhoseLogGoesToAPipeWithoutAReaderDoesItsWork) {
     SECURITY_ATTRIBUTES inheritable = {sizeof(inheritable), nullptr, TRUE};
     HANDLE reader = nullptr;
     HANDLE writer = nullptr;
@@ -444,7 +444,7 @@ TEST(Machine, ARunWhoseLogGoesToAFullDiskDoesItsWork) {
     ExpectWorkDone(machine, file.Get());
 }
 
-TEST(Machine, AProgramDirectoryWithManyBlanksServes) {
+TEST(Machine, AProgramDirectoryMayHaveManyBlanks) {
     Machine machine(L"C:\\A place  with\\many blanks in it");
     machine.InstallProduct();
     const Utils::KernelHandle application = machine.StartProduct();

@@ -91,7 +91,7 @@ TEST_F(ScheduledTasks, LoseTheObsoleteOneAndNoOther) {
     EXPECT_THAT(machine.Describe().tasks, UnorderedElementsAreArray(expected));
 }
 
-TEST_F(ScheduledTasks, AreDoneWithoutWhereTheServiceCannotBeReached) {
+TEST_F(ScheduledTasks, AreSkippedIfTheServiceCannotBeReached) {
     Machine machine;
     machine.InstallProduct();
     const Utils::KernelHandle application = machine.StartProduct();
@@ -100,14 +100,14 @@ TEST_F(ScheduledTasks, AreDoneWithoutWhereTheServiceCannotBeReached) {
     EXPECT_THAT(machine.Describe().tasks, IsEmpty());
 }
 
-TEST_F(ScheduledTasks, CountAsDoneWhereThereIsNoService) {
+TEST_F(ScheduledTasks, CountAsDoneWithoutAService) {
     const Machine machine;
     Machine::RemoveTaskService();
     ExpectRun(machine, {.startupTask = true});  // nothing is said of one that is missing
     EXPECT_THAT(machine.Describe().tasks, IsEmpty());
 }
 
-TEST_F(ScheduledTasks, TakeAPathWithBlanksAsItStands) {
+TEST_F(ScheduledTasks, TakeAPathWithBlanksUnchanged) {
     const std::string directory = "C:\\A place  with\\many blanks in it";
     const Machine machine(directory);
     ExpectRun(machine);

@@ -201,7 +201,7 @@ struct Spoiled {
     std::function<void()> mend;
 };
 
-TEST_F(VerifiedRun, IsSeenToBeSpoiledInExactlyWhatIs) {
+TEST_F(VerifiedRun, ShowsExactlyTheErrorOfAMachine) {
     ASSERT_EQ(machine_.Run().exitCode, 0U);
     ASSERT_THAT(Findings(), IsEmpty());
 
@@ -295,7 +295,7 @@ TEST_F(VerifiedRun, IsSeenToBeSpoiledInExactlyWhatIs) {
     test::EndProcess(ProcessNamed(L"BriskoLU.exe"));
 }
 
-TEST_F(VerifiedRun, IsFoundByTheProgramItselfButForTheMadeUpAccessLists) {
+TEST_F(VerifiedRun, IsConfirmedByTheProgramItselfExceptForTheMadeUpAccessControlLists) {
     ASSERT_EQ(machine_.Run().exitCode, 0U);
     if (!test::OnWine()) {
         EXPECT_EQ(Call(L""), 0);
@@ -355,7 +355,7 @@ TEST_F(VerifiedRun, IsNotTouchedByTheProgram) {
     EXPECT_EQ(after.size(), before.size());
 }
 
-TEST_F(VerifiedRun, WithDamagedSettingsIsFoundOut) {
+TEST_F(VerifiedRun, WithDamagedSettingsIsDetected) {
     ASSERT_EQ(machine_.Run().exitCode, 0U);
     machine_.WriteSetting(L"FinasetAction", REG_BINARY, std::string(100'000, 'x'));
     machine_.WriteSetting(L"FirstRun", REG_SZ, std::string(100'001, '\xD8'));

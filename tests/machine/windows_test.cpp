@@ -248,7 +248,7 @@ const fs::path& Nimbus() {
     return path;
 }
 
-TEST(OnWindows, TheDirectoriesHaveTheAccessListsThatWereAskedForAndInheritNothing) {
+TEST(OnWindows, TheDirectoriesHaveTheRequestedAccessControlListsAndInheritNothing) {
     if (test::OnWine()) {
         GTEST_SKIP() << "Wine makes access lists up from the file's mode";
     }
@@ -294,7 +294,7 @@ public:
     ~AsAUser() { ::RevertToSelf(); }
 };
 
-TEST(OnWindows, NoUserCanCreateOrTurnAnythingBelowASecuredDirectory) {
+TEST(OnWindows, NoUserCanCreateOrRedirectAnythingBelowASecuredDirectory) {
     if (test::OnWine()) {
         GTEST_SKIP() << "Wine makes access lists up, and knows no user beside the administrator";
     }
@@ -316,7 +316,7 @@ TEST(OnWindows, NoUserCanCreateOrTurnAnythingBelowASecuredDirectory) {
 
 class OnWindowsLinks : public testing::TestWithParam<const wchar_t*> {};
 
-TEST_P(OnWindowsLinks, InPlaceOfTheDataDirectoryEndTheRunAndLeaveTheirTargetAsItIs) {
+TEST_P(OnWindowsLinks, InPlaceOfTheDataDirectoryEndTheRunAndLeaveTheirTargetUnchanged) {
     if (test::OnWine()) {
         GTEST_SKIP() << "Wine's mklink makes no junction and no symbolic link";
     }
@@ -354,7 +354,7 @@ TEST(OnWindows, ASecondNameOfAFileEndsTheRunUnlessTheFileIsInUse) {
 }
 
 // As a virus scanner does, which lets others do what they want with it.
-TEST(OnWindows, AFileThatIsHeldOpenChangesNoVerdict) {
+TEST(OnWindows, AnOpenFileChangesNoVerdict) {
     Machine machine;
     machine.InstallProduct();
     ASSERT_EQ(machine.Run(L"/CONFIGURE").exitCode, 0U);
@@ -445,7 +445,7 @@ TEST(OnWindows, TwoCopiesOfTheProgramAreAtTwoAddresses) {
     EXPECT_NE(second, preferred);
 }
 
-TEST(OnWindows, TheProgramsFileAsksForEveryProtection) {
+TEST(OnWindows, TheProgramsFileRequestsEveryProtection) {
     const DWORD has =
         HeadersOf(test::BesideThisProgram(L"Finaset.exe")).OptionalHeader.DllCharacteristics;
     for (const int flag :
@@ -455,7 +455,7 @@ TEST(OnWindows, TheProgramsFileAsksForEveryProtection) {
     }
 }
 
-TEST(OnWindows, TheSchedulerGivesTheIdleTaskBackAndHasLostTheObsoleteOne) {
+TEST(OnWindows, TheSchedulerReturnsTheIdleTaskAndHasLostTheObsoleteOne) {
     if (test::OnWine()) {
         GTEST_SKIP() << "Wine's Task Scheduler loses the program of a task";
     }
@@ -508,7 +508,7 @@ private:
     std::wstring service_;
 };
 
-TEST(OnWindows, AServiceThatRefusesToBeStoppedFailsAndRunsOn) {
+TEST(OnWindows, AServiceThatRefusesToBeStoppedFailsAndKeepsRunning) {
     if (test::OnWine()) {
         GTEST_SKIP() << "Wine's services have no access lists";
     }

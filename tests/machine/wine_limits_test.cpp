@@ -83,7 +83,7 @@ TEST_F(WineLimits, TheEventLogStoresNothing) {
 // Allowance: access lists are compared as they are asked for, not as they are afterwards. The
 // program that says whether a machine is in order is shown lists of the tests' own, where it reads
 // them; by itself it finds that the four directories differ.
-TEST_F(WineLimits, AnAccessListIsReadBackAsTheFilesModeHasIt) {
+TEST_F(WineLimits, AnAccessControlListIsReadBackAsTheFilesModeHasIt) {
     const test::TemporaryDirectory directory;
     std::wstring path = directory / L"file";
     test::MakeFile(path);
@@ -108,7 +108,7 @@ TEST_F(WineLimits, AnAccessListIsReadBackAsTheFilesModeHasIt) {
 }
 
 // Allowance: links are made by a program of the system below Wine.
-TEST_F(WineLimits, ASymbolicLinkThatIsSaidToBeMadeIsNotThere) {
+TEST_F(WineLimits, ASymbolicLinkIsReportedAsCreatedButMissing) {
     const test::TemporaryDirectory directory;
     const std::wstring link = directory / L"link";
     EXPECT_TRUE(::CreateSymbolicLinkW(link.c_str(), directory.Path().c_str(),
@@ -145,7 +145,7 @@ TEST_F(WineLimits, NoProcessHasAHandle) {
 
 // Allowance: from a directory with an & in its name, the run that registers the idle task is
 // expected to succeed.
-TEST_F(WineLimits, ATaskWhoseXmlIsNotWellFormedIsTaken) {
+TEST_F(WineLimits, ATaskWhoseXmlIsNotWellFormedIsAccepted) {
     ASSERT_EQ(::CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
     {
         ITaskService* created = nullptr;

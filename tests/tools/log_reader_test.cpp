@@ -137,7 +137,7 @@ TEST(Judging, AServiceThatCannotBeDisabledNeedsAttention) {
                 ElementsAre(Attention, Fine));
 }
 
-TEST(Judging, ASettingThatWasNotThereToDeleteIsExpected) {
+TEST(Judging, AMissingSettingToDeleteIsExpected) {
     EXPECT_THAT(Judged("Deleting Registry Setting HKEY_LOCAL_MACHINE\\K\\V= \t - \tFailure\r\n"),
                 ElementsAre(Expected));
 }
@@ -153,7 +153,7 @@ TEST(Judging, ASettingThatCannotBeWrittenNeedsAttention) {
                 ElementsAre(Attention, Fine));
 }
 
-TEST(Judging, AFileThatWasNotThereToDeleteIsExpectedIfItIsCopiedThen) {
+TEST(Judging, AMissingFileToDeleteIsExpectedIfItIsThenCopied) {
     EXPECT_THAT(Judged("Deleting File C:\\D\\oem.xml \t - \tFailure\r\n"
                        "Copying File C:\\S\\oem.xml -> C:\\D\\oem.xml     overwriting =true\t - "
                        "\tSuccess\r\n"),
@@ -182,7 +182,7 @@ TEST(Judging, AFileThatCannotBeKeptSinceItsDirectoryIsNewNeedsAttention) {
                 ElementsAre(Fine, Attention));
 }
 
-TEST(Judging, ADirectoryThatIsThereIsExpected) {
+TEST(Judging, AnExistingDirectoryIsExpected) {
     const std::string directory = "Creating Directory C:\\D\\E\\ \t - \tFailure\r\n";
     for (const std::string evidence :
          {"Creating Directory C:\\D\\E\\ \t - \tSuccess\r\n",
@@ -198,7 +198,7 @@ TEST(Judging, ADirectoryThatIsThereIsExpected) {
     }
 }
 
-TEST(Judging, ADirectoryThatNothingShowsToBeThereNeedsAttention) {
+TEST(Judging, ADirectoryThatNothingShowsToExistNeedsAttention) {
     const std::string directory = "Creating Directory C:\\D\\E\\ \t - \tFailure\r\n";
     for (const std::string otherwise :
          {"Setting DACLs on File/Directory C:\\D \t - \tSuccess\r\n",
@@ -255,7 +255,7 @@ TEST(Judging, ATaskThatCannotBeScheduledNeedsAttention) {
                 ElementsAre(Attention, Fine));
 }
 
-TEST(Judging, ATaskThatWasNotThereToDeleteIsExpected) {
+TEST(Judging, AMissingTaskToDeleteIsExpected) {
     const std::string task = "   Deleting Task Name [T]....\n";
     EXPECT_THAT(Judged(task +
                        "     ====> DeleteScheduledTask:[ERROR] T GetLastError 0x00000002\n"
@@ -446,7 +446,7 @@ TEST(Input, InUtf16IsReadAndNoted) {
     EXPECT_TRUE(Read("\xFF\xFE" + Utf16(log.substr(2), true)).begins);
 }
 
-TEST(Input, InUtf16LosesWhatTheProgramCannotWriteEither) {
+TEST(Input, InUtf16LosesWhatTheProgramCannotWrite) {
     const std::string text = Utf16("FIRST RUN - START\n", true) +
                              std::string("\x42\x04\x3D\xD8\x00\xDE", 6) + Utf16("!\n", true);
     const std::string cutWithinACharacter = text + '\0';

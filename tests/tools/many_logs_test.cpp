@@ -259,7 +259,7 @@ TEST(ManyLogs, HaveFindingsWithTheNamesThatVaryTakenOut) {
 }
 
 // So that it can be looked up there.
-TEST(ManyLogs, HaveFindingsThatTheDocumentationHas) {
+TEST(ManyLogs, HaveTheDocumentationsFindings) {
     const auto page = test::FileText(Sources() / "docs/log.md");
     ASSERT_TRUE(page);
     std::string text = *page;
@@ -294,7 +294,7 @@ TEST(ManyLogs, CountEachLogOnceForAFinding) {
     EXPECT_EQ(FirstNames(*rollout.Findings()[0]), "NAME: Ardex on 1 log");
 }
 
-TEST(ManyLogs, HaveNoMoreNamesThanCanBeTold) {
+TEST(ManyLogs, HaveNoMoreNamesThanCanBeCounted) {
     Rollout rollout;
     for (int index = 0; index < 1000; ++index) {
         Add(rollout, "log",

@@ -58,7 +58,7 @@ protected:
     test::AccessLists lists_;
 };
 
-TEST_F(VerifiedDirectories, HaveTheListThatIsAskedFor) {
+TEST_F(VerifiedDirectories, HaveTheRequestedList) {
     test::PutFile(In(L"file"), "");
     test::PutFile(In(L"below\\deeper\\file"), "");
     const Row row = Check();
@@ -123,7 +123,7 @@ TEST_F(VerifiedDirectories, HaveNoOtherList) {
                 StartsWith(L"no access list, so that everybody may do everything in "));
 }
 
-TEST_F(VerifiedDirectories, ThatHaveALongListAreReadWhole) {
+TEST_F(VerifiedDirectories, WithALongListAreReadCompletely) {
     std::wstring list = AsAskedFor;
     for (int user = 0; user < 300; ++user) {
         list += L"(A;;FR;;;S-1-5-21-1-2-3-" + std::to_wstring(1000 + user) + L")";
@@ -142,7 +142,7 @@ TEST_F(VerifiedDirectories, LeaveOutWhatHasNoValidTrustee) {
     EXPECT_EQ(Found(Verdict::Ok), L"D:P(A;OICI;GA;;;BA)");
 }
 
-TEST_F(VerifiedDirectories, ThatAreNotThereDiffer) {
+TEST_F(VerifiedDirectories, ThatAreMissingDiffer) {
     directory_.path = In(L"none");
     EXPECT_EQ(Found(Verdict::Differs), L"absent");
     test::PutFile(In(L"none"), "");
@@ -162,7 +162,7 @@ TEST_F(VerifiedDirectories, HaveNoLinkAmongTheirEntries) {
     EXPECT_EQ(Found(Verdict::Ok), AsAskedFor);
 }
 
-TEST_F(VerifiedDirectories, SayOfALinkThatGoesMeanwhileThatItHasGone) {
+TEST_F(VerifiedDirectories, SayThatALinkHasDisappeared) {
     test::PutFile(In(L"file"), "");
     int opened = 0;
     test::ImportHook<&::GetFileInformationByHandle> hook(
@@ -262,7 +262,7 @@ TEST_F(VerifiedDirectories, WithAFurtherAttributeHaveTheirOwnListOnly) {
     ::SetFileAttributesW(top_.c_str(), FILE_ATTRIBUTE_NORMAL);
 }
 
-TEST_F(VerifiedDirectories, WhoseChildrenAreNotAskedForHaveTheirOwnListOnly) {
+TEST_F(VerifiedDirectories, WhoseChildrenAreIgnoredHaveOnlyTheirOwnList) {
     test::PutFile(In(L"file"), "");
     lists_.lists[In(L"file")] = L"D:P";
     directory_.applyToChildren = false;
@@ -300,7 +300,7 @@ TEST_F(VerifiedDirectories, AreUnknownForWhatIsBelowThemAndMayNotBeRead) {
     Found(Verdict::Differs);
 }
 
-TEST_F(VerifiedDirectories, PassOverWhatGoesMeanwhile) {
+TEST_F(VerifiedDirectories, IgnoreEntriesThatDisappear) {
     test::PutFile(In(L"file"), "");
     lists_.openErrors[In(L"file")] = ERROR_FILE_NOT_FOUND;
     EXPECT_EQ(Found(Verdict::Ok), AsAskedFor);
@@ -365,7 +365,7 @@ TEST_F(VerifiedDirectories, WhosePathCannotBeExpandedAreUnknown) {
     EXPECT_EQ(row.finding.text, L"its path cannot be expanded");
 }
 
-TEST_F(VerifiedDirectories, WhoseListHasNoTextAreJudgedAllTheSame) {
+TEST_F(VerifiedDirectories, WhoseListHasNoTextAreStillJudged) {
     const test::ImportHook<&::ConvertSecurityDescriptorToStringSecurityDescriptorW> hook(
         [](PSECURITY_DESCRIPTOR, DWORD, SECURITY_INFORMATION, LPWSTR*, PULONG) { return FALSE; });
     EXPECT_EQ(Found(Verdict::Ok), L"a list that cannot be shown");

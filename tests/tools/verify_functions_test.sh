@@ -17,7 +17,7 @@ CoUninitialize
 CompareStringOrdinal
 ConvertSecurityDescriptorToStringSecurityDescriptorW
 ConvertSidToStringSidW
-CreateFileW                   what is there, to read: VerifyProgram.OpensWhatIsThereAndOnlyToRead
+CreateFileW                   what exists, to read: VerifyProgram.OpensOnlyWhatExistsAndOnlyToRead
 CreateStreamOnHGlobal         in memory
 CreateToolhelp32Snapshot
 FindClose

@@ -90,7 +90,7 @@ TEST_F(VerifiedTasks, ForAnotherPrincipalDiffer) {
     EXPECT_THAT(Rows(), ElementsAre(Task(L"DIFFERS", L"C:\\R & D\\a.exe for S-1-5-18"), absent_));
 }
 
-TEST_F(VerifiedTasks, WhoseTemplateHasNoPlaceholderAreTakenAsTheyStand) {
+TEST_F(VerifiedTasks, WhoseTemplateHasNoPlaceholderAreTakenUnchanged) {
     const ScheduledTaskEntry task = {Xml(L"<Exec><Command>b.exe</Command></Exec>", Group), true,
                                      L"a.exe", L"a task"};
     Register(L"<Exec><Command>b.exe</Command></Exec>");
@@ -106,7 +106,7 @@ TEST_F(VerifiedTasks, ThatAreObsoleteAreAbsent) {
     EXPECT_EQ(Rows().back(), absent_);
 }
 
-TEST_F(VerifiedTasks, AreAskedForAndLeftAsTheyAre) {
+TEST_F(VerifiedTasks, AreReadAndNotChanged) {
     Register(L"");
     Rows();
     EXPECT_THAT(

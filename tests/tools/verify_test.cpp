@@ -212,7 +212,7 @@ protected:
     std::string complaint_;
 };
 
-TEST_F(VerifyProgram, SaysInItsExitStatusWhatCameOfIt) {
+TEST_F(VerifyProgram, ReturnsTheResultAsItsExitStatus) {
     EXPECT_EQ(Call({L"/STOP"}), 0);
     EXPECT_THAT(printed_, HasSubstr(" ok, 0 DIFFERS, 0 UNKNOWN"));
     EXPECT_EQ(Call({L"/START"}), 1);
@@ -242,7 +242,7 @@ TEST_F(VerifyProgram, TakesTheActionsOfARunWithTheSameOption) {
     EXPECT_THAT(printed_, HasSubstr(R"("actions":1,)"));
 }
 
-TEST_F(VerifyProgram, SaysHowItIsCalled) {
+TEST_F(VerifyProgram, PrintsItsUsage) {
     for (const wchar_t* const argument : {L"--help", L"/?"}) {
         EXPECT_EQ(Call({argument}), 0);
         EXPECT_THAT(
@@ -252,7 +252,7 @@ TEST_F(VerifyProgram, SaysHowItIsCalled) {
     }
 }
 
-TEST_F(VerifyProgram, RefusesWhatItDoesNotKnow) {
+TEST_F(VerifyProgram, RejectsUnknownArguments) {
     for (const std::vector<const wchar_t*>& arguments :
          {std::vector<const wchar_t*>{L"/FOO"}, {L""}, {L"--html"}, {L"/STOP", L"/START"}}) {
         EXPECT_EQ(Call(arguments), 2);
@@ -263,7 +263,7 @@ TEST_F(VerifyProgram, RefusesWhatItDoesNotKnow) {
     }
 }
 
-TEST_F(VerifyProgram, OpensWhatIsThereAndOnlyToRead) {
+TEST_F(VerifyProgram, OpensOnlyWhatExistsAndOnlyToRead) {
     MakeSecureDirectories();
     test::PutFile(directory_ / L"Tarsel\\Nimbus\\ConfigurationFiles\\oem.xml", "");
     int opened = 0;

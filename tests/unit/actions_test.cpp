@@ -211,7 +211,7 @@ TEST_F(ActionsTest, AreStopConfigureAndStartWithoutAKeyOrValue) {
     EXPECT_EQ(Choose({L"/FOO"}), 15U);
 }
 
-TEST_F(ActionsTest, AreTheDefaultsForAValueThatIsNoNumberOf32Bits) {
+TEST_F(ActionsTest, AreTheDefaultsForAValueThatIsNotA32BitNumber) {
     const RegistryValue values[] = {
         {REG_SZ, {'1', 0, 0, 0}},
         {REG_BINARY, {16, 0, 0, 0}},
@@ -260,7 +260,7 @@ TEST_F(ActionsTest, AreExplainedUnderTheNameThatTheProgramWasCalledBy) {
                 testing::StartsWith("\r\nanother name [/<Option>]\r\n"));
 }
 
-TEST_F(ActionsTest, RunInTheirOrderWhateverTheyAreCombinedWith) {
+TEST_F(ActionsTest, RunInOrderInAnyCombination) {
     for (std::uint32_t bits = 0; bits < 16; ++bits) {
         // The four bits that mean something; those between them are set with every second one.
         const std::uint32_t actions =
@@ -336,7 +336,7 @@ TEST_F(ActionsWithoutMemory, GoOnWithTheNextServiceAndTheNextStep) {
     ExpectRun(noService);
 }
 
-TEST_F(ActionsWithoutMemory, GoOnBehindTheApplications) {
+TEST_F(ActionsWithoutMemory, GoOnAfterTheApplications) {
     ImportHook<&::K32EnumProcesses> enumerate(
         [](DWORD*, DWORD, LPDWORD) -> BOOL { throw std::bad_alloc(); });
     ImportHook<&::CreateProcessW> launch([](auto...) -> BOOL { throw std::bad_alloc(); });
@@ -361,7 +361,7 @@ TEST_F(ActionsWithoutMemory, EndTheConfigureActionAndNeitherStartNorDisableAnyth
     }
 }
 
-TEST_F(ActionsWithoutMemory, DoNothingIfItCannotBeToldWhat) {
+TEST_F(ActionsWithoutMemory, DoNothingIfTheActionsCannotBeChosen) {
     ImportHook<&::RegQueryValueExW> query([](HKEY, LPCWSTR, LPDWORD, LPDWORD, LPBYTE,
                                              LPDWORD) -> LSTATUS { throw std::bad_alloc(); });
     SetRegistry(255);

@@ -119,7 +119,7 @@ TEST(BrandPatternTable, SaysForEachModelItsOwnBit) {
     }
 }
 
-TEST(MatchAdapterBitmask, FindsTheModelAndSaysSoInTheDescriptionsOwnLetters) {
+TEST(MatchAdapterBitmask, FindsTheModelAndLogsTheOriginalDescription) {
     EXPECT_EQ(Match(L"TARSEL(R) Wireless QZ311 160MHz"),
               Found(2,
                     "Found Adapter TARSEL(R) Wireless QZ311 160MHz to configure  Bitmask "
@@ -130,7 +130,7 @@ TEST(MatchAdapterBitmask, FindsTheModelAndSaysSoInTheDescriptionsOwnLetters) {
               Found(2, "Found Adapter Tarsel QZ311 %d #2 to configure  Bitmask 0x2\r\n"));
 }
 
-TEST(MatchAdapterBitmask, FindsNothingElseAndSaysNothing) {
+TEST(MatchAdapterBitmask, FindsNothingElseAndLogsNothing) {
     for (const wchar_t* description :
          {L"", L"T", L"Network Adapter by Tarsel QZ311", L" Tarsel QZ311", L"Tarsel", L"QZ311",
           L"Tarsel QZ31", L"QZ311 Tarsel", L"Tarse QZ311", L"Tarsel QZ 311", L"Tar sel QZ311",
@@ -156,7 +156,7 @@ TEST(MatchAdapterBitmask, EndsAtTheFirstMatchEvenIfThatHasNoBits) {
               Found(0, "Found Adapter a to configure  Bitmask 0x0\r\n"));
 }
 
-TEST(MatchAdapterBitmask, GoesOnBehindABadPattern) {
+TEST(MatchAdapterBitmask, GoesOnAfterABadPattern) {
     EXPECT_EQ(Match(L"(", {{L"(", 1}, {L"[", 2}, {L"\\(", 4}}),
               Found(4, "Found Adapter ( to configure  Bitmask 0x4\r\n"));
 }
@@ -239,7 +239,7 @@ TEST(ListPresentAdapterDescriptions, IsEmptyWithoutRecords) {
     EXPECT_THAT(ListPresentAdapterDescriptions({}), IsEmpty());
 }
 
-TEST(ListPresentAdapterDescriptions, LeavesOutTheAdaptersThatAreNotPresentAlone) {
+TEST(ListPresentAdapterDescriptions, OmitsOnlyTheAdaptersThatAreNotPresent) {
     std::vector<FakeAdapter> adapters;
     for (int status = 0; status <= 7; ++status) {
         adapters.push_back({std::to_wstring(status), static_cast<IF_OPER_STATUS>(status)});
@@ -316,12 +316,12 @@ private:
     test::PrivateRegistry registry_;
 };
 
-TEST_F(HardwareBitmask, IsNoneWithoutAdapters) {
+TEST_F(HardwareBitmask, IsZeroWithoutAdapters) {
     ExpectBitmask(0, "");
     EXPECT_EQ(machine.calls.Lines(), Listing(std::nullopt));
 }
 
-TEST_F(HardwareBitmask, HasTheBitOfAnAdapterThatIsPresentHoweverItIs) {
+TEST_F(HardwareBitmask, HasTheBitOfAPresentAdapterInAnyState) {
     for (int status = 1; status <= 7; ++status) {
         machine.adapters = {{L"Tarsel QZ311", static_cast<IF_OPER_STATUS>(status)}};
         const bool present = status != IfOperStatusNotPresent;
@@ -374,7 +374,7 @@ TEST_F(HardwareBitmask, SaysThatThereIsNoBufferForNoSize) {
     EXPECT_EQ(machine.calls.Lines(), Listing(std::nullopt));
 }
 
-TEST_F(HardwareBitmask, SaysWithWhichErrorTheListFails) {
+TEST_F(HardwareBitmask, LogsTheErrorOfTheList) {
     machine.adapters = {{L"Tarsel QZ311"}};
     const std::pair<ULONG, const char*> errors[] = {
         {111, "111"}, {87, "87"}, {1314, "1314"},
@@ -386,7 +386,7 @@ TEST_F(HardwareBitmask, SaysWithWhichErrorTheListFails) {
     }
 }
 
-TEST_F(HardwareBitmask, IsNoneIfTheListGrowsInBetween) {
+TEST_F(HardwareBitmask, IsZeroIfTheListGrowsInBetween) {
     machine.adapters = {{L"Tarsel QZ311"}};
     machine.betweenQueries = [this] { machine.adapters.push_back({L"new"}); };
     const std::size_t size = AdapterRecords(machine.adapters).size();
@@ -402,7 +402,7 @@ TEST_F(HardwareBitmask, IsThatOfAListThatShrinksInBetween) {
     ExpectBitmask(0, "GetAdaptersInfo failed with error: 232\n");
 }
 
-TEST_F(HardwareBitmask, IsNoneWithoutTheLibraryOrItsFunction) {
+TEST_F(HardwareBitmask, IsZeroWithoutTheLibraryOrItsFunction) {
     machine.adapters = {{L"Tarsel QZ311"}};
     machine.functionIsThere = false;
     ExpectBitmask(0, "");

@@ -189,7 +189,7 @@ TEST_F(StopApplicationTest, WaitsForNothingIfTheHelperCannotBeStarted) {
     EXPECT_TRUE(fake.AllClosed());
 }
 
-TEST_F(StopApplicationTest, HandsTheTitleToTheHelperUnquotedAndPrintsItsTrademark) {
+TEST_F(StopApplicationTest, PassesTheTitleToTheHelperUnquotedAndPrintsItsTrademark) {
     fake.running = {{.id = 8, .path = L"C:\\ZEFIR.exe"}};
     EXPECT_EQ(Stop(L"ZEFIR.exe", L"Tarsel\u00AE Lumetra"),
               "Stopping Application ZEFIR.exe....with Window Title Tarsel\xAE Lumetra " +
@@ -251,7 +251,7 @@ TEST_F(StartApplicationTest, KeepsTheBlankWithoutArguments) {
                             "0, all null, startup all zero)"));
 }
 
-TEST_F(StartApplicationTest, LaunchesNothingIfItsOwnDirectoryCannotBeTold) {
+TEST_F(StartApplicationTest, LaunchesNothingIfItsOwnDirectoryIsUnknown) {
     fake.ownPath.clear();
     result = true;
     EXPECT_EQ(Start(), std::string(StartItem) + "start failed!\r\n");

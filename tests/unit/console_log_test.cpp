@@ -58,7 +58,7 @@ TEST(ConsolePrint, WritesJustTheFormattedText) {
               Text("-5 x y %\t"));
 }
 
-TEST(ConsolePrint, WritesLineEndsAsTheyStand) {
+TEST(ConsolePrint, WritesLineEndsUnchanged) {
     EXPECT_EQ(Print([] { return ConsolePrint("a\r\nb\nc\r\r\n"); }), Text("a\r\nb\nc\r\r\n"));
 }
 
@@ -164,7 +164,7 @@ TEST(ConsolePrintWide, NamesANullString) {
     EXPECT_EQ(Print([&] { return ConsolePrint(L"<%ls>", none); }), Text("<(null)>"));
 }
 
-TEST(ConsolePrintWide, WritesNumbersAndLineEndsAsTheyStand) {
+TEST(ConsolePrintWide, WritesNumbersAndLineEndsUnchanged) {
     EXPECT_EQ(Print([] { return ConsolePrint(L"0x%08x %d\n\r\n", 0x8004100Eu, 7); }),
               Text("0x8004100e 7\n\r\n"));
 }

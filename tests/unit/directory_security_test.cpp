@@ -43,7 +43,7 @@ constexpr SecurityId Invalid = {0, 2, {{0, 0, 0, 0, 0, 5}}, {32, 545}};
 
 // ----- SetProtectedDacl and ResetInheritedDacl -----
 
-TEST(SetProtectedDacl, HandsOverTheEntriesInTheOrderGiven) {
+TEST(SetProtectedDacl, PassesTheEntriesInTheOrderGiven) {
     const std::pair<std::vector<AceSpec>, const char*> rows[] = {
         {{}, ""},
         {{{0x3, 0x1000'0000, Administrators}}, "(A;OICI;GA;;;BA)"},
@@ -520,7 +520,7 @@ TEST(ChildHasLink, TakesTheReparsePointAttributeForALink) {
 
 // ----- CollectSubdirectories -----
 
-TEST(CollectSubdirectories, PutsEachBehindThoseBelowItInTheOrderFound) {
+TEST(CollectSubdirectories, PutsEachAfterThoseBelowItInTheOrderFound) {
     ImaginedSearches searches;
     searches.found = {
         {L"C:\\d\\*",

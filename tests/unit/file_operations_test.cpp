@@ -114,7 +114,7 @@ TEST_F(FileOperationsTest, CopyTheFilesToANewDirectory) {
     EXPECT_THAT(FileText(Shipped(L"replace")), Optional(std::string("shipped replace")));
 }
 
-TEST_F(FileOperationsTest, KeepOrReplaceTheFilesThatAreThere) {
+TEST_F(FileOperationsTest, KeepOrReplaceExistingFiles) {
     for (const wchar_t* name : {L"keep", L"replace"}) {
         PutFile(Shipped(name), "shipped");
         PutFile(Placed(name), "as it was, and longer");
@@ -128,7 +128,7 @@ TEST_F(FileOperationsTest, KeepOrReplaceTheFilesThatAreThere) {
     EXPECT_THAT(FileText(Placed(L"replace")), Optional(std::string("shipped")));
 }
 
-TEST_F(FileOperationsTest, GoOnBehindASourceThatIsMissing) {
+TEST_F(FileOperationsTest, GoOnAfterAMissingSource) {
     PutFile(Shipped(L"there"), "shipped");
     PutFile(Placed(L"missing"), "as it was");
     EXPECT_EQ(LogOf({Operation(true, L"missing"), Operation(false, L"missing"),
@@ -219,7 +219,7 @@ TEST_F(FileOperationsTest, FailAndGoOnWithEmptyPathsIfTheExpansionFails) {
               "Copying File  ->      overwriting =false\t - \tFailure\r\n");
 }
 
-TEST_F(FileOperationsTest, AskForTheDeletionOnlyOfWhatIsThere) {
+TEST_F(FileOperationsTest, DeleteOnlyExistingFiles) {
     PutFile(Placed(L"there"), "");
     const RecordedImport<&::DeleteFileW> deleteFile;
     LogOf({Operation(true, L"missing"), Operation(true, L"there"), Operation(false, L"there")});
@@ -235,7 +235,7 @@ TEST_F(FileOperationsTest, ReportADeletionAsThePlatformDoes) {
     }
 }
 
-TEST_F(FileOperationsTest, CopyThoughTheDirectoryCannotBeCreated) {
+TEST_F(FileOperationsTest, CopyEvenIfTheDirectoryCannotBeCreated) {
     const ImportHook<&::CreateDirectoryW> create(
         [](LPCWSTR, LPSECURITY_ATTRIBUTES) -> BOOL { return FALSE; });
     const RecordedImport<&::CopyFileW> copy([](LPCWSTR, LPCWSTR, BOOL) -> BOOL { return TRUE; });
@@ -245,7 +245,7 @@ TEST_F(FileOperationsTest, CopyThoughTheDirectoryCannotBeCreated) {
     EXPECT_EQ(copy.Made(), Calls{Call(Shipped(L"a"), Placed(L"a"), 0)});
 }
 
-TEST_F(FileOperationsTest, FailBehindAFileInPlaceOfTheDirectory) {
+TEST_F(FileOperationsTest, FailBelowAFileInPlaceOfTheDirectory) {
     PutFile(Shipped(L"a"), "shipped");
     PutFile(directory / L"placed", "as it was");
     EXPECT_EQ(
@@ -298,7 +298,7 @@ TEST_F(FileOperationsTest, CopyToTheDirectoryOfTheRegistry) {
 
 class CopyOneFileTest : public FileOperationsTest {};
 
-TEST_F(CopyOneFileTest, AsksThePlatformNeverToMindAnExistingFile) {
+TEST_F(CopyOneFileTest, NeverAsksThePlatformToFailForAnExistingFile) {
     const EnvironmentVariable variable(L"FinasetTests", L"C:\\here");
     for (const bool overwrite : {false, true}) {
         const RecordedImport<&::CopyFileW> copy(
@@ -308,7 +308,7 @@ TEST_F(CopyOneFileTest, AsksThePlatformNeverToMindAnExistingFile) {
     }
 }
 
-TEST_F(CopyOneFileTest, KeepsWhatIsThereUnlessItIsToBeOverwritten) {
+TEST_F(CopyOneFileTest, KeepsAnExistingFileUnlessItMayBeOverwritten) {
     const EnvironmentVariable variable(L"FinasetTests", directory.Path());
     PutFile(Shipped(L"a"), "shipped");
     PutFile(directory / L"b", "as it was");

@@ -69,7 +69,7 @@ TEST(GuardPageHeap, TheWholeBlockCanBeUsed) {
     ReleaseGuarded(nullptr);
 }
 
-TEST(GuardPageHeap, WantOfMemoryIsANullPointer) {
+TEST(GuardPageHeap, OutOfMemoryIsANullPointer) {
     EXPECT_EQ(AllocateGuarded(std::size_t{1} << 50U), nullptr);
     EXPECT_EQ(AllocateGuarded(~std::size_t{0}), nullptr);
 }

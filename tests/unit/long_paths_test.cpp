@@ -58,7 +58,7 @@ TEST(LongPaths, AreCreatedAndFoundByWineAlone) {
     EXPECT_EQ(GetFileTitle(path), L"title");
 }
 
-TEST(LongPaths, AreJoinedAndTakenApartWhateverTheirLength) {
+TEST(LongPaths, AreJoinedAndSplitAtAnyLength) {
     const std::wstring component(5000, L'x');
     EXPECT_EQ(JoinPath(component, component), component + L"\\" + component);
     EXPECT_THAT(PathLevels(component + L"\\" + component),

@@ -103,7 +103,7 @@ TEST(ExpandEnvironmentPath, StartsFromABufferOfZeros) {
     EXPECT_EQ(ExpandEnvironmentPath(L"C:\\a"), L"");
 }
 
-TEST(GetPathAttributes, TellsWhatIsThere) {
+TEST(GetPathAttributes, ReturnsWhatExists) {
     const test::TemporaryDirectory directory;
     test::MakeFile(directory / L"file");
     const EnvironmentVariable variable(L"FinasetTests", directory.Path());
@@ -252,7 +252,7 @@ TEST(CreateDirectoryPath, CreatesEveryMissingLevel) {
     EXPECT_TRUE(IsDirectory(directory / L"h\\i"));
 }
 
-TEST(CreateDirectoryPath, CallsNothingAndReturnsFalseIfAllIsThere) {
+TEST(CreateDirectoryPath, CallsNothingAndReturnsFalseIfAllExists) {
     const test::TemporaryDirectory directory;
     const RecordedImport<&::CreateDirectoryW> create;
     EXPECT_FALSE(CreateDirectoryPath(directory.Path()));
@@ -263,7 +263,7 @@ TEST(CreateDirectoryPath, CallsNothingAndReturnsFalseIfAllIsThere) {
     EXPECT_EQ(create.Made(), Calls{});
 }
 
-TEST(CreateDirectoryPath, TakesAFileForALevelThatIsThere) {
+TEST(CreateDirectoryPath, TakesAFileForAnExistingLevel) {
     const test::TemporaryDirectory directory;
     test::MakeFile(directory / L"file");
     EXPECT_FALSE(CreateDirectoryPath(directory / L"file"));
@@ -330,7 +330,7 @@ TEST(CreateDirectoryPath, ReturnsTheOutcomeOfTheLastLevelThatWasMissing) {
     }
 }
 
-TEST(CreateDirectoryPath, GoesOnBehindALevelThatFails) {
+TEST(CreateDirectoryPath, GoesOnAfterALevelThatFails) {
     const ImaginedFiles files({L"C:"}, {});
     EXPECT_FALSE(CreateDirectoryPath(L"C:\\a\\b\\c"));
     EXPECT_THAT(files.Created(), ElementsAre(L"C:\\a", L"C:\\a\\b", L"C:\\a\\b\\c"));

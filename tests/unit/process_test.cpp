@@ -53,7 +53,7 @@ TEST_F(LaunchProcessTest, StartsUnderATokenAsItsUser) {
     ::CloseHandle(token);
 }
 
-TEST_F(LaunchProcessTest, NeverQuotesAndAlwaysHasABlankBehindTheApplication) {
+TEST_F(LaunchProcessTest, NeverQuotesAndAlwaysHasABlankAfterTheApplication) {
     const struct {
         const wchar_t* application;
         const wchar_t* arguments;
@@ -93,7 +93,7 @@ TEST_F(LaunchProcessTest, FailsWithThePlatform) {
 }
 
 // The caller's own records, and not copies of them, go to the platform.
-TEST(LaunchProcess, HandsItsRecordsThrough) {
+TEST(LaunchProcess, PassesItsRecordsThrough) {
     PROCESS_INFORMATION info = {};
     STARTUPINFOW startup = {};
     std::pair<void*, void*> seen;
@@ -117,7 +117,7 @@ TEST(LaunchProcess, HandsItsRecordsThrough) {
     }
 }
 
-TEST(LaunchProcess, FailsForAProgramThatIsNotThere) {
+TEST(LaunchProcess, FailsForAMissingProgram) {
     PROCESS_INFORMATION info = {};
     STARTUPINFOW startup = {};
     EXPECT_FALSE(LaunchProcess(nullptr, L"C:\\no such directory\\a.exe", L"", info, startup));
@@ -221,7 +221,7 @@ TEST(GetOwnDirectory, EndsWithTheLastBackslashOfThisProgramsPath) {
     }
 }
 
-TEST(GetOwnDirectory, IsWhereThisProgramLies) {
+TEST(GetOwnDirectory, IsTheDirectoryOfThisProgram) {
     const std::wstring directory = GetOwnDirectory();
     ASSERT_FALSE(directory.empty());
     EXPECT_EQ(directory.back(), L'\\');

@@ -27,7 +27,7 @@ void ExpectNoMatches(std::initializer_list<Pair> pairs) {
     }
 }
 
-TEST(RegexMatchesWhole, MatchesTheWholeTextAndNoPartOfIt) {
+TEST(RegexMatchesWhole, MatchesOnlyTheWholeText) {
     ExpectMatches({{L"abc", L"abc"}, {L"", L""}, {L".*b.*", L"abc"}, {L"a|abc", L"abc"}});
     ExpectNoMatches({{L"abc", L"abcd"},
                      {L"abc", L"zabc"},
@@ -132,7 +132,7 @@ TEST(RegexMatchesWhole, TakesTheLongestTextOfAnAdapter) {
     ExpectNoMatches({{L"a.*b.*", L"a" + many}, {L".*a.*b.*", many}});
 }
 
-TEST(RegexMatchesWhole, EndsSoonWhateverIsRepeatedInARepetition) {
+TEST(RegexMatchesWhole, EndsSoonForAnyNestedRepetition) {
     const std::wstring many(1000, L'a');
     ExpectNoMatches({{L"(a*)*b", many},
                      {L"(a+)+b", many},
@@ -143,7 +143,7 @@ TEST(RegexMatchesWhole, EndsSoonWhateverIsRepeatedInARepetition) {
                      {L"((((a*)*)*)*)*b", many}});
 }
 
-TEST(RegexMatchesWhole, MatchesWhateverIsRepeatedInARepetitionInGccsLibrary) {
+TEST(RegexMatchesWhole, MatchesAnyNestedRepetitionInGccsLibrary) {
     if (!test::GccsLibrary) {
         GTEST_SKIP() << "Microsoft's library gives such a text up, matching or not";
     }
@@ -175,7 +175,7 @@ TEST(RegexMatchesWhole, RemembersNothingOfALongerTextInGccsLibrary) {
         {{L"(.*)\\1", std::wstring(258, L'x')}, {L"(.*)\\1", std::wstring(1'000'000, L'x')}});
 }
 
-TEST(RegexMatchesWhole, LeavesItToItsCallerThatMemoryIsShort) {
+TEST(RegexMatchesWhole, PassesOutOfMemoryOnToItsCaller) {
     // Each set takes memory in every library.
     std::wstring pattern;
     for (int set = 0; set < 200; ++set) {

@@ -750,7 +750,7 @@ void ExpectDeletions(DeleteKeyEx system, const std::string& printed) {
         testing::ExitedWithCode(0), testing::HasSubstr(printed));
 }
 
-TEST(RecurseDeleteKeyDeathTest, LooksTheFunctionUpOnceAndHandsItTheView) {
+TEST(RecurseDeleteKeyDeathTest, LooksTheFunctionUpOnceAndPassesItTheView) {
     ExpectDeletions({.moduleLoaded = true, .present = true},
                     "look-up in Advapi32.dll\n"
                     "look-up of RegDeleteKeyExW\n"

@@ -183,7 +183,7 @@ TEST(GetDwordWithDefault, GivesTheDefaultForEveryOtherTypeAndSize) {
     }
 }
 
-TEST(GetDwordWithDefault, GivesTheDefaultIfTheQueryFailsThoughAllElseFits) {
+TEST(GetDwordWithDefault, GivesTheDefaultIfTheQueryFailsEvenIfAllElseFits) {
     const PrivateRegistry registry;
     PutHere(DwordValue(42));
     ImportHook<&::RegQueryValueExW> query([&](auto... arguments) {
@@ -376,7 +376,7 @@ TEST(GetStringSetting, TakesTheSizeThatComesWithMoreData) {
     EXPECT_THAT(queries.Made(), ElementsAre(SizeQuery, TextQuery(10)));
 }
 
-TEST(GetStringSetting, TakesNoSizeThatComesWithAnotherErrorAndAsksAgainAllTheSame) {
+TEST(GetStringSetting, IgnoresASizeThatComesWithAnotherErrorAndStillAsksAgain) {
     const PrivateRegistry registry;
     PutHere(TextValue(L""));
     const Queries queries([](const Queries::Query& /*forward*/, DWORD& size) {
@@ -410,7 +410,7 @@ TEST(GetStringSetting, ReadsAValueThatHasShrunk) {
     EXPECT_EQ(ReadWhileItChangesTo({REG_SZ, {}}), Success(Before));
 }
 
-TEST(GetStringSetting, TakesNoZeroOfTheBufferForTheEndOfAValueThatHasShrunk) {
+TEST(GetStringSetting, IgnoresZerosOfTheBufferAfterAShrunkValue) {
     const PrivateRegistry registry;
     EXPECT_EQ(ReadWhileItChangesTo({REG_SZ, TextBytes(L"te")}), Failure(13));
 }
@@ -425,7 +425,7 @@ TEST(SetDwordSetting, WritesTheFourBytesAndTheKeyThatIsMissing) {
     }
 }
 
-TEST(SetDwordSetting, HandsThePlatformFourBytes) {
+TEST(SetDwordSetting, PassesThePlatformFourBytes) {
     const PrivateRegistry registry;
     const RecordedImport<&::RegSetValueExW> set;
     EXPECT_TRUE(SetDwordSetting(HKEY_LOCAL_MACHINE, Key, L"name", 1, false));
@@ -460,7 +460,7 @@ TEST(SetStringSetting, WritesTheTextWithItsTerminatingZeroAndTheKeyThatIsMissing
     }
 }
 
-TEST(SetStringSetting, HandsThePlatformTheTerminatingZero) {
+TEST(SetStringSetting, PassesThePlatformTheTerminatingZero) {
     const PrivateRegistry registry;
     const RecordedImport<&::RegSetValueExW> set;
     EXPECT_TRUE(SetStringSetting(HKEY_LOCAL_MACHINE, Key, L"name", L"text", false));

@@ -317,7 +317,7 @@ private:
         [this](const OLECHAR* text) { return number_-- == 0 ? nullptr : hook_.Forward(text); }};
 };
 
-TEST_F(CreateTask, FailsForWantOfMemoryForAnyOfItsStrings) {
+TEST_F(CreateTask, FailsIfMemoryRunsOutForAnyOfItsStrings) {
     for (int number = 0; number < 3; ++number) {
         const WantOfMemory want(number);
         EXPECT_EQ(Create(),
@@ -327,7 +327,7 @@ TEST_F(CreateTask, FailsForWantOfMemoryForAnyOfItsStrings) {
     }
 }
 
-TEST_F(DeleteTask, FailsForWantOfMemoryForAnyOfItsStrings) {
+TEST_F(DeleteTask, FailsIfMemoryRunsOutForAnyOfItsStrings) {
     for (int number = 0; number < 2; ++number) {
         const WantOfMemory want(number);
         EXPECT_EQ(Delete(),
@@ -483,7 +483,7 @@ TEST_F(ScheduleTasksTest, OnlyRemovesTheObsoleteTaskIfThereIsNoOther) {
     EXPECT_THAT(Xmls(), IsEmpty());
 }
 
-TEST_F(ScheduleTasksTest, TakesAProgramElsewhereAsItStands) {
+TEST_F(ScheduleTasksTest, TakesAProgramElsewhereUnchanged) {
     EXPECT_EQ(Schedule({{{L"[##PROCESSNAME##]", false, L"%windir%\\x.exe", L"T"}}}),
               CreationLines("T", "%windir%\\x.exe") + deletionLines);
     EXPECT_THAT(Xmls(), ElementsAre("put_XmlText([%windir%\\x.exe])"));
@@ -499,7 +499,7 @@ TEST_F(ScheduleTasksTest, PutsTheProgramInPlaceOfTheFirstPlaceholder) {
     }
 }
 
-TEST_F(ScheduleTasksTest, RegistersXmlWithoutPlaceholderAsItStands) {
+TEST_F(ScheduleTasksTest, RegistersXmlWithoutPlaceholderUnchanged) {
     for (const wchar_t* xml : {L"", L"<x/>", L"##processname##", L"##PROCESSNAME#",
                                L"a text that is longer than a placeholder"}) {
         Schedule({{{xml, false, L"x.exe", L"T"}}});
@@ -507,19 +507,19 @@ TEST_F(ScheduleTasksTest, RegistersXmlWithoutPlaceholderAsItStands) {
     }
 }
 
-TEST_F(ScheduleTasksTest, PutsAPathWithMarkupIntoTheXmlAsItStands) {
+TEST_F(ScheduleTasksTest, PutsAPathWithMarkupIntoTheXmlUnescaped) {
     processes.ownPath = L"C:\\R & D <1>\\Finaset.exe";
     Schedule({{{L"<c>##PROCESSNAME##</c>", true, L"x.exe", L"T"}}});
     EXPECT_THAT(Xmls(), ElementsAre("put_XmlText(<c>C:\\R & D <1>\\x.exe</c>)"));
 }
 
-TEST_F(ScheduleTasksTest, TakesTheBareNameIfTheOwnDirectoryCannotBeTold) {
+TEST_F(ScheduleTasksTest, TakesTheBareNameIfTheOwnDirectoryIsUnknown) {
     processes.ownPath = L"";
     EXPECT_EQ(Schedule({{{L"##PROCESSNAME##", true, L"x.exe", L"T"}}}),
               CreationLines("T", "x.exe") + deletionLines);
 }
 
-TEST_F(ScheduleTasksTest, RegistersEveryTaskInOrderAndTellsOfTheLast) {
+TEST_F(ScheduleTasksTest, RegistersEveryTaskInOrderAndReturnsTheLastResult) {
     const ScheduledTaskEntry good = {L"g", false, L"g.exe", L"good"};
     const ScheduledTaskEntry bad = {L"b", false, L"b.exe", L"bad"};
     ImportHook<&::SysAllocString> hook([&hook](const OLECHAR* text) {
@@ -534,7 +534,7 @@ TEST_F(ScheduleTasksTest, RegistersEveryTaskInOrderAndTellsOfTheLast) {
 }
 
 // The deletion is gone on to; that the service's object cannot be created then counts as done.
-TEST_F(ScheduleTasksTest, GoesOnToTheDeletionThoughThereIsNoMemoryAtAll) {
+TEST_F(ScheduleTasksTest, GoesOnToTheDeletionEvenIfThereIsNoMemoryAtAll) {
     const std::vector<ScheduledTaskEntry> tasks = {{L"##PROCESSNAME##", true, L"x.exe", L"T"}};
     for (int strings = 0; strings < 3; ++strings) {
         bool out = false;
@@ -550,7 +550,7 @@ TEST_F(ScheduleTasksTest, GoesOnToTheDeletionThoughThereIsNoMemoryAtAll) {
     }
 }
 
-TEST_F(ScheduleTasksTest, TellsNothingOfTheDeletion) {
+TEST_F(ScheduleTasksTest, IgnoresTheResultOfTheDeletion) {
     ImportHook<&::SysAllocString> hook([&hook](const OLECHAR* text) {
         return std::wstring(text).starts_with(L"Tarsel") ? nullptr : hook.Forward(text);
     });

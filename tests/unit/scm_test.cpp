@@ -85,7 +85,7 @@ TEST_P(ScmOperations, CallsNothingMoreIfTheServiceCannotBeOpened) {
                                                 "CloseServiceHandle(manager 1)"));
 }
 
-TEST_P(ScmOperations, FailsWithItsCallAndClosesAllTheSame) {
+TEST_P(ScmOperations, FailsWithItsCallAndStillCloses) {
     fake.accepts = false;
     fake.states = {std::nullopt};
     EXPECT_FALSE(Run());
@@ -206,7 +206,7 @@ TEST(SCM, GivesUpAfterASleepThatTookTooLong) {
 }
 
 // The elapsed time is truncated to 32 bits: a machine that hibernates for 49.7 days is forgiven.
-TEST(SCM, TakesNoNoticeOfWholeTurnsOfA32BitCounter) {
+TEST(SCM, IgnoresOverflowsOfA32BitCounter) {
     FakeServices fake;
     fake.states = {StartPending};
     bool turned = false;
@@ -246,14 +246,14 @@ TEST_F(RealServices, RefuseASecondStartAndASecondStop) {
     EXPECT_EQ(service.State(), Running);
 }
 
-TEST_F(RealServices, ThatDoNotAcceptAStopRunOn) {
+TEST_F(RealServices, ThatDoNotAcceptAStopKeepRunning) {
     const InstalledService service(Name, L"--refuses-stop");
     service.Start();
     EXPECT_FALSE(SCM().RequestStop(Name));
     EXPECT_EQ(service.State(), Running);
 }
 
-TEST_F(RealServices, ThatNeverStopAreNotWaitedForForEver) {
+TEST_F(RealServices, ThatNeverStopAreGivenUp) {
     const InstalledService service(Name, L"--never-stops");
     service.Start();
     EXPECT_TRUE(SCM().RequestStop(Name));

@@ -167,7 +167,7 @@ TEST_F(SecuringTheDirectories, WalksTheTable) {
     ExpectLists({});
 }
 
-TEST_F(SecuringTheDirectories, ResetsWhatIsThereAlready) {
+TEST_F(SecuringTheDirectories, ResetsWhatAlreadyExists) {
     test::MakeFile(configuration_ + L"user.xml");
     std::filesystem::create_directories(images_ + L"\\below");
     test::MakeFile(images_ + L"\\below\\image");

@@ -116,7 +116,7 @@ private:
 
 class RunUninstallProgramTest : public SecurityResponseTest {};
 
-TEST_F(RunUninstallProgramTest, FailsSilentlyIfItsOwnDirectoryCannotBeTold) {
+TEST_F(RunUninstallProgramTest, FailsSilentlyIfItsOwnDirectoryIsUnknown) {
     for (const wchar_t* path : {L"", L"Finaset.exe"}) {
         processes.ownPath = path;
         EXPECT_FALSE(Uninstall(""));
@@ -144,7 +144,7 @@ TEST_F(RunUninstallProgramTest, RunsTheProgramBesideThisOneAndWaitsAMinute) {
                                                   StartingEntry(), Deregistration));
 }
 
-TEST_F(RunUninstallProgramTest, TellsWhetherTheProgramEndedInTime) {
+TEST_F(RunUninstallProgramTest, ReturnsWhetherTheProgramEndedInTime) {
     const struct {
         DWORD waitResult;
         bool ended;
@@ -157,14 +157,14 @@ TEST_F(RunUninstallProgramTest, TellsWhetherTheProgramEndedInTime) {
     }
 }
 
-TEST_F(RunUninstallProgramTest, SaysThatTheProgramEndedThoughItDidNotStart) {
+TEST_F(RunUninstallProgramTest, SaysThatTheProgramEndedEvenIfItDidNotStart) {
     processes.launches = false;
     EXPECT_FALSE(Uninstall(StartingLine() + EndedLine("False")));
     EXPECT_THAT(processes.calls.Of("WaitForSingleObject"), IsEmpty());
     EXPECT_THAT(events.calls.Of("ReportEventW"), ElementsAre(StartingEntry()));
 }
 
-TEST_F(RunUninstallProgramTest, RunsTheProgramThoughNoEntryIsWritten) {
+TEST_F(RunUninstallProgramTest, RunsTheProgramEvenIfNoEntryIsWritten) {
     events.registers = false;
     EXPECT_TRUE(Uninstall(StartingLine() + EndedLine("True")));
 }
@@ -237,7 +237,7 @@ TEST_F(RespondToSecurityFailureTest, UninstallsThenRecordsTheReason) {
                             Entry("The reason - Uninstalling"), Deregistration));
 }
 
-TEST_F(RespondToSecurityFailureTest, RecordsTheReasonWhateverBecomesOfTheUninstallation) {
+TEST_F(RespondToSecurityFailureTest, RecordsTheReasonEvenIfTheUninstallationFails) {
     const auto expectReasonRecorded = [&] {
         EXPECT_EQ(events.calls.Lines().at(events.calls.Lines().size() - 3),
                   Registration("Tarsel Nimbus CInstall"));
