@@ -70,7 +70,8 @@ public:
         }
         if (course.configured) {
             for (const FileOperation& file : FileTable) {
-                Put(DestinationOf(file, course));
+                Put(IsShipped(file) ? DestinationOf(file, course)
+                                    : DirectoryOf(DestinationOf(file, course)));
             }
             for (const SecuredDirectory& directory : SecuredDirectoryTable) {
                 Put(TargetOf(directory, course));
@@ -100,6 +101,10 @@ public:
     }
 
 private:
+    [[nodiscard]] bool IsShipped(const FileOperation& file) const {
+        return !course_.shipped || course_.shipped->contains(file.fileName);
+    }
+
     void Put(const std::string& path) {
         for (std::string level = WithoutSeparator(path); !level.empty();
              level = WithoutSeparator(DirectoryOf(level))) {
@@ -202,8 +207,7 @@ private:
             there_.erase(path);
         }
         CreateDirectory(DirectoryOf(path));
-        const bool shipped = !course_.shipped || course_.shipped->contains(file.fileName);
-        const bool copies = shipped && !path.empty() && (file.overwrite || !IsThere(path));
+        const bool copies = IsShipped(file) && !path.empty() && (file.overwrite || !IsThere(path));
         if (Item("Copying File " + Varying(Expanded(file.sourcePath) + " -> " + path) +
                      "     overwriting =" + (file.overwrite ? "true" : "false") + "\t - \t",
                  {Success, Failure}, copies ? Good : Bad) == Good) {

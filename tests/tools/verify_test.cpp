@@ -103,7 +103,7 @@ TEST(VerdictAsJson, EscapesWhatIsNotAscii) {
     EXPECT_THAT(json, HasSubstr(R"("name":"a \"b\" \\ / \u0001\u0009\u000d\u000a\u007f",)"));
     EXPECT_THAT(json, HasSubstr(R"("expected":"\u00e9\u4e2d")"));
     EXPECT_THAT(json, HasSubstr(R"("name":"\ud83d\ude00")"));
-    EXPECT_THAT(json, HasSubstr(R"("expected":"half a pair: \ud800","found":"\udc00\ud800")"));
+    EXPECT_THAT(json, HasSubstr(R"("expected":"half a pair: \\ud800","found":"\\udc00\\ud800")"));
     // The other half is tests/tools/verify_json_test.sh, in which a parser reads it.
     if (const wchar_t* const file = _wgetenv(L"FINASET_JSON")) {
         test::PutFile(file, json);

@@ -535,15 +535,17 @@ TEST_F(ScheduleTasksTest, RegistersEveryTaskInOrderAndReturnsTheLastResult) {
 
 // The deletion still happens; if the service's object cannot be created then, it counts as done.
 TEST_F(ScheduleTasksTest, GoesOnToTheDeletionEvenIfThereIsNoMemoryAtAll) {
+    const std::vector<ScheduledTaskEntry> tasks = {{L"##PROCESSNAME##", true, L"x.exe", L"T"}};
     for (int strings = 0; strings < 3; ++strings) {
+        bool out = false;
         EXPECT_EQ(Printed([&] {
                       const test::NoMemory none(strings);
-                      scheduled = ScheduleTasks();
-                      EXPECT_TRUE(none.Out());
+                      scheduled = ScheduleTasks(tasks);
+                      out = none.Out();
                   }),
-                  "   Creating Task Name [VxIdle Task] for Process [C:\\Own "
-                  "Directory\\VxIdleTask.exe]....\n" +
+                  "   Creating Task Name [T] for Process [C:\\Own Directory\\x.exe]....\n" +
                       OutOfMemoryLine("CreateScheduledTask") + Failed + deletionLines);
+        EXPECT_TRUE(out);
         EXPECT_FALSE(scheduled);
     }
 }
