@@ -305,7 +305,8 @@ TEST_F(Configure, SecuresATreeOf2000EntriesInSixLevels) {
     OpenToEveryone(deepest);
     const std::wstring open = AccessListOf(deepest);
     ExpectRun({.there = {ImageCacheDirectory}});
-    EXPECT_EQ(machine.Describe().dataFiles.size(), WithShippedFiles({}).size() + 6 * 333U);
+    EXPECT_EQ(machine.Describe().dataFiles.size(),
+              WithShippedFiles({}).size() + 6 * std::size_t{333});
     EXPECT_NE(AccessListOf(deepest), open);
 }
 

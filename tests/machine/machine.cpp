@@ -275,10 +275,8 @@ std::map<std::wstring, std::wstring> Configured(std::map<std::wstring, std::wstr
 }
 
 std::vector<std::wstring> ProductTasks() {
-    std::vector<std::wstring> names;
-    for (const ScheduledTaskEntry& task : ScheduledTaskTable) {
-        names.push_back(task.taskName);
-    }
+    std::vector<std::wstring> names(ScheduledTaskTable.size());
+    std::ranges::transform(ScheduledTaskTable, names.begin(), &ScheduledTaskEntry::taskName);
     std::ranges::sort(names);
     return names;
 }

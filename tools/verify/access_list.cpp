@@ -70,11 +70,9 @@ View ViewOf(PSECURITY_DESCRIPTOR descriptor) {
 // Calls `visit` with each entry.
 template <typename Visit>
 void ForEachEntry(PACL list, const Visit& visit) {
-    for (DWORD index = 0; index < list->AceCount; ++index) {
-        void* entry = nullptr;
-        if (::GetAce(list, index, &entry)) {
-            visit(*static_cast<ACCESS_ALLOWED_ACE*>(entry));
-        }
+    void* entry = nullptr;
+    for (DWORD index = 0; ::GetAce(list, index, &entry) != FALSE; ++index) {
+        visit(*static_cast<ACCESS_ALLOWED_ACE*>(entry));
     }
 }
 

@@ -55,7 +55,9 @@ private:
                                          &needed) != FALSE;
     }
 
-    std::vector<std::uint64_t> buffer_ = std::vector<std::uint64_t>(64);  // most are far smaller
+    static constexpr std::size_t UsualCapacity = 64;  // most are far smaller
+
+    std::vector<std::uint64_t> buffer_ = std::vector<std::uint64_t>(UsualCapacity);
 };
 
 // What is wrong or unknown about the entries below a directory: how many, and the names of the
@@ -104,9 +106,12 @@ public:
         }
     }
 
-    Tally own;
-    Tally unknown;
-    DWORD error = ERROR_SUCCESS;  // why the first of these is unknown
+    // The entries that have a list of their own, and those that are unknown.
+    [[nodiscard]] const Tally& Own() const { return own_; }
+    [[nodiscard]] const Tally& Unknown() const { return unknown_; }
+
+    // Why the first of these is unknown.
+    [[nodiscard]] DWORD Error() const { return error_; }
 
 private:
     void Enter(const std::wstring& directory, bool lists, std::vector<std::wstring>& directories) {
@@ -133,7 +138,7 @@ private:
                     }
                 }
             }
-        } while (::FindNextFileW(search.Get(), &entry));
+        } while (::FindNextFileW(search.Get(), &entry) != FALSE);
         if (const DWORD ended = ::GetLastError(); ended != ERROR_NO_MORE_FILES) {
             NoteUnknown(directory, ended);
         }
@@ -147,19 +152,22 @@ private:
                 NoteUnknown(path, reason);
             }
         } else if (HasItsOwn(descriptor)) {
-            own.Add(Below(path));
+            own_.Add(Below(path));
         }
     }
 
     void NoteUnknown(const std::wstring& path, DWORD reason) {
-        error = unknown.count == 0 ? reason : error;
-        unknown.Add(Below(path));
+        error_ = unknown_.count == 0 ? reason : error_;
+        unknown_.Add(Below(path));
     }
 
     [[nodiscard]] std::wstring Below(const std::wstring& path) const {
         return path.size() > top_.size() ? path.substr(top_.size() + 1) : L"its entries";
     }
 
+    Tally own_;
+    Tally unknown_;
+    DWORD error_ = ERROR_SUCCESS;
     std::wstring top_;
     std::span<const std::wstring> ofOtherRows_;
     SecurityReader reader_;
@@ -210,11 +218,11 @@ Finding OfDirectory(const SecuredDirectory& directory, const Place& place,
     Walk walk(WithoutBackslash(place.path), ofAllRows);
     // A run does not touch what is below a directory with any further attribute.
     walk.Go(directory.applyToChildren && place.attributes == FILE_ATTRIBUTE_DIRECTORY);
-    if (walk.own.count != 0) {
-        wrong.push_back(L"below it, with an access list of its own: " + walk.own.Text());
+    if (walk.Own().count != 0) {
+        wrong.push_back(L"below it, with an access list of its own: " + walk.Own().Text());
     }
-    if (walk.unknown.count != 0) {
-        unknown.push_back(L"below it, " + walk.unknown.Text() + L": " + ErrorText(walk.error));
+    if (walk.Unknown().count != 0) {
+        unknown.push_back(L"below it, " + walk.Unknown().Text() + L": " + ErrorText(walk.Error()));
     }
     if (!wrong.empty()) {
         return Found(/*asExpected=*/false, Joined(wrong, L"; "));

@@ -24,7 +24,8 @@ std::wstring ErrorText(DWORD error) {
     wchar_t code[] = L"error 0x00000000";
     std::swprintf(code, std::size(code), error < FirstResultOfCom ? L"error %lu" : L"error 0x%08lX",
                   error);
-    wchar_t message[256] = {};
+    constexpr std::size_t LongestMessage = 256;
+    wchar_t message[LongestMessage] = {};
     const DWORD length =
         ::FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
                          /*lpSource=*/nullptr, error, /*dwLanguageId=*/0, message,

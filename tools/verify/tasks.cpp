@@ -92,7 +92,8 @@ public:
             Take(type, definition);
         }
         const bool whole = hasRoot_ && path_.empty();
-        return FAILED(result) || whole ? result : HRESULT_FROM_WIN32(ERROR_INVALID_DATA);
+        constexpr DWORD Cut = ERROR_INVALID_DATA;
+        return FAILED(result) || whole ? result : HRESULT_FROM_WIN32(Cut);
     }
 
 private:

@@ -57,7 +57,8 @@ std::string Escaped(wchar_t character) {
     std::string escaped = "\\u";
     for (unsigned digit = 0; digit <= Highest; digit += Bits) {
         escaped +=
-            Digits[(static_cast<std::uint16_t>(character) >> (Highest - digit)) % Digits.size()];
+            Digits[(std::size_t{static_cast<std::uint16_t>(character)} >> (Highest - digit)) %
+                   Digits.size()];
     }
     return escaped;
 }
