@@ -22,6 +22,11 @@ namespace {
 using Utils::ComPointer;
 using Utils::ComString;
 
+// What COM returns for an error of the system.
+HRESULT ResultOf(DWORD error) {
+    return HRESULT_FROM_WIN32(error);
+}
+
 // An object, or why there is none.
 template <typename Interface>
 struct Obtained {
@@ -92,8 +97,7 @@ public:
             Take(type, definition);
         }
         const bool whole = hasRoot_ && path_.empty();
-        constexpr DWORD Cut = ERROR_INVALID_DATA;
-        return FAILED(result) || whole ? result : HRESULT_FROM_WIN32(Cut);
+        return FAILED(result) || whole ? result : ResultOf(ERROR_INVALID_DATA);
     }
 
 private:
@@ -149,7 +153,7 @@ HRESULT ReadDefinition(const std::wstring& xml, Definition& definition) {
     const auto createXmlReader =
         Utils::FindFunction<decltype(::CreateXmlReader)>(library.Get(), "CreateXmlReader");
     if (createXmlReader == nullptr) {
-        return HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND);
+        return ResultOf(ERROR_PROC_NOT_FOUND);
     }
     const auto stream = ObtainObject<IStream>([](IStream** object) {
         return ::CreateStreamOnHGlobal(/*hGlobal=*/nullptr, /*fDeleteOnRelease=*/TRUE, object);
@@ -188,8 +192,7 @@ std::wstring Expected(const ScheduledTaskEntry& task) {
 }
 
 bool IsAbsent(HRESULT result) {
-    return result == HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND) ||
-           result == HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND);
+    return result == ResultOf(ERROR_FILE_NOT_FOUND) || result == ResultOf(ERROR_PATH_NOT_FOUND);
 }
 
 Finding OfTask(const Obtained<ITaskFolder>& root, const ScheduledTaskEntry& task,
