@@ -1,4 +1,4 @@
-// Whole runs on a machine that has real network adapters of all kinds of names.
+// Whole runs on a machine with real network adapters with all kinds of names.
 
 #include "machine/machine.h"
 #include "support/expected_log.h"
@@ -23,8 +23,8 @@ namespace {
 
 using namespace test;  // the expected log
 
-// Those that the machine is given, with what it has anyway; and the ones among them that the
-// program looks for.
+// Those that the machine is given, plus those that it always has; and the ones that the program
+// looks for.
 const std::vector<std::wstring> AllAdapters = {
     L"lo",          L"TarselQZ311",   L"by_TarselQZ311",    L"TARSEL_qz311_b", L"TarselQZ31",
     L"QZ311Tarsel", L"tarselqz311.x", L"Tarsel\u00AEQZ311", L"brisko_m410"};
@@ -57,7 +57,7 @@ protected:
     }
 
     // Runs the configure action, or all if there are no arguments, and expects its log and what it
-    // has found and written.
+    // found and wrote.
     void ExpectRun(Course course, const std::wstring& arguments = L"/CONFIGURE") {
         course.actions = arguments.empty() ? course.actions : 4;
         course.adapters = Descriptions();
@@ -75,7 +75,7 @@ protected:
     Machine machine;
 };
 
-TEST_F(Adapters, ThatAreWantedAreFoundInThePlatformsOrderAndEnableTheFeature) {
+TEST_F(Adapters, ThatAreKnownAreFoundInThePlatformsOrderAndEnableTheFeature) {
     for (const std::wstring& adapter : AllAdapters) {
         EXPECT_EQ(MaskOf(adapter).value_or(0) == 2, std::ranges::count(WantedAdapters, adapter) > 0)
             << testing::PrintToString(adapter);
@@ -92,7 +92,7 @@ TEST_F(Adapters, AreFoundAgainEachTime) {
     EXPECT_EQ(machine.Describe().settings.at(L"MultiInterface_Enabled"), L"1");
 }
 
-TEST_F(Adapters, AreNotMatchedIfASettingSaysWhatTheHardwareIs) {
+TEST_F(Adapters, AreNotMatchedIfASettingGivesTheBitmask) {
     struct Row {
         DWORD gate;
         bool feature;
@@ -125,8 +125,8 @@ TEST_F(Adapters, MatterToNoOptionButConfigure) {
     EXPECT_FALSE(after.settings.contains(L"MultiInterface_Enabled"));
 }
 
-// If it were taken, there would be no adapters, or no run.
-TEST_F(Adapters, AreNotAskedOfALibraryThatLiesBesideTheProgram) {
+// If it were loaded, there would be no adapters, or no run.
+TEST_F(Adapters, AreNotListedByALibraryBesideTheProgram) {
     PutFile(machine.ProgramDirectory() / L"iphlpapi.dll", "not the system's");
     ExpectRun({});
 }

@@ -41,8 +41,8 @@ const std::string NimbusDirectory = (Machine::DataDirectory() / "Nimbus").string
 const std::string ConfigurationDirectory = NimbusDirectory + "\\ConfigurationFiles\\";
 const std::string ImageCacheDirectory = (Machine::DataDirectory() / "ImageCache").string();
 
-// The access list of a path. Under Wine it is made up from the file's mode: lists that differ can
-// read back alike.
+// The access control list of a path. Wine makes it up from the file's mode: different lists can
+// read back the same.
 std::wstring AccessListOf(const std::filesystem::path& path) {
     PSECURITY_DESCRIPTOR descriptor = nullptr;
     ::GetNamedSecurityInfoW(path.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
@@ -56,8 +56,8 @@ std::wstring AccessListOf(const std::filesystem::path& path) {
     return list;
 }
 
-// Lets everyone do everything with a path. Of all lists this one reads back otherwise than any that
-// the product sets or resets, under Wine too.
+// Gives everyone full access to a path. This list reads back differently from any that the product
+// sets or resets, even on Wine.
 void OpenToEveryone(const std::filesystem::path& path) {
     PSECURITY_DESCRIPTOR descriptor = nullptr;
     ::ConvertStringSecurityDescriptorToSecurityDescriptorW(L"D:P(A;OICI;FA;;;WD)", SDDL_REVISION_1,
@@ -81,8 +81,8 @@ class Configure : public testing::Test {
 protected:
     Configure() { machine.InstallProduct(); }
 
-    // Runs the action, and expects its log and that it changes nothing but the settings and the
-    // data files, which are then `files`, or those that are there with the shipped ones.
+    // Runs the action, and expects its log, and no change except to the settings and the data
+    // files, which are then `files`, or the existing ones with the shipped ones.
     void ExpectRun(Course course = {}, const std::optional<DataFiles>& files = {}) {
         course.actions = 4;
         machine.WriteSetting(L"FirstRun", 1);
@@ -131,7 +131,7 @@ TEST_F(Configure, LeavesTheSameMachineHoweverOftenItRuns) {
 TEST_F(Configure, GoesOnWithoutTheDriverDirectory) {
     std::filesystem::remove_all(Machine::DriverDirectory());
     for (const FileOperation& file : FileTable) {
-        std::filesystem::remove(ExpandEnvironmentPath(file.sourcePath));  // one that lies elsewhere
+        std::filesystem::remove(ExpandEnvironmentPath(file.sourcePath));  // one that is elsewhere
     }
     ExpectRun({.shipped = std::set<std::wstring>()}, DataFiles());
 }
@@ -141,7 +141,7 @@ TEST_F(Configure, GoesOnAfterAReadOnlyDestination) {
     const std::filesystem::path file = Machine::ConfigurationDirectory() / L"oem.xml";
     PutFile(file, "read-only");
     ::SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_READONLY);
-    // Under Wine, whoever is root may replace it.
+    // Under Wine, root may replace it.
     const std::filesystem::path probe = Machine::ConfigurationDirectory() / L"vx.stg";
     ::SetFileAttributesW(probe.c_str(), FILE_ATTRIBUTE_READONLY);
     const bool replaceable = ::CopyFileW((Machine::DriverDirectory() / L"vx.stg").c_str(),
@@ -168,7 +168,7 @@ TEST_F(Configure, GoesOnAfterADestinationThatIsADirectory) {
     EXPECT_TRUE(std::filesystem::is_directory(path));
 }
 
-// What a value that names a directory holds, and which directory is then secured.
+// The value that names a directory, and the directory that is then secured.
 struct DirectoryValue {
     const char* name;
     DWORD type;
@@ -185,7 +185,7 @@ TEST_F(Configure, SecuresTheDirectoriesThatTheSettingsName) {
         {"a trailing backslash", REG_SZ, L"C:\\Elsewhere\\images\\", "C:\\Elsewhere\\images\\"},
         {"no string", REG_BINARY, L"C:\\Elsewhere\\images", ""},
     };
-    // What the program puts behind the directory of each value.
+    // What the program appends to the directory of each value.
     const std::pair<std::wstring, std::string> names[] = {{L"ImageCacheDirectory", ""},
                                                           {L"ActivityLogDirectory", "\\"}};
     for (const DirectoryValue& row : rows) {
@@ -208,7 +208,7 @@ TEST_F(Configure, SecuresTheDirectoriesThatTheSettingsName) {
     std::filesystem::remove_all(L"C:\\Elsewhere");
 }
 
-TEST_F(Configure, CannotSecureADirectoryThatCannotBe) {
+TEST_F(Configure, CannotSecureADirectoryThatCannotExist) {
     const std::wstring longText = L"C:\\" + std::wstring(3997, L'x');
     const std::wstring texts[] = {L"Q:\\nowhere", longText, L""};
     for (const std::wstring& text : texts) {
@@ -221,7 +221,7 @@ TEST_F(Configure, CannotSecureADirectoryThatCannotBe) {
             machine.WriteStaleSettings();
             const std::wstring name = image ? L"ImageCacheDirectory" : L"ActivityLogDirectory";
             machine.WriteTextSetting(name, text);
-            // What the platform leaves of a text that is too long is its own business.
+            // What remains of a text that is too long is up to the platform.
             const std::wstring shown =
                 ExpandEnvironmentPath(ExpandEnvironmentPath(image ? text : text + L"\\"));
             const std::string directory = "Directory " + Narrow(shown) + " \t";
@@ -233,8 +233,8 @@ TEST_F(Configure, CannotSecureADirectoryThatCannotBe) {
     }
 }
 
-// An empty activity-log directory is the root of the drive that the program runs on. Not to be
-// tried on a drive that matters.
+// An empty activity log directory means the root of the program's drive. Not to be tried on a drive
+// that matters.
 TEST_F(Configure, SecuresTheRootOfTheCurrentDriveForAnEmptyActivityLogDirectory) {
     PutFile(L"C:\\Sandbox\\below\\file", "kept");
     const Drive drive(L'S', L"C:\\Sandbox");
@@ -262,8 +262,8 @@ TEST_F(Configure, ForgetsTheConfigurationDirectoryWhateverTheValueHolds) {
     }
 }
 
-// What is below a directory is reset, unless that has any attribute beside that of being one: then
-// it is left alone, which counts as secured.
+// Everything below a directory is reset, unless that has any attribute beside being a directory:
+// then it is skipped, which counts as secured.
 TEST_F(Configure, ResetsWhatIsBelowADirectoryUnlessThatHasAnotherAttribute) {
     const std::filesystem::path images = Machine::DataDirectory() / L"ImageCache";
     const std::filesystem::path paths[] = {images / L"file", images / L"below",
@@ -336,7 +336,7 @@ TEST_F(Configure, CannotSecureAFileThatIsNamedLikeAVariable) {
     EXPECT_EQ(machine.Describe().dataFiles[L"ImageCache\\%TEMP%"], "kept");
 }
 
-// A machine with a victim outside of the product, to which links lead.
+// A machine with a victim outside the product, to which links lead.
 class ConfigureWithALink : public Configure {
 protected:
     ConfigureWithALink() { MakeVictim(); }
@@ -363,7 +363,7 @@ protected:
         EXPECT_EQ(AccessListOf(VictimDirectory), victimDirectoryAccess_);
     }
 
-    // That an entry of a directory is a link, or one of the levels of its path.
+    // An entry of a directory is a link, or a level of its path is.
     static Verdicts LinkIn(const std::string& directory) {
         return {{"Verifying Children Files of Directory " + directory + " has", Bad}};
     }
@@ -371,7 +371,7 @@ protected:
         return {{"Verifying File/Directory " + directory + " has", Bad}};
     }
 
-    // A link in the first directory, and what becomes of the uninstall program.
+    // A link in the first directory, and the result of the uninstall program.
     static Course InsecureNimbus(Verdict uninstallProgram = Good) {
         return {.verdicts = {{"Verifying Children", Bad}, {"Unfinaset.exe", uninstallProgram}},
                 .there = {NimbusDirectory}};
@@ -393,7 +393,7 @@ TEST_F(ConfigureWithALink, RespondsWithoutTheUninstallProgram) {
     ExpectRun(InsecureNimbus(Absent));
 }
 
-TEST_F(ConfigureWithALink, RespondsThoughTheUninstallProgramDoesNotStart) {
+TEST_F(ConfigureWithALink, RespondsEvenIfTheUninstallProgramDoesNotStart) {
     machine.RemoveProgram(L"Unfinaset.exe");
     PutFile(machine.ProgramDirectory() / L"Unfinaset.exe", "no program");
     HardLink(Machine::DataDirectory() / L"Nimbus\\link");
@@ -415,7 +415,7 @@ TEST_F(ConfigureWithALink, GivesTheUninstallProgramUpAfter60SecondsAndLeavesItRu
 }
 
 TEST_F(ConfigureWithALink, EndsAtALinkAmongTheEntriesOfEachDirectory) {
-    std::vector<std::string> before;  // the directories that are secured until then
+    std::vector<std::string> before;  // the directories secured until then
     for (const SecuredDirectory& row : SecuredDirectoryTable) {
         const std::string directory = TargetOf(row);
         for (const bool hard : {true, false}) {
@@ -433,14 +433,14 @@ TEST_F(ConfigureWithALink, EndsAtALinkAmongTheEntriesOfEachDirectory) {
             machine.WriteStaleSettings();
             const Course course = {.verdicts = LinkIn(directory), .there = {directory}};
             ExpectRun(course);
-            // The rows behind it are not even created.
+            // The rows after it are not even created.
             for (const SecuredDirectory& each : SecuredDirectoryTable) {
                 EXPECT_EQ(std::filesystem::exists(TargetOf(each)),
                           IsThereAfter(course, TargetOf(each)))
                     << TargetOf(each);
             }
             EXPECT_EQ(FileText(VictimFile), "victim");
-            // The reset of what is below one before it reaches it, links and all: meant.
+            // Resetting what is below one reaches it first, links and all, on purpose.
             if (std::ranges::none_of(before, [&](const std::string& each) {
                     return directory.starts_with(each + "\\");
                 })) {
@@ -463,7 +463,7 @@ TEST_F(ConfigureWithALink, EndsAtALinkAtEachLevelOfADirectoryOfTheSettings) {
             SCOPED_TRACE(level.string());
             std::filesystem::remove_all(Machine::DataDirectory());
             machine.WriteStaleSettings();
-            // What is below the link lies with the victim.
+            // What is below the link belongs to the victim.
             std::filesystem::create_directories(VictimDirectory /
                                                 directory.lexically_relative(level));
             std::filesystem::create_directories(level.parent_path());
@@ -517,7 +517,7 @@ TEST_F(ConfigureWithALink, EndsAtALinkAtOrAboveTheProgramDataDirectory) {
     std::filesystem::remove_all(top);
 }
 
-// Meant; what it names is then reset like anything else below.
+// On purpose; its target is then reset like anything else below.
 TEST_F(ConfigureWithALink, DoesNotSeeAHardLinkOneLevelDeeper) {
     for (const SecuredDirectory& row : SecuredDirectoryTable) {
         const std::string directory = TargetOf(row);

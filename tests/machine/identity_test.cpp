@@ -1,4 +1,4 @@
-// What the shipping program says of itself to the system: its version, and its manifest.
+// What the shipping program tells the system: its version, and its manifest.
 
 #include "support/installed_service.h"
 
@@ -97,8 +97,7 @@ BOOL CALLBACK AddManifests(HMODULE module, const wchar_t* type, wchar_t* name, L
     return ::EnumResourceLanguagesW(module, type, name, &AddManifest, manifests);
 }
 
-// In all languages, under all names: more than one would leave it to the system which of them
-// counts.
+// In all languages, under all names: with more than one, the system would choose which counts.
 Texts Manifests() {
     const HMODULE module = ::LoadLibraryExW(Program().c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);
     Texts manifests;
@@ -116,8 +115,7 @@ Texts Matches(const std::string& text, const char* pattern) {
     return matches;
 }
 
-// What is not among these elements changes nothing: not how long a path may be, and not the code
-// page.
+// No other element may change anything: not the maximum path length, not the code page.
 TEST(Identity, TheOneManifestNamesTheRightsAndTheSystemsAndNothingElse) {
     const Texts manifests = Manifests();
     ASSERT_EQ(manifests.size(), 1U);

@@ -1,5 +1,5 @@
-// The two installers, run as they are rolled out, without a window: they lay down the product, run
-// the program, and take everything away again.
+// The two installers, run silently as in a rollout: they install the product, run the program, and
+// remove everything again.
 
 #include "machine/machine.h"
 #include "shared/owner.h"
@@ -44,7 +44,7 @@ constexpr DWORD Stopped = SERVICE_STOPPED;
 constexpr DWORD Running = SERVICE_RUNNING;
 constexpr DWORD NotThere = 0;
 constexpr std::chrono::seconds QuitLimit{10};      // for an application that was asked to quit
-constexpr std::chrono::minutes UninstallLimit{1};  // for an uninstaller that works on by itself
+constexpr std::chrono::minutes UninstallLimit{1};  // for an uninstaller that continues by itself
 
 // Waits for all programs with this file name.
 void WaitForPrograms(std::wstring_view name) {
@@ -61,13 +61,13 @@ void WaitForPrograms(std::wstring_view name) {
     }
 }
 
-// How an installer is called.
+// How to call an installer.
 struct Installer {
     const char* name;
     DWORD (*install)(const std::wstring& version, const std::wstring& arguments);
     DWORD (*uninstall)(const std::wstring& version);
-    std::wstring repair;                 // what makes of an installation a repair
-    std::wstring elsewhere;              // what asks for a directory, if it may be asked for
+    std::wstring repair;                 // what turns an installation into a repair
+    std::wstring elsewhere;              // what selects another directory, if possible
     std::vector<std::wstring> ownFiles;  // that it leaves among the product's
 };
 
@@ -93,7 +93,7 @@ DWORD InstallNsis(const std::wstring& version, const std::wstring& arguments) {
 
 DWORD UninstallNsis(const std::wstring& /*version*/) {
     const DWORD exitCode = RunToEnd(L"\"C:\\Program Files\\Tarsel\\Lumetra\\Uninstall.exe\" /S");
-    WaitForPrograms(L"Un.exe");  // a copy of itself, in which it works on
+    WaitForPrograms(L"Un.exe");  // a copy of itself, in which it continues
     return exitCode;
 }
 
@@ -165,7 +165,7 @@ std::vector<std::wstring> FilesIn(const std::filesystem::path& directory) {
     return files;
 }
 
-// What a version has laid down in the program's directory, with the log.
+// What a version installs in the program's directory, with the log.
 std::vector<std::wstring> FilesOf(const std::wstring& version,
                                   const std::vector<std::wstring>& others) {
     std::vector<std::wstring> files = {L"BriskoLU.exe",       L"Finaset.exe",
@@ -213,7 +213,7 @@ protected:
         return FileText(machine.ProgramDirectory() / L"finaset.log").value();
     }
 
-    // The product is there in this version, once, and runs.
+    // The product is installed in this version, once, and runs.
     void ExpectInstalled(const std::wstring& version) const {
         EXPECT_THAT(InstalledVersions(), ElementsAre(version));
         EXPECT_EQ(FilesIn(machine.ProgramDirectory()), FilesOf(version, GetParam().ownFiles));
@@ -234,7 +234,7 @@ protected:
     Machine machine;
 };
 
-// All services are there, and none of them runs.
+// All services exist, and none of them runs.
 Course Installation(bool first) {
     return {.verdicts = NothingRuns,
             .staleSettings = false,
@@ -267,7 +267,7 @@ TEST_P(Installers, ReplaceAnOlderVersionThatIsInUseAndKeepItsUsersConfiguration)
     EXPECT_EQ(machine.Describe().dataFiles, expected);
 }
 
-// The companion runs meanwhile, and has the log of the installation open.
+// The companion is running, and has the log of the installation open.
 TEST_P(Installers, RepairAnInstallationThatIsInUse) {
     ASSERT_EQ(Install(Version), 0U);
     machine.RemoveProgram(L"ZEFIR.exe");
@@ -283,10 +283,10 @@ TEST_P(Installers, InstallNowhereElse) {
     ExpectInstalled(Version);
 }
 
-TEST_P(Installers, TakeAwayWhatTheyLaidDownAndLeaveTheProductsData) {
+TEST_P(Installers, RemoveWhatTheyInstalledAndLeaveTheProductsData) {
     ASSERT_EQ(Install(Version), 0U);
     ASSERT_THAT(machine.StartsOf(L"BriskoLU.exe"), SizeIs(1));
-    machine.RemoveProgram(L"BriskoLU.exe.started");  // a record of the stand-in's own
+    machine.RemoveProgram(L"BriskoLU.exe.started");  // the stand-in's own record
 
     EXPECT_EQ(GetParam().uninstall(Version), 0U);
     EXPECT_THAT(InstalledVersions(), IsEmpty());
@@ -296,7 +296,7 @@ TEST_P(Installers, TakeAwayWhatTheyLaidDownAndLeaveTheProductsData) {
     const MachineState state = machine.Describe();
     EXPECT_THAT(state.applications, IsEmpty());
     EXPECT_THAT(state.settings, IsEmpty());
-    EXPECT_THAT(state.tasks, Not(Contains(L"VxIdle Task")));  // whose program is theirs
+    EXPECT_THAT(state.tasks, Not(Contains(L"VxIdle Task")));  // they own its program
     EXPECT_EQ(state.dataFiles, ConfigurationOf(Version));
 }
 
@@ -314,7 +314,7 @@ INSTANTIATE_TEST_SUITE_P(All, MsiInstaller, testing::Values(Msi), NameOf);
 
 // The texts of another process's list.
 std::vector<std::wstring> TextsOf(HWND list, HANDLE process) {
-    // The list fills in a record of its own process.
+    // The list fills in a record in its own process.
     struct Row {
         LVITEMW item;
         wchar_t text[1024];
@@ -334,8 +334,8 @@ std::vector<std::wstring> TextsOf(HWND list, HANDLE process) {
     return texts;
 }
 
-// The lines of the log, but for the empty one before the first, as the details show them: with
-// blanks for tabs, and the one character that is not ASCII as the byte it is.
+// The lines of the log, without the empty first one, as the details show them: with blanks for
+// tabs, and the one character that is not ASCII as its byte.
 std::vector<std::wstring> LinesOf(const std::string& log) {
     std::vector<std::wstring> lines(1);
     for (const char character : log) {
@@ -348,7 +348,7 @@ std::vector<std::wstring> LinesOf(const std::string& log) {
         }
     }
     lines.erase(lines.begin());
-    lines.pop_back();  // what follows on the last line end
+    lines.pop_back();  // what follows the last line end
     return lines;
 }
 

@@ -6,8 +6,8 @@
 
 namespace test {
 
-// The DLLs that a program or a DLL is linked with, by the names that it has for them; none if it
-// cannot be read.
+// The DLLs that a program or a DLL is linked with, by the names in its file; none if it cannot be
+// read.
 std::vector<std::string> LinkedLibraries(const std::filesystem::path& file);
 
 }  // namespace test

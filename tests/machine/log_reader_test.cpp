@@ -1,4 +1,4 @@
-// The reader of logs on the machine, and the logs that it and the documentation are tested with.
+// The log reader on the machine, and the logs that test it and the documentation.
 
 #include "machine/machine.h"
 #include "support/expected_log.h"
@@ -48,7 +48,7 @@ protected:
         EXPECT_EQ(log, test::LogOf(course));
         const std::filesystem::path kept =
             std::filesystem::path(_wgetenv(L"FINASET_LOGS")) / (name + ".log");
-        if (_wgetenv(L"FINASET_KEEP_LOGS") != nullptr) {  // to write it anew
+        if (_wgetenv(L"FINASET_KEEP_LOGS") != nullptr) {  // to rewrite it
             test::PutFile(kept, log);
         }
         EXPECT_EQ(log, test::FileText(kept)) << kept;
@@ -74,8 +74,8 @@ protected:
     std::string printed;
 
 private:
-    // The items that end well or have no verdict, and the others. What is said of an obsolete task
-    // that was not there counts as a failure too.
+    // The items that succeed or have no verdict, and the others. The result of a missing obsolete
+    // task counts as a failure too.
     static std::pair<std::size_t, std::size_t> CountsOf(const Course& course) {
         std::size_t good = 0;
         std::size_t others = course.startupTask ? 0 : 1;

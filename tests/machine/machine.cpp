@@ -43,10 +43,10 @@ constexpr wchar_t TaskServiceKey[] =
 constexpr wchar_t TaskServiceServerKey[] =
     L"SOFTWARE\\Classes\\CLSID\\{0F87369F-A4E5-4CFC-BD3E-73E6154572DD}\\InprocServer32";
 constexpr wchar_t TaskServiceLibraryName[] = L"stand_in_task_service.dll";
-constexpr DWORD RunLimitMs = 180'000;   // no run lasts so long
-constexpr DWORD ReadyLimitMs = 30'000;  // no stand-in needs so long to be ready
+constexpr DWORD RunLimitMs = 180'000;   // no run takes this long
+constexpr DWORD ReadyLimitMs = 30'000;  // no stand-in needs this long to be ready
 
-// The running processes whose program lies in `directory`, by the program's file name.
+// The running processes whose program is in `directory`, by the program's file name.
 std::multimap<std::wstring, DWORD> ProcessesFrom(const std::filesystem::path& directory) {
     std::multimap<std::wstring, DWORD> found;
     std::vector<DWORD> ids(1024);
@@ -95,12 +95,12 @@ void WaitUntilReady(DWORD id) {
     }
 }
 
-// The path as the system below Wine knows it.
+// The path in the system below Wine.
 std::string UnixPath(const std::filesystem::path& path) {
     using ToUnixPath = char*(CDECL*)(const wchar_t*);
     const auto toUnixPath = reinterpret_cast<ToUnixPath>(reinterpret_cast<void*>(
         ::GetProcAddress(::GetModuleHandleW(L"kernel32.dll"), "wine_get_unix_file_name")));
-    // The last part may be a link, or not there.
+    // The last part may be a link, or missing.
     return std::string(toUnixPath(path.parent_path().c_str())) + "/" + path.filename().string();
 }
 
@@ -315,7 +315,7 @@ Machine::~Machine() {
     std::filesystem::remove(directory_.parent_path(), ignored);  // if nothing else is there
     std::filesystem::remove_all(DriverDirectory().parent_path(), ignored);
     std::filesystem::remove_all(DataDirectory(), ignored);
-    for (const FileOperation& file : FileTable) {  // wherever else they are
+    for (const FileOperation& file : FileTable) {  // wherever they are
         std::filesystem::remove(ExpandEnvironmentPath(file.sourcePath), ignored);
         std::filesystem::remove(DestinationOf(file), ignored);
     }
@@ -376,7 +376,7 @@ void Machine::RemoveService(const std::wstring& name) {
 }
 
 void Machine::DisconnectTaskService() {
-    // Wine's own takes the program's request for one to another machine.
+    // Wine's own treats the program's request as one to another machine.
     SetTaskServiceLibrary(FromEnvironment(L"systemroot") / L"system32\\taskschd.dll");
 }
 
@@ -439,8 +439,8 @@ void Machine::RemoveSetting(const std::wstring& name) {
 }
 
 FinishedRun Machine::Run(const std::wstring& arguments) const {
-    // Into a file: the companion inherits the handle and outlives the program, and whoever read a
-    // pipe would wait for it. For the same reason each run has a file of its own.
+    // To a file: the companion inherits the handle and outlives the program, and reading a pipe
+    // would wait for it. For the same reason each run has its own file.
     static int runs = 0;
     const std::filesystem::path path =
         std::filesystem::temp_directory_path() / (L"finaset " + std::to_wstring(++runs) + L".log");
@@ -485,7 +485,7 @@ const InstalledService& Machine::Service(const std::wstring& name) const {
 }
 
 std::vector<std::string> Machine::StartsOf(const std::wstring& fileName) const {
-    // One that is running may be about to record its start still.
+    // A running one may be about to record its start.
     const auto running = ProcessesFrom(directory_);
     for (auto [name, last] = running.equal_range(fileName); name != last; ++name) {
         WaitUntilReady(name->second);

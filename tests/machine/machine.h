@@ -16,7 +16,7 @@
 
 namespace test {
 
-// The services of the product's lists, in the order in which a run stops them, and then the others.
+// The services of the product's lists, first those that a run stops, in order, and then the others.
 const std::vector<std::wstring>& ProductServices();
 
 // Whether a run starts the service.
@@ -32,24 +32,24 @@ struct FinishedRun {
 // What can be seen of the machine.
 struct MachineState {
     std::map<std::wstring, ServiceDescription> services;
-    std::vector<std::wstring> applications;         // running ones, by file name, sorted
+    std::vector<std::wstring> applications;         // that run, by file name, sorted
     std::map<std::wstring, std::wstring> settings;  // of the service's Parameters key, as text
     std::map<std::wstring, std::string> dataFiles;  // below the product's data, with their content
     bool staleKey = false;                          // the key that a run removes
     std::vector<std::wstring> tasks;                // the scheduled ones, by name, sorted
-    std::optional<DWORD> hardwareBitmask;           // that a run keeps
+    std::optional<DWORD> hardwareBitmask;           // that a run stores
 };
 
-// What the configure action makes of the data files and of the settings of a machine, by the
-// product's tables; and the names of the product's tasks, sorted.
+// The data files and settings that the configure action leaves on a machine, by the product's
+// tables; and the names of the product's tasks, sorted.
 std::map<std::wstring, std::string> WithShippedFiles(std::map<std::wstring, std::string> files);
 std::map<std::wstring, std::wstring> Configured(std::map<std::wstring, std::wstring> settings,
                                                 std::uint32_t bitmask = 0);
 std::vector<std::wstring> ProductTasks();
 
-// The machine that this program runs on, with the product on it: the shipping program, and small
-// real programs that stand in for the product's others. It starts out without the product, and has
-// nothing of it left at the end.
+// The machine that this program runs on, with the product: the shipping program, and small real
+// programs that stand in for the product's others. It starts without the product, and nothing of it
+// is left at the end.
 class Machine {
 public:
     explicit Machine(
@@ -59,10 +59,10 @@ public:
     ~Machine();
 
     // The programs, the services, the shipped files, stale settings and the first-run marker.
-    // `ways` are those of each service's stand-in.
+    // `ways` are the arguments of each service's stand-in.
     void InstallProduct(const std::wstring& ways = {});
 
-    // A single piece of it. A program that is there is replaced.
+    // Single parts. An existing program is replaced.
     void InstallProgram(const std::wstring& standIn, const std::wstring& fileName);
     void RemoveProgram(const std::wstring& fileName);
     void InstallShippedFiles();
@@ -70,8 +70,8 @@ public:
     InstalledService& InstallService(const std::wstring& name, const std::wstring& ways = {});
     void RemoveService(const std::wstring& name);
 
-    // Puts the task service out of reach, or takes its object away. On Wine, where a library stands
-    // in for it: Windows does not let anybody replace its own.
+    // Makes the task service unreachable, or removes its object. Only on Wine, where a library
+    // stands in for it: Windows does not let anyone replace its own.
     static void DisconnectTaskService();
     static void RemoveTaskService();
 
@@ -81,16 +81,16 @@ public:
     // The definitions of the tasks that were registered, in order. On Wine, as above.
     [[nodiscard]] static std::vector<std::string> TaskDefinitions();
 
-    // Everything that runs on a machine in use: all services, and each application that a run asks
-    // to quit, with its window. Returns the first one's process.
+    // Starts everything that runs on a machine in use: all services, and each application that a
+    // run asks to quit, with its window. Returns the first one's process.
     Utils::KernelHandle StartProduct();
 
-    // Starts a program of the product that has a window, and returns when the window is there.
-    // `title` is the window's title, the product's if empty.
+    // Starts a product program with a window, and returns when the window exists. `title` is the
+    // window's title, the product's if empty.
     Utils::KernelHandle StartApplication(const std::wstring& fileName,
                                          const std::wstring& title = {});
 
-    // Starts a program of the product that has no window.
+    // Starts a product program without a window.
     void StartBackgroundProgram(const std::wstring& fileName) const;
 
     void WriteSetting(const std::wstring& name, DWORD type, std::string_view bytes);
@@ -107,13 +107,13 @@ public:
     [[nodiscard]] MachineState Describe() const;
     [[nodiscard]] const InstalledService& Service(const std::wstring& name) const;
 
-    // The command lines with which a program was started that records them, in order.
+    // The command lines of a program that records its starts, in order.
     [[nodiscard]] std::vector<std::string> StartsOf(const std::wstring& fileName) const;
 
     [[nodiscard]] const std::filesystem::path& ProgramDirectory() const { return directory_; }
 
-    // Where the product's files ship, where its data are, and where its configuration files are
-    // among these.
+    // The directories of the product's shipped files, of its data, and of its configuration files
+    // in there.
     [[nodiscard]] static std::filesystem::path DriverDirectory();
     [[nodiscard]] static std::filesystem::path DataDirectory();
     [[nodiscard]] static std::filesystem::path ConfigurationDirectory();
@@ -127,7 +127,7 @@ private:
 // must be inheritable, or nowhere if null.
 DWORD RunToEnd(const std::wstring& commandLine, HANDLE output = nullptr);
 
-// A link to a directory, for as long as it lives. The way to both must be there.
+// A link to a directory, while it lives. The directories above both must exist.
 class DirectoryLink {
 public:
     DirectoryLink(std::filesystem::path link, const std::filesystem::path& target);
@@ -139,7 +139,7 @@ private:
     std::filesystem::path link_;
 };
 
-// A drive letter for a directory, for as long as it lives, and this program's current drive.
+// A drive letter for a directory, and this program's current drive, while it lives.
 class Drive {
 public:
     Drive(wchar_t letter, const std::filesystem::path& directory);
@@ -154,7 +154,7 @@ private:
     std::string link_;
 };
 
-// Whether the process has ended, or does within `limit`.
+// Whether the process has ended, or ends within `limit`.
 bool Ended(const Utils::KernelHandle& process, std::chrono::milliseconds limit);
 
 }  // namespace test

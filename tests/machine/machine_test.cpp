@@ -41,10 +41,10 @@ Course OnAnEmptyMachine(std::uint32_t actions = 1 | 4 | 8) {
             .shipped = std::set<std::wstring>()};
 }
 
-// No service runs that could be stopped, but the application does.
+// No service to stop is running, but the application is.
 const Verdicts NoServiceRuns = {{"Stopping ", Bad}, {"Stopping Application ", Good}};
 
-// That of the services those that a run starts are in this state, and the others are stopped.
+// The services that a run starts are in this state, and the others are stopped.
 void ExpectServices(const MachineState& state, DWORD started) {
     for (const auto& [name, service] : state.services) {
         EXPECT_EQ(service.state, IsStarted(name) ? started : Stopped)
@@ -53,13 +53,13 @@ void ExpectServices(const MachineState& state, DWORD started) {
     EXPECT_EQ(state.services.size(), ProductServices().size());
 }
 
-// The command line that a program with blanks in its path is started with, as it arrives there.
+// The command line of a program with blanks in its path, as it arrives there.
 std::string CommandLine(const std::filesystem::path& program, const std::string& arguments) {
     const std::string quote = test::OnWine() ? "\"" : "";
     return quote + program.string() + quote + " " + arguments;
 }
 
-// Services that were stopped or started are as they were in every other way.
+// Services that were stopped or started are otherwise unchanged.
 void ExpectOnlyStatesDiffer(const MachineState& before, const MachineState& after) {
     for (auto [name, service] : before.services) {
         service.state = after.services.at(name).state;
@@ -134,14 +134,14 @@ TEST(Machine, ASecondRunFindsTheApplicationGoneAndSomeServicesStopped) {
     const FinishedRun again = machine.Run();
     ExpectLog(again, {.verdicts = RunsAfterARun(), .staleSettings = false, .configured = true});
     ExpectServices(machine.Describe(), Running);
-    EXPECT_LT(again.duration, 25s);  // what is stopped already is not waited for: 30 s each
+    EXPECT_LT(again.duration, 25s);  // no waiting for stopped services: 30 s each
 }
 
 TEST(Machine, ARunWithNothingInstalledFailsEverywhereAndGoesOnToTheEnd) {
     const Machine machine;
     const FinishedRun run = machine.Run();
     ExpectLog(run, OnAnEmptyMachine());
-    EXPECT_LT(run.duration, 10s);  // nothing was waited for
+    EXPECT_LT(run.duration, 10s);  // without waiting
     ExpectState(machine, {.services = {},
                           .applications = {},
                           .settings = Configured({}),
@@ -151,8 +151,8 @@ TEST(Machine, ARunWithNothingInstalledFailsEverywhereAndGoesOnToTheEnd) {
                           .hardwareBitmask = 0});
 }
 
-// All of them are the system's: one of the compiler's own would have to be shipped. Microsoft's
-// links its C runtime in.
+// All are the system's: a compiler's own would have to be shipped. Microsoft's compiler links its C
+// runtime in.
 TEST(Machine, TheProgramIsLinkedWithNothingButTheSystem) {
     EXPECT_THAT(LinkedLibraries(BesideThisProgram(L"Finaset.exe")),
                 testing::IsSubsetOf(
@@ -198,7 +198,7 @@ TEST(Machine, TheOptionDisableChangesTheStartTypeOfItsServicesAndNothingElse) {
     }
     ExpectLog(machine.Run(L"/dIsAbLe"), {.actions = 16});
     const MachineState after = machine.Describe();
-    EXPECT_EQ(after.services, expected.services);  // running on, among other things
+    EXPECT_EQ(after.services, expected.services);  // still running, among other things
     EXPECT_EQ(after.applications, expected.applications);
     EXPECT_EQ(after.settings, expected.settings);
 }
@@ -304,13 +304,13 @@ TEST(Machine, ServicesThatTakeTheirTimeAreWaitedFor) {
     ExpectState(machine, expected);
 }
 
-TEST(Machine, AServiceThatRefusesToStopFailsAndRunsOn) {
+TEST(Machine, AServiceThatRefusesToStopFailsAndKeepsRunning) {
     Machine machine;
     machine.InstallService(L"Ardex", L"--refuses-stop").Start();
     const FinishedRun run = machine.Run(L"/STOP");
     ExpectLog(run, OnAnEmptyMachine(1));
     EXPECT_EQ(machine.Service(L"Ardex").State(), Running);
-    EXPECT_LT(run.duration, 10s);  // it was not waited for
+    EXPECT_LT(run.duration, 10s);  // without waiting for it
 }
 
 TEST(Machine, AServiceThatRunsAlreadyFailsToStart) {
@@ -334,7 +334,7 @@ TEST(Machine, TheApplicationIsFoundInAnyCaseAndAsPartOfALongerName) {
     }
 }
 
-// The helper finds its window by the title, and that is the first of them from the top.
+// The helper finds its window by the title: the first of them from the top.
 TEST(Machine, OfTwoInstancesTheOneWhoseWindowIsOnTopIsAskedToQuit) {
     Machine machine;
     machine.InstallProgram(L"stand_in_quit_helper.exe", L"Quitline.exe");
@@ -355,7 +355,7 @@ TEST(Machine, AnApplicationWithAnotherTitleIsLeftRunning) {
     machine.InstallProgram(L"stand_in_application.exe", L"ZEFIR.exe");
     const Utils::KernelHandle application =
         machine.StartApplication(L"ZEFIR.exe", L"Another window with blanks");
-    // The helper's ending in time is all that the verdict speaks of.
+    // The verdict only means that the helper ended in time.
     ExpectLog(machine.Run(L"/STOP"), {.actions = 1, .verdicts = NoServiceRuns});
     EXPECT_FALSE(Ended(application, 0ms));
 }
@@ -386,7 +386,7 @@ TEST(Machine, AHelperThatHangsIsGivenUpAfter30SecondsAndLeftRunning) {
                 UnorderedElementsAre(L"Quitline.exe", L"ZEFIR.exe"));
 }
 
-TEST(Machine, WithoutTheCompanionTheServicesAreStartedAllTheSame) {
+TEST(Machine, WithoutTheCompanionTheServicesAreStillStarted) {
     Machine machine;
     machine.InstallProduct();
     machine.RemoveProgram(L"BriskoLU.exe");
@@ -397,7 +397,7 @@ TEST(Machine, WithoutTheCompanionTheServicesAreStartedAllTheSame) {
     ExpectState(machine, expected);
 }
 
-// A run whose log goes nowhere does its work all the same.
+// A run whose log goes nowhere still does its work.
 void ExpectWorkDone(Machine& machine, HANDLE output) {
     machine.InstallProduct();
     EXPECT_EQ(machine.Run(L"", output), 0U);
@@ -417,7 +417,7 @@ TEST(Machine, ARunWhoseStandardOutputIsAnInvalidHandleDoesItsWork) {
     ExpectWorkDone(machine, INVALID_HANDLE_VALUE);
 }
 
-TEST(Machine, ARunWhoseLogGoesToAPipeThatNobodyReadsAnyMoreDoesItsWork) {
+TEST(Machine, ARunWhoseLogGoesToAPipeWithoutAReaderDoesItsWork) {
     SECURITY_ATTRIBUTES inheritable = {sizeof(inheritable), nullptr, TRUE};
     HANDLE reader = nullptr;
     HANDLE writer = nullptr;
@@ -428,7 +428,7 @@ TEST(Machine, ARunWhoseLogGoesToAPipeThatNobodyReadsAnyMoreDoesItsWork) {
     ExpectWorkDone(machine, writer);
 }
 
-// The computer below Wine has a file that is always full.
+// The host of Wine has a file that is always full.
 TEST(Machine, ARunWhoseLogGoesToAFullDiskDoesItsWork) {
     if (!test::OnWine()) {
         GTEST_SKIP() << "there is no full disk here";
@@ -444,7 +444,7 @@ TEST(Machine, ARunWhoseLogGoesToAFullDiskDoesItsWork) {
     ExpectWorkDone(machine, file.Get());
 }
 
-TEST(Machine, AProgramDirectoryWithManyBlanksServes) {
+TEST(Machine, AProgramDirectoryMayHaveManyBlanks) {
     Machine machine(L"C:\\A place  with\\many blanks in it");
     machine.InstallProduct();
     const Utils::KernelHandle application = machine.StartProduct();

@@ -1,5 +1,5 @@
-// Libraries under the names of the system's own, planted where the search of a careless program
-// comes by: beside the program, and in the current directory.
+// Libraries under names of the system's own, planted where a careless program searches: beside the
+// program, and in the current directory.
 
 #include "machine/linked_libraries.h"
 #include "machine/machine.h"
@@ -41,8 +41,8 @@ std::filesystem::path SystemDirectory() {
     return path;
 }
 
-// What the program is linked with, and what these libraries are linked with in turn. Windows takes
-// them from nowhere but its own directory (its "known DLLs"); Wine has no such list.
+// What the program is linked with, and what these libraries are linked with in turn. Windows loads
+// them only from its own directory (its "known DLLs"); Wine has no such list.
 void AddLinkedLibraries(const std::filesystem::path& file, std::set<std::wstring>& names) {
     for (const std::string& library : test::LinkedLibraries(file)) {
         const std::wstring name = LowerCase({library.begin(), library.end()});
@@ -67,13 +67,13 @@ std::vector<std::wstring> LibrariesToPlant() {
     return names;
 }
 
-// While it lives, a library of each name lies in a directory, for Wine to prefer to its own.
+// While it lives, a directory has a library of each name, which Wine prefers to its own.
 class PlantedLibraries {
 public:
     PlantedLibraries(std::filesystem::path directory, const std::vector<std::wstring>& names)
         : directory_(std::move(directory)) {
         for (const std::wstring& name : names) {
-            // Of their own, each: for Wine two names of one file are one library.
+            // Separate files: for Wine two names of one file are one library.
             std::filesystem::copy_file(BesideThisProgram(L"stand_in_planted_library.dll"),
                                        directory_ / name);
             const std::wstring stem = std::filesystem::path(name).stem();
@@ -104,8 +104,8 @@ private:
 
 class PlantedLibrariesTest : public testing::Test {
 protected:
-    // Everything that a whole run loads is among the names: what it asks for itself, what serves
-    // the tasks, and what these need in turn.
+    // Everything that a whole run loads is among the names: what it loads itself, what the tasks
+    // need, and their dependencies.
     void SetUp() override {
         if (!test::OnWine()) {
             GTEST_SKIP() << "Windows has more libraries than can be planted; see OnWindows";
@@ -135,7 +135,7 @@ TEST_F(PlantedLibrariesTest, AreNotLoadedFromTheCurrentDirectory) {
     std::filesystem::current_path(before);
 }
 
-// The same libraries, and a program that takes what it finds first.
+// The same libraries, and a program that loads what it finds first.
 TEST_F(PlantedLibrariesTest, AreLoadedByAProgramThatDoesNotSayWhereFrom) {
     machine.InstallProgram(L"stand_in_library_loader.exe", L"Finaset.exe");
     const PlantedLibraries planted(machine.ProgramDirectory(), names);

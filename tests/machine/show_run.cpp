@@ -1,13 +1,13 @@
-// Runs the program on a machine on which the product is installed and in use, and shows the machine
+// Runs the program on a machine with the product installed and in use, and shows the machine
 // before, the log as it comes, the machine after, and whether that is in order.
 //
 //   show_run DEVICE TRACE [--keep] [OPTION...]
 //
-// Everything goes to DEVICE, the path of a character device: there the C runtime writes each piece
-// of the log at once, where it would collect that for a file. TRACE is the path of the file that
-// takes what Wine's server says of its work, from which the access lists that were asked for are
-// read: what a file's list is afterwards, Wine makes up. With --keep the product stays installed,
-// and in use as the program left it. The options are the program's.
+// Everything goes to DEVICE, the path of a character device: the C runtime writes each piece of the
+// log there at once, but would buffer it for a file. TRACE is the path of the file with the trace
+// of Wine's server, from which the requested access control lists are read: a file's resulting list
+// is made up by Wine. With --keep the product stays installed, and in use as the program left it.
+// The options are the program's.
 
 #include "machine/machine.h"
 #include "proc/process_lists.h"
@@ -172,14 +172,14 @@ std::set<std::wstring> Names(const std::map<std::wstring, Value>& before,
     return names;
 }
 
-// An entry of an access list that was asked for.
+// A requested entry of an access control list.
 struct AccessEntry {
     std::string mask;
     std::string trustee;
 };
 
-// The protected access lists that the server was asked to set, by the name of the directory below
-// the drive, from its trace: the entries that are the directory's own.
+// The protected access control lists that the server was asked to set, by the directory's name
+// below the drive, from its trace: the directory's explicit entries.
 std::vector<std::pair<std::string, std::vector<AccessEntry>>> AccessListsAskedFor(
     const std::filesystem::path& trace) {
     const std::regex named(R"(get_handle_unix_name\(\) = 0 .*name="[^"]*/drive_c/([^"]*)\")");
@@ -221,7 +221,7 @@ void ShowAccessLists(const Device& device, const std::filesystem::path& trace) {
     device.Line();
 }
 
-// With the access lists that were asked for: Wine makes up what is read back.
+// With the requested access control lists: Wine makes up those that are read.
 void ShowVerdict(const Device& device, test::Machine& machine, const std::filesystem::path& trace,
                  const std::wstring& options) {
     std::string lists;
@@ -280,7 +280,7 @@ DWORD Show(test::Machine& machine, const Device& device, const std::filesystem::
     device.Line(L"== Exit code " + std::to_wstring(exitCode));
     device.Line();
 
-    // The helper only posts the request: the application may need a moment more.
+    // The helper only posts the request: the application may need another moment.
     if (!machine.StartsOf(L"Quitline.exe").empty()) {
         test::Ended(application, QuitLimit);
     }
@@ -307,7 +307,7 @@ int wmain(int argumentCount, wchar_t** arguments) {
         const DWORD exitCode = Show(*machine, device, arguments[2],
                                     ProgramOptions(argumentCount, arguments, keep ? 4 : 3));
         if (keep) {
-            // Services run for as long as an ordinary program does.
+            // Services run only as long as an ordinary program does.
             machine->InstallProgram(L"stand_in_companion.exe", L"KeepsTheMachineUp.exe");
             machine->StartBackgroundProgram(L"KeepsTheMachineUp.exe");
             static_cast<void>(machine.release());  // never taken down

@@ -25,7 +25,7 @@ using testing::UnorderedElementsAreArray;
 
 constexpr wchar_t IdleTask[] = L"VxIdle Task";
 
-// The definitions of the product's tasks for programs in this place.
+// The definitions of the product's tasks for programs in this directory.
 std::vector<std::string> Definitions(const std::string& directory) {
     std::vector<std::string> definitions;
     for (const ScheduledTaskEntry& task : ScheduledTaskTable) {
@@ -38,7 +38,7 @@ std::vector<std::string> Definitions(const std::string& directory) {
     return definitions;
 }
 
-// Runs the configure action on a machine that has nothing of the product but this program.
+// Runs the configure action on a machine with only this program of the product.
 void ExpectRun(const Machine& machine, Course course = {}) {
     course.actions = 4;
     course.staleSettings = false;
@@ -47,7 +47,7 @@ void ExpectRun(const Machine& machine, Course course = {}) {
     EXPECT_EQ(machine.Run(L"/CONFIGURE").log, LogOf(course));
 }
 
-// What the task service keeps of a task.
+// What the task service stores of a task.
 std::string Stored(const wchar_t* task) {
     return FileText(std::filesystem::path(L"C:\\windows\\system32\\tasks") / task).value();
 }
@@ -91,7 +91,7 @@ TEST_F(ScheduledTasks, LoseTheObsoleteOneAndNoOther) {
     EXPECT_THAT(machine.Describe().tasks, UnorderedElementsAreArray(expected));
 }
 
-TEST_F(ScheduledTasks, AreDoneWithoutWhereTheServiceCannotBeReached) {
+TEST_F(ScheduledTasks, AreSkippedIfTheServiceCannotBeReached) {
     Machine machine;
     machine.InstallProduct();
     const Utils::KernelHandle application = machine.StartProduct();
@@ -100,14 +100,14 @@ TEST_F(ScheduledTasks, AreDoneWithoutWhereTheServiceCannotBeReached) {
     EXPECT_THAT(machine.Describe().tasks, IsEmpty());
 }
 
-TEST_F(ScheduledTasks, CountAsDoneWhereThereIsNoService) {
+TEST_F(ScheduledTasks, CountAsDoneWithoutAService) {
     const Machine machine;
     Machine::RemoveTaskService();
-    ExpectRun(machine, {.startupTask = true});  // nothing is said of one that is missing
+    ExpectRun(machine, {.startupTask = true});  // a missing one is not logged
     EXPECT_THAT(machine.Describe().tasks, IsEmpty());
 }
 
-TEST_F(ScheduledTasks, TakeAPathWithBlanksAsItStands) {
+TEST_F(ScheduledTasks, TakeAPathWithBlanksUnchanged) {
     const std::string directory = "C:\\A place  with\\many blanks in it";
     const Machine machine(directory);
     ExpectRun(machine);
@@ -115,8 +115,8 @@ TEST_F(ScheduledTasks, TakeAPathWithBlanksAsItStands) {
     EXPECT_EQ(machine.Describe().tasks, ProductTasks());
 }
 
-// The path is put into the definition as text, so one with an & makes it no XML any more. Wine
-// takes it all the same, without what stands behind the &.
+// The path is put into the definition unescaped on purpose, so one with an & is not valid XML. Wine
+// accepts it, without what follows the &.
 TEST_F(ScheduledTasks, AreDefinedByInvalidXmlFromADirectoryWithAnAmpersand) {
     const std::string directory = "C:\\R & D";
     const Machine machine(directory);

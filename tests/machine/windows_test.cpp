@@ -1,5 +1,5 @@
-// What Wine cannot show of the shipping program, and Windows can: the boxes of the checklist in
-// docs/security.md that a program can tick. On Wine, each test that cannot be made there says why.
+// What Windows can show of the shipping program and Wine cannot: the checkboxes in docs/security.md
+// that a program can test. On Wine, each impossible test says why.
 
 #include "machine/machine.h"
 #include "shared/owner.h"
@@ -46,7 +46,7 @@ constexpr wchar_t IdleTask[] = L"VxIdle Task";
 constexpr wchar_t StartupTask[] = L"Tarsel Lumetra Startup Task";
 constexpr std::chrono::seconds QuitLimit{10};  // for an application that was asked to quit
 
-// The list of who may do what in the platform's notation, or of what kind it is.
+// The access control list in the platform's notation, or its kind.
 std::string AccessList(const fs::path& path) {
     PSECURITY_DESCRIPTOR descriptor = nullptr;
     char* text = nullptr;
@@ -62,7 +62,7 @@ std::string AccessList(const fs::path& path) {
     return list;
 }
 
-// Its entries, without what stands before them.
+// Its entries, without what precedes them.
 std::vector<std::string> Entries(const fs::path& path) {
     const std::string list = AccessList(path);
     std::vector<std::string> entries;
@@ -74,7 +74,7 @@ std::vector<std::string> Entries(const fs::path& path) {
     return entries;
 }
 
-// Runs one of the shell's own commands. Returns what it prints.
+// Runs one of the shell's own commands. Returns its output.
 std::string Shell(const std::wstring& command) {
     const fs::path output = fs::temp_directory_path() / L"finaset shell.txt";
     DWORD exitCode = 0;
@@ -93,7 +93,7 @@ std::string Shell(const std::wstring& command) {
     return printed;
 }
 
-// A link of the system's own making, for as long as it lives.
+// A link created by the system, while this lives.
 class Link {
 public:
     // `kind` is the option of mklink: /J, /D or /H.
@@ -113,7 +113,7 @@ private:
     fs::path link_;
 };
 
-// A directory of its own in the root of the drive, where what is inherited is not the tests' own.
+// A directory in the root of the drive, where inherited entries are not the tests' own.
 class OtherPlace {
 public:
     OtherPlace() { fs::create_directory(Path); }
@@ -127,7 +127,7 @@ public:
     static inline const fs::path Path = L"C:\\Finaset other place";
 };
 
-// What a program was seen to do by its debugger.
+// What its debugger observed of a program.
 struct ObservedRun {
     const void* base = nullptr;           // where the program was loaded
     std::vector<std::wstring> libraries;  // the files that the loader has mapped, in order
@@ -202,7 +202,7 @@ DWORD Now() {
                                   .count());
 }
 
-// The entries of the application log since a second, as source and text, the newest first.
+// The entries of the application log since a second, as source and text, newest first.
 std::vector<std::pair<std::wstring, std::wstring>> EventsSince(DWORD second) {
     std::vector<std::pair<std::wstring, std::wstring>> events;
     const HANDLE log = ::OpenEventLogW(nullptr, L"Application");
@@ -248,7 +248,7 @@ const fs::path& Nimbus() {
     return path;
 }
 
-TEST(OnWindows, TheDirectoriesHaveTheAccessListsThatWereAskedForAndInheritNothing) {
+TEST(OnWindows, TheDirectoriesHaveTheRequestedAccessControlListsAndInheritNothing) {
     if (test::OnWine()) {
         GTEST_SKIP() << "Wine makes access lists up from the file's mode";
     }
@@ -270,7 +270,7 @@ TEST(OnWindows, TheDirectoriesHaveTheAccessListsThatWereAskedForAndInheritNothin
                 UnorderedElementsAre("A;ID;FA;;;BA", "A;ID;FA;;;SY"));
 }
 
-// While it lives, this thread has the rights of a user who is no administrator.
+// While it lives, this thread has the rights of a user who is not an administrator.
 class AsAUser {
 public:
     AsAUser() {
@@ -294,7 +294,7 @@ public:
     ~AsAUser() { ::RevertToSelf(); }
 };
 
-TEST(OnWindows, NoUserCanCreateOrTurnAnythingBelowASecuredDirectory) {
+TEST(OnWindows, NoUserCanCreateOrRedirectAnythingBelowASecuredDirectory) {
     if (test::OnWine()) {
         GTEST_SKIP() << "Wine makes access lists up, and knows no user beside the administrator";
     }
@@ -306,7 +306,7 @@ TEST(OnWindows, NoUserCanCreateOrTurnAnythingBelowASecuredDirectory) {
          {Nimbus(), Machine::DataDirectory() / L"ImageCache", Machine::ConfigurationDirectory()}) {
         EXPECT_FALSE(::CreateDirectoryW((directory / L"a user's").c_str(), nullptr)) << directory;
         EXPECT_EQ(::GetLastError(), DWORD{ERROR_ACCESS_DENIED}) << directory;
-        // A junction is made by writing to the directory itself.
+        // A junction is created by writing to the directory itself.
         const Utils::FileHandle opened(::CreateFileW(
             directory.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
             OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
@@ -316,7 +316,7 @@ TEST(OnWindows, NoUserCanCreateOrTurnAnythingBelowASecuredDirectory) {
 
 class OnWindowsLinks : public testing::TestWithParam<const wchar_t*> {};
 
-TEST_P(OnWindowsLinks, InPlaceOfTheDataDirectoryEndTheRunAndLeaveTheirTargetAsItIs) {
+TEST_P(OnWindowsLinks, InPlaceOfTheDataDirectoryEndTheRunAndLeaveTheirTargetUnchanged) {
     if (test::OnWine()) {
         GTEST_SKIP() << "Wine's mklink makes no junction and no symbolic link";
     }
@@ -353,8 +353,8 @@ TEST(OnWindows, ASecondNameOfAFileEndsTheRunUnlessTheFileIsInUse) {
     EXPECT_THAT(machine.Run(L"/CONFIGURE").log, HasSubstr("Uninstalling Product"));
 }
 
-// As a virus scanner does, which lets others do what they want with it.
-TEST(OnWindows, AFileThatIsHeldOpenChangesNoVerdict) {
+// Like a virus scanner, which shares everything with others.
+TEST(OnWindows, AnOpenFileChangesNoVerdict) {
     Machine machine;
     machine.InstallProduct();
     ASSERT_EQ(machine.Run(L"/CONFIGURE").exitCode, 0U);
@@ -366,7 +366,7 @@ TEST(OnWindows, AFileThatIsHeldOpenChangesNoVerdict) {
                                         nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS,
                                         nullptr));
     }
-    // What is deleted stays until it is let go, so that the copy in its place may fail.
+    // A deleted file stays until it is closed, so the copy in its place may fail.
     const std::string after = machine.Run(L"/CONFIGURE").log;
     EXPECT_THAT(after, Not(HasSubstr("Uninstalling Product")));
     EXPECT_THAT(after.substr(after.find("SecureFilesDirectories")),
@@ -400,7 +400,7 @@ TEST(OnWindows, NoLibraryIsLoadedFromBesideTheProgramOrTheCurrentDirectory) {
     machine.InstallProduct();
     const OtherPlace current;
     const fs::path program = machine.ProgramDirectory() / L"Finaset.exe";
-    // What a run loads, and what careless programs are known to.
+    // What a run loads, and what careless programs are known to load.
     std::set<std::wstring> names = {
         L"apphelp.dll", L"cryptbase.dll", L"cryptsp.dll",  L"dwmapi.dll",  L"iphlpapi.dll",
         L"nsi.dll",     L"ntmarta.dll",   L"profapi.dll",  L"propsys.dll", L"rpcrtremote.dll",
@@ -445,7 +445,7 @@ TEST(OnWindows, TwoCopiesOfTheProgramAreAtTwoAddresses) {
     EXPECT_NE(second, preferred);
 }
 
-TEST(OnWindows, TheProgramsFileAsksForEveryProtection) {
+TEST(OnWindows, TheProgramsFileRequestsEveryProtection) {
     const DWORD has =
         HeadersOf(test::BesideThisProgram(L"Finaset.exe")).OptionalHeader.DllCharacteristics;
     for (const int flag :
@@ -455,7 +455,7 @@ TEST(OnWindows, TheProgramsFileAsksForEveryProtection) {
     }
 }
 
-TEST(OnWindows, TheSchedulerGivesTheIdleTaskBackAndHasLostTheObsoleteOne) {
+TEST(OnWindows, TheSchedulerReturnsTheIdleTaskAndHasLostTheObsoleteOne) {
     if (test::OnWine()) {
         GTEST_SKIP() << "Wine's Task Scheduler loses the program of a task";
     }
@@ -479,7 +479,7 @@ TEST(OnWindows, TheSchedulerRefusesATaskFromADirectoryWithAnAmpersand) {
     EXPECT_THAT(machine.Describe().tasks, IsEmpty());
 }
 
-// Takes one right to a service from administrators, for as long as it lives.
+// Denies administrators one right to a service, while it lives.
 class RefusedRight {
 public:
     // `right` is in the platform's notation.
@@ -508,7 +508,7 @@ private:
     std::wstring service_;
 };
 
-TEST(OnWindows, AServiceThatRefusesToBeStoppedFailsAndRunsOn) {
+TEST(OnWindows, AServiceThatRefusesToBeStoppedFailsAndKeepsRunning) {
     if (test::OnWine()) {
         GTEST_SKIP() << "Wine's services have no access lists";
     }
@@ -556,7 +556,7 @@ TEST(OnWindows, AnElevatedAdministratorCannotAskTheApplicationToQuit) {
     EXPECT_FALSE(test::Ended(application, std::chrono::milliseconds(0)));
 }
 
-// Three runs for whoever reads the report: their logs, and what finaset-verify says after each.
+// Three runs for the report: their logs, and the output of finaset-verify after each.
 TEST(RealRuns, LeaveTheirLogs) {
     const wchar_t* report = _wgetenv(L"FINASET_REPORT");
     if (report == nullptr) {

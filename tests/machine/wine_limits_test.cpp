@@ -1,6 +1,6 @@
-// What Wine cannot show, or shows otherwise than Windows does, so that other tests must make
-// allowance for it. Each entry is a check of Wine itself, and fails once Wine has learnt better:
-// then the entry goes, and the allowance with it.
+// What Wine cannot show, or shows differently from Windows, so that other tests make an allowance.
+// Each entry is a check of Wine itself, and fails once Wine behaves like Windows: then remove the
+// entry and the allowance.
 
 #include "machine/machine.h"
 #include "shared/owner.h"
@@ -32,8 +32,8 @@ class WineLimits : public testing::Test {
     }
 };
 
-// Allowance: the command line that a program is started with is compared at the import; what
-// arrives is compared with the quotes.
+// Allowance: the command line for starting a program is compared at the import; the one that
+// arrives is compared with its quotes.
 TEST_F(WineLimits, AnUnquotedPathWithBlanksArrivesInQuotes) {
     test::Machine machine;
     machine.InstallProgram(L"stand_in_companion.exe", L"BriskoLU.exe");
@@ -50,8 +50,8 @@ TEST_F(WineLimits, TransactedOpenAndDeleteAreMissing) {
     EXPECT_EQ(::GetProcAddress(advapi, "RegDeleteKeyTransactedW"), nullptr);
 }
 
-// Allowance: the stand-ins for services are stop-pending for 200 ms at the least, so that the
-// answer to the stop control arrives before they have stopped.
+// Allowance: the stand-ins for services are stop-pending for at least 200 ms, so that the answer to
+// the stop control arrives before they have stopped.
 TEST_F(WineLimits, AServiceThatStopsAtOnceBreaksItsStopControl) {
     const Utils::ServiceHandle manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
     const test::InstalledService installed(L"Finaset stops at once", L"--stops-at-once");
@@ -80,10 +80,10 @@ TEST_F(WineLimits, TheEventLogStoresNothing) {
     ::CloseEventLog(log);
 }
 
-// Allowance: access lists are compared as they are asked for, not as they are afterwards. The
-// program that says whether a machine is in order is shown lists of the tests' own, where it reads
-// them; by itself it finds that the four directories differ.
-TEST_F(WineLimits, AnAccessListIsReadBackAsTheFilesModeHasIt) {
+// Allowance: access control lists are compared as requested, not as they are afterwards. Where
+// finaset-verify reads them, it gets the tests' own lists; by itself it reports that the four
+// directories differ.
+TEST_F(WineLimits, AnAccessControlListIsReadBackAsTheFilesModeHasIt) {
     const test::TemporaryDirectory directory;
     std::wstring path = directory / L"file";
     test::MakeFile(path);
@@ -102,13 +102,13 @@ TEST_F(WineLimits, AnAccessListIsReadBackAsTheFilesModeHasIt) {
     SECURITY_DESCRIPTOR_CONTROL control = 0;
     DWORD revision = 0;
     ASSERT_TRUE(::GetSecurityDescriptorControl(descriptor, &control, &revision));
-    EXPECT_FALSE(control & SE_DACL_PROTECTED);  // it was asked for
-    EXPECT_GT(list->AceCount, 0);               // none was asked for
+    EXPECT_FALSE(control & SE_DACL_PROTECTED);  // it was requested
+    EXPECT_GT(list->AceCount, 0);               // none was requested
     ::LocalFree(descriptor);
 }
 
-// Allowance: links are made by a program of the system below Wine.
-TEST_F(WineLimits, ASymbolicLinkThatIsSaidToBeMadeIsNotThere) {
+// Allowance: links are created by a program of the system below Wine.
+TEST_F(WineLimits, ASymbolicLinkIsReportedAsCreatedButMissing) {
     const test::TemporaryDirectory directory;
     const std::wstring link = directory / L"link";
     EXPECT_TRUE(::CreateSymbolicLinkW(link.c_str(), directory.Path().c_str(),
@@ -116,8 +116,7 @@ TEST_F(WineLimits, ASymbolicLinkThatIsSaidToBeMadeIsNotThere) {
     EXPECT_EQ(::GetFileAttributesW(link.c_str()), INVALID_FILE_ATTRIBUTES);
 }
 
-// Allowance: that a file may not be replaced is shown by a file that is open, not by a read-only
-// one.
+// Allowance: an open file, not a read-only one, shows that a file may not be replaced.
 TEST_F(WineLimits, AReadOnlyFileIsOverwrittenByTheAdministrator) {
     const test::TemporaryDirectory directory;
     const std::wstring from = directory / L"from";
@@ -143,9 +142,9 @@ TEST_F(WineLimits, NoProcessHasAHandle) {
     EXPECT_EQ(handles, 0U);
 }
 
-// Allowance: from a directory with an & in its name, the run that registers the idle task is
-// expected to succeed.
-TEST_F(WineLimits, ATaskWhoseXmlIsNotWellFormedIsTaken) {
+// Allowance: in a directory with an & in its name, the run that registers the idle task is expected
+// to succeed.
+TEST_F(WineLimits, ATaskWhoseXmlIsNotWellFormedIsAccepted) {
     ASSERT_EQ(::CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
     {
         ITaskService* created = nullptr;

@@ -76,7 +76,7 @@ TEST_P(FaultSweep, EveryCallFailsOnceAndFromThereOn) {
 }
 
 // Some are called only after failures.
-TEST(FaultInjector, StandsBeforeNothingThatNoRunReaches) {
+TEST(FaultInjector, InterceptsNothingThatNoRunCalls) {
     std::set<std::string> reached;
     const auto run = [&](const std::wstring& option, const FaultInjector::Decision& decision) {
         std::vector<PlatformCall> calls = RunWith(option, decision).calls;

@@ -31,7 +31,7 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-// For as long as the tests run, since its items refer to it.
+// Lives as long as the tests run, since its items refer to it.
 const Report& Read(const std::string& bytes) {
     static std::list<Report> reports;
     Report& report = reports.emplace_back(reader::ReadLog(bytes));
@@ -67,7 +67,7 @@ std::vector<Judgement> Judgements(const Report& report) {
     return judgements;
 }
 
-// What is thought of each line in turn.
+// The verdict on each line in turn.
 std::vector<Judgement> Judged(const std::string& lines) {
     return Judgements(ReadWhole(lines));
 }
@@ -137,7 +137,7 @@ TEST(Judging, AServiceThatCannotBeDisabledNeedsAttention) {
                 ElementsAre(Attention, Fine));
 }
 
-TEST(Judging, ASettingThatWasNotThereToDeleteIsExpected) {
+TEST(Judging, AMissingSettingToDeleteIsExpected) {
     EXPECT_THAT(Judged("Deleting Registry Setting HKEY_LOCAL_MACHINE\\K\\V= \t - \tFailure\r\n"),
                 ElementsAre(Expected));
 }
@@ -153,7 +153,7 @@ TEST(Judging, ASettingThatCannotBeWrittenNeedsAttention) {
                 ElementsAre(Attention, Fine));
 }
 
-TEST(Judging, AFileThatWasNotThereToDeleteIsExpectedIfItIsCopiedThen) {
+TEST(Judging, AMissingFileToDeleteIsExpectedIfItIsThenCopied) {
     EXPECT_THAT(Judged("Deleting File C:\\D\\oem.xml \t - \tFailure\r\n"
                        "Copying File C:\\S\\oem.xml -> C:\\D\\oem.xml     overwriting =true\t - "
                        "\tSuccess\r\n"),
@@ -182,7 +182,7 @@ TEST(Judging, AFileThatCannotBeKeptSinceItsDirectoryIsNewNeedsAttention) {
                 ElementsAre(Fine, Attention));
 }
 
-TEST(Judging, ADirectoryThatIsThereIsExpected) {
+TEST(Judging, AnExistingDirectoryIsExpected) {
     const std::string directory = "Creating Directory C:\\D\\E\\ \t - \tFailure\r\n";
     for (const std::string evidence :
          {"Creating Directory C:\\D\\E\\ \t - \tSuccess\r\n",
@@ -198,7 +198,7 @@ TEST(Judging, ADirectoryThatIsThereIsExpected) {
     }
 }
 
-TEST(Judging, ADirectoryThatNothingShowsToBeThereNeedsAttention) {
+TEST(Judging, ADirectoryThatNothingShowsToExistNeedsAttention) {
     const std::string directory = "Creating Directory C:\\D\\E\\ \t - \tFailure\r\n";
     for (const std::string otherwise :
          {"Setting DACLs on File/Directory C:\\D \t - \tSuccess\r\n",
@@ -255,7 +255,7 @@ TEST(Judging, ATaskThatCannotBeScheduledNeedsAttention) {
                 ElementsAre(Attention, Fine));
 }
 
-TEST(Judging, ATaskThatWasNotThereToDeleteIsExpected) {
+TEST(Judging, AMissingTaskToDeleteIsExpected) {
     const std::string task = "   Deleting Task Name [T]....\n";
     EXPECT_THAT(Judged(task +
                        "     ====> DeleteScheduledTask:[ERROR] T GetLastError 0x00000002\n"
@@ -402,7 +402,7 @@ TEST(Reading, LineEndsMayHaveBeenChanged) {
     }
 }
 
-// ---- What is no log, or not as the program wrote it
+// ---- What is not a log, or not as the program wrote it
 
 void ExpectRefusal(const std::string& bytes, const std::string& reason) {
     try {
@@ -425,7 +425,7 @@ TEST(Input, OfAnotherProgramIsRefused) {
     }
 }
 
-// In UTF-16, the low byte first or not.
+// In UTF-16, little-endian or not.
 std::string Utf16(const std::string& log, bool lowFirst) {
     std::string bytes;
     for (const char character : log) {
@@ -446,7 +446,7 @@ TEST(Input, InUtf16IsReadAndNoted) {
     EXPECT_TRUE(Read("\xFF\xFE" + Utf16(log.substr(2), true)).begins);
 }
 
-TEST(Input, InUtf16LosesWhatTheProgramCannotWriteEither) {
+TEST(Input, InUtf16LosesWhatTheProgramCannotWrite) {
     const std::string text = Utf16("FIRST RUN - START\n", true) +
                              std::string("\x42\x04\x3D\xD8\x00\xDE", 6) + Utf16("!\n", true);
     const std::string cutWithinACharacter = text + '\0';
@@ -588,7 +588,7 @@ TEST(Writing, TextHasNoControlCharacters) {
 
 // ---- The program
 
-// Runs the reader on the file. Returns its exit status; what it says of it is in `errors`.
+// Runs the reader on the file. Returns its exit status; its messages are in `errors`.
 int RunOn(const std::filesystem::path& file, std::string& errors) {
     const std::filesystem::path said = file.parent_path() / "errors.txt";
     const std::filesystem::path::string_type command =
@@ -631,7 +631,7 @@ TEST_F(TheProgram, ReadsAFileWhateverItIsCalled) {
     EXPECT_THAT(errors, StartsWith("finaset-log: \xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80.log: "));
 }
 
-// Where the system lets it be made, it is there, and empty.
+// If the system allows it, the file exists, and is empty.
 TEST_F(TheProgram, EscapesWhatOfAFilesNameIsNoCharacter) {
 #ifdef _WIN32
     const std::filesystem::path file = directory / L"a\xD83D.log";

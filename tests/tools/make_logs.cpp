@@ -1,11 +1,10 @@
-// Writes logs as a rollout leaves them, and what is to be found in them.
+// Writes logs like those of a rollout, and their expected findings.
 //
 //   make_logs DIRECTORY SOURCES COUNT
 //
-// The logs go below DIRECTORY/logs, in directories by version of Windows; of a thousand and more
-// some are huge. DIRECTORY/expected has a line for each number: how many logs are read, in order,
-// need attention and are not readable, then on how many is which finding, with its reason behind a
-// tab.
+// The logs go below DIRECTORY/logs, in directories by Windows version; of a thousand or more some
+// are huge. DIRECTORY/expected has a line for each number: how many logs are read, in order, need
+// attention and are unreadable, then how many have which finding, with its reason after a tab.
 
 #include "support/file_contents.h"
 #include "support/log_texts.h"
@@ -82,7 +81,7 @@ struct Kind {
     bool readable = true;
 };
 
-// What there is of every hundred, and what there is once.
+// What every hundred has, and what exists once.
 std::vector<Kind> Kinds(const std::filesystem::path& kept) {
     std::string first = test::FileText(kept / "first-installation.log").value();
     std::string later = test::FileText(kept / "reinstallation.log").value();

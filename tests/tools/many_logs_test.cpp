@@ -1,5 +1,4 @@
-// The reader of many logs: what it reads piece by piece, what it tells of them all, and what damage
-// does to it.
+// The reader of many logs: reading in pieces, its summary of them all, and the effects of damage.
 
 #include "log_reader/judge.h"
 #include "log_reader/read_log.h"
@@ -77,7 +76,7 @@ Report Judged(Report report) {
     return report;
 }
 
-// As a file is read that is longer than its reader's memory.
+// Like a file that is longer than its reader's memory.
 Report ReadInPieces(const std::string& log, std::size_t size, std::size_t longestRun) {
     EncodingFinder encoding;
     for (std::size_t at = 0; at < log.size(); at += size) {
@@ -86,7 +85,7 @@ Report ReadInPieces(const std::string& log, std::size_t size, std::size_t longes
     LogReader reader(encoding.Found(), longestRun);
     std::size_t at = 0;
     for (bool last = false; !last;) {
-        const std::string piece = log.substr(at, size);  // of its own memory, to see who leaves it
+        const std::string piece = log.substr(at, size);  // separate memory, to detect overruns
         last = piece.size() < size;
         std::size_t taken = reader.Take(piece, last);
         if (taken == 0 && !last) {
@@ -150,7 +149,7 @@ TEST(ReadingInPieces, GivesUpARunThatIsTooLong) {
             EXPECT_THAT(Refusal(file(LogBegin + much + LogEnd), 1000, 20'000),
                         HasSubstr("too long to be read with others"));
             EXPECT_THAT(Refusal(file(much), 1000, 20'000), HasSubstr("none of its banners"));
-            // What is too long is no part of the last run.
+            // What is too long does not belong to the last run.
             EXPECT_THAT(Refusal(file(LogBegin + much + '\n' + end), 1000, 20'000),
                         HasSubstr("\"verdict\": \"start failed!\""));
         }
@@ -158,7 +157,7 @@ TEST(ReadingInPieces, GivesUpARunThatIsTooLong) {
     EXPECT_THAT(Refusal(LogBegin + lines + LogEnd, 1000, 20'000), Not(HasSubstr("too long")));
 }
 
-// ---- What is told of all
+// ---- The summary
 
 void Add(Rollout& rollout, const std::string& path, const std::string& lines) {
     rollout.Add(path, Judged(reader::ReadLog(LogBegin + lines + LogEnd)));
@@ -259,7 +258,7 @@ TEST(ManyLogs, HaveFindingsWithTheNamesThatVaryTakenOut) {
 }
 
 // So that it can be looked up there.
-TEST(ManyLogs, HaveFindingsThatTheDocumentationHas) {
+TEST(ManyLogs, HaveTheDocumentationsFindings) {
     const auto page = test::FileText(Sources() / "docs/log.md");
     ASSERT_TRUE(page);
     std::string text = *page;
@@ -294,7 +293,7 @@ TEST(ManyLogs, CountEachLogOnceForAFinding) {
     EXPECT_EQ(FirstNames(*rollout.Findings()[0]), "NAME: Ardex on 1 log");
 }
 
-TEST(ManyLogs, HaveNoMoreNamesThanCanBeTold) {
+TEST(ManyLogs, HaveNoMoreNamesThanCanBeCounted) {
     Rollout rollout;
     for (int index = 0; index < 1000; ++index) {
         Add(rollout, "log",
@@ -488,7 +487,7 @@ TEST(ManyLogs, SurviveTwentyThousandThatAreDamaged) {
     const std::vector<std::string> kept = KeptLogs();
     ASSERT_EQ(kept.size(), 3U);
     Rollout rollout;
-    unsigned tooLong = 0;  // a line that the pieces have no room for
+    unsigned tooLong = 0;  // a line too long for the pieces
     for (unsigned seed = 1; seed <= Logs; ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         const std::string log = Damage(kept, seed).Log();

@@ -1,4 +1,4 @@
-// That the reader and the documentation know every text that the sources hold.
+// The reader and the documentation know every text in the sources.
 
 #include "log_reader/messages.h"
 
@@ -26,7 +26,7 @@ using test::FileText;
 using testing::IsEmpty;
 using testing::Not;
 
-// What the files that print hold beside texts: names, and formats and words without text.
+// Other strings in the files that print: names, and formats and words without text.
 const std::set<std::string> NoTexts = {
     "",
     "%ls",
@@ -49,7 +49,7 @@ const std::set<std::string> NoTexts = {
     "/DISABLE",
     "/?",
     "##PROCESSNAME##",
-    // Programs, libraries and what is in them.
+    // Programs, libraries and their functions.
     "Quitline.exe",
     "Unfinaset.exe",
     "iphlpapi.dll",
@@ -69,8 +69,7 @@ const std::set<std::string> NoTexts = {
     "Tarsel Nimbus Network Service",
 };
 
-// The string literals of C++ source, as they stand there, with those that follow on one another
-// joined.
+// The string literals of C++ source, unchanged, with adjacent ones joined.
 std::vector<std::string> Literals(const std::string& source) {
     std::vector<std::string> literals;
     bool joined = false;  // to the literal before
@@ -117,7 +116,7 @@ std::string TextOf(std::string literal) {
     return literal;
 }
 
-// Whether the program writes `text` by this literal: it is the literal, but for words in the place
+// Whether the program writes `text` with this literal: it is the literal, but with words in place
 // of conversions.
 bool IsWrittenBy(const std::string& text, const std::string& literal) {
     const auto names = Match(literal, text);
@@ -151,13 +150,13 @@ protected:
         ASSERT_THAT(texts, testing::Contains("Stopping %ls...."));
     }
 
-    // The lines in the fences of the documentation below this heading, or in all of them.
+    // The lines in the documentation's fences below this heading, or in all fences.
     [[nodiscard]] std::vector<std::string> DocumentedLines(const std::string& heading = {}) const {
         std::istringstream text(FileText(root_ / "docs/log.md").value());
         std::vector<std::string> lines;
         bool below = heading.empty();
         bool fenced = false;
-        bool log = false;  // and no command, which has its language at the fence
+        bool log = false;  // not a command, whose fence names its language
         for (std::string line; std::getline(text, line);) {
             if (line.starts_with("```")) {
                 fenced = !fenced;
@@ -199,7 +198,7 @@ bool IsPlaceholder(const std::string& name) {
            (!name.empty() && std::ranges::all_of(name, isCapital));
 }
 
-// Every line, with the conversions that the sources have.
+// Every line, with the conversions of the sources.
 std::vector<std::string> Formats() {
     std::vector<std::string> formats;
     for (const Message& message : Messages()) {

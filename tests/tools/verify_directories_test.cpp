@@ -34,7 +34,7 @@ constexpr DWORD Inherited = OBJECT_INHERIT_ACE | CONTAINER_INHERIT_ACE;
 const std::vector<AceSpec> Entries = {{Inherited, GENERIC_ALL, Administrators},
                                       {Inherited, GENERIC_READ | GENERIC_EXECUTE, Users}};
 
-// The list of these entries, as they were asked for.
+// The list of these entries, as requested.
 constexpr wchar_t AsAskedFor[] = L"D:P(A;OICI;GA;;;BA)(A;OICI;GXGR;;;BU)";
 
 class VerifiedDirectories : public testing::Test {
@@ -58,7 +58,7 @@ protected:
     test::AccessLists lists_;
 };
 
-TEST_F(VerifiedDirectories, HaveTheListThatIsAskedFor) {
+TEST_F(VerifiedDirectories, HaveTheRequestedList) {
     test::PutFile(In(L"file"), "");
     test::PutFile(In(L"below\\deeper\\file"), "");
     const Row row = Check();
@@ -123,7 +123,7 @@ TEST_F(VerifiedDirectories, HaveNoOtherList) {
                 StartsWith(L"no access list, so that everybody may do everything in "));
 }
 
-TEST_F(VerifiedDirectories, ThatHaveALongListAreReadWhole) {
+TEST_F(VerifiedDirectories, WithALongListAreReadCompletely) {
     std::wstring list = AsAskedFor;
     for (int user = 0; user < 300; ++user) {
         list += L"(A;;FR;;;S-1-5-21-1-2-3-" + std::to_wstring(1000 + user) + L")";
@@ -142,7 +142,7 @@ TEST_F(VerifiedDirectories, LeaveOutWhatHasNoValidTrustee) {
     EXPECT_EQ(Found(Verdict::Ok), L"D:P(A;OICI;GA;;;BA)");
 }
 
-TEST_F(VerifiedDirectories, ThatAreNotThereDiffer) {
+TEST_F(VerifiedDirectories, ThatAreMissingDiffer) {
     directory_.path = In(L"none");
     EXPECT_EQ(Found(Verdict::Differs), L"absent");
     test::PutFile(In(L"none"), "");
@@ -154,7 +154,7 @@ TEST_F(VerifiedDirectories, HaveNoLinkAmongTheirEntries) {
     test::PutFile(In(L"file"), "");
     ASSERT_TRUE(::CreateHardLinkW(In(L"link").c_str(), In(L"file").c_str(), nullptr));
     EXPECT_EQ(Found(Verdict::Differs), L"a link among its entries: " + In(L"file"));
-    // The links of deeper levels are no matter.
+    // The links of deeper levels do not matter.
     std::filesystem::create_directory(In(L"below"));
     std::filesystem::rename(In(L"link"), In(L"below\\link"));
     EXPECT_EQ(Found(Verdict::Differs), L"a link among its entries: " + In(L"file"));
@@ -162,7 +162,7 @@ TEST_F(VerifiedDirectories, HaveNoLinkAmongTheirEntries) {
     EXPECT_EQ(Found(Verdict::Ok), AsAskedFor);
 }
 
-TEST_F(VerifiedDirectories, SayOfALinkThatGoesMeanwhileThatItHasGone) {
+TEST_F(VerifiedDirectories, SayThatALinkHasDisappeared) {
     test::PutFile(In(L"file"), "");
     int opened = 0;
     test::ImportHook<&::GetFileInformationByHandle> hook(
@@ -174,7 +174,7 @@ TEST_F(VerifiedDirectories, SayOfALinkThatGoesMeanwhileThatItHasGone) {
     EXPECT_EQ(Found(Verdict::Differs), L"a link among its entries: one that has gone again");
 }
 
-// A directory is a link if it says so; the one above it is none.
+// A directory is a link if its attributes say so; the one above it is not.
 class LinkAt {
 public:
     explicit LinkAt(std::wstring path) : path_(std::move(path)) {}
@@ -262,7 +262,7 @@ TEST_F(VerifiedDirectories, WithAFurtherAttributeHaveTheirOwnListOnly) {
     ::SetFileAttributesW(top_.c_str(), FILE_ATTRIBUTE_NORMAL);
 }
 
-TEST_F(VerifiedDirectories, WhoseChildrenAreNotAskedForHaveTheirOwnListOnly) {
+TEST_F(VerifiedDirectories, WhoseChildrenAreIgnoredHaveOnlyTheirOwnList) {
     test::PutFile(In(L"file"), "");
     lists_.lists[In(L"file")] = L"D:P";
     directory_.applyToChildren = false;
@@ -300,7 +300,7 @@ TEST_F(VerifiedDirectories, AreUnknownForWhatIsBelowThemAndMayNotBeRead) {
     Found(Verdict::Differs);
 }
 
-TEST_F(VerifiedDirectories, PassOverWhatGoesMeanwhile) {
+TEST_F(VerifiedDirectories, IgnoreEntriesThatDisappear) {
     test::PutFile(In(L"file"), "");
     lists_.openErrors[In(L"file")] = ERROR_FILE_NOT_FOUND;
     EXPECT_EQ(Found(Verdict::Ok), AsAskedFor);
@@ -344,7 +344,7 @@ TEST_F(VerifiedDirectories, OfAHundredThousandEntriesNameTheFirst) {
         ::SetLastError(ERROR_NO_MORE_FILES);
         return entries <= 100'000 ? TRUE : FALSE;
     });
-    // Each of them has the protected list of the directory.
+    // Each of them has the directory's protected list.
     test::ImportHook<&::CreateFileW> create([&](LPCWSTR path, DWORD access, DWORD share,
                                                 auto* security, DWORD disposition, DWORD flags,
                                                 HANDLE pattern) {
@@ -365,7 +365,7 @@ TEST_F(VerifiedDirectories, WhosePathCannotBeExpandedAreUnknown) {
     EXPECT_EQ(row.finding.text, L"its path cannot be expanded");
 }
 
-TEST_F(VerifiedDirectories, WhoseListHasNoTextAreJudgedAllTheSame) {
+TEST_F(VerifiedDirectories, WhoseListHasNoTextAreStillJudged) {
     const test::ImportHook<&::ConvertSecurityDescriptorToStringSecurityDescriptorW> hook(
         [](PSECURITY_DESCRIPTOR, DWORD, SECURITY_INFORMATION, LPWSTR*, PULONG) { return FALSE; });
     EXPECT_EQ(Found(Verdict::Ok), L"a list that cannot be shown");

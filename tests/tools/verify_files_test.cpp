@@ -74,20 +74,20 @@ TEST_F(VerifiedFiles, ThatAreReplacedNeedTheShippedOne) {
     EXPECT_THAT(Rows(true), ElementsAre(Replaced(L"DIFFERS", L"the shipped file: absent")));
 }
 
-TEST_F(VerifiedFiles, ThatAreKeptAreThereWithAnyContent) {
+TEST_F(VerifiedFiles, ThatAreKeptExistWithAnyContent) {
     test::PutFile(shipped_, "content");
     EXPECT_THAT(Rows(false), ElementsAre(Kept(L"DIFFERS", L"absent")));
     test::PutFile(place_, "the user's own");
     EXPECT_THAT(Rows(false), ElementsAre(Kept(L"ok", L"there")));
 }
 
-TEST_F(VerifiedFiles, AreNoDirectories) {
+TEST_F(VerifiedFiles, AreNotDirectories) {
     ::CreateDirectoryW(place_.c_str(), nullptr);
     EXPECT_THAT(Rows(false), ElementsAre(Kept(L"DIFFERS", L"a directory")));
     EXPECT_THAT(Rows(true), ElementsAre(Replaced(L"DIFFERS", L"a directory")));
 }
 
-TEST_F(VerifiedFiles, InADirectoryThatIsNotThereAreAbsent) {
+TEST_F(VerifiedFiles, InAMissingDirectoryAreAbsent) {
     place_ = directory_ / L"none\\place";
     EXPECT_THAT(Rows(false), ElementsAre(Kept(L"DIFFERS", L"absent")));
 }

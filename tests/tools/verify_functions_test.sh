@@ -17,7 +17,7 @@ CoUninitialize
 CompareStringOrdinal
 ConvertSecurityDescriptorToStringSecurityDescriptorW
 ConvertSidToStringSidW
-CreateFileW                   what is there, to read: VerifyProgram.OpensWhatIsThereAndOnlyToRead
+CreateFileW                   what exists, to read: VerifyProgram.OpensOnlyWhatExistsAndOnlyToRead
 CreateStreamOnHGlobal         in memory
 CreateToolhelp32Snapshot
 FindClose
@@ -57,6 +57,7 @@ WideCharToMultiByte
 __acrt_iob_func               standard output and error
 __mingw_vsnwprintf            in memory
 fflush                        standard output
+fputc                         standard output and error
 fputs                         standard output and error
 ChildHasLink
 ChooseActions                 never with the option that prints
@@ -69,6 +70,7 @@ HardwarePatternTable
 JoinPath
 ListDirectoryEntries
 ListPresentAdapterDescriptions
+ObsoleteTask
 PathHasLink
 PathLevels
 PathResolver::InDirectory

@@ -8,7 +8,7 @@
 
 namespace test {
 
-// Each row as "verdict, kind, name, expected, found", with bars between.
+// Each row as "verdict, kind, name, expected, found", separated by bars.
 inline std::vector<std::wstring> Shown(const verify::Rows& rows) {
     std::vector<std::wstring> lines;
     for (const verify::Row& row : rows) {

@@ -53,7 +53,7 @@ protected:
 
 TEST_F(VerifiedSettings, ThatAreDeletedAreAbsent) {
     const std::wstring ok = L"ok | setting | " + Name + L" | absent | absent";
-    EXPECT_THAT(Deleted(Setting()), ElementsAre(ok));  // nor is the key there
+    EXPECT_THAT(Deleted(Setting()), ElementsAre(ok));  // the key does not exist either
     test::MakeKey(HKEY_LOCAL_MACHINE, Key);
     EXPECT_THAT(Deleted(Setting()), ElementsAre(ok));
     Put(test::TextValue(L"C:\\Stale"));
@@ -158,7 +158,7 @@ TEST_F(VerifiedSettings, AreLookedForInTheirOwnView) {
                             KEY_QUERY_VALUE | KEY_WOW64_32KEY, KEY_QUERY_VALUE, KEY_QUERY_VALUE));
 }
 
-// The bitmask, and what it asks for.
+// The bitmask, and what it requires.
 class VerifiedBitmask : public testing::Test {
 protected:
     static std::vector<std::wstring> Bitmask() {
@@ -215,7 +215,7 @@ TEST_F(VerifiedBitmask, IsUnknownIfTheAdaptersAre) {
     adapters_.listResult = ERROR_ACCESS_DENIED;
     EXPECT_THAT(Bitmask(), ElementsAre(Row(L"UNKNOWN", L"that of the adapters",
                                            L"the network adapters: " + Denied)));
-    adapters_.listResult = ERROR_BUFFER_OVERFLOW;  // for ever
+    adapters_.listResult = ERROR_BUFFER_OVERFLOW;  // forever
     EXPECT_THAT(
         Bitmask(),
         ElementsAre(testing::StartsWith(Row(L"UNKNOWN", L"that of the adapters", start + L"111"))));

@@ -21,7 +21,7 @@ using testing::ElementsAre;
 using testing::StartsWith;
 using verify::CheckTasks;
 
-// A definition with what counts, among what does not.
+// A definition with the relevant parts, among others.
 std::wstring Xml(const std::wstring& command, const std::wstring& principal) {
     return L"<?xml version=\"1.0\" encoding=\"UTF-16\"?>\r\n"
            L"<Task version=\"1.4\" xmlns=\"http://schemas.microsoft.com/windows/2004/02/mit/task\">"
@@ -90,7 +90,7 @@ TEST_F(VerifiedTasks, ForAnotherPrincipalDiffer) {
     EXPECT_THAT(Rows(), ElementsAre(Task(L"DIFFERS", L"C:\\R & D\\a.exe for S-1-5-18"), absent_));
 }
 
-TEST_F(VerifiedTasks, WhoseTemplateHasNoPlaceholderAreTakenAsTheyStand) {
+TEST_F(VerifiedTasks, WhoseTemplateHasNoPlaceholderAreTakenUnchanged) {
     const ScheduledTaskEntry task = {Xml(L"<Exec><Command>b.exe</Command></Exec>", Group), true,
                                      L"a.exe", L"a task"};
     Register(L"<Exec><Command>b.exe</Command></Exec>");
@@ -106,7 +106,7 @@ TEST_F(VerifiedTasks, ThatAreObsoleteAreAbsent) {
     EXPECT_EQ(Rows().back(), absent_);
 }
 
-TEST_F(VerifiedTasks, AreAskedForAndLeftAsTheyAre) {
+TEST_F(VerifiedTasks, AreReadAndNotChanged) {
     Register(L"");
     Rows();
     EXPECT_THAT(
@@ -150,7 +150,7 @@ TEST_F(VerifiedTasks, WhoseDefinitionIsNoXmlAreUnknown) {
     }
 }
 
-// The platform's reader of XML may be missing, or not work.
+// The platform's XML reader may be missing, or fail.
 
 TEST_F(VerifiedTasks, AreUnknownWithoutAReaderOfXml) {
     Register(L"");

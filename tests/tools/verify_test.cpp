@@ -36,7 +36,7 @@
 #include <string>
 #include <vector>
 
-// The attributes of a function that is hooked have no place in the type of the hook.
+// The hooked function's attributes do not belong in the hook's type.
 #pragma GCC diagnostic ignored "-Wignored-attributes"
 
 namespace {
@@ -53,7 +53,7 @@ Report ReportOf(const verify::Rows& rows) {
     return {.computer = L"NAME", .version = "1.2.3", .actions = 15, .rows = rows};
 }
 
-// Names of everything that a name can be made of.
+// Names with everything that a name can contain.
 const Report Awkward = {
     .computer = L"\"NAME\\",
     .version = "1.2.3",
@@ -103,8 +103,8 @@ TEST(VerdictAsJson, EscapesWhatIsNotAscii) {
     EXPECT_THAT(json, HasSubstr(R"("name":"a \"b\" \\ / \u0001\u0009\u000d\u000a\u007f",)"));
     EXPECT_THAT(json, HasSubstr(R"("expected":"\u00e9\u4e2d")"));
     EXPECT_THAT(json, HasSubstr(R"("name":"\ud83d\ude00")"));
-    EXPECT_THAT(json, HasSubstr(R"("expected":"half a pair: \ud800","found":"\udc00\ud800")"));
-    // The other half of this is tests/tools/verify_test.sh, which has it read by a parser.
+    EXPECT_THAT(json, HasSubstr(R"("expected":"half a pair: \\ud800","found":"\\udc00\\ud800")"));
+    // The other half is tests/tools/verify_json_test.sh, in which a parser reads it.
     if (const wchar_t* const file = _wgetenv(L"FINASET_JSON")) {
         test::PutFile(file, json);
     }
@@ -168,7 +168,7 @@ TEST_F(VerifiedMachine, IsNotAskedForWhatARunLeavesOutWhereADirectoryIsNotSecure
     MakeSecureDirectories();
     lists_.lists.begin()->second = L"D:(A;;FA;;;WD)";
     EXPECT_THAT(Kinds(255), ElementsAre("directory", "file", "setting", "stop", "task"));
-    lists_.openErrors[lists_.lists.begin()->first] = ERROR_ACCESS_DENIED;  // nobody knows
+    lists_.openErrors[lists_.lists.begin()->first] = ERROR_ACCESS_DENIED;  // unknown
     EXPECT_TRUE(Kinds(255).contains("start"));
 }
 
@@ -212,7 +212,7 @@ protected:
     std::string complaint_;
 };
 
-TEST_F(VerifyProgram, SaysInItsExitStatusWhatCameOfIt) {
+TEST_F(VerifyProgram, ReturnsTheResultAsItsExitStatus) {
     EXPECT_EQ(Call({L"/STOP"}), 0);
     EXPECT_THAT(printed_, HasSubstr(" ok, 0 DIFFERS, 0 UNKNOWN"));
     EXPECT_EQ(Call({L"/START"}), 1);
@@ -242,7 +242,7 @@ TEST_F(VerifyProgram, TakesTheActionsOfARunWithTheSameOption) {
     EXPECT_THAT(printed_, HasSubstr(R"("actions":1,)"));
 }
 
-TEST_F(VerifyProgram, SaysHowItIsCalled) {
+TEST_F(VerifyProgram, PrintsItsUsage) {
     for (const wchar_t* const argument : {L"--help", L"/?"}) {
         EXPECT_EQ(Call({argument}), 0);
         EXPECT_THAT(
@@ -252,7 +252,7 @@ TEST_F(VerifyProgram, SaysHowItIsCalled) {
     }
 }
 
-TEST_F(VerifyProgram, RefusesWhatItDoesNotKnow) {
+TEST_F(VerifyProgram, RejectsUnknownArguments) {
     for (const std::vector<const wchar_t*>& arguments :
          {std::vector<const wchar_t*>{L"/FOO"}, {L""}, {L"--html"}, {L"/STOP", L"/START"}}) {
         EXPECT_EQ(Call(arguments), 2);
@@ -263,7 +263,7 @@ TEST_F(VerifyProgram, RefusesWhatItDoesNotKnow) {
     }
 }
 
-TEST_F(VerifyProgram, OpensWhatIsThereAndOnlyToRead) {
+TEST_F(VerifyProgram, OpensOnlyWhatExistsAndOnlyToRead) {
     MakeSecureDirectories();
     test::PutFile(directory_ / L"Tarsel\\Nimbus\\ConfigurationFiles\\oem.xml", "");
     int opened = 0;

@@ -97,8 +97,8 @@ std::string LogOfRun(std::vector<std::wstring> options) {
     return Printed([&] { RunActions(arguments.Count(), arguments.Vector()); });
 }
 
-// The registry of a machine, empty but for what a test puts there. Its product directories cannot
-// be told, and every access list can be set.
+// The registry of a machine, empty except for what a test adds. Its product directories are
+// unknown, and every access control list can be set.
 class ActionsTest : public testing::Test {
 protected:
     static void SetRegistry(const RegistryValue& value) {
@@ -138,7 +138,7 @@ TEST_F(ActionsTest, AreNumbered) {
     EXPECT_EQ(ActionDisable, 16U);
 }
 
-// The first argument, and what it chooses where the registry has RegistryActions.
+// The first argument, and its choice if the registry has RegistryActions.
 struct Choice {
     const char* name;
     std::wstring argument;
@@ -205,13 +205,13 @@ TEST_F(ActionsTest, AreTheRegistrysWithoutAnArgument) {
 }
 
 TEST_F(ActionsTest, AreStopConfigureAndStartWithoutAKeyOrValue) {
-    EXPECT_EQ(Choose({}), 15U);  // 2 means nothing
+    EXPECT_EQ(Choose({}), 15U);  // 2 has no meaning
     PutValue(HKEY_LOCAL_MACHINE, ParametersKey, L"FinasetActions", DwordValue(16));
     EXPECT_EQ(Choose({}), 15U);
     EXPECT_EQ(Choose({L"/FOO"}), 15U);
 }
 
-TEST_F(ActionsTest, AreTheDefaultsForAValueThatIsNoNumberOf32Bits) {
+TEST_F(ActionsTest, AreTheDefaultsForAValueThatIsNotA32BitNumber) {
     const RegistryValue values[] = {
         {REG_SZ, {'1', 0, 0, 0}},
         {REG_BINARY, {16, 0, 0, 0}},
@@ -260,7 +260,7 @@ TEST_F(ActionsTest, AreExplainedUnderTheNameThatTheProgramWasCalledBy) {
                 testing::StartsWith("\r\nanother name [/<Option>]\r\n"));
 }
 
-TEST_F(ActionsTest, RunInTheirOrderWhateverTheyAreCombinedWith) {
+TEST_F(ActionsTest, RunInOrderInAnyCombination) {
     for (std::uint32_t bits = 0; bits < 16; ++bits) {
         // The four bits that mean something; those between them are set with every second one.
         const std::uint32_t actions =
@@ -301,7 +301,7 @@ TEST_F(ActionsTest, NeitherStartNorDisableWhatCouldNotBeSecured) {
         SetRegistry(actions);
         EXPECT_EQ(LogOfRun({}), test::LogOf(insecure));
     }
-    for (const std::uint32_t actions : {8U | 16U, 8U, 16U}) {  // nothing was to be secured
+    for (const std::uint32_t actions : {8U | 16U, 8U, 16U}) {  // nothing had to be secured
         SetRegistry(actions);
         EXPECT_EQ(LogOfRun({}), LogOf(actions));
     }
@@ -312,10 +312,10 @@ TEST_F(ActionsTest, DoNotRunForTheUsageText) {
     EXPECT_EQ(LogOfRun({L"/?"}), LogBegin + UsageText() + LogEnd);
 }
 
-// What a want of memory inside a call of the platform does to a run of all steps.
+// A run of all steps in which a platform call runs out of memory.
 class ActionsWithoutMemory : public ActionsTest {
 protected:
-    // Runs, and expects the log of a run in which items end in another way.
+    // Runs, and expects this log, in which items end differently.
     static void ExpectRun(const Verdicts& verdicts) {
         SetRegistry(255);
         Course course = WithoutProduct(255);
@@ -336,14 +336,14 @@ TEST_F(ActionsWithoutMemory, GoOnWithTheNextServiceAndTheNextStep) {
     ExpectRun(noService);
 }
 
-TEST_F(ActionsWithoutMemory, GoOnBehindTheApplications) {
+TEST_F(ActionsWithoutMemory, GoOnAfterTheApplications) {
     ImportHook<&::K32EnumProcesses> enumerate(
         [](DWORD*, DWORD, LPDWORD) -> BOOL { throw std::bad_alloc(); });
     ImportHook<&::CreateProcessW> launch([](auto...) -> BOOL { throw std::bad_alloc(); });
     ExpectRun({{"Stopping Application ", Cut}, {"Starting Application ", Cut}});
 }
 
-// Wherever it is: here before the securing, in it, and behind it.
+// Wherever it is: before securing, in it, and after it.
 TEST_F(ActionsWithoutMemory, EndTheConfigureActionAndNeitherStartNorDisableAnything) {
     {
         ImportHook<&::RegDeleteValueW> remove(
@@ -361,21 +361,21 @@ TEST_F(ActionsWithoutMemory, EndTheConfigureActionAndNeitherStartNorDisableAnyth
     }
 }
 
-TEST_F(ActionsWithoutMemory, DoNothingIfItCannotBeToldWhat) {
+TEST_F(ActionsWithoutMemory, DoNothingIfTheActionsCannotBeChosen) {
     ImportHook<&::RegQueryValueExW> query([](HKEY, LPCWSTR, LPDWORD, LPDWORD, LPBYTE,
                                              LPDWORD) -> LSTATUS { throw std::bad_alloc(); });
     SetRegistry(255);
     EXPECT_EQ(LogOfRun({}), "\r\nFIRST RUN - START\r\n\r\n\r\n\r\nFIRST RUN - FINISHED\r\n");
 }
 
-// Not only for want of memory: a text that is longer than any may be is another exception.
+// Not only out of memory: a text that exceeds the maximum length is another exception.
 TEST_F(ActionsWithoutMemory, GoOnWithTheNextServiceWhateverTheStandardLibraryThrows) {
     ImportHook<&::OpenSCManagerW> connect(
         [](LPCWSTR, LPCWSTR, DWORD) -> SC_HANDLE { throw std::length_error("too long"); });
     ExpectRun(noService);
 }
 
-// Each allocation of a run fails in turn, until a run is through without.
+// Each allocation of a run fails in turn, until a run completes without failures.
 TEST_F(ActionsTest, EndWithTheFinishBannerWhicheverAllocationFails) {
     const ImportHook<&::OpenSCManagerW> connect([](auto...) { return nullptr; });
     const ImportHook<&::K32EnumProcesses> enumerate([](DWORD*, DWORD, DWORD* bytes) {
@@ -411,7 +411,7 @@ TEST_F(ActionsTest, EndWithTheFinishBannerWhicheverAllocationFails) {
     EXPECT_GT(before, 100U);
 }
 
-// A walk over a list: what it prints for an empty one, and the kind that it has no use for.
+// A walk over a list: its output for an empty one, and the kind that it skips.
 struct Walk {
     void (*run)(std::span<const ProcessEntry> entries);
     const char* banner;

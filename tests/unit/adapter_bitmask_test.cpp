@@ -96,7 +96,7 @@ TEST(BrandPatternTable, IsNotRead) {
 // A row of the tests' own.
 const std::vector<AdapterPattern> OneModel = {{L"Tarsel.*QZ311.*", 0x00000002}};
 
-// What a description is found to be: its mask, and what is printed.
+// The result for a description: its mask, and the output.
 using Found = std::pair<std::uint32_t, std::string>;
 
 Found Match(const std::wstring& description,
@@ -119,7 +119,7 @@ TEST(BrandPatternTable, SaysForEachModelItsOwnBit) {
     }
 }
 
-TEST(MatchAdapterBitmask, FindsTheModelAndSaysSoInTheDescriptionsOwnLetters) {
+TEST(MatchAdapterBitmask, FindsTheModelAndLogsTheOriginalDescription) {
     EXPECT_EQ(Match(L"TARSEL(R) Wireless QZ311 160MHz"),
               Found(2,
                     "Found Adapter TARSEL(R) Wireless QZ311 160MHz to configure  Bitmask "
@@ -130,7 +130,7 @@ TEST(MatchAdapterBitmask, FindsTheModelAndSaysSoInTheDescriptionsOwnLetters) {
               Found(2, "Found Adapter Tarsel QZ311 %d #2 to configure  Bitmask 0x2\r\n"));
 }
 
-TEST(MatchAdapterBitmask, FindsNothingElseAndSaysNothing) {
+TEST(MatchAdapterBitmask, FindsNothingElseAndLogsNothing) {
     for (const wchar_t* description :
          {L"", L"T", L"Network Adapter by Tarsel QZ311", L" Tarsel QZ311", L"Tarsel", L"QZ311",
           L"Tarsel QZ31", L"QZ311 Tarsel", L"Tarse QZ311", L"Tarsel QZ 311", L"Tar sel QZ311",
@@ -156,7 +156,7 @@ TEST(MatchAdapterBitmask, EndsAtTheFirstMatchEvenIfThatHasNoBits) {
               Found(0, "Found Adapter a to configure  Bitmask 0x0\r\n"));
 }
 
-TEST(MatchAdapterBitmask, GoesOnBehindABadPattern) {
+TEST(MatchAdapterBitmask, GoesOnAfterABadPattern) {
     EXPECT_EQ(Match(L"(", {{L"(", 1}, {L"[", 2}, {L"\\(", 4}}),
               Found(4, "Found Adapter ( to configure  Bitmask 0x4\r\n"));
 }
@@ -193,7 +193,7 @@ TEST(MatchAdapterBitmask, TakesALineEndForNoPartOfADescription) {
 TEST(MatchAdapterBitmask, TakesLettersOfAllKinds) {
     EXPECT_EQ(Match(L"Tarsel\u00AE \u00C4\u00D6 QZ311"),
               Found(2, "Found Adapter Tarsel\xAE \xC4\xD6 QZ311 to configure  Bitmask 0x2\r\n"));
-    // How much of these arrives is the C runtime's business.
+    // How much of these is written is up to the C runtime.
     for (const std::wstring& part :
          {std::wstring(L"\u0416\u4E2D"), std::wstring(1, wchar_t{0xD800}),
           std::wstring(1, wchar_t{0xDFFF}), std::wstring(L"\uFFFF")}) {
@@ -239,7 +239,7 @@ TEST(ListPresentAdapterDescriptions, IsEmptyWithoutRecords) {
     EXPECT_THAT(ListPresentAdapterDescriptions({}), IsEmpty());
 }
 
-TEST(ListPresentAdapterDescriptions, LeavesOutTheAdaptersThatAreNotPresentAlone) {
+TEST(ListPresentAdapterDescriptions, OmitsOnlyTheAdaptersThatAreNotPresent) {
     std::vector<FakeAdapter> adapters;
     for (int status = 0; status <= 7; ++status) {
         adapters.push_back({std::to_wstring(status), static_cast<IF_OPER_STATUS>(status)});
@@ -273,7 +273,7 @@ std::string Line(const std::string& description) {
     return "Found Adapter " + description + " to configure  Bitmask 0x2\r\n";
 }
 
-// The bitmask of a machine with these adapters and a registry of its own.
+// The bitmask of a machine with these adapters and a private registry.
 class HardwareBitmask : public testing::Test {
 protected:
     // What is printed.
@@ -316,12 +316,12 @@ private:
     test::PrivateRegistry registry_;
 };
 
-TEST_F(HardwareBitmask, IsNoneWithoutAdapters) {
+TEST_F(HardwareBitmask, IsZeroWithoutAdapters) {
     ExpectBitmask(0, "");
     EXPECT_EQ(machine.calls.Lines(), Listing(std::nullopt));
 }
 
-TEST_F(HardwareBitmask, HasTheBitOfAnAdapterThatIsPresentHoweverItIs) {
+TEST_F(HardwareBitmask, HasTheBitOfAPresentAdapterInAnyState) {
     for (int status = 1; status <= 7; ++status) {
         machine.adapters = {{L"Tarsel QZ311", static_cast<IF_OPER_STATUS>(status)}};
         const bool present = status != IfOperStatusNotPresent;
@@ -374,7 +374,7 @@ TEST_F(HardwareBitmask, SaysThatThereIsNoBufferForNoSize) {
     EXPECT_EQ(machine.calls.Lines(), Listing(std::nullopt));
 }
 
-TEST_F(HardwareBitmask, SaysWithWhichErrorTheListFails) {
+TEST_F(HardwareBitmask, LogsTheErrorOfTheList) {
     machine.adapters = {{L"Tarsel QZ311"}};
     const std::pair<ULONG, const char*> errors[] = {
         {111, "111"}, {87, "87"}, {1314, "1314"},
@@ -386,7 +386,7 @@ TEST_F(HardwareBitmask, SaysWithWhichErrorTheListFails) {
     }
 }
 
-TEST_F(HardwareBitmask, IsNoneIfTheListGrowsInBetween) {
+TEST_F(HardwareBitmask, IsZeroIfTheListGrowsInBetween) {
     machine.adapters = {{L"Tarsel QZ311"}};
     machine.betweenQueries = [this] { machine.adapters.push_back({L"new"}); };
     const std::size_t size = AdapterRecords(machine.adapters).size();
@@ -402,7 +402,7 @@ TEST_F(HardwareBitmask, IsThatOfAListThatShrinksInBetween) {
     ExpectBitmask(0, "GetAdaptersInfo failed with error: 232\n");
 }
 
-TEST_F(HardwareBitmask, IsNoneWithoutTheLibraryOrItsFunction) {
+TEST_F(HardwareBitmask, IsZeroWithoutTheLibraryOrItsFunction) {
     machine.adapters = {{L"Tarsel QZ311"}};
     machine.functionIsThere = false;
     ExpectBitmask(0, "");
@@ -442,7 +442,7 @@ TEST_F(HardwareBitmask, IsAnyOtherValueOfTheGate) {
         SetGate(DwordValue(gate));
         machine.calls = {};
         ExpectBitmask(gate, "");
-        EXPECT_EQ(machine.calls.Lines().size(), 5U);  // listed all the same
+        EXPECT_EQ(machine.calls.Lines().size(), 5U);  // still listed
     }
 }
 
@@ -551,7 +551,7 @@ TEST_F(HardwareBitmask, IsNotWhatLaterStepsReadUntilItIsSet) {
     EXPECT_EQ(g_hardwareBitmask, 0U);
 }
 
-// Which adapters there are, the machine tests know.
+// The machine tests know which adapters exist.
 TEST(HardwareBitmaskOfThisMachine, IsComputedFromItsRealAdapters) {
     const test::PrivateRegistry registry;
     const RecordedImport<&::FreeLibrary> freed;

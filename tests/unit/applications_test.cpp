@@ -75,7 +75,7 @@ TEST_F(StopApplicationTest, RunsTheHelperAsTheApplicationsUserAndWaitsForIt) {
         fake.calls.Lines(),
         ElementsAre(std::string("print(") + StopItem + ")",
                     "K32EnumProcesses(16384)",  //
-                    "OpenProcess(4096, 0, 4)",  // passed over
+                    "OpenProcess(4096, 0, 4)",  // skipped
                     "OpenProcess(4096, 0, 8)", "QueryFullProcessImageNameW(process 8, 0, 260)",
                     "CloseHandle(process 8)",  // before the next one is opened
                     "OpenProcess(4096, 0, 12)", "QueryFullProcessImageNameW(process 12, 0, 260)",
@@ -102,7 +102,7 @@ TEST_F(StopApplicationTest, FindsTheNameAnywhereInThePathInAnyCase) {
         {L"C:\\X\\ZEFIR.ex", L"ZEFIR.exe", false},
         {L"C:\\X\\ZEFIR_exe", L"ZEFIR.exe", false},
         {L"FIR.exe", L"ZEFIR.exe", false},  // the name is longer than the path
-        {L"", L"ZEFIR.exe", false},         // the path cannot be told
+        {L"", L"ZEFIR.exe", false},         // the path is unknown
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(test::Narrow(row.path));
@@ -189,7 +189,7 @@ TEST_F(StopApplicationTest, WaitsForNothingIfTheHelperCannotBeStarted) {
     EXPECT_TRUE(fake.AllClosed());
 }
 
-TEST_F(StopApplicationTest, HandsTheTitleToTheHelperUnquotedAndPrintsItsTrademark) {
+TEST_F(StopApplicationTest, PassesTheTitleToTheHelperUnquotedAndPrintsItsTrademark) {
     fake.running = {{.id = 8, .path = L"C:\\ZEFIR.exe"}};
     EXPECT_EQ(Stop(L"ZEFIR.exe", L"Tarsel\u00AE Lumetra"),
               "Stopping Application ZEFIR.exe....with Window Title Tarsel\xAE Lumetra " +
@@ -206,7 +206,7 @@ TEST_F(StopApplicationTest, GoesOnAfterATitleThatCannotBePrinted) {
     EXPECT_TRUE(result);
 }
 
-// For real: this program is found and its token opened, but the helper is nowhere.
+// Real: this program is found and its token opened, but the helper is missing.
 TEST(StopApplication, FailsOnAMachineWithoutTheHelper) {
     bool result = true;
     EXPECT_EQ(Printed([&] { result = StopApplication(L"UNIT_tests.exe", L"Title"); }),
@@ -251,7 +251,7 @@ TEST_F(StartApplicationTest, KeepsTheBlankWithoutArguments) {
                             "0, all null, startup all zero)"));
 }
 
-TEST_F(StartApplicationTest, LaunchesNothingIfItsOwnDirectoryCannotBeTold) {
+TEST_F(StartApplicationTest, LaunchesNothingIfItsOwnDirectoryIsUnknown) {
     fake.ownPath.clear();
     result = true;
     EXPECT_EQ(Start(), std::string(StartItem) + "start failed!\r\n");
@@ -267,8 +267,8 @@ TEST_F(StartApplicationTest, FailsWithTheLaunch) {
     EXPECT_TRUE(fake.AllClosed());
 }
 
-// The stand-in in a directory of its own, which this program takes for its own directory too; ended
-// again once it was started.
+// The stand-in in a directory of its own, which this program also treats as its own; terminated
+// after it was started.
 class RealCompanion {
 public:
     explicit RealCompanion(const std::wstring& directory) : path_(directory + L"\\companion.exe") {
@@ -280,7 +280,7 @@ public:
 
     [[nodiscard]] std::string Path() const { return test::Narrow(path_); }
 
-    // The command line that it has recorded.
+    // The command line that it recorded.
     [[nodiscard]] std::optional<std::string> CommandLine() const {
         const Utils::KernelHandle ready(stand_in::ReadyEvent(id_));
         EXPECT_EQ(::WaitForSingleObject(ready.Get(), 30'000), DWORD{WAIT_OBJECT_0});

@@ -46,7 +46,7 @@ TEST(CaseMapping, MapsAsciiLetters) {
     EXPECT_EQ(Lower(L"abcdefghijklmnopqrstuvwxyz"), L"abcdefghijklmnopqrstuvwxyz");
 }
 
-TEST(CaseMapping, LeavesWhatIsNoLetter) {
+TEST(CaseMapping, LeavesOtherCharactersUnchanged) {
     const std::wstring text = L" /?0123456789-_.:;@[\\]^`{|}~\t\r\n";
     EXPECT_EQ(Upper(text), text);
     EXPECT_EQ(Lower(text), text);
@@ -57,7 +57,7 @@ TEST(CaseMapping, TakesAnEmptyString) {
     EXPECT_EQ(Lower(L""), L"");
 }
 
-TEST(CaseMapping, GoesOnBehindAnEmbeddedZero) {
+TEST(CaseMapping, GoesOnAfterAnEmbeddedZero) {
     EXPECT_EQ(Upper(std::wstring(L"a\0b", 3)), std::wstring(L"A\0B", 3));
     EXPECT_EQ(Lower(std::wstring(L"A\0B", 3)), std::wstring(L"a\0b", 3));
 }

@@ -15,7 +15,7 @@
 #include <string>
 #include <utility>
 
-// The attributes of a function that is hooked have no place in the type of the hook.
+// The hooked function's attributes do not belong in the hook's type.
 #pragma GCC diagnostic ignored "-Wignored-attributes"
 
 namespace {
@@ -144,7 +144,7 @@ TEST(ComError, HasNoDescriptionByItself) {
     EXPECT_EQ(ComError(E_FAIL).Result(), E_FAIL);
 }
 
-// What the thread holds is of somebody else, and stays there.
+// The thread's error object is someone else's, and stays there.
 TEST(ComError, HasNoDescriptionFromAnObjectThatLeavesNone) {
     const ComPointer<IErrorInfo> earlier = LeaveError();
     const ComPointer<IUnknown> source(new test::ComObject<test::TaskServiceStub, ITaskService>);
@@ -163,7 +163,7 @@ TEST(ComError, HasNoDescriptionIfTheOneThatWasLeftIsNull) {
     EXPECT_EQ(::GetErrorInfo(0, &left), S_FALSE);  // taken
 }
 
-// What it leaves all the same is released.
+// What it still leaves is released.
 TEST(ComError, HasNoDescriptionIfTheOneThatWasLeftCannotBeRead) {
     const ComPointer<IErrorInfo> error(new test::ComObject<FailingErrorInfo, IErrorInfo>);
     ASSERT_EQ(::SetErrorInfo(0, error.Get()), S_OK);

@@ -78,7 +78,7 @@ TEST_F(SettingWalks, PrintNothingForAnEmptyList) {
     EXPECT_EQ(create.Made(), Calls{});
 }
 
-TEST_F(SettingWalks, DeleteEachSettingWhateverBecomesOfTheOthers) {
+TEST_F(SettingWalks, DeleteEachSettingEvenIfOthersFail) {
     PutValue(HKEY_LOCAL_MACHINE, L"Software\\a", L"one", TextValue(L"x"));
     PutValue(HKEY_LOCAL_MACHINE, L"Software\\a", L"two", DwordValue(1));
     PutValue(HKEY_LOCAL_MACHINE, L"Software\\a", L"left", DwordValue(1));
@@ -99,7 +99,7 @@ TEST_F(SettingWalks, DeleteEachSettingWhateverBecomesOfTheOthers) {
     EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, L"Software\\whole"));
 }
 
-TEST_F(SettingWalks, WriteEachSettingWhateverBecomesOfTheOthers) {
+TEST_F(SettingWalks, WriteEachSettingEvenIfOthersFail) {
     EXPECT_EQ(
         WritingOf({{.keyPath = L"Software\\none", .valueName = L"n", .type = REG_SZ, .text = L"t"},
                    TextSetting(L"text", L"%a% b"),
@@ -124,7 +124,7 @@ TEST_F(SettingWalks, WriteEachSettingWhateverBecomesOfTheOthers) {
     EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, L"Software\\none"));
 }
 
-TEST_F(SettingWalks, AskNothingOfThePlatformWithoutARoot) {
+TEST_F(SettingWalks, CallNothingWithoutARoot) {
     const RecordedImport<&::RegCreateKeyExW> create;
     for (const std::uint32_t type : {1U, 4U, 3U}) {
         const RegistrySetting setting = {.keyPath = L"a", .valueName = L"n", .type = type};
@@ -171,7 +171,7 @@ TEST_F(SettingWalks, FailWithThePlatform) {
     EXPECT_THAT(WritingOf({NumberSetting(L"n", 5)}), testing::EndsWith("=5 \t - \tFailure\r\n"));
 }
 
-TEST_F(SettingWalks, PrintTheVerdictAfterTheDeed) {
+TEST_F(SettingWalks, PrintTheVerdictAfterTheAction) {
     std::vector<std::string> steps;
     Printed([&] {
         const test::NotedPrints prints(steps);
@@ -187,7 +187,7 @@ TEST_F(SettingWalks, PrintTheVerdictAfterTheDeed) {
 
 // ---- The whole action
 
-// The configuring of a machine of its own, on which every access list can be set.
+// Configures a machine on which every access control list can be set.
 class ConfigureTest : public testing::Test {
 protected:
     ~ConfigureTest() override { g_hardwareBitmask = 0; }
@@ -200,7 +200,7 @@ protected:
     // Configures the machine, and expects this of its log.
     void ExpectLog(Course course) {
         course.actions = 4;
-        course.startupTask = true;  // without COM nothing is said of it
+        course.startupTask = true;  // without COM it is not logged
         course.programDirectory = "C:\\Own Directory";
         for (const test::FakeAdapter& adapter : machine.adapters) {
             course.adapters.push_back(adapter.description);
@@ -242,7 +242,7 @@ private:
 };
 
 // The headings in their order, as they are written.
-TEST_F(ConfigureTest, SaysWhatItIsAbout) {
+TEST_F(ConfigureTest, PrintsItsHeadingsInOrder) {
     std::string headings;
     Printed([&] {
         const test::PrintHook prints([&](const std::string& text) {
@@ -295,7 +295,7 @@ TEST_F(ConfigureTest, PreparesAMachineAgain) {
     EXPECT_THAT(test::FileText(userFile), testing::Optional(std::string("the user's own")));
 }
 
-TEST_F(ConfigureTest, SucceedsThoughAllButTheSecuringFails) {
+TEST_F(ConfigureTest, SucceedsEvenIfAllButTheSecuringFails) {
     const ImportHook<&::RegCreateKeyExW> create(
         [](HKEY, LPCWSTR, DWORD, LPWSTR, DWORD, REGSAM, LPSECURITY_ATTRIBUTES, PHKEY,
            LPDWORD) -> LSTATUS { return ERROR_ACCESS_DENIED; });
@@ -362,7 +362,7 @@ TEST_F(ConfigureTest, AsksForNoAdaptersIfADirectoryCannotBeSecured) {
     EXPECT_EQ(Feature(), std::nullopt);
 }
 
-TEST_F(ConfigureTest, SucceedsThoughTheFeaturesCannotBeEnabled) {
+TEST_F(ConfigureTest, SucceedsEvenIfTheFeaturesCannotBeEnabled) {
     ShipFiles();
     machine.adapters = {{L"other"}};
     machine.listResult = ERROR_INVALID_PARAMETER;
@@ -395,7 +395,7 @@ TEST_F(ConfigureTest, EndsWithTheResponseIfADirectoryCannotBeSecured) {
             "DeregisterEventSource(source)"));
 }
 
-TEST_F(ConfigureTest, ClearsTheMarkLastOnBothWays) {
+TEST_F(ConfigureTest, ClearsTheMarkerLastInBothCases) {
     for (const DWORD error : {DWORD{ERROR_SUCCESS}, DWORD{ERROR_ACCESS_DENIED}}) {
         securingError = error;
         std::string printed;
@@ -422,13 +422,13 @@ TEST_F(ConfigureTest, ClearsTheMarkLastOnBothWays) {
     }
 }
 
-TEST_F(ConfigureTest, ReplacesAMarkOfAnotherType) {
+TEST_F(ConfigureTest, ReplacesAMarkerOfAnotherType) {
     PutValue(HKEY_LOCAL_MACHINE, ParametersKey, L"FirstRun", TextValue(L"yes"));
     Log();
     ExpectFirstRunCleared();
 }
 
-TEST_F(ConfigureTest, SaysNothingIfTheMarkCannotBeCleared) {
+TEST_F(ConfigureTest, LogsNothingIfTheMarkerCannotBeCleared) {
     Log();
     const std::string again = Log();
     const ImportHook<&::RegSetValueExW> set([](HKEY, LPCWSTR, DWORD, DWORD, const BYTE*,
@@ -450,8 +450,8 @@ TEST_F(ConfigureTest, LeavesTheSameRegistryEachTime) {
     }
 }
 
-// The first setting to delete makes the key too, unless that fails.
-TEST_F(ConfigureTest, MakesTheKeyOfTheMarkIfItIsMissing) {
+// The first setting to delete creates the key too, unless that fails.
+TEST_F(ConfigureTest, CreatesTheKeyOfTheMarkerIfItIsMissing) {
     for (const DWORD error : {DWORD{ERROR_SUCCESS}, DWORD{ERROR_ACCESS_DENIED}}) {
         securingError = error;
         bool refused = false;

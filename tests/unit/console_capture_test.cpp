@@ -34,7 +34,7 @@ TEST(Printed, HoldsMoreThanABlock) {
     EXPECT_EQ(Printed([&] { std::fputs(text.c_str(), stdout); }), text);
 }
 
-TEST(Printed, PutsStandardOutputBackWhenTheActionThrows) {
+TEST(Printed, RestoresStandardOutputWhenTheActionThrows) {
     bool thrown = false;
     EXPECT_EQ(Printed([&] {
                   try {
@@ -51,7 +51,7 @@ TEST(Printed, PutsStandardOutputBackWhenTheActionThrows) {
     EXPECT_TRUE(thrown);
 }
 
-TEST(Printed, PutsStandardOutputBackIntoTextMode) {
+TEST(Printed, RestoresTheTextModeOfStandardOutput) {
     Printed([] {});
     const int mode = ::_setmode(::_fileno(stdout), _O_TEXT);
     EXPECT_EQ(mode, _O_TEXT);

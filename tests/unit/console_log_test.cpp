@@ -19,7 +19,7 @@
 #include <string>
 #include <vector>
 
-// The format attribute of a function that is hooked has no place in the type of the hook.
+// The hooked function's format attribute does not belong in the hook's type.
 #pragma GCC diagnostic ignored "-Wignored-attributes"
 
 namespace {
@@ -58,7 +58,7 @@ TEST(ConsolePrint, WritesJustTheFormattedText) {
               Text("-5 x y %\t"));
 }
 
-TEST(ConsolePrint, WritesLineEndsAsTheyStand) {
+TEST(ConsolePrint, WritesLineEndsUnchanged) {
     EXPECT_EQ(Print([] { return ConsolePrint("a\r\nb\nc\r\r\n"); }), Text("a\r\nb\nc\r\r\n"));
 }
 
@@ -82,7 +82,7 @@ TEST(ConsolePrint, WritesALongText) {
               Text(std::string(100'000, 'x')));
 }
 
-// What arrives of the call that fails is the runtime's business.
+// How much of the failed call is written is up to the runtime.
 TEST(ConsolePrint, FailsForACharacterBeyondLatin1AndGoesOnWithTheNextCall) {
     std::int32_t result = 0;
     std::int32_t next = 0;
@@ -128,7 +128,7 @@ TEST(ConsolePrintWide, TakesWideStringsForTheConversionsOfBothNames) {
               Text("<one> <two>\r\n"));
 }
 
-// One whose texts always end in a zero, if need be in the place of the last character.
+// One whose texts always end in a zero, if necessary in place of the last character.
 TEST(ConsolePrintWide, WritesTheWholeTextWithAnotherRuntimeToo) {
     const test::OtherRuntime runtime;
     for (const std::size_t length : {1U, 4U, 1022U, 1023U, 1024U, 5000U}) {
@@ -164,7 +164,7 @@ TEST(ConsolePrintWide, NamesANullString) {
     EXPECT_EQ(Print([&] { return ConsolePrint(L"<%ls>", none); }), Text("<(null)>"));
 }
 
-TEST(ConsolePrintWide, WritesNumbersAndLineEndsAsTheyStand) {
+TEST(ConsolePrintWide, WritesNumbersAndLineEndsUnchanged) {
     EXPECT_EQ(Print([] { return ConsolePrint(L"0x%08x %d\n\r\n", 0x8004100Eu, 7); }),
               Text("0x8004100e 7\n\r\n"));
 }

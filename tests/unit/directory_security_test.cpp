@@ -43,7 +43,7 @@ constexpr SecurityId Invalid = {0, 2, {{0, 0, 0, 0, 0, 5}}, {32, 545}};
 
 // ----- SetProtectedDacl and ResetInheritedDacl -----
 
-TEST(SetProtectedDacl, HandsOverTheEntriesInTheOrderGiven) {
+TEST(SetProtectedDacl, PassesTheEntriesInTheOrderGiven) {
     const std::pair<std::vector<AceSpec>, const char*> rows[] = {
         {{}, ""},
         {{{0x3, 0x1000'0000, Administrators}}, "(A;OICI;GA;;;BA)"},
@@ -78,7 +78,7 @@ TEST(SetProtectedDacl, LeavesOutAnEntryWhoseTrusteeIsNotValid) {
     }
 }
 
-// The platform takes up to 15 for valid.
+// The platform accepts up to 15.
 TEST(SetProtectedDacl, LeavesOutATrusteeOfMoreSubAuthoritiesThanThereAre) {
     for (const BYTE count : {BYTE{3}, BYTE{4}, BYTE{15}, BYTE{16}, BYTE{255}}) {
         SecurityId tooMany = Users;
@@ -211,7 +211,7 @@ TEST(HasMultipleHardLinks, IsFalseForWhatCannotBeOpened) {
     const TemporaryDirectory directory;
     MakeLinkedFile(directory / L"first", directory / L"second");
     {
-        // It wants the file for itself.
+        // It opens the file exclusively.
         const HANDLE open = ::CreateFileW((directory / L"first").c_str(), GENERIC_READ,
                                           FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
         EXPECT_FALSE(HasMultipleHardLinks(directory / L"first"));
@@ -268,8 +268,8 @@ TEST(HasMultipleHardLinks, CountsMoreThanOneIfThePlatformTellsANumber) {
 
 // ----- PathHasLink -----
 
-// Files of which nothing is a link but what a test makes one, and that cannot be opened. What is
-// asked about them is recorded.
+// Files that cannot be opened, and of which only those are links that a test selects. Records the
+// queries about them.
 class ImaginedPaths {
 public:
     std::map<std::wstring, DWORD> attributes;  // directories, where not set
@@ -366,7 +366,7 @@ struct Entry {
 constexpr DWORD Directory = FILE_ATTRIBUTE_DIRECTORY;
 constexpr DWORD File = FILE_ATTRIBUTE_ARCHIVE;
 
-// Searches find what a test tells, in that order, for each pattern.
+// Searches find what a test specifies, in that order, for each pattern.
 class ImaginedSearches {
 public:
     std::map<std::wstring, std::vector<Entry>> found;
@@ -458,7 +458,7 @@ TEST(ListDirectoryEntries, FindsFilesAndDirectoriesOfAnyName) {
     const std::vector<std::wstring> names = {L"a b c", L"%TEMP%", std::wstring(255, L'x'),
                                              L"\u0141\u00F3d\u017A \u65E5\u672C", L".hidden"};
     for (const std::wstring& name : names) {
-        // The prefix takes away the limit on a path's length.
+        // The prefix removes the limit on a path's length.
         test::MakeFile(L"\\\\?\\" + directory / name);
     }
     ASSERT_TRUE(::CreateDirectoryW((directory / L"below").c_str(), nullptr));
@@ -520,7 +520,7 @@ TEST(ChildHasLink, TakesTheReparsePointAttributeForALink) {
 
 // ----- CollectSubdirectories -----
 
-TEST(CollectSubdirectories, PutsEachBehindThoseBelowItInTheOrderFound) {
+TEST(CollectSubdirectories, PutsEachAfterThoseBelowItInTheOrderFound) {
     ImaginedSearches searches;
     searches.found = {
         {L"C:\\d\\*",
@@ -596,7 +596,7 @@ public:
         };
     }
 
-    // Everything below, in the order in which it is to be reset.
+    // Everything below, in the order of resetting.
     const std::vector<std::wstring> below = {L"C:\\d\\b",       L"C:\\d\\f",    L"C:\\d\\a",
                                              L"C:\\d\\b\\x\\h", L"C:\\d\\b\\x", L"C:\\d\\b\\g",
                                              L"C:\\d\\a\\i"};
@@ -711,7 +711,7 @@ SecuredDirectory Row(const std::wstring& path, bool applyToChildren = true) {
     return {SystemAces, applyToChildren, path, {}};
 }
 
-// What is written for one directory up to a step, whose result and that of the creation are given.
+// The output for one directory up to a step, given its result and that of the creation.
 enum Step { Creating = 1, VerifyingPath, VerifyingChildren, SettingList, ResettingChildren };
 
 std::string Log(const std::wstring& directory, bool created, Step last = ResettingChildren,
@@ -732,7 +732,7 @@ std::string Log(const std::wstring& directory, bool created, Step last = Resetti
     return log;
 }
 
-// What a walk over the rows printed and returned.
+// The output and result of a walk over the rows.
 struct Walk {
     std::string log;
     bool result;
@@ -851,7 +851,7 @@ TEST(SecureDirectories, SecuresNothingIfThePathCannotBeExpanded) {
     EXPECT_THAT(create.Made(), IsEmpty());
 }
 
-// Three rows, of which a step of the second one fails.
+// Three rows; a step of the second one fails.
 class AFailingStep : public testing::Test {
 protected:
     AFailingStep() {

@@ -31,13 +31,13 @@ int RunUsage() {
     return RunProgram(2, arguments);
 }
 
-// How much was printed so far; nothing is in the file before it is flushed.
+// How much was printed so far; the file contains nothing before it is flushed.
 std::string Position() {
     const long position = std::ftell(stdout);
     return position == 0 ? "nothing printed" : std::to_string(position) + " characters printed";
 }
 
-TEST(RunProgram, EndsWithCode0) {
+TEST(RunProgram, ExitsWithCode0) {
     int code = -1;
     EXPECT_EQ(Printed([&] { code = RunUsage(); }), Usage);
     EXPECT_EQ(code, 0);
@@ -103,7 +103,7 @@ TEST_F(RunProgramWithFakeCom, UninitialisesComJustWhenItWasInitialised) {
     }
 }
 
-TEST_F(RunProgramWithFakeCom, EndsWithCode0AfterAWantOfMemory) {
+TEST_F(RunProgramWithFakeCom, ExitsWithCode0WhenOutOfMemory) {
     ImportHook<&::RegOpenKeyExW> open(
         [](HKEY, LPCWSTR, DWORD, REGSAM, PHKEY) -> LSTATUS { throw std::bad_alloc(); });
     int code = -1;

@@ -72,7 +72,7 @@ const std::vector<FeatureRule> OneFeature = {{{},
                                                .number = 1},
                                               0x00000002}};
 
-// The features of a machine that has a bitmask and a registry of its own.
+// The features of a machine with a bitmask and a private registry.
 class Features : public testing::Test {
 protected:
     ~Features() override { g_hardwareBitmask = 0; }
@@ -120,7 +120,7 @@ TEST_F(Features, AreWrittenInTheDefaultView) {
     EXPECT_THAT(set.Made()[0], testing::EndsWith(Call(Feature, 0, 4, Some, 4)));
 }
 
-TEST_F(Features, PassOverInSilenceWhatIsRefused) {
+TEST_F(Features, IgnoreSilentlyWhatIsRefused) {
     const std::vector<FeatureRule> rules = {{{}, NumberSetting(L"one", 1), 1},
                                             {{}, TextSetting(L"two", L"t"), 1},
                                             {{}, NumberSetting(L"three", 3), 1}};
@@ -136,7 +136,7 @@ TEST_F(Features, PassOverInSilenceWhatIsRefused) {
     EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, L"Software\\a", L"three"), DwordValue(3));
 }
 
-TEST_F(Features, PassOverInSilenceThatTheKeyIsRefused) {
+TEST_F(Features, IgnoreSilentlyThatTheKeyIsRefused) {
     const ImportHook<&::RegCreateKeyExW> create(
         [](HKEY, LPCWSTR, DWORD, LPWSTR, DWORD, REGSAM, auto*, PHKEY, LPDWORD) -> LSTATUS {
             return ERROR_ACCESS_DENIED;

@@ -75,7 +75,7 @@ std::string Copying(const std::wstring& source, const std::wstring& destination,
 constexpr char Success[] = "Success";
 constexpr char Failure[] = "Failure";
 
-// Files are shipped in one directory and go to another one, which is not there at first.
+// Files are shipped in one directory and copied to another, which does not exist at first.
 class FileOperationsTest : public testing::Test {
 protected:
     [[nodiscard]] std::wstring Shipped(const std::wstring& name) const {
@@ -114,7 +114,7 @@ TEST_F(FileOperationsTest, CopyTheFilesToANewDirectory) {
     EXPECT_THAT(FileText(Shipped(L"replace")), Optional(std::string("shipped replace")));
 }
 
-TEST_F(FileOperationsTest, KeepOrReplaceTheFilesThatAreThere) {
+TEST_F(FileOperationsTest, KeepOrReplaceExistingFiles) {
     for (const wchar_t* name : {L"keep", L"replace"}) {
         PutFile(Shipped(name), "shipped");
         PutFile(Placed(name), "as it was, and longer");
@@ -128,7 +128,7 @@ TEST_F(FileOperationsTest, KeepOrReplaceTheFilesThatAreThere) {
     EXPECT_THAT(FileText(Placed(L"replace")), Optional(std::string("shipped")));
 }
 
-TEST_F(FileOperationsTest, GoOnBehindASourceThatIsMissing) {
+TEST_F(FileOperationsTest, GoOnAfterAMissingSource) {
     PutFile(Shipped(L"there"), "shipped");
     PutFile(Placed(L"missing"), "as it was");
     EXPECT_EQ(LogOf({Operation(true, L"missing"), Operation(false, L"missing"),
@@ -147,7 +147,7 @@ TEST_F(FileOperationsTest, FailForADestinationThatIsReadOnly) {
     PutFile(Shipped(L"a"), "shipped");
     PutFile(Placed(L"a"), "as it was");
     ::SetFileAttributesW(Placed(L"a").c_str(), FILE_ATTRIBUTE_READONLY);
-    // As Windows does; Wine lets its administrator write.
+    // As on Windows; Wine lets its administrator write.
     ImportHook<&::CopyFileW> copy([&](LPCWSTR source, LPCWSTR destination, BOOL fail) -> BOOL {
         return (::GetFileAttributesW(destination) & FILE_ATTRIBUTE_READONLY) == 0 &&
                copy.Forward(source, destination, fail);
@@ -198,7 +198,7 @@ TEST_F(FileOperationsTest, ShowAndUsePathsWithTheirVariablesExpanded) {
     EXPECT_THAT(FileText(Placed(L"a")), Optional(std::string("shipped")));
 }
 
-// The directory comes out of an expansion already: what that leaves is expanded once more.
+// The directory is already expanded: the result is expanded once more.
 TEST_F(FileOperationsTest, ShowAndCreateTheDirectoryExpandedOnceMore) {
     const EnvironmentVariable inner(L"FinasetTestsInner", directory / L"inner");
     const EnvironmentVariable outer(L"FinasetTests", L"%FinasetTestsInner%");
@@ -219,7 +219,7 @@ TEST_F(FileOperationsTest, FailAndGoOnWithEmptyPathsIfTheExpansionFails) {
               "Copying File  ->      overwriting =false\t - \tFailure\r\n");
 }
 
-TEST_F(FileOperationsTest, AskForTheDeletionOnlyOfWhatIsThere) {
+TEST_F(FileOperationsTest, DeleteOnlyExistingFiles) {
     PutFile(Placed(L"there"), "");
     const RecordedImport<&::DeleteFileW> deleteFile;
     LogOf({Operation(true, L"missing"), Operation(true, L"there"), Operation(false, L"there")});
@@ -235,7 +235,7 @@ TEST_F(FileOperationsTest, ReportADeletionAsThePlatformDoes) {
     }
 }
 
-TEST_F(FileOperationsTest, CopyThoughTheDirectoryCannotBeCreated) {
+TEST_F(FileOperationsTest, CopyEvenIfTheDirectoryCannotBeCreated) {
     const ImportHook<&::CreateDirectoryW> create(
         [](LPCWSTR, LPSECURITY_ATTRIBUTES) -> BOOL { return FALSE; });
     const RecordedImport<&::CopyFileW> copy([](LPCWSTR, LPCWSTR, BOOL) -> BOOL { return TRUE; });
@@ -245,7 +245,7 @@ TEST_F(FileOperationsTest, CopyThoughTheDirectoryCannotBeCreated) {
     EXPECT_EQ(copy.Made(), Calls{Call(Shipped(L"a"), Placed(L"a"), 0)});
 }
 
-TEST_F(FileOperationsTest, FailBehindAFileInPlaceOfTheDirectory) {
+TEST_F(FileOperationsTest, FailBelowAFileInPlaceOfTheDirectory) {
     PutFile(Shipped(L"a"), "shipped");
     PutFile(directory / L"placed", "as it was");
     EXPECT_EQ(
@@ -263,7 +263,7 @@ TEST_F(FileOperationsTest, CopyFilesOfAnyName) {
     }
 }
 
-// What arrives of a line that cannot be written is the runtime's business; the verdict does.
+// How much of an unwritable line is written is up to the runtime; the verdict is.
 TEST_F(FileOperationsTest, CopyFilesOfANameThatCannotBeShown) {
     PutFile(Shipped(L"\u4E2D\u20AC"), "shipped");
     EXPECT_THAT(LogOf({Operation(true, L"\u4E2D\u20AC")}), testing::EndsWith("Success\r\n"));
@@ -298,7 +298,7 @@ TEST_F(FileOperationsTest, CopyToTheDirectoryOfTheRegistry) {
 
 class CopyOneFileTest : public FileOperationsTest {};
 
-TEST_F(CopyOneFileTest, AsksThePlatformNeverToMindAnExistingFile) {
+TEST_F(CopyOneFileTest, NeverAsksThePlatformToFailForAnExistingFile) {
     const EnvironmentVariable variable(L"FinasetTests", L"C:\\here");
     for (const bool overwrite : {false, true}) {
         const RecordedImport<&::CopyFileW> copy(
@@ -308,7 +308,7 @@ TEST_F(CopyOneFileTest, AsksThePlatformNeverToMindAnExistingFile) {
     }
 }
 
-TEST_F(CopyOneFileTest, KeepsWhatIsThereUnlessItIsToBeOverwritten) {
+TEST_F(CopyOneFileTest, KeepsAnExistingFileUnlessItMayBeOverwritten) {
     const EnvironmentVariable variable(L"FinasetTests", directory.Path());
     PutFile(Shipped(L"a"), "shipped");
     PutFile(directory / L"b", "as it was");

@@ -69,13 +69,13 @@ TEST(GuardPageHeap, TheWholeBlockCanBeUsed) {
     ReleaseGuarded(nullptr);
 }
 
-TEST(GuardPageHeap, WantOfMemoryIsANullPointer) {
+TEST(GuardPageHeap, OutOfMemoryIsANullPointer) {
     EXPECT_EQ(AllocateGuarded(std::size_t{1} << 50U), nullptr);
     EXPECT_EQ(AllocateGuarded(~std::size_t{0}), nullptr);
 }
 
 #ifdef GUARD_PAGES
-// Whatever this program takes by new, and so the product.
+// Whatever this program, and so the product, allocates with new.
 TEST(GuardPageHeapDeathTest, ServesAllOfTheProgram) {
     const auto text = std::make_unique<std::wstring>(1000, L'x');
     volatile const wchar_t* characters = text->c_str();

@@ -54,7 +54,7 @@ struct LedgerKind {
     std::string opener;
     std::function<void*()> open;
     std::function<void(void*)> release;
-    std::size_t opened = 1;  // with what it takes to open one
+    std::size_t opened = 1;  // including those needed to open one
 };
 
 void PrintTo(const LedgerKind& kind, std::ostream* out) {
@@ -208,8 +208,8 @@ TEST(HandleLedger, NamesTheProcessAndTheThreadOfAProgramThatIsStarted) {
     }
 }
 
-// In a process of its own, to which the variable tells that it is to leak.
-TEST(HandleLedger, TurnsATestRedThatLeavesAHandleOpen) {
+// In a process of its own; the variable tells it to leak.
+TEST(HandleLedger, FailsATestThatLeavesAHandleOpen) {
     constexpr wchar_t Leak[] = L"FINASET_TEST_LEAKS";
     if (::GetEnvironmentVariableW(Leak, nullptr, 0) != 0) {
         OpenOwnProcess();
@@ -222,13 +222,13 @@ TEST(HandleLedger, TurnsATestRedThatLeavesAHandleOpen) {
     const std::string output = test::Printed([&] {
         exitCode =
             ::_wspawnl(_P_WAIT, program.c_str(), quoted.c_str(),
-                       L"--gtest_filter=HandleLedger.TurnsATestRedThatLeavesAHandleOpen", nullptr);
+                       L"--gtest_filter=HandleLedger.FailsATestThatLeavesAHandleOpen", nullptr);
     });
     EXPECT_EQ(exitCode, 1) << output;
     EXPECT_THAT(output, testing::HasSubstr("never released: handle of OpenProcess\""));
 }
 
-TEST(FakeServices, TurnsATestRedThatLeavesAHandleOpenOrClosesOneTwice) {
+TEST(FakeServices, FailATestThatLeavesAHandleOpenOrClosesOneTwice) {
     EXPECT_NONFATAL_FAILURE(
         {
             const test::FakeServices fake;
@@ -247,7 +247,7 @@ TEST(FakeServices, TurnsATestRedThatLeavesAHandleOpenOrClosesOneTwice) {
         "a handle that is not open is closed");
 }
 
-TEST(FakeProcesses, TurnsATestRedThatLeavesAHandleOpen) {
+TEST(FakeProcesses, FailATestThatLeavesAHandleOpen) {
     EXPECT_NONFATAL_FAILURE(
         {
             test::FakeProcesses fake;

@@ -20,7 +20,7 @@ TEST(ImportHook, SendsCallsToTheReplacementUntilItEnds) {
     EXPECT_NE(::GetTickCount64(), 42U);
 }
 
-TEST(ImportHook, HandsArgumentsAndResultThrough) {
+TEST(ImportHook, PassesArgumentsAndResultThrough) {
     DWORD seen = 0;
     ImportHook<&::OpenProcess> hook([&](DWORD access, BOOL, DWORD id) -> HANDLE {
         seen = access;

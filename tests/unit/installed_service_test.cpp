@@ -20,7 +20,7 @@ bool IsInstalled() {
         Utils::ServiceHandle(::OpenServiceW(manager.Get(), Name, SERVICE_QUERY_STATUS)));
 }
 
-TEST(InstalledService, IsThereForAsLongAsItLives) {
+TEST(InstalledService, ExistsWhileItLives) {
     EXPECT_FALSE(IsInstalled());
     {
         const InstalledService service(Name);
@@ -29,7 +29,7 @@ TEST(InstalledService, IsThereForAsLongAsItLives) {
     EXPECT_FALSE(IsInstalled());
 }
 
-TEST(InstalledService, GoesThoughItIsRunning) {
+TEST(InstalledService, IsRemovedEvenIfItIsRunning) {
     {
         const InstalledService service(Name, L"--never-stops");
         service.Start();

@@ -1,5 +1,4 @@
-// What becomes of paths of more characters than the buffers of the path helpers, or the platform,
-// have room for.
+// Paths with more characters than the buffers of the path helpers, or the platform, can hold.
 
 #include "driver/usage.h"
 #include "fs/path_helpers.h"
@@ -21,7 +20,7 @@ std::wstring PathOfLength(std::size_t length) {
     return L"C:\\" + std::wstring(length - 3, L'x');
 }
 
-// What a longer result leaves in the buffer is the platform's affair: Wine cuts it off.
+// What a longer result leaves in the buffer is up to the platform: Wine truncates it.
 TEST(LongPaths, AreCutOffAt2047CharactersByTheirExpansion) {
     if (!test::OnWine()) {
         GTEST_SKIP() << "not Wine";
@@ -58,7 +57,7 @@ TEST(LongPaths, AreCreatedAndFoundByWineAlone) {
     EXPECT_EQ(GetFileTitle(path), L"title");
 }
 
-TEST(LongPaths, AreJoinedAndTakenApartWhateverTheirLength) {
+TEST(LongPaths, AreJoinedAndSplitAtAnyLength) {
     const std::wstring component(5000, L'x');
     EXPECT_EQ(JoinPath(component, component), component + L"\\" + component);
     EXPECT_THAT(PathLevels(component + L"\\" + component),

@@ -15,7 +15,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// A kind of handle for which 0 is one and -1 is none, and whose release spoils the last error.
+// A kind of handle with 0 as a handle and -1 as none; releasing one changes the last error.
 struct NumberPolicy {
     using Handle = int;
     static constexpr Handle None = -1;
@@ -66,7 +66,7 @@ TEST_F(Owner, MovesIntoANewOne) {
     {
         Number from(7);
         const Number to(std::move(from));
-        EXPECT_FALSE(from);  // NOLINT: what is left of it is the point
+        EXPECT_FALSE(from);  // NOLINT: its moved-from state is tested
         EXPECT_EQ(to.Get(), 7);
     }
     EXPECT_THAT(released_, ElementsAre(7));
@@ -86,7 +86,7 @@ TEST_F(Owner, CanOnlyBeMovedIntoANewOneAndAskedExplicitly) {
     static_assert(!std::is_convertible_v<Number, bool> && !std::is_convertible_v<int, Number>);
 }
 
-// How often an owner of a made-up handle passes it to the function that releases it.
+// How often an owner of a fake handle passes it to the release function.
 template <typename Owner, auto Close>
 int Releases() {
     const auto handle = reinterpret_cast<typename Owner::Handle>(0x1234);

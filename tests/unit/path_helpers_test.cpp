@@ -103,7 +103,7 @@ TEST(ExpandEnvironmentPath, StartsFromABufferOfZeros) {
     EXPECT_EQ(ExpandEnvironmentPath(L"C:\\a"), L"");
 }
 
-TEST(GetPathAttributes, TellsWhatIsThere) {
+TEST(GetPathAttributes, ReturnsWhatExists) {
     const test::TemporaryDirectory directory;
     test::MakeFile(directory / L"file");
     const EnvironmentVariable variable(L"FinasetTests", directory.Path());
@@ -252,7 +252,7 @@ TEST(CreateDirectoryPath, CreatesEveryMissingLevel) {
     EXPECT_TRUE(IsDirectory(directory / L"h\\i"));
 }
 
-TEST(CreateDirectoryPath, CallsNothingAndReturnsFalseIfAllIsThere) {
+TEST(CreateDirectoryPath, CallsNothingAndReturnsFalseIfAllExists) {
     const test::TemporaryDirectory directory;
     const RecordedImport<&::CreateDirectoryW> create;
     EXPECT_FALSE(CreateDirectoryPath(directory.Path()));
@@ -263,7 +263,7 @@ TEST(CreateDirectoryPath, CallsNothingAndReturnsFalseIfAllIsThere) {
     EXPECT_EQ(create.Made(), Calls{});
 }
 
-TEST(CreateDirectoryPath, TakesAFileForALevelThatIsThere) {
+TEST(CreateDirectoryPath, TakesAFileForAnExistingLevel) {
     const test::TemporaryDirectory directory;
     test::MakeFile(directory / L"file");
     EXPECT_FALSE(CreateDirectoryPath(directory / L"file"));
@@ -284,10 +284,10 @@ TEST(CreateDirectoryPath, GivesNoSecurityAttributes) {
     EXPECT_EQ(create.Made(), Calls{Call(directory / L"a", nullptr)});
 }
 
-// A file system of which only the calls are seen.
+// A file system that only records the calls.
 class ImaginedFiles {
 public:
-    // Only `existing` is there, and only `creatable` can be created.
+    // Only `existing` exists, and only `creatable` can be created.
     ImaginedFiles(std::vector<std::wstring> existing, std::vector<std::wstring> creatable)
         : existing_(std::move(existing)), creatable_(std::move(creatable)) {}
 
@@ -330,7 +330,7 @@ TEST(CreateDirectoryPath, ReturnsTheOutcomeOfTheLastLevelThatWasMissing) {
     }
 }
 
-TEST(CreateDirectoryPath, GoesOnBehindALevelThatFails) {
+TEST(CreateDirectoryPath, GoesOnAfterALevelThatFails) {
     const ImaginedFiles files({L"C:"}, {});
     EXPECT_FALSE(CreateDirectoryPath(L"C:\\a\\b\\c"));
     EXPECT_THAT(files.Created(), ElementsAre(L"C:\\a", L"C:\\a\\b", L"C:\\a\\b\\c"));
@@ -342,7 +342,7 @@ TEST(CreateDirectoryPath, KeepsADoubledBackslash) {
     EXPECT_THAT(files.Created(), ElementsAre(L"C:\\a\\", L"C:\\a\\\\b"));
 }
 
-// Its leading backslashes are lost, so that what follows is relative: meant.
+// It loses its leading backslashes on purpose, so what follows is relative.
 TEST(CreateDirectoryPath, BeginsANetworkPathWithTwoEmptyLevels) {
     const ImaginedFiles files({}, {L"server\\share\\a"});
     EXPECT_TRUE(CreateDirectoryPath(L"\\\\server\\share\\a"));

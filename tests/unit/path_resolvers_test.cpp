@@ -26,8 +26,8 @@ using test::RegistryValue;
 using test::Some;
 using test::TextValue;
 
-// A resolver, the value that it reads, its default on a machine whose data is in C:\Data, and what
-// an empty name leaves behind the directory.
+// A resolver, its value, its default on a machine whose data is in C:\Data, and what an empty name
+// leaves after the directory.
 struct Resolver {
     const char* name;
     const PathResolver& resolve;
@@ -84,7 +84,7 @@ TEST_P(PathResolvers, TakeTheDirectoryOfTheValueWithItsVariablesExpanded) {
         ExpectDirectory(L"D:\\x y\\c");
         PutDirectory(TextValue(L"%FinasetTestsUnset%", type));
         ExpectDirectory(L"%FinasetTestsUnset%");
-        PutDirectory(TextValue(L"E:\\b\\", type));  // a doubled backslash: meant
+        PutDirectory(TextValue(L"E:\\b\\", type));  // a doubled backslash on purpose
         ExpectDirectory(L"E:\\b\\");
         PutDirectory(TextValue(L"E:\\\u4E2D\u00AE", type));
         ExpectDirectory(L"E:\\\u4E2D\u00AE");
@@ -135,7 +135,7 @@ TEST_P(PathResolvers, KeepTheDefaultForAValueOf0Bytes) {
     ExpectDefault();
 }
 
-// What does not fit is the expansion's affair: never more than its buffer, and not the default.
+// What does not fit is up to the expansion: never more than its buffer, and not the default.
 TEST_P(PathResolvers, TakeADirectoryOf4000CharactersAsFarAsItCanBeExpanded) {
     PutDirectory(TextValue(std::wstring(4000, L'x')));
     const RecordedImport<&::ExpandEnvironmentStringsW> expand;

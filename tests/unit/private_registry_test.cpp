@@ -28,7 +28,7 @@ TEST(PrivateRegistry, HoldsWhatIsWrittenBelowTheLocalMachine) {
     EXPECT_TRUE(KeyExists(HKEY_CURRENT_USER, PlaceBelowTheUser() + L"\\key"));
 }
 
-TEST(PrivateRegistry, GivesTheLocalMachineBackAndLeavesNothing) {
+TEST(PrivateRegistry, RestoresTheLocalMachineAndLeavesNothing) {
     {
         const test::PrivateRegistry registry;
         test::MakeKey(HKEY_LOCAL_MACHINE, L"FinasetTests key\\below");

@@ -23,7 +23,7 @@ protected:
         return LaunchProcess(token, application, arguments, info, startup);
     }
 
-    // What is the caller's to do after a launch.
+    // The caller's duties after a launch.
     void CloseHandles() const {
         ::CloseHandle(info.hProcess);
         ::CloseHandle(info.hThread);
@@ -53,7 +53,7 @@ TEST_F(LaunchProcessTest, StartsUnderATokenAsItsUser) {
     ::CloseHandle(token);
 }
 
-TEST_F(LaunchProcessTest, NeverQuotesAndAlwaysHasABlankBehindTheApplication) {
+TEST_F(LaunchProcessTest, NeverQuotesAndAlwaysHasABlankAfterTheApplication) {
     const struct {
         const wchar_t* application;
         const wchar_t* arguments;
@@ -92,8 +92,8 @@ TEST_F(LaunchProcessTest, FailsWithThePlatform) {
     ::CloseHandle(token);
 }
 
-// The caller's own records, and not copies of them, go to the platform.
-TEST(LaunchProcess, HandsItsRecordsThrough) {
+// The platform gets the caller's own records, not copies.
+TEST(LaunchProcess, PassesItsRecordsThrough) {
     PROCESS_INFORMATION info = {};
     STARTUPINFOW startup = {};
     std::pair<void*, void*> seen;
@@ -117,7 +117,7 @@ TEST(LaunchProcess, HandsItsRecordsThrough) {
     }
 }
 
-TEST(LaunchProcess, FailsForAProgramThatIsNotThere) {
+TEST(LaunchProcess, FailsForAMissingProgram) {
     PROCESS_INFORMATION info = {};
     STARTUPINFOW startup = {};
     EXPECT_FALSE(LaunchProcess(nullptr, L"C:\\no such directory\\a.exe", L"", info, startup));
@@ -209,7 +209,7 @@ TEST(GetOwnDirectory, EndsWithTheLastBackslashOfThisProgramsPath) {
         {L"\\Finaset.exe", L""},  // at index 0
         {L"Finaset.exe", L""},    // none
         {L"C:/a/Finaset.exe", L""},
-        {L"", L""},  // the path cannot be told
+        {L"", L""},  // the path is unknown
         {L"\\\\server\\share\\Finaset.exe", L"\\\\server\\share\\"},
         {L"C:\\a\\", L"C:\\a\\"},
     };
@@ -221,7 +221,7 @@ TEST(GetOwnDirectory, EndsWithTheLastBackslashOfThisProgramsPath) {
     }
 }
 
-TEST(GetOwnDirectory, IsWhereThisProgramLies) {
+TEST(GetOwnDirectory, IsTheDirectoryOfThisProgram) {
     const std::wstring directory = GetOwnDirectory();
     ASSERT_FALSE(directory.empty());
     EXPECT_EQ(directory.back(), L'\\');

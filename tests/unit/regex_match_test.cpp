@@ -27,7 +27,7 @@ void ExpectNoMatches(std::initializer_list<Pair> pairs) {
     }
 }
 
-TEST(RegexMatchesWhole, MatchesTheWholeTextAndNoPartOfIt) {
+TEST(RegexMatchesWhole, MatchesOnlyTheWholeText) {
     ExpectMatches({{L"abc", L"abc"}, {L"", L""}, {L".*b.*", L"abc"}, {L"a|abc", L"abc"}});
     ExpectNoMatches({{L"abc", L"abcd"},
                      {L"abc", L"zabc"},
@@ -74,11 +74,11 @@ TEST(RegexMatchesWhole, ReadsTheEcmaScriptGrammar) {
                      {L"\\d", L"a"},
                      {L"\\.", L"a"},
                      {L"(a)(b)\\2\\1", L"abab"}});
-    // Of the other grammars, in which this would be two alternatives, and a repetition.
+    // From the other grammars, in which this would be two alternatives, and a repetition.
     ExpectNoMatches({{L"a\nb", L"a"}, {L"a\\{2\\}", L"aa"}});
 }
 
-// The two that both libraries know; of the two more that the grammar has, GCC's knows nothing.
+// The two that both libraries support; GCC's lacks the grammar's other two.
 TEST(RegexMatchesWhole, TakesALineEndForNoCharacterOfTheDot) {
     for (const wchar_t* lineEnd : {L"\n", L"\r", L"\r\n"}) {
         ExpectNoMatches({{L".*", lineEnd},
@@ -132,7 +132,7 @@ TEST(RegexMatchesWhole, TakesTheLongestTextOfAnAdapter) {
     ExpectNoMatches({{L"a.*b.*", L"a" + many}, {L".*a.*b.*", many}});
 }
 
-TEST(RegexMatchesWhole, EndsSoonWhateverIsRepeatedInARepetition) {
+TEST(RegexMatchesWhole, EndsSoonForAnyNestedRepetition) {
     const std::wstring many(1000, L'a');
     ExpectNoMatches({{L"(a*)*b", many},
                      {L"(a+)+b", many},
@@ -143,7 +143,7 @@ TEST(RegexMatchesWhole, EndsSoonWhateverIsRepeatedInARepetition) {
                      {L"((((a*)*)*)*)*b", many}});
 }
 
-TEST(RegexMatchesWhole, MatchesWhateverIsRepeatedInARepetitionInGccsLibrary) {
+TEST(RegexMatchesWhole, MatchesAnyNestedRepetitionInGccsLibrary) {
     if (!test::GccsLibrary) {
         GTEST_SKIP() << "Microsoft's library gives such a text up, matching or not";
     }
@@ -175,7 +175,7 @@ TEST(RegexMatchesWhole, RemembersNothingOfALongerTextInGccsLibrary) {
         {{L"(.*)\\1", std::wstring(258, L'x')}, {L"(.*)\\1", std::wstring(1'000'000, L'x')}});
 }
 
-TEST(RegexMatchesWhole, LeavesItToItsCallerThatMemoryIsShort) {
+TEST(RegexMatchesWhole, PassesOutOfMemoryOnToItsCaller) {
     // Each set takes memory in every library.
     std::wstring pattern;
     for (int set = 0; set < 200; ++set) {

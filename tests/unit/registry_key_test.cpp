@@ -34,11 +34,11 @@ using Utils::RegistryTransaction;
 constexpr REGSAM View64 = 0x100;
 constexpr REGSAM View32 = 0x200;
 
-// Handles that only a replaced function is ever given.
+// Handles that only replaced functions get.
 const auto Transaction = reinterpret_cast<HANDLE>(0x7A7A);
 const auto Advapi = reinterpret_cast<HMODULE>(0xAD7A);
 
-// A function that not every system has, to be handed out by a look-up. Its calls are recorded.
+// A function that not every system has, returned by a look-up. Records its calls.
 template <typename Signature>
 class FunctionOfAdvapi;
 
@@ -83,7 +83,7 @@ public:
 
     [[nodiscard]] const Calls& Made() const { return made_; }
 
-    // From now on there is no module any more.
+    // From now on the module is gone.
     void Unload() { module_ = nullptr; }
 
 private:
@@ -94,14 +94,14 @@ private:
         made_.push_back(Call(module, name));
         return functions_[name];
     }};
-    // The last one: to hook a function takes the platform's own answer.
+    // The last one: hooking a function needs the platform's own answer.
     ImportHook<&::GetModuleHandleW> findModule_{[this](LPCWSTR name) {
         made_.push_back(Call(name));
         return module_;
     }};
 };
 
-// What the product's look-up of one function is made of.
+// The steps of the product's look-up of one function.
 Calls LookupOf(const char* function) {
     return {Call(L"Advapi32.dll"), Call(Advapi, function)};
 }
@@ -111,8 +111,8 @@ Calls operator+(Calls calls, const Calls& more) {
     return calls;
 }
 
-// Stands for the plain functions that open a key; both call `replacement` with the access mask and
-// with what goes on to the platform.
+// Replaces the plain functions that open a key; both call `replacement` with the access mask and
+// with what is passed on to the platform.
 class OpeningHook {
 public:
     using Forward = std::function<LSTATUS(REGSAM)>;
@@ -161,7 +161,7 @@ protected:
         return (key.*GetParam().open)(HKEY_LOCAL_MACHINE, path, access);
     }
 
-    // Opens a key, lets opening another fail, and expects that nothing has changed.
+    // Opens a key, makes opening another fail, and expects no change.
     static void ExpectNoChange(RegistryKey& key, LSTATUS error,
                                const std::function<LSTATUS()>& openAnother) {
         const HKEY handle = key.Get();
@@ -422,7 +422,7 @@ TEST_F(RecurseDeleteKey, OpensSubKeysToReadAndWriteInTheViewOfTheirParent) {
         OpenKey(L"top", view);
         const RecordedImport<&::RegOpenKeyExW> open;
         EXPECT_EQ(key_.RecurseDeleteKey(L"1"), ERROR_SUCCESS);
-        // There may be more: those of the platform's deletion.
+        // There may be more, from the platform's own deletion.
         EXPECT_THAT(open.Made(), testing::IsSupersetOf<testing::Matcher<std::string>>(
                                      {Call(key_.Get(), L"1", 0, 0x2001F | view, Some),
                                       EndsWith(Call(L"2", 0, 0x2001F | view, Some))}));
@@ -505,7 +505,7 @@ TEST_F(RecurseDeleteKey, EndsAtTheFirstSubKeyThatCannotBeDeleted) {
     MakeKey(HKEY_LOCAL_MACHINE, L"top\\1\\3");
     OpenKey(L"top");
     {
-        // A key that has sub-keys cannot be deleted; those of key 2 are withheld.
+        // A key with sub-keys cannot be deleted; those of key 2 are hidden.
         int calls = 0;
         ImportHook<&::RegEnumKeyExW> enumerate([&](auto... arguments) {
             return ++calls == 2 ? ERROR_NO_MORE_ITEMS : enumerate.Forward(arguments...);
@@ -518,7 +518,7 @@ TEST_F(RecurseDeleteKey, EndsAtTheFirstSubKeyThatCannotBeDeleted) {
 
 // ---- Deleting in a damaged registry
 
-// Below the key "top", which it removes again: what is damaged stands in the way of others.
+// Below the key "top", which it deletes again: damaged keys would disturb other tests.
 class DamagedRegistry : public RecurseDeleteKey {
 protected:
     DamagedRegistry() {
@@ -576,7 +576,7 @@ TEST_F(DamagedRegistry, IsNoneForATreeOf512Levels) {
     EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, L"top"));
 }
 
-// On Windows there is none: there, it is only a link that makes it seem so.
+// On Windows there is none: only a link makes it seem so there.
 TEST_F(DamagedRegistry, HasATreeOfMoreLevels) {
     const HKEY last = MakeLevels(512);
     const HKEY another = test::MakeNativeKey(last, L"level");
@@ -590,7 +590,7 @@ TEST_F(DamagedRegistry, HasATreeOfMoreLevels) {
 
 class TransactedDeletion : public testing::Test {
 protected:
-    // Opens the key "top", whose sub-key 1 has no other below it, in the plain way.
+    // Opens the key "top", whose sub-key 1 has none below it, without the transaction.
     TransactedDeletion() {
         MakeKey(HKEY_LOCAL_MACHINE, L"top\\1");
         EXPECT_EQ(top_.Open(HKEY_LOCAL_MACHINE, L"top", KEY_READ | KEY_WRITE | View32),
@@ -600,7 +600,7 @@ protected:
     test::PrivateRegistry registry_;
     RegistryTransaction transaction_{.handle = nullptr, .plainAllowed = true};
     RegistryKey top_{&transaction_};
-    // Opening in the transaction is opening in the plain way.
+    // Opening in the transaction opens plainly.
     OpenTransacted open_{[](HKEY parent, LPCWSTR path, DWORD, REGSAM access, PHKEY key, HANDLE,
                             PVOID) { return ::RegOpenKeyExW(parent, path, 0, access, key); }};
 };
@@ -620,7 +620,7 @@ TEST_F(TransactedDeletion, OpensAndDeletesInTheTransactionAndLooksBothUpEachTime
     EXPECT_THAT(open_.Made(),
                 ElementsAre(Call(top_.Get(), L"1", 0, 0x2021F, Some, Transaction, nullptr),
                             EndsWith(Call(L"2", 0, 0x2021F, Some, Transaction, nullptr))));
-    // The view is not for the deletion in a transaction.
+    // The view does not apply to a transacted deletion.
     EXPECT_THAT(made, ElementsAre(Call(L"2", 0, 0, Transaction, nullptr),
                                   Call(L"1", 0, 0, Transaction, nullptr)));
     EXPECT_EQ(lookups.Made(),
@@ -684,7 +684,7 @@ TEST_F(TransactedDeletion, WithoutAHandlePassesTheErrorOfThePlainWayOn) {
 TEST_F(TransactedDeletion, WithoutAHandleIsRefusedUnlessThePlainWayIsAllowed) {
     const RecordedImport<&::RegDeleteKeyW> plain;
     {
-        // Opening the sub-key is allowed still.
+        // Opening the sub-key is still allowed.
         ImportHook<&::RegEnumKeyExW> enumerate([&](auto...) {
             transaction_.plainAllowed = false;
             return ERROR_NO_MORE_ITEMS;
@@ -703,8 +703,8 @@ struct DeleteKeyEx {
     bool present;
 };
 
-// Deletes the key "1" twice, in the 32-bit view, and prints the look-ups and deletions that come
-// of it, none of which takes place.
+// Deletes the key "1" twice, in the 32-bit view, and prints the resulting look-ups and deletions,
+// none of which takes place.
 void PrintDeletions(DeleteKeyEx system) {
     const test::PrivateRegistry registry;
     MakeKey(HKEY_LOCAL_MACHINE, L"top\\1");
@@ -750,7 +750,7 @@ void ExpectDeletions(DeleteKeyEx system, const std::string& printed) {
         testing::ExitedWithCode(0), testing::HasSubstr(printed));
 }
 
-TEST(RecurseDeleteKeyDeathTest, LooksTheFunctionUpOnceAndHandsItTheView) {
+TEST(RecurseDeleteKeyDeathTest, LooksTheFunctionUpOnceAndPassesItTheView) {
     ExpectDeletions({.moduleLoaded = true, .present = true},
                     "look-up in Advapi32.dll\n"
                     "look-up of RegDeleteKeyExW\n"

@@ -47,7 +47,7 @@ std::optional<RegistryValue> ValueHere() {
     return ValueOf(HKEY_LOCAL_MACHINE, Key, L"name");
 }
 
-// The last one is none that the platform knows.
+// The last one is unknown to the platform.
 constexpr DWORD AllTypes[] = {REG_NONE,
                               REG_SZ,
                               REG_EXPAND_SZ,
@@ -103,8 +103,8 @@ Calls OneOpeningToRead() {
     return {Call(HKEY_LOCAL_MACHINE, Key, 0, 0x20019, Some)};
 }
 
-// Records the queries of values: name, what is reserved, the buffer and, if there is one, its size.
-// The first one goes to `first`, if that is given, which may pass it on.
+// Records the queries of values: name, reserved argument, buffer and, if there is one, its size.
+// The first one goes to `first`, if given, which may forward it.
 class Queries {
 public:
     using Hook = ImportHook<&::RegQueryValueExW>;
@@ -183,7 +183,7 @@ TEST(GetDwordWithDefault, GivesTheDefaultForEveryOtherTypeAndSize) {
     }
 }
 
-TEST(GetDwordWithDefault, GivesTheDefaultIfTheQueryFailsThoughAllElseFits) {
+TEST(GetDwordWithDefault, GivesTheDefaultIfTheQueryFailsEvenIfAllElseFits) {
     const PrivateRegistry registry;
     PutHere(DwordValue(42));
     ImportHook<&::RegQueryValueExW> query([&](auto... arguments) {
@@ -195,7 +195,7 @@ TEST(GetDwordWithDefault, GivesTheDefaultIfTheQueryFailsThoughAllElseFits) {
 
 // ---- GetStringSetting
 
-// What is read of the value "name", or the error.
+// The text read from the value "name", or the error.
 struct Reading {
     LSTATUS error = ERROR_SUCCESS;
     std::wstring out;
@@ -336,7 +336,7 @@ std::string TextQuery(DWORD size) {
     return Call(L"name", nullptr, Some, size);
 }
 
-// Reads the text "text" while `value` takes its place after the first query.
+// Reads the text "text", which `value` replaces after the first query.
 Reading ReadWhileItChangesTo(const RegistryValue& value) {
     PutHere(TextValue(L"text"));
     const Queries queries([&](const Queries::Query& forward, DWORD& /*size*/) {
@@ -376,7 +376,7 @@ TEST(GetStringSetting, TakesTheSizeThatComesWithMoreData) {
     EXPECT_THAT(queries.Made(), ElementsAre(SizeQuery, TextQuery(10)));
 }
 
-TEST(GetStringSetting, TakesNoSizeThatComesWithAnotherErrorAndAsksAgainAllTheSame) {
+TEST(GetStringSetting, IgnoresASizeThatComesWithAnotherErrorAndStillAsksAgain) {
     const PrivateRegistry registry;
     PutHere(TextValue(L""));
     const Queries queries([](const Queries::Query& /*forward*/, DWORD& size) {
@@ -410,7 +410,7 @@ TEST(GetStringSetting, ReadsAValueThatHasShrunk) {
     EXPECT_EQ(ReadWhileItChangesTo({REG_SZ, {}}), Success(Before));
 }
 
-TEST(GetStringSetting, TakesNoZeroOfTheBufferForTheEndOfAValueThatHasShrunk) {
+TEST(GetStringSetting, IgnoresZerosOfTheBufferAfterAShrunkValue) {
     const PrivateRegistry registry;
     EXPECT_EQ(ReadWhileItChangesTo({REG_SZ, TextBytes(L"te")}), Failure(13));
 }
@@ -425,7 +425,7 @@ TEST(SetDwordSetting, WritesTheFourBytesAndTheKeyThatIsMissing) {
     }
 }
 
-TEST(SetDwordSetting, HandsThePlatformFourBytes) {
+TEST(SetDwordSetting, PassesThePlatformFourBytes) {
     const PrivateRegistry registry;
     const RecordedImport<&::RegSetValueExW> set;
     EXPECT_TRUE(SetDwordSetting(HKEY_LOCAL_MACHINE, Key, L"name", 1, false));
@@ -460,7 +460,7 @@ TEST(SetStringSetting, WritesTheTextWithItsTerminatingZeroAndTheKeyThatIsMissing
     }
 }
 
-TEST(SetStringSetting, HandsThePlatformTheTerminatingZero) {
+TEST(SetStringSetting, PassesThePlatformTheTerminatingZero) {
     const PrivateRegistry registry;
     const RecordedImport<&::RegSetValueExW> set;
     EXPECT_TRUE(SetStringSetting(HKEY_LOCAL_MACHINE, Key, L"name", L"text", false));
@@ -647,7 +647,7 @@ TEST_F(RegistryViews, AKeyIsDeletedInTheViewOfItsRecord) {
 
 // ---- SettingKeyText, SettingDisplayText
 
-// The predefined root of a number, which the platform widens with its sign.
+// The predefined root with a number, which the platform sign-extends.
 HKEY Root(std::uint32_t number) {
     return reinterpret_cast<HKEY>(static_cast<std::intptr_t>(static_cast<std::int32_t>(number)));
 }

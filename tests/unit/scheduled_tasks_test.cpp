@@ -78,7 +78,7 @@ class Tasks : public testing::Test {
 protected:
     ~Tasks() override { EXPECT_EQ(service_.References(), 0U); }
 
-    // What is printed, and in `created` whether the task counts as registered.
+    // The output, and in `created` whether the task counts as registered.
     std::string Create() {
         return Printed(
             [this] { created = CreateScheduledTask(L"A Task", L"<the xml/>", L"C:\\a b\\x.exe"); });
@@ -119,7 +119,7 @@ TEST_F(DeleteTask, DeletesItFromTheRootFolder) {
     EXPECT_THAT(service_.calls.Lines(), ElementsAreArray(AllCalls(Deletion)));
 }
 
-// A step of a routine, with a result that it fails with.
+// A step of a routine, with the result of its failure.
 struct Failure {
     const char* step;
     HRESULT result;
@@ -132,8 +132,8 @@ void PrintTo(const Failure& failure, std::ostream* out) {
 std::vector<Failure> Failures(std::initializer_list<const char*> steps) {
     std::vector<Failure> failures;
     for (const char* step : steps) {
-        // Of the range of an interface's own codes, the first, the last and the next one; and a
-        // code that the system has no text for.
+        // The first and last of the range of an interface's own codes, the next one, and a code for
+        // which the system has no text.
         for (const DWORD result :
              {0x80004005U, 0x80070005U, 0x80040200U, 0x8004FFFFU, 0x80050000U, 0x8ABC1234U}) {
             failures.push_back({step, static_cast<HRESULT>(result)});
@@ -304,7 +304,7 @@ TEST_F(DeleteTask, FailsWithAnInvalidPointerWhereAnObjectIsMissing) {
     }
 }
 
-// Want of memory for one of a routine's strings, by its number.
+// Out of memory for one of a routine's strings, by its number.
 class WantOfMemory {
 public:
     explicit WantOfMemory(int number) : number_(number) {}
@@ -317,7 +317,7 @@ private:
         [this](const OLECHAR* text) { return number_-- == 0 ? nullptr : hook_.Forward(text); }};
 };
 
-TEST_F(CreateTask, FailsForWantOfMemoryForAnyOfItsStrings) {
+TEST_F(CreateTask, FailsIfMemoryRunsOutForAnyOfItsStrings) {
     for (int number = 0; number < 3; ++number) {
         const WantOfMemory want(number);
         EXPECT_EQ(Create(),
@@ -327,7 +327,7 @@ TEST_F(CreateTask, FailsForWantOfMemoryForAnyOfItsStrings) {
     }
 }
 
-TEST_F(DeleteTask, FailsForWantOfMemoryForAnyOfItsStrings) {
+TEST_F(DeleteTask, FailsIfMemoryRunsOutForAnyOfItsStrings) {
     for (int number = 0; number < 2; ++number) {
         const WantOfMemory want(number);
         EXPECT_EQ(Delete(),
@@ -336,7 +336,7 @@ TEST_F(DeleteTask, FailsForWantOfMemoryForAnyOfItsStrings) {
     }
 }
 
-// From one of the strings on there is none at all, whoever asks. The system has no message then.
+// Out of memory from one of the strings on, for everyone. The system has no message then.
 std::string OutOfMemoryLine(const std::string& routine) {
     return "     ====> " + routine +
            ":[_com_error] Exception 0x8007000e, (null), Unknown error 0x8007000E\n";
@@ -365,7 +365,7 @@ TEST_F(DeleteTask, ReportsThatThereIsNoMemoryAtAll) {
     }
 }
 
-// The program's own want of memory, which is no COM error, at one step of a routine.
+// The program itself is out of memory, which is no COM error, at one step of a routine.
 class TasksWithoutMemory : public Tasks, public testing::WithParamInterface<const char*> {
 protected:
     TasksWithoutMemory() {
@@ -374,7 +374,7 @@ protected:
         };
     }
 
-    // What the routine prints until that ends it.
+    // The routine's output until then.
     static std::string Cut(void (*routine)()) {
         bool thrown = false;
         std::string printed = Printed([&] {
@@ -442,7 +442,7 @@ protected:
         return Printed([&] { scheduled = ScheduleTasks(tasks); });
     }
 
-    // What became of the XML of each registered task, and under which names they are.
+    // The XML of each registered task, and their names.
     [[nodiscard]] std::vector<std::string> Xmls() const { return service_.calls.Of("put_XmlText"); }
 
     static std::string CreationLines(const std::string& name, const std::string& process) {
@@ -483,7 +483,7 @@ TEST_F(ScheduleTasksTest, OnlyRemovesTheObsoleteTaskIfThereIsNoOther) {
     EXPECT_THAT(Xmls(), IsEmpty());
 }
 
-TEST_F(ScheduleTasksTest, TakesAProgramElsewhereAsItStands) {
+TEST_F(ScheduleTasksTest, TakesAProgramElsewhereUnchanged) {
     EXPECT_EQ(Schedule({{{L"[##PROCESSNAME##]", false, L"%windir%\\x.exe", L"T"}}}),
               CreationLines("T", "%windir%\\x.exe") + deletionLines);
     EXPECT_THAT(Xmls(), ElementsAre("put_XmlText([%windir%\\x.exe])"));
@@ -499,7 +499,7 @@ TEST_F(ScheduleTasksTest, PutsTheProgramInPlaceOfTheFirstPlaceholder) {
     }
 }
 
-TEST_F(ScheduleTasksTest, RegistersXmlWithoutPlaceholderAsItStands) {
+TEST_F(ScheduleTasksTest, RegistersXmlWithoutPlaceholderUnchanged) {
     for (const wchar_t* xml : {L"", L"<x/>", L"##processname##", L"##PROCESSNAME#",
                                L"a text that is longer than a placeholder"}) {
         Schedule({{{xml, false, L"x.exe", L"T"}}});
@@ -507,19 +507,19 @@ TEST_F(ScheduleTasksTest, RegistersXmlWithoutPlaceholderAsItStands) {
     }
 }
 
-TEST_F(ScheduleTasksTest, PutsAPathWithMarkupIntoTheXmlAsItStands) {
+TEST_F(ScheduleTasksTest, PutsAPathWithMarkupIntoTheXmlUnescaped) {
     processes.ownPath = L"C:\\R & D <1>\\Finaset.exe";
     Schedule({{{L"<c>##PROCESSNAME##</c>", true, L"x.exe", L"T"}}});
     EXPECT_THAT(Xmls(), ElementsAre("put_XmlText(<c>C:\\R & D <1>\\x.exe</c>)"));
 }
 
-TEST_F(ScheduleTasksTest, TakesTheBareNameIfTheOwnDirectoryCannotBeTold) {
+TEST_F(ScheduleTasksTest, TakesTheBareNameIfTheOwnDirectoryIsUnknown) {
     processes.ownPath = L"";
     EXPECT_EQ(Schedule({{{L"##PROCESSNAME##", true, L"x.exe", L"T"}}}),
               CreationLines("T", "x.exe") + deletionLines);
 }
 
-TEST_F(ScheduleTasksTest, RegistersEveryTaskInOrderAndTellsOfTheLast) {
+TEST_F(ScheduleTasksTest, RegistersEveryTaskInOrderAndReturnsTheLastResult) {
     const ScheduledTaskEntry good = {L"g", false, L"g.exe", L"good"};
     const ScheduledTaskEntry bad = {L"b", false, L"b.exe", L"bad"};
     ImportHook<&::SysAllocString> hook([&hook](const OLECHAR* text) {
@@ -533,8 +533,8 @@ TEST_F(ScheduleTasksTest, RegistersEveryTaskInOrderAndTellsOfTheLast) {
     EXPECT_FALSE(scheduled);
 }
 
-// The deletion is gone on to; that the service's object cannot be created then counts as done.
-TEST_F(ScheduleTasksTest, GoesOnToTheDeletionThoughThereIsNoMemoryAtAll) {
+// The deletion still happens; if the service's object cannot be created then, it counts as done.
+TEST_F(ScheduleTasksTest, GoesOnToTheDeletionEvenIfThereIsNoMemoryAtAll) {
     const std::vector<ScheduledTaskEntry> tasks = {{L"##PROCESSNAME##", true, L"x.exe", L"T"}};
     for (int strings = 0; strings < 3; ++strings) {
         bool out = false;
@@ -550,7 +550,7 @@ TEST_F(ScheduleTasksTest, GoesOnToTheDeletionThoughThereIsNoMemoryAtAll) {
     }
 }
 
-TEST_F(ScheduleTasksTest, TellsNothingOfTheDeletion) {
+TEST_F(ScheduleTasksTest, IgnoresTheResultOfTheDeletion) {
     ImportHook<&::SysAllocString> hook([&hook](const OLECHAR* text) {
         return std::wstring(text).starts_with(L"Tarsel") ? nullptr : hook.Forward(text);
     });

@@ -39,7 +39,7 @@ TEST(SCM, ConnectsToTheActiveDatabaseOfThisMachineAndCloses) {
                 ElementsAre("OpenSCManagerW(null, null, 5)", "CloseServiceHandle(manager 1)"));
 }
 
-// An operation on the service "Corvo", the access that it asks for, and the calls that it makes.
+// An operation on the service "Corvo", the access that it requests, and its calls.
 struct Operation {
     const char* name;
     std::function<bool(const SCM&)> run;
@@ -85,7 +85,7 @@ TEST_P(ScmOperations, CallsNothingMoreIfTheServiceCannotBeOpened) {
                                                 "CloseServiceHandle(manager 1)"));
 }
 
-TEST_P(ScmOperations, FailsWithItsCallAndClosesAllTheSame) {
+TEST_P(ScmOperations, FailsWithItsCallAndStillCloses) {
     fake.accepts = false;
     fake.states = {std::nullopt};
     EXPECT_FALSE(Run());
@@ -110,8 +110,8 @@ INSTANTIATE_TEST_SUITE_P(
             0x4, "QueryServiceStatus(service 1, zeroed)"}),
     testing::PrintToStringParamName());
 
-// A wait: what each poll shows (the last one for good), what is waited for and how long, and what
-// comes of it after how many polls.
+// A wait: the states that the polls show (the last one remains), the target and the timeout, and
+// the result after how many polls.
 struct Wait {
     const char* name;
     std::vector<std::optional<DWORD>> states;
@@ -206,7 +206,7 @@ TEST(SCM, GivesUpAfterASleepThatTookTooLong) {
 }
 
 // The elapsed time is truncated to 32 bits: a machine that hibernates for 49.7 days is forgiven.
-TEST(SCM, TakesNoNoticeOfWholeTurnsOfA32BitCounter) {
+TEST(SCM, IgnoresOverflowsOfA32BitCounter) {
     FakeServices fake;
     fake.states = {StartPending};
     bool turned = false;
@@ -246,14 +246,14 @@ TEST_F(RealServices, RefuseASecondStartAndASecondStop) {
     EXPECT_EQ(service.State(), Running);
 }
 
-TEST_F(RealServices, ThatDoNotAcceptAStopRunOn) {
+TEST_F(RealServices, ThatDoNotAcceptAStopKeepRunning) {
     const InstalledService service(Name, L"--refuses-stop");
     service.Start();
     EXPECT_FALSE(SCM().RequestStop(Name));
     EXPECT_EQ(service.State(), Running);
 }
 
-TEST_F(RealServices, ThatNeverStopAreNotWaitedForForEver) {
+TEST_F(RealServices, ThatNeverStopAreGivenUp) {
     const InstalledService service(Name, L"--never-stops");
     service.Start();
     EXPECT_TRUE(SCM().RequestStop(Name));
@@ -275,7 +275,7 @@ TEST_F(RealServices, AreDisabledWithTheRestOfTheirConfigurationAsItWas) {
     ASSERT_NE(expected.startType, static_cast<DWORD>(SERVICE_DISABLED));
     expected.startType = SERVICE_DISABLED;
     EXPECT_TRUE(SCM().SetDisabled(Name));
-    EXPECT_EQ(service.Describe(), expected);  // that it runs on included
+    EXPECT_EQ(service.Describe(), expected);  // including that it keeps running
 }
 
 TEST_F(RealServices, ThatAreNotInstalledFailEachOperation) {

@@ -34,8 +34,8 @@ constexpr char ForReadersToo[] = "(A;OICI;GA;;;BA)(A;OICI;GA;;;SY)(A;OICI;GXGR;;
 
 constexpr wchar_t None[] = L"";
 
-// What each row is: the value in the registry that moves it and its path or default; what stands
-// behind the directory; and its access list.
+// Each row: the registry value that overrides it and its path or default; what follows the
+// directory; and its access control list.
 const struct {
     const wchar_t* valueName;
     const wchar_t* directory;  // in the program data
@@ -48,7 +48,7 @@ const struct {
     {L"ActivityLogDirectory", L"Tarsel\\Nimbus\\ActivityLog", L"\\", ForTheSystem},
 };
 
-// The table over a registry and a program-data directory of the test's own.
+// The table with a registry and a program data directory of the test's own.
 class TheSecuredDirectories : public testing::Test {
 protected:
     // The directory of the data, a backslash, and `name`.
@@ -63,7 +63,7 @@ protected:
         return ExpandEnvironmentPath(row.resolvePath ? row.resolvePath(row.path) : row.path);
     }
 
-    // The list that a row gives, and the values of the platform that it is made of.
+    // A row's list, and the platform's values that it consists of.
     static std::string Entries(const SecuredDirectory& row) {
         const test::SecurityCalls calls;
         SetProtectedDacl(L"C:\\a", row.aces);
@@ -119,7 +119,7 @@ TEST_F(TheSecuredDirectories, HoldTheValuesOfThePlatform) {
 
 // ----- SecureDirectories -----
 
-// On a machine on which the configuration files were copied before.
+// On a machine to which the configuration files were copied before.
 class SecuringTheDirectories : public TheSecuredDirectories {
 protected:
     SecuringTheDirectories() { std::filesystem::create_directories(configuration_); }
@@ -167,7 +167,7 @@ TEST_F(SecuringTheDirectories, WalksTheTable) {
     ExpectLists({});
 }
 
-TEST_F(SecuringTheDirectories, ResetsWhatIsThereAlready) {
+TEST_F(SecuringTheDirectories, ResetsWhatAlreadyExists) {
     test::MakeFile(configuration_ + L"user.xml");
     std::filesystem::create_directories(images_ + L"\\below");
     test::MakeFile(images_ + L"\\below\\image");

@@ -26,7 +26,7 @@ using test::Printed;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// An entry as the event log sees it: of no severity, category 1, number 16, with one text.
+// An entry in the event log: no severity, category 1, number 16, with one text.
 std::string Entry(const std::string& text) {
     return "ReportEventW(source, 0, 1, 16, null, 1, 0, " + text + ", null)";
 }
@@ -63,7 +63,7 @@ TEST(ReportEventLogEntry, WritesToTheRealLog) {
     EXPECT_TRUE(ReportEventLogEntry(L"a message of the tests", L"FinasetTests"));
 }
 
-// This program lies in a directory of its own, with the uninstall program beside it.
+// This program is in a directory of its own, with the uninstall program beside it.
 class SecurityResponseTest : public testing::Test {
 protected:
     SecurityResponseTest() {
@@ -91,14 +91,14 @@ protected:
                " , 1, 0, all null, startup all zero)";
     }
 
-    // The result, and that this is what is printed.
+    // The result; expects this output.
     static bool Uninstall(const std::string& expectedLog) {
         bool ended = false;
         EXPECT_EQ(Printed([&] { ended = RunUninstallProgram(); }), expectedLog);
         return ended;
     }
 
-    // Responds, and what is then printed.
+    // Responds, and returns the output.
     static std::string Respond(const std::wstring& text = L"The reason") {
         std::wstring reason = text;
         std::string log = Printed([&] { RespondToSecurityFailure(reason); });
@@ -116,7 +116,7 @@ private:
 
 class RunUninstallProgramTest : public SecurityResponseTest {};
 
-TEST_F(RunUninstallProgramTest, FailsSilentlyIfItsOwnDirectoryCannotBeTold) {
+TEST_F(RunUninstallProgramTest, FailsSilentlyIfItsOwnDirectoryIsUnknown) {
     for (const wchar_t* path : {L"", L"Finaset.exe"}) {
         processes.ownPath = path;
         EXPECT_FALSE(Uninstall(""));
@@ -144,7 +144,7 @@ TEST_F(RunUninstallProgramTest, RunsTheProgramBesideThisOneAndWaitsAMinute) {
                                                   StartingEntry(), Deregistration));
 }
 
-TEST_F(RunUninstallProgramTest, TellsWhetherTheProgramEndedInTime) {
+TEST_F(RunUninstallProgramTest, ReturnsWhetherTheProgramEndedInTime) {
     const struct {
         DWORD waitResult;
         bool ended;
@@ -157,14 +157,14 @@ TEST_F(RunUninstallProgramTest, TellsWhetherTheProgramEndedInTime) {
     }
 }
 
-TEST_F(RunUninstallProgramTest, SaysThatTheProgramEndedThoughItDidNotStart) {
+TEST_F(RunUninstallProgramTest, SaysThatTheProgramEndedEvenIfItDidNotStart) {
     processes.launches = false;
     EXPECT_FALSE(Uninstall(StartingLine() + EndedLine("False")));
     EXPECT_THAT(processes.calls.Of("WaitForSingleObject"), IsEmpty());
     EXPECT_THAT(events.calls.Of("ReportEventW"), ElementsAre(StartingEntry()));
 }
 
-TEST_F(RunUninstallProgramTest, RunsTheProgramThoughNoEntryIsWritten) {
+TEST_F(RunUninstallProgramTest, RunsTheProgramEvenIfNoEntryIsWritten) {
     events.registers = false;
     EXPECT_TRUE(Uninstall(StartingLine() + EndedLine("True")));
 }
@@ -180,7 +180,7 @@ TEST_F(RunUninstallProgramTest, PrintsAndReportsTheStartBeforeIt) {
     EXPECT_THAT(steps, ElementsAre(StartingLine(), "report", "start", EndedLine("True")));
 }
 
-// A real program that runs on, and no time to wait for it.
+// A real program that keeps running, and no time to wait for it.
 TEST(RunUninstallProgram, GivesARealProgramUpAfterAMinuteAndLeavesItRunning) {
     const test::TemporaryDirectory directory;
     const std::wstring program = directory / L"Unfinaset.exe";
@@ -237,7 +237,7 @@ TEST_F(RespondToSecurityFailureTest, UninstallsThenRecordsTheReason) {
                             Entry("The reason - Uninstalling"), Deregistration));
 }
 
-TEST_F(RespondToSecurityFailureTest, RecordsTheReasonWhateverBecomesOfTheUninstallation) {
+TEST_F(RespondToSecurityFailureTest, RecordsTheReasonEvenIfTheUninstallationFails) {
     const auto expectReasonRecorded = [&] {
         EXPECT_EQ(events.calls.Lines().at(events.calls.Lines().size() - 3),
                   Registration("Tarsel Nimbus CInstall"));

@@ -32,7 +32,7 @@ constexpr DWORD Running = 4;
 
 const ProcessEntry Corvo = {EntryKind::Service, L"Corvo", L""};
 
-// A step that brings a service into another state, and what is its own.
+// A step that brings a service into another state, with what differs between the steps.
 struct Step {
     const char* name;
     bool (*run)(const ProcessEntry& entry);
@@ -130,7 +130,7 @@ TEST_P(ServiceSteps, FailWhenEveryPollFails) {
     EXPECT_THAT(fake.clock.Sleeps(), SizeIs(GetParam().polls));
 }
 
-TEST_P(ServiceSteps, MakeNoWaitForAServiceThatRefuses) {
+TEST_P(ServiceSteps, DoNotWaitForAServiceThatRefuses) {
     fake.accepts = false;
     fake.states = {GetParam().target};
     EXPECT_EQ(Run(), std::string(GetParam().item) + GetParam().failed);
@@ -140,7 +140,7 @@ TEST_P(ServiceSteps, MakeNoWaitForAServiceThatRefuses) {
     EXPECT_THAT(fake.clock.Sleeps(), IsEmpty());
 }
 
-TEST_P(ServiceSteps, MakeNoWaitForAServiceThatIsNotThere) {
+TEST_P(ServiceSteps, DoNotWaitForAMissingService) {
     fake.opens = false;
     EXPECT_EQ(Run(), std::string(GetParam().item) + GetParam().failed);
     EXPECT_FALSE(result);
@@ -268,7 +268,7 @@ TEST(DisableServices, WalksItsListInOrderWithAConnectionForEachService) {
                     "print(Disabled\r\n)"));
 }
 
-TEST(DisableServices, GoesOnAfterAFailureAndSucceedsAllTheSame) {
+TEST(DisableServices, GoesOnAfterAFailureAndStillSucceeds) {
     const std::vector<ProcessEntry> entries = {{EntryKind::Service, L"Corvo", L""},
                                                {EntryKind::Service, L"Ardex", L""}};
     for (bool FakeServices::*fails :
@@ -308,7 +308,7 @@ TEST(DisableServices, TakesTheProductsListByItself) {
 }
 
 TEST(DisableServices, LeavesARunningServiceRunning) {
-    // Under a name of the product's list, which the rest of the machine lacks.
+    // Under a name from the product's list that the machine does not have.
     const test::InstalledService service(L"Ardex");
     service.Start();
     EXPECT_THAT(Printed([] { DisableServices(); }),

@@ -1,4 +1,4 @@
-// What ends a program whose stack is overrun. The tests are built with it as the product is.
+// The guard that ends a program after a stack overrun. The tests are built with it, too.
 
 #include "support/environment_variable.h"
 
@@ -15,10 +15,10 @@ extern "C" std::uintptr_t __stack_chk_guard;
 
 namespace {
 
-// A constructor like any other's, which runs before the entry point.
+// A constructor like any other, which runs before the entry point.
 const std::uintptr_t GuardOfConstructors = __stack_chk_guard;
 
-// Of a buffer, and not of what follows on it: the guard.
+// A buffer overrun, and not one of what follows it: the guard.
 [[gnu::noinline]] int Overrun(std::size_t bytes) {
     volatile char buffer[64] = {};
     volatile char* out = buffer;

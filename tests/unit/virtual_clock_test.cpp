@@ -30,7 +30,7 @@ TEST(VirtualClock, StandsStillUntilTheProgramSleeps) {
     EXPECT_THAT(clock.Waits(), IsEmpty());
 }
 
-TEST(VirtualClock, CanBePutForward) {
+TEST(VirtualClock, CanBeAdvanced) {
     VirtualClock clock;
     const ULONGLONG start = ::GetTickCount64();
     clock.Advance(70);
@@ -38,7 +38,7 @@ TEST(VirtualClock, CanBePutForward) {
     EXPECT_THAT(clock.Sleeps(), IsEmpty());
 }
 
-TEST(VirtualClock, RunsOver32BitsAfterFourSeconds) {
+TEST(VirtualClock, Exceeds32BitsAfterFourSeconds) {
     const VirtualClock clock;
     const auto start = static_cast<DWORD>(::GetTickCount64());
     ::Sleep(5000);
@@ -61,14 +61,14 @@ TEST(VirtualClock, EndsAWaitForSomethingSignalledAtOnce) {
     EXPECT_THAT(clock.Waits(), ElementsAre(30'000));
 }
 
-TEST(VirtualClock, TakesNoNoticeOfWaitsWithoutALimit) {
+TEST(VirtualClock, IgnoresWaitsWithoutALimit) {
     const VirtualClock clock;
     const Event event = MakeEvent(true);
     EXPECT_EQ(::WaitForSingleObject(event.get(), INFINITE), static_cast<DWORD>(WAIT_OBJECT_0));
     EXPECT_THAT(clock.Waits(), IsEmpty());
 }
 
-TEST(VirtualClock, GivesTheRealTimeBack) {
+TEST(VirtualClock, RestoresTheRealTime) {
     const ULONGLONG before = ::GetTickCount64();
     {
         const VirtualClock clock;

@@ -36,7 +36,7 @@ set GTEST_FILTER=CaseMapping.*:Machine.TheOptionStopOnlyStops:OnWindows*:RealRun
 cmd /c run-on-windows.cmd <yes.txt >4.txt
 >>ends.txt echo %errorlevel%
 ren report report-4
-set GTEST_FILTER=CaseMapping.*:InstalledService.GoesThoughItIsRunning
+set GTEST_FILTER=CaseMapping.*:InstalledService.IsRemovedEvenIfItIsRunning
 del stand_in_service.exe
 cmd /c run-on-windows.cmd /YES no_such_tests unit_tests >5.txt
 >>ends.txt echo %errorlevel%
@@ -96,7 +96,7 @@ fi
 expect 5.txt '^no_such_tests \.\.\. cannot be started'
 expect report-5/summary.txt '^  no_such_tests: did not come to its end'
 expect report-5/summary.txt '^  unit_tests: [0-9]+ tests, 1 failed'
-expect report-5/summary.txt '^  InstalledService.GoesThoughItIsRunning: '
+expect report-5/summary.txt '^  InstalledService.IsRemovedEvenIfItIsRunning: '
 expect report-5/summary.txt '^Not everything has passed'
 
 if ((failures)); then

@@ -45,9 +45,8 @@ constexpr char Usage[] =
     "  --json   for a program; several logs as JSON Lines, one for each log\n"
     "  --html   as a page for a browser\n"
     "\n"
-    "Exit status: 0 nothing needs attention, 1 something does, or some logs cannot be read, 2 "
-    "no\n"
-    "log can be read.\n";
+    "Exit status: 0 nothing needs attention, 1 something does, or some logs cannot be read,\n"
+    "2 no log can be read.\n";
 
 using Path = std::filesystem::path;
 

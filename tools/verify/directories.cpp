@@ -94,7 +94,7 @@ public:
     Walk(std::wstring top, std::span<const std::wstring> ofOtherRows)
         : top_(std::move(top)), ofOtherRows_(ofOtherRows) {}
 
-    // The directory's own entries; with `lists`, and all that is below them, their access lists.
+    // Its own entries; with `lists`, the access control lists of these and of everything below.
     void Go(bool lists) {
         std::vector<std::wstring> directories = {top_};
         while (!directories.empty()) {

@@ -48,7 +48,7 @@ constexpr char Usage[] =
     "\n"
     "  --json   one JSON object, on one line\n"
     "\n"
-    "Exit status: 0 all is in order, 1 something differs, 2 something cannot be told.\n";
+    "Exit status: 0 all is in order, 1 something differs, 2 something is unknown.\n";
 
 constexpr std::wstring_view Options[] = {L"/STOP", L"/CONFIGURE", L"/START", L"/DISABLE"};
 

@@ -50,23 +50,35 @@ std::string Line(const Row& row) {
     return line + '\n';
 }
 
-// Half of a surrogate pair is escaped like any other character that is not ASCII, so the text is
-// valid whatever a name contains.
+std::string Escaped(wchar_t character) {
+    constexpr std::string_view Digits = "0123456789abcdef";
+    constexpr unsigned Highest = 12;
+    constexpr unsigned Bits = 4;
+    std::string escaped = "\\u";
+    for (unsigned digit = 0; digit <= Highest; digit += Bits) {
+        escaped +=
+            Digits[(static_cast<std::uint16_t>(character) >> (Highest - digit)) % Digits.size()];
+    }
+    return escaped;
+}
+
+// In ASCII. Names can have half of a surrogate pair, and JSON's grammar allows it, but some readers
+// refuse it: it is written as text, by its code.
 std::string Quoted(std::wstring_view text) {
     std::string quoted = "\"";
-    for (const wchar_t character : text) {
-        if (character == L'"' || character == L'\\') {
+    for (std::size_t index = 0; index < text.size(); ++index) {
+        const wchar_t character = text[index];
+        const bool isPair =
+            index + 1 < text.size() && IS_SURROGATE_PAIR(character, text[index + 1]);
+        if (isPair) {
+            quoted += Escaped(character) + Escaped(text[++index]);
+        } else if (IS_HIGH_SURROGATE(character) || IS_LOW_SURROGATE(character)) {
+            quoted += '\\' + Escaped(character);
+        } else if (character == L'"' || character == L'\\') {
             quoted += '\\';
             quoted += static_cast<char>(character);
         } else if (character < FirstPrintable || character >= Delete) {
-            constexpr std::string_view Digits = "0123456789abcdef";
-            constexpr unsigned Highest = 12;
-            constexpr unsigned Bits = 4;
-            quoted += "\\u";
-            for (unsigned digit = 0; digit <= Highest; digit += Bits) {
-                quoted += Digits[(static_cast<std::uint16_t>(character) >> (Highest - digit)) %
-                                 Digits.size()];
-            }
+            quoted += Escaped(character);
         } else {
             quoted += static_cast<char>(character);
         }

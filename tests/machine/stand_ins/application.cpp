@@ -1,5 +1,5 @@
-// The product's application: a process with a top-level window, which it closes and ends with when
-// it is asked to. The window's title is the rest of the command line, or the product's.
+// The product's application: a process with a top-level window, which it closes when asked to quit,
+// and then ends. The window's title is the rest of the command line, or the product's.
 
 #include "stand_in.h"
 

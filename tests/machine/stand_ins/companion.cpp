@@ -1,4 +1,4 @@
-// A program that records its command line and then runs on until it is ended: the companion, or a
+// A program that records its command line and then runs until it is terminated: the companion, or a
 // helper that hangs.
 
 #include "stand_in.h"

@@ -1,4 +1,4 @@
-// Loads the libraries that its arguments name, wherever the system finds them first.
+// Loads the libraries named by its arguments, wherever the system finds them first.
 
 #include <windows.h>
 

@@ -1,5 +1,5 @@
-// A library that leaves a mark when it is loaded: an empty file beside it, with ".loaded" behind
-// its name.
+// A library that leaves a mark when it is loaded: an empty file beside it, named like it with
+// ".loaded" appended.
 
 #include <windows.h>
 

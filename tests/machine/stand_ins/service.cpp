@@ -1,7 +1,7 @@
-// A service whose ways are set by the arguments of its binary path:
+// A service whose behaviour is set by the arguments of its binary path:
 //
-//   --start-pending=MS   is start-pending for so long before it runs
-//   --stop-pending=MS    is stop-pending for so long before it has stopped (200 if not given)
+//   --start-pending=MS   is start-pending for this long before it runs
+//   --stop-pending=MS    is stop-pending for this long before it has stopped (default 200)
 //   --stops-at-once      has stopped before it answers the stop control
 //   --never-stops        stays stop-pending
 //   --dies-on-start      stops instead of running
@@ -17,8 +17,8 @@ namespace {
 
 struct Ways {
     DWORD startPendingMs = 0;
-    // Not less: Wine drops the connection to a service that says it has stopped, and with it the
-    // answer to the stop control if that is still on its way. The request then seems to have
+    // Not less: Wine drops the connection to a service that reports that it has stopped, and with
+    // it the answer to the stop control if that is still pending. The request then seems to have
     // failed.
     DWORD stopPendingMs = 200;
     bool stopsAtOnce = false;
@@ -64,7 +64,7 @@ void Report(DWORD state) {
 DWORD WINAPI HandleControl(DWORD control, DWORD /*type*/, void* /*data*/, void* /*context*/) {
     if (control == SERVICE_CONTROL_STOP) {
         Report(ways.stopsAtOnce ? SERVICE_STOPPED : SERVICE_STOP_PENDING);
-        ::Sleep(ways.stopsAtOnce ? 300 : 0);  // the answer is behind for sure
+        ::Sleep(ways.stopsAtOnce ? 300 : 0);  // the answer is late for sure
         ::SetEvent(stopRequested);
     }
     return NO_ERROR;

@@ -8,7 +8,7 @@
 
 namespace stand_in {
 
-// What stands behind the program's name on the command line, as it stands there.
+// What follows the program's name on the command line, unchanged.
 inline std::wstring RestOfCommandLine() {
     const wchar_t* line = ::GetCommandLineW();
     const wchar_t end = *line == L'"' ? *line++ : L' ';
@@ -21,8 +21,8 @@ inline std::wstring RestOfCommandLine() {
     return *line == L'\0' ? L"" : line + 1;
 }
 
-// The event that says that a stand-in is ready: it has its window, or has recorded its start.
-// Whoever comes first creates it; it is there for as long as one of them keeps its handle.
+// The event that says that a stand-in is ready: it has its window, or has recorded its start. The
+// first user creates it; it exists while any of them keeps its handle.
 inline HANDLE ReadyEvent(DWORD processId) {
     const std::wstring name = L"StandInReady." + std::to_wstring(processId);
     return ::CreateEventW(nullptr, TRUE, FALSE, name.c_str());
@@ -46,7 +46,7 @@ inline void AppendLine(const std::wstring& path, const std::wstring& text) {
     ::CloseHandle(file);
 }
 
-// Appends the command line to the file that is named like the program with ".started" behind it.
+// Appends the command line to the file named like the program with ".started" appended.
 inline void RecordStart() {
     wchar_t path[MAX_PATH] = {};
     ::GetModuleFileNameW(nullptr, path, MAX_PATH);

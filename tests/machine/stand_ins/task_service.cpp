@@ -1,7 +1,7 @@
-// The task service, as a Windows machine has it: Wine's own, but for what that cannot do. It takes
-// a connection with missing arguments for one to another machine, and forgets a task's action; so
-// this translates the one, gives what was defined back as it was, and appends the definition of
-// each task to the file that is named like this library with ".definitions" behind it.
+// The task service of a Windows machine: Wine's own, with two differences. Wine's treats a
+// connection with missing arguments as one to another machine, and forgets a task's action; so this
+// translates the one, returns definitions unchanged, and appends the definition of each task to the
+// file named like this library with ".definitions" appended.
 
 #include "stand_in.h"
 #include "support/com_object.h"
@@ -19,7 +19,7 @@
 
 namespace {
 
-// Wine's objects, each owned by the one of this library that stands before it.
+// Wine's objects, each owned by this library's object in front of it.
 template <typename Interface>
 class Inner {
 public:
@@ -89,7 +89,7 @@ public:
     HRESULT STDMETHODCALLTYPE DeleteTask(BSTR name, LONG flags) override {
         return inner_->DeleteTask(name, flags);
     }
-    // From the file that Wine keeps of it.
+    // From Wine's file of it.
     HRESULT STDMETHODCALLTYPE GetTask(BSTR name, IRegisteredTask** task) override {
         wchar_t directory[MAX_PATH] = {};
         ::GetSystemDirectoryW(directory, MAX_PATH);

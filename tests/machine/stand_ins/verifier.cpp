@@ -1,7 +1,6 @@
-// The program that says whether a machine is in order, but that reads the access lists of files
-// from the file that its first argument names: Wine makes up what it reads back. Each line there is
-// a path, a tab, and its list in the platform's notation, in ASCII. What is not named has inherited
-// its own.
+// finaset-verify, but it reads the access control lists of files from the file that its first
+// argument names: Wine makes up those that are read. Each line there is a path, a tab, and its list
+// in the platform's notation, in ASCII. Other files have only inherited entries.
 
 #include "support/access_lists.h"
 #include "verify/verify.h"
