@@ -379,4 +379,12 @@ TEST_F(VerifiedDirectories, WhoseTrusteesHaveNoTextDoNotGoAsOthers) {
     EXPECT_THAT(Found(Verdict::Differs), HasSubstr(L"an entry for a trustee that is none"));
 }
 
+TEST_F(VerifiedDirectories, WhoseListHasAnEntryThatCannotBeReadDiffer) {
+    test::PutFile(In(L"file"), "");
+    const test::ImportHook<&::GetAce> hook([](PACL, DWORD, LPVOID*) { return FALSE; });
+    EXPECT_EQ(Found(Verdict::Differs), std::wstring(L"an entry that does not allow in ") +
+                                           AsAskedFor +
+                                           L"; below it, with an access list of its own: file");
+}
+
 }  // namespace

@@ -60,6 +60,7 @@ const Report Awkward = {
     .actions = 0xFFFFFFFF,
     .rows = {{"setting", L"a \"b\" \\ / \x01\t\r\n\x7F", L"\u00E9\u4E2D", {Verdict::Ok, L""}},
              {"file", L"\xD83D\xDE00", L"half a pair: \xD800", {Verdict::Differs, L"\xDC00\xD800"}},
+             {"file", L"\xD800x\xD800\xE000\xE000", L"", {Verdict::Ok, L""}},
              {"task", L"", L"", {Verdict::Unknown, L"\uFFFF\u2028"}}}};
 
 TEST(VerdictAsText, HasALineForEachRowAndOneWithTheCounts) {
@@ -104,6 +105,7 @@ TEST(VerdictAsJson, EscapesWhatIsNotAscii) {
     EXPECT_THAT(json, HasSubstr(R"("expected":"\u00e9\u4e2d")"));
     EXPECT_THAT(json, HasSubstr(R"("name":"\ud83d\ude00")"));
     EXPECT_THAT(json, HasSubstr(R"("expected":"half a pair: \\ud800","found":"\\udc00\\ud800")"));
+    EXPECT_THAT(json, HasSubstr(R"("name":"\\ud800x\\ud800\ue000\ue000")"));
     // The other half is tests/tools/verify_json_test.sh, in which a parser reads it.
     if (const wchar_t* const file = _wgetenv(L"FINASET_JSON")) {
         test::PutFile(file, json);

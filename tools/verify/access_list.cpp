@@ -5,6 +5,7 @@
 #include <sddl.h>
 
 #include <cstddef>
+#include <functional>
 #include <iterator>
 #include <map>
 #include <string>
@@ -67,13 +68,16 @@ View ViewOf(PSECURITY_DESCRIPTOR descriptor) {
     return {(control & SE_DACL_PROTECTED) != 0, present ? list : nullptr};
 }
 
-// Calls `visit` with each entry.
-template <typename Visit>
-void ForEachEntry(PACL list, const Visit& visit) {
-    void* entry = nullptr;
-    for (DWORD index = 0; ::GetAce(list, index, &entry) != FALSE; ++index) {
+// Calls `visit` with each entry. Returns whether all of them could be read.
+bool ForEachEntry(PACL list, const std::function<void(const ACCESS_ALLOWED_ACE&)>& visit) {
+    for (DWORD index = 0; index < list->AceCount; ++index) {
+        void* entry = nullptr;
+        if (!::GetAce(list, index, &entry)) {
+            return false;
+        }
         visit(*static_cast<ACCESS_ALLOWED_ACE*>(entry));
     }
+    return true;
 }
 
 // A trustee's rights.
@@ -97,29 +101,32 @@ DWORD OfFiles(DWORD mask) {
     return mask;
 }
 
-std::wstring TextOf(PSID sid) {
+// The trustee of an entry.
+std::wstring TextOf(const ACCESS_ALLOWED_ACE& entry) {
     wchar_t* text = nullptr;
-    const bool converted = ::ConvertSidToStringSidW(sid, &text) != FALSE;
+    const bool converted =
+        ::ConvertSidToStringSidW(const_cast<DWORD*>(&entry.SidStart), &text) != FALSE;
     const LocalText owner(text);
     return converted ? text : L"a trustee that is none";
 }
 
 Effect EffectOf(PACL list) {
     Effect effect;
-    ForEachEntry(list, [&](ACCESS_ALLOWED_ACE& entry) {
+    const bool allRead = ForEachEntry(list, [&](const ACCESS_ALLOWED_ACE& entry) {
         if (entry.Header.AceType != ACCESS_ALLOWED_ACE_TYPE) {
             effect.grantsOnly = false;
             return;
         }
         const DWORD flags = entry.Header.AceFlags;
         const DWORD mask = OfFiles(entry.Mask);
-        Rights& rights = effect.granted[TextOf(&entry.SidStart)];
+        Rights& rights = effect.granted[TextOf(entry)];
         rights.here |= (flags & INHERIT_ONLY_ACE) == 0 ? mask : 0;
         if ((flags & NO_PROPAGATE_INHERIT_ACE) == 0) {  // otherwise it ends one level below
             rights.files |= (flags & OBJECT_INHERIT_ACE) != 0 ? mask : 0;
             rights.directories |= (flags & CONTAINER_INHERIT_ACE) != 0 ? mask : 0;
         }
     });
+    effect.grantsOnly = effect.grantsOnly && allRead;
     return effect;
 }
 
@@ -127,11 +134,12 @@ Effect EffectOf(PACL list) {
 
 std::vector<std::wstring> Deviations(PSECURITY_DESCRIPTOR descriptor,
                                      std::span<const AceSpec> entries) {
+    std::vector<std::wstring> deviations;
     const View view = ViewOf(descriptor);
     if (view.list == nullptr) {
-        return {L"no access list, so that everybody may do everything"};
+        deviations.emplace_back(L"no access list, so that everybody may do everything");
+        return deviations;
     }
-    std::vector<std::wstring> deviations;
     if (!view.isProtected) {
         deviations.emplace_back(L"a list that is not protected");
     }
@@ -159,13 +167,14 @@ std::vector<std::wstring> Deviations(PSECURITY_DESCRIPTOR descriptor,
 
 bool HasItsOwn(PSECURITY_DESCRIPTOR descriptor) {
     const View view = ViewOf(descriptor);
-    bool own = view.isProtected || view.list == nullptr;
-    if (view.list != nullptr) {
-        ForEachEntry(view.list, [&](const ACCESS_ALLOWED_ACE& entry) {
-            own = own || (entry.Header.AceFlags & INHERITED_ACE) == 0;
-        });
+    if (view.isProtected || view.list == nullptr) {
+        return true;
     }
-    return own;
+    bool own = false;
+    const bool allRead = ForEachEntry(view.list, [&](const ACCESS_ALLOWED_ACE& entry) {
+        own = own || (entry.Header.AceFlags & INHERITED_ACE) == 0;
+    });
+    return own || !allRead;
 }
 
 std::wstring Notation(PSECURITY_DESCRIPTOR descriptor) {

@@ -73,9 +73,11 @@ struct Tally {
     }
 
     [[nodiscard]] std::wstring Text() const {
-        const std::wstring more =
-            count > NamesShown ? L" and " + std::to_wstring(count - NamesShown) + L" more" : L"";
-        return Joined(names, L", ") + more;
+        std::wstring text = Joined(names, L", ");
+        if (count > NamesShown) {
+            text += L" and " + std::to_wstring(count - NamesShown) + L" more";
+        }
+        return text;
     }
 };
 
@@ -98,7 +100,8 @@ public:
 
     // Its own entries; with `lists`, the access control lists of these and of everything below.
     void Go(bool lists) {
-        std::vector<std::wstring> directories = {top_};
+        std::vector<std::wstring> directories;
+        directories.push_back(top_);
         while (!directories.empty()) {
             const std::wstring directory = std::move(directories.back());
             directories.pop_back();
@@ -162,7 +165,10 @@ private:
     }
 
     [[nodiscard]] std::wstring Below(const std::wstring& path) const {
-        return path.size() > top_.size() ? path.substr(top_.size() + 1) : L"its entries";
+        if (path.size() > top_.size()) {
+            return path.substr(top_.size() + 1);
+        }
+        return L"its entries";
     }
 
     Tally own_;
@@ -176,7 +182,10 @@ private:
 // The first of the paths that is a link, without links before it.
 std::wstring FirstLink(const std::vector<std::wstring>& paths) {
     const auto link = std::ranges::find_if(paths, &PathHasLink);
-    return link == paths.end() ? L"one that has gone again" : *link;
+    if (link == paths.end()) {
+        return L"one that has gone again";
+    }
+    return *link;
 }
 
 std::vector<std::wstring> PathsOfEntries(const std::wstring& directory) {
@@ -227,7 +236,10 @@ Finding OfDirectory(const SecuredDirectory& directory, const Place& place,
     if (!wrong.empty()) {
         return Found(/*asExpected=*/false, Joined(wrong, L"; "));
     }
-    return unknown.empty() ? Found(/*asExpected=*/true, list) : CannotTell(Joined(unknown, L"; "));
+    if (!unknown.empty()) {
+        return CannotTell(Joined(unknown, L"; "));
+    }
+    return Found(/*asExpected=*/true, list);
 }
 
 }  // namespace

@@ -36,18 +36,20 @@ Place PlaceOf(const std::wstring& name,
         return PlaceAt(name);
     }
     const auto* const resolver = resolve.target<PathResolver>();
-    return PlaceAt(resolver != nullptr && IsDeleted(*resolver)
-                       ? resolver->InDirectory(resolver->defaultDirectory, name)
-                       : resolve(name));
+    if (resolver != nullptr && IsDeleted(*resolver)) {
+        return PlaceAt(resolver->InDirectory(resolver->defaultDirectory, name));
+    }
+    return PlaceAt(resolve(name));
 }
 
 Finding NotThere(const Place& place) {
     if (place.path.empty()) {
         return CannotTell(L"its path cannot be expanded");
     }
-    return place.error == ERROR_FILE_NOT_FOUND || place.error == ERROR_PATH_NOT_FOUND
-               ? Found(/*asExpected=*/false, L"absent")
-               : CannotTell(place.error);
+    if (place.error == ERROR_FILE_NOT_FOUND || place.error == ERROR_PATH_NOT_FOUND) {
+        return Found(/*asExpected=*/false, L"absent");
+    }
+    return CannotTell(place.error);
 }
 
 }  // namespace verify

@@ -16,9 +16,8 @@ struct Place {
     DWORD error = ERROR_SUCCESS;  // why there are no attributes
 
     [[nodiscard]] bool Exists() const { return attributes != INVALID_FILE_ATTRIBUTES; }
-    [[nodiscard]] bool IsDirectory() const {
-        return Exists() && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-    }
+    // Of a place that exists.
+    [[nodiscard]] bool IsDirectory() const { return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0; }
 };
 
 Place PlaceAt(const std::wstring& path);

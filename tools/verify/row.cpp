@@ -32,9 +32,12 @@ std::wstring ErrorText(DWORD error) {
                          std::size(message), /*Arguments=*/nullptr);
     const std::wstring_view text(message, length);
     const std::size_t end = text.find_last_not_of(L"\r\n ");
-    return end == std::wstring_view::npos
-               ? std::wstring(code)
-               : std::wstring(code) + L": " + std::wstring(text.substr(0, end + 1));
+    std::wstring shown = code;
+    if (end != std::wstring_view::npos) {
+        shown += L": ";
+        shown += text.substr(0, end + 1);
+    }
+    return shown;
 }
 
 std::wstring Joined(const std::vector<std::wstring>& texts, const wchar_t* separator) {

@@ -9,6 +9,8 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <functional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -24,14 +26,16 @@ constexpr const wchar_t* StateNames[] = {L"in no state",   L"stopped", L"start-p
 constexpr const wchar_t* StartTypeNames[] = {L"boot", L"system", L"automatic", L"manual",
                                              L"disabled"};
 
-template <std::size_t Count>
-std::wstring NameOf(const wchar_t* const (&names)[Count], DWORD number) {
-    return number < Count ? names[number] : std::to_wstring(number);
+std::wstring NameOf(std::span<const wchar_t* const> names, DWORD number) {
+    if (number < names.size()) {
+        return names[number];
+    }
+    return std::to_wstring(number);
 }
 
 // What `ask` finds about the open service, or the finding for one that is not installed.
-template <typename Ask>
-Finding AskService(const std::wstring& name, DWORD access, Verdict notInstalled, const Ask& ask) {
+Finding AskService(const std::wstring& name, DWORD access, Verdict notInstalled,
+                   const std::function<Finding(SC_HANDLE)>& ask) {
     const Utils::ServiceHandle manager(::OpenSCManagerW(
         /*lpMachineName=*/nullptr, /*lpDatabaseName=*/nullptr, SC_MANAGER_CONNECT));
     if (!manager) {
@@ -40,8 +44,10 @@ Finding AskService(const std::wstring& name, DWORD access, Verdict notInstalled,
     const Utils::ServiceHandle service(::OpenServiceW(manager.Get(), name.c_str(), access));
     if (!service) {
         const DWORD error = ::GetLastError();
-        return error == ERROR_SERVICE_DOES_NOT_EXIST ? Finding{notInstalled, L"not installed"}
-                                                     : CannotTell(error);
+        if (error == ERROR_SERVICE_DOES_NOT_EXIST) {
+            return {notInstalled, L"not installed"};
+        }
+        return CannotTell(error);
     }
     return ask(service.Get());
 }
@@ -71,8 +77,7 @@ Finding StartTypeOf(const std::wstring& name) {
 
 // Whether a process runs whose program's file name, in lower case, matches. Any process's name can
 // be read, whatever the rights.
-template <typename Matches>
-Finding ProcessWith(bool wanted, const Matches& matches) {
+Finding ProcessWith(bool wanted, const std::function<bool(const std::wstring& file)>& matches) {
     const Utils::FileHandle processes(::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
     PROCESSENTRY32W process = {};
     process.dwSize = sizeof(process);
@@ -113,10 +118,11 @@ Rows CheckStopped(std::span<const ProcessEntry> entries,
         if (!entry.name.empty() && entry.kind == EntryKind::QuitApp) {
             // Like a run, looks for part of the name.
             const std::wstring part = Lowered(entry.name);
-            rows.push_back({"stop", entry.name, L"not running",
-                            ProcessWith(/*wanted=*/false, [&](const std::wstring& file) {
-                                return file.find(part) != std::wstring::npos;
-                            })});
+            const auto hasPart = [&](const std::wstring& file) {
+                return file.find(part) != std::wstring::npos;
+            };
+            rows.push_back(
+                {"stop", entry.name, L"not running", ProcessWith(/*wanted=*/false, hasPart)});
         }
     }
     return rows;
@@ -131,9 +137,8 @@ Rows CheckStarted(std::span<const ProcessEntry> entries) {
         }
         if (!entry.name.empty() && entry.kind == EntryKind::LaunchApp) {
             const std::wstring name = Lowered(entry.name);
-            rows.push_back({"start", entry.name, L"running",
-                            ProcessWith(/*wanted=*/true,
-                                        [&](const std::wstring& file) { return file == name; })});
+            const auto isName = [&](const std::wstring& file) { return file == name; };
+            rows.push_back({"start", entry.name, L"running", ProcessWith(/*wanted=*/true, isName)});
         }
     }
     return rows;

@@ -134,10 +134,14 @@ Finding OfBitmask(const StoredValue& stored, std::uint32_t expected) {
 Rows CheckDeleted(std::span<const RegistrySetting> settings) {
     Rows rows;
     for (const RegistrySetting& setting : settings) {
-        if (setting.root != nullptr) {
-            rows.push_back({Kind, SettingKeyText(setting), L"absent",
-                            setting.valueName.empty() ? OfKey(setting)
-                                                      : OfValue(ReadValue(setting), L"absent")});
+        if (setting.root == nullptr) {
+            continue;
+        }
+        if (setting.valueName.empty()) {
+            rows.push_back({Kind, SettingKeyText(setting), L"absent", OfKey(setting)});
+        } else {
+            rows.push_back(
+                {Kind, SettingKeyText(setting), L"absent", OfValue(ReadValue(setting), L"absent")});
         }
     }
     return rows;
@@ -160,8 +164,10 @@ Rows CheckWritten(std::span<const RegistrySetting> settings) {
 Rows CheckBitmask(const std::wstring& gateValueName, const std::wstring& resultValueName,
                   std::span<const AdapterPattern> patterns) {
     const RegistrySetting bitmask = StoredBitmask(resultValueName);
-    const auto row = [&](std::wstring expected, Finding finding) -> Rows {
-        return {{Kind, SettingKeyText(bitmask), std::move(expected), std::move(finding)}};
+    const auto row = [&](std::wstring expected, Finding finding) {
+        Rows rows;
+        rows.push_back({Kind, SettingKeyText(bitmask), std::move(expected), std::move(finding)});
+        return rows;
     };
     const StoredValue gate = ReadValue(
         {.root = HKEY_LOCAL_MACHINE, .keyPath = ServiceParametersKey, .valueName = gateValueName});

@@ -44,11 +44,12 @@ Obtained<Interface> ObtainObject(const Obtain& obtain) {
 }
 
 Obtained<ITaskFolder> RootFolder() {
-    const auto service = ObtainObject<ITaskService>([](ITaskService** object) {
+    const auto create = [](ITaskService** object) {
         return ::CoCreateInstance(__uuidof(TaskScheduler), /*pUnkOuter=*/nullptr,
                                   CLSCTX_INPROC_SERVER, __uuidof(ITaskService),
                                   reinterpret_cast<void**>(object));
-    });
+    };
+    const auto service = ObtainObject<ITaskService>(create);
     if (FAILED(service.result)) {
         return {service.result, {}};
     }
@@ -155,13 +156,15 @@ HRESULT ReadDefinition(const std::wstring& xml, Definition& definition) {
     if (createXmlReader == nullptr) {
         return ResultOf(ERROR_PROC_NOT_FOUND);
     }
-    const auto stream = ObtainObject<IStream>([](IStream** object) {
+    const auto createStream = [](IStream** object) {
         return ::CreateStreamOnHGlobal(/*hGlobal=*/nullptr, /*fDeleteOnRelease=*/TRUE, object);
-    });
-    const auto reader = ObtainObject<IXmlReader>([&](IXmlReader** object) {
+    };
+    const auto stream = ObtainObject<IStream>(createStream);
+    const auto createReader = [&](IXmlReader** object) {
         return createXmlReader(__uuidof(IXmlReader), reinterpret_cast<void**>(object),
                                /*pMalloc=*/nullptr);
-    });
+    };
+    const auto reader = ObtainObject<IXmlReader>(createReader);
     if (FAILED(stream.result) || FAILED(reader.result)) {
         return FAILED(stream.result) ? stream.result : reader.result;
     }
@@ -227,8 +230,10 @@ Finding OfObsoleteTask(const Obtained<ITaskFolder>& root, const std::wstring& na
     if (IsAbsent(result)) {
         return Found(/*asExpected=*/true, L"absent");
     }
-    return FAILED(result) ? CannotTell(static_cast<DWORD>(result))
-                          : Found(/*asExpected=*/false, L"registered");
+    if (FAILED(result)) {
+        return CannotTell(static_cast<DWORD>(result));
+    }
+    return Found(/*asExpected=*/false, L"registered");
 }
 
 }  // namespace

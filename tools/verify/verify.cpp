@@ -57,6 +57,14 @@ bool Has(const Rows& rows, Verdict verdict) {
                                [&](const Row& row) { return row.finding.verdict == verdict; });
 }
 
+RegistrySetting FirstRunMarker() {
+    return {.root = HKEY_LOCAL_MACHINE,
+            .keyPath = ServiceParametersKey,
+            .valueName = ServiceParameter::FirstRun,
+            .type = REG_DWORD,
+            .number = 0};
+}
+
 // What the configure action leaves. Sets whether the directories are secure.
 Rows CheckConfigured(bool& secure) {
     Rows rows = CheckDeleted(DeleteList);
@@ -68,11 +76,7 @@ Rows CheckConfigured(bool& secure) {
     Append(rows, CheckBitmask(HardwareBitmaskGateName, HardwareBitmaskName, HardwarePatternTable));
     Append(rows, CheckFeatures(FeatureRuleTable, HardwareBitmaskName));
     Append(rows, CheckTasks(ScheduledTaskTable, ObsoleteTask));
-    const RegistrySetting firstRun = {.root = HKEY_LOCAL_MACHINE,
-                                      .keyPath = ServiceParametersKey,
-                                      .valueName = ServiceParameter::FirstRun,
-                                      .type = REG_DWORD,
-                                      .number = 0};
+    const RegistrySetting firstRun = FirstRunMarker();
     Append(rows, CheckWritten({&firstRun, 1}));
     return rows;
 }
@@ -80,7 +84,10 @@ Rows CheckConfigured(bool& secure) {
 std::wstring ComputerName() {
     wchar_t name[MAX_COMPUTERNAME_LENGTH + 1] = {};
     DWORD size = std::size(name);
-    return ::GetComputerNameW(name, &size) ? name : L"";
+    if (!::GetComputerNameW(name, &size)) {
+        return {};
+    }
+    return name;
 }
 
 int Fail(const char* what) {
@@ -128,7 +135,10 @@ std::size_t Count(const Report& report, Verdict verdict) {
 }
 
 Report Verify(std::uint32_t actions) {
-    Report report = {ComputerName(), FINASET_VERSION, actions};
+    Report report;
+    report.computer = ComputerName();
+    report.version = FINASET_VERSION;
+    report.actions = actions;
     if (actions & ActionStop) {
         const bool starts = (actions & ActionStart) != 0;
         Append(report.rows, CheckStopped(StopList, starts ? std::span(StartList)
