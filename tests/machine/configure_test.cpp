@@ -272,6 +272,7 @@ TEST_F(Configure, ResetsWhatIsBelowADirectoryUnlessThatHasAnotherAttribute) {
         SCOPED_TRACE(hidden);
         std::filesystem::remove_all(Machine::DataDirectory());
         machine.WriteStaleSettings();
+        MakePlainDirectory(images);
         PutFile(paths[0], "kept");
         PutFile(paths[2], "kept");
         OpenToEveryone(images);
@@ -295,6 +296,7 @@ TEST_F(Configure, ResetsWhatIsBelowADirectoryUnlessThatHasAnotherAttribute) {
 
 TEST_F(Configure, SecuresATreeOf2000EntriesInSixLevels) {
     std::filesystem::path level = Machine::DataDirectory() / L"ImageCache";
+    MakePlainDirectory(level);
     for (int depth = 0; depth < 6; ++depth) {
         for (int number = 0; number < 333; ++number) {
             PutFile(level / (L"file " + std::to_wstring(number)), "");
@@ -311,6 +313,7 @@ TEST_F(Configure, SecuresATreeOf2000EntriesInSixLevels) {
 }
 
 TEST_F(Configure, SecuresFilesOfAnyName) {
+    MakePlainDirectory(Machine::DataDirectory() / L"ImageCache");
     std::map<std::filesystem::path, std::wstring> open;
     const std::size_t longest = OnWine() ? 255 : 200;  // Windows counts the whole path
     for (const std::wstring& name :

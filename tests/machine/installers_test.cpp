@@ -335,16 +335,20 @@ std::vector<std::wstring> TextsOf(HWND list, HANDLE process) {
 }
 
 // The lines of the log, without the empty first one, as the details show them: with blanks for
-// tabs, and the one character that is not ASCII as its byte.
+// tabs, and the one byte that is not ASCII as the machine's code page has it.
 std::vector<std::wstring> LinesOf(const std::string& log) {
+    const int size = static_cast<int>(log.size());
+    std::wstring text(log.size(), L'\0');  // no longer than that
+    text.resize(static_cast<std::size_t>(
+        ::MultiByteToWideChar(CP_ACP, 0, log.data(), size, text.data(), size)));
     std::vector<std::wstring> lines(1);
-    for (const char character : log) {
-        if (character == '\n') {
+    for (const wchar_t character : text) {
+        if (character == L'\n') {
             lines.emplace_back();
-        } else if (character == '\t') {
+        } else if (character == L'\t') {
             lines.back().append(8, L' ');
-        } else if (character != '\r') {
-            lines.back() += static_cast<unsigned char>(character);
+        } else if (character != L'\r') {
+            lines.back() += character;
         }
     }
     lines.erase(lines.begin());
@@ -363,9 +367,14 @@ TEST_P(NsisInstaller, ShowsTheLogAmongItsDetails) {
                                  DETACHED_PROCESS, nullptr, nullptr, &startup, &info));
     const Utils::KernelHandle thread(info.hThread);
     const Utils::KernelHandle setup(info.hProcess);
+    constexpr int MostTries = 6000;  // 5 min
     HWND window = nullptr;
-    while (window == nullptr && !Ended(setup, 50ms)) {
+    for (int tries = 0; window == nullptr && tries < MostTries && !Ended(setup, 50ms); ++tries) {
         window = ::FindWindowW(nullptr, L"Tarsel Lumetra Setup: Completed");
+    }
+    if (window == nullptr) {
+        ::TerminateProcess(setup.Get(), 1);  // it may ask for something that nobody answers
+        FAIL() << "the setup does not complete";
     }
     const HWND page = ::FindWindowExW(window, nullptr, L"#32770", nullptr);
     const HWND list = ::FindWindowExW(page, nullptr, L"SysListView32", nullptr);

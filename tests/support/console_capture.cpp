@@ -2,11 +2,14 @@
 
 #include "driver/console_log.h"
 
+#include <windows.h>
+
 #include <fcntl.h>
 #include <io.h>
 
 #include <array>
 #include <cstdio>
+#include <iterator>
 #include <memory>
 #include <stdexcept>
 
@@ -40,10 +43,21 @@ private:
     int saved_;
 };
 
+// A file that is gone when it is closed. Not std::tmpfile, whose file is in the root of the drive,
+// where not every user may write. Needs no memory of the program's: that may have run out.
+std::FILE* OpenTemporaryFile() {
+    wchar_t directory[MAX_PATH + 1] = {};
+    wchar_t path[MAX_PATH] = {};
+    return ::GetTempPathW(static_cast<DWORD>(std::size(directory)), directory) != 0 &&
+                   ::GetTempFileNameW(directory, L"fin", 0, path) != 0
+               ? ::_wfopen(path, L"w+bTD")
+               : nullptr;
+}
+
 }  // namespace
 
 std::string Printed(const std::function<void()>& action) {
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::tmpfile(), &std::fclose);
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(OpenTemporaryFile(), &std::fclose);
     if (file == nullptr) {
         throw std::runtime_error("no temporary file can be made");
     }

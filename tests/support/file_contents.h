@@ -36,6 +36,14 @@ inline void WaitUntilFree(const std::filesystem::path& path) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
 }
+
+// Creates a directory, and those above it, of which the attributes say that and no more. On
+// Windows, what is below a user's temporary directory or the machine's data inherits that it is not
+// indexed, and to the product a directory with such an attribute is another than one without.
+inline void MakePlainDirectory(const std::filesystem::path& path) {
+    std::filesystem::create_directories(path);
+    ::SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
+}
 #else
 inline void WaitUntilFree(const std::filesystem::path& /*path*/) {}
 #endif

@@ -11,14 +11,27 @@
 
 namespace test {
 
+namespace {
+
+// Of the user's temporary directory, Windows may give the short name ("C:\\Users\\RUNNER~1").
+std::filesystem::path LongPath(const std::filesystem::path& path) {
+    std::wstring longPath(::GetLongPathNameW(path.c_str(), nullptr, 0), L'\0');
+    longPath.resize(
+        ::GetLongPathNameW(path.c_str(), longPath.data(), static_cast<DWORD>(longPath.size())));
+    return longPath;
+}
+
+}  // namespace
+
 TemporaryDirectory::TemporaryDirectory() {
     static int number = 0;
-    path_ = std::filesystem::temp_directory_path() /
+    path_ = LongPath(std::filesystem::temp_directory_path()) /
             (L"FinasetTests-" + std::to_wstring(::GetCurrentProcessId()) + L"-" +
              std::to_wstring(++number));
     if (!std::filesystem::create_directory(path_)) {
         throw std::runtime_error("a temporary directory is there already");
     }
+    MakePlainDirectory(path_);
 }
 
 TemporaryDirectory::~TemporaryDirectory() {

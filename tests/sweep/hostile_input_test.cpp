@@ -12,6 +12,7 @@
 #include "support/console_capture.h"
 #include "support/environment_variable.h"
 #include "support/fake_adapters.h"
+#include "support/file_contents.h"
 #include "support/native_keys.h"
 #include "support/private_registry.h"
 #include "support/registry_contents.h"
@@ -302,6 +303,7 @@ TEST(HostileInput, FileNames) {
                                           FILE_ATTRIBUTE_NORMAL, nullptr);
         ASSERT_NE(file, INVALID_HANDLE_VALUE) << testing::PrintToString(name);
         ::CloseHandle(file);
+        test::WaitUntilFree(path);
         EXPECT_EQ(ListDirectoryEntries(directory.Path()), std::vector<std::wstring>{name});
         EXPECT_FALSE(ChildHasLink(directory.Path()));
         ::DeleteFileW(path.c_str());

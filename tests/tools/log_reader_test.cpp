@@ -591,10 +591,14 @@ TEST(Writing, TextHasNoControlCharacters) {
 // Runs the reader on the file. Returns its exit status; its messages are in `errors`.
 int RunOn(const std::filesystem::path& file, std::string& errors) {
     const std::filesystem::path said = file.parent_path() / "errors.txt";
-    const std::filesystem::path::string_type command =
-        std::filesystem::path(std::getenv("FINASET_LOG")).make_preferred().native() +
-        std::filesystem::path(" ").native() + file.native() +
-        std::filesystem::path(" 2> ").native() + said.native();
+    const std::filesystem::path program =
+        std::filesystem::path(std::getenv("FINASET_LOG")).make_preferred();
+    // Windows' shell takes a quote away that stands at the beginning.
+    std::filesystem::path::string_type command = std::filesystem::path("2>").native();
+    for (const std::filesystem::path& each : {said, program, file}) {
+        command += std::filesystem::path(" \"").native() + each.native() +
+                   std::filesystem::path("\"").native();
+    }
 #ifdef _WIN32
     const int status = ::_wsystem(command.c_str());
 #else

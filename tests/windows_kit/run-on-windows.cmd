@@ -40,6 +40,7 @@ exit /b 2
 if exist report rmdir /s /q report
 mkdir report
 set FINASET_REPORT=%CD%\report
+set FINASET_LOG=finaset-log.exe
 for %%p in (%programs%) do windows_kit.exe run %%p
 windows_kit.exe summary %programs%
 exit /b %errorlevel%
