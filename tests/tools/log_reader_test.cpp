@@ -593,12 +593,14 @@ int RunOn(const std::filesystem::path& file, std::string& errors) {
     const std::filesystem::path said = file.parent_path() / "errors.txt";
     const std::filesystem::path program =
         std::filesystem::path(std::getenv("FINASET_LOG")).make_preferred();
+    const auto quoted = [](const std::filesystem::path& path) {
+        return std::filesystem::path(" \"").native() + path.native() +
+               std::filesystem::path("\"").native();
+    };
     // Windows' shell takes a quote away that stands at the beginning.
-    std::filesystem::path::string_type command = std::filesystem::path("2>").native();
-    for (const std::filesystem::path& each : {said, program, file}) {
-        command += std::filesystem::path(" \"").native() + each.native() +
-                   std::filesystem::path("\"").native();
-    }
+    const std::filesystem::path::string_type command =
+        std::filesystem::path("cd . &&").native() + quoted(program) + quoted(file) +
+        std::filesystem::path(" 2>").native() + quoted(said);
 #ifdef _WIN32
     const int status = ::_wsystem(command.c_str());
 #else

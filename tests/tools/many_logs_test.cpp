@@ -491,11 +491,15 @@ bool IsAscii(std::string_view text) {
     return std::ranges::all_of(text, [](char byte) { return byte > 0; });
 }
 
-TEST(ManyLogs, SurviveTwentyThousandThatAreDamaged) {
+TEST(ManyLogs, SurviveDamage) {
     if (Sources().empty()) {
         GTEST_SKIP() << NoSources;
     }
-    constexpr unsigned Logs = 20'000;
+#if defined(_WIN32) && !defined(GUARD_PAGES)
+    constexpr unsigned Logs = 2'000;
+#else
+    constexpr unsigned Logs = 20'000;  // where faults show, or the time does not
+#endif
     const std::vector<std::string> kept = KeptLogs();
     ASSERT_EQ(kept.size(), 3U);
     Rollout rollout;
