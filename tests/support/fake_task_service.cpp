@@ -50,7 +50,7 @@ protected:
     FakeTaskService& Fake() const { return fake_; }
 
     template <typename... Arguments>
-    HRESULT Answer(const std::string& call, const Arguments&... arguments) {
+    HRESULT Answer(std::string_view call, const Arguments&... arguments) {
         fake_.calls.Add(call, arguments...);
         fake_.lastCalled_ = static_cast<Interface*>(this);
         return fake_.Answer(call);
@@ -58,7 +58,7 @@ protected:
 
     // What a call with this answer returns.
     template <typename Given, typename Wanted>
-    void Give(const std::string& call, HRESULT answer, Wanted** object) {
+    void Give(const char* call, HRESULT answer, Wanted** object) {
         const bool gives = SUCCEEDED(answer) && !fake_.givesNothing.contains(call);
         *object = gives ? new Given(fake_) : nullptr;
     }
@@ -162,7 +162,7 @@ public:
                                                      LONG flags, VARIANT user, VARIANT password,
                                                      TASK_LOGON_TYPE logon, VARIANT sddl,
                                                      IRegisteredTask** task) override {
-        const std::string call = "RegisterTaskDefinition";
+        constexpr const char* call = "RegisterTaskDefinition";
         const HRESULT answer =
             Answer(call, std::wstring(path), NullOrOther(definition), flags, Text(user),
                    Text(password), static_cast<int>(logon), Text(sddl));
@@ -272,9 +272,9 @@ FakeTaskService::~FakeTaskService() {
     ::CoRevokeClassObject(registration_);
 }
 
-HRESULT FakeTaskService::Answer(const std::string& call) {
+HRESULT FakeTaskService::Answer(std::string_view call) {
     HRESULT answer = S_OK;
-    if (const auto result = results.find(call); result != results.end()) {
+    if (const auto result = results.find(std::string(call)); result != results.end()) {
         answer = result->second;
     }
     if (onCall) {

@@ -13,6 +13,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 
 namespace test {
 
@@ -35,7 +36,7 @@ public:
     std::map<std::wstring, std::wstring> tasks;
 
     // Asked first at each call: its answer, if this has one.
-    std::function<std::optional<HRESULT>(const std::string& call)> onCall;
+    std::function<std::optional<HRESULT>(std::string_view call)> onCall;
 
     // The calls that succeed without returning an object.
     std::set<std::string> givesNothing;
@@ -70,7 +71,7 @@ private:
     class ErrorInfo;
 
     // The answer to a call, with the effects of a failure.
-    HRESULT Answer(const std::string& call);
+    HRESULT Answer(std::string_view call);
 
     std::size_t references_ = 0;
     std::size_t ownReferences_ = 0;

@@ -78,15 +78,15 @@ FaultInjector* active = nullptr;
 // A function that it intercepts.
 class FaultInjector::Import {
 public:
-    explicit Import(std::string name) : name_(std::move(name)) {}
+    explicit Import(const char* name) : name_(name) {}
     Import(const Import&) = delete;
     Import& operator=(const Import&) = delete;
     virtual ~Import() = default;
 
-    [[nodiscard]] const std::string& Name() const { return name_; }
+    [[nodiscard]] const char* Name() const { return name_; }
 
 private:
-    std::string name_;
+    const char* name_;
 };
 
 template <auto Function, typename Result, typename... Arguments>
@@ -241,7 +241,7 @@ FaultInjector::FaultInjector(FakeTaskService& taskService, Decision decision)
     add.operator()<&::SysAllocString>("SysAllocString", null);
     add.operator()<&::FormatMessageW>("FormatMessageW", no);
     add.operator()<&::LocalFree>("LocalFree", Returns({1}), IsRelease);
-    taskService_.onCall = [this](const std::string& method) -> std::optional<HRESULT> {
+    taskService_.onCall = [this](std::string_view method) -> std::optional<HRESULT> {
         const std::optional<std::size_t> way = Next(method, std::size(ComResults));
         return way ? std::optional(ComResults[*way]) : std::nullopt;
     };
@@ -258,7 +258,7 @@ FaultInjector::~FaultInjector() {
     }
 }
 
-std::optional<std::size_t> FaultInjector::Next(const std::string& function, std::size_t ways) {
+std::optional<std::size_t> FaultInjector::Next(std::string_view function, std::size_t ways) {
     const std::size_t call = calls_.size();
     calls_.push_back({function, ways});
     const std::optional<std::size_t> way = decision_(call);
@@ -272,7 +272,7 @@ std::optional<std::size_t> FaultInjector::Next(const std::string& function, std:
 std::vector<std::string> FaultInjector::Functions() const {
     std::vector<std::string> names;
     for (const auto& each : imports_) {
-        names.push_back(each->Name());
+        names.emplace_back(each->Name());
     }
     return names;
 }

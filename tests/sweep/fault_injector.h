@@ -9,13 +9,14 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace test {
 
 // A platform call by the program, and in how many ways it can fail.
 struct PlatformCall {
-    std::string function;
+    std::string_view function;  // a literal
     std::size_t ways = 0;
 
     bool operator==(const PlatformCall&) const = default;
@@ -43,7 +44,7 @@ public:
     [[nodiscard]] std::size_t Failed() const { return failed_; }
 
     // How the current call is to fail.
-    std::optional<std::size_t> Next(const std::string& function, std::size_t ways);
+    std::optional<std::size_t> Next(std::string_view function, std::size_t ways);
 
     // The imported functions that it intercepts.
     [[nodiscard]] std::vector<std::string> Functions() const;

@@ -81,7 +81,7 @@ TEST(FaultInjector, InterceptsNothingThatNoRunCalls) {
     const auto run = [&](const std::wstring& option, const FaultInjector::Decision& decision) {
         std::vector<PlatformCall> calls = RunWith(option, decision).calls;
         for (const PlatformCall& call : calls) {
-            reached.insert(call.function);
+            reached.emplace(call.function);
         }
         return calls;
     };

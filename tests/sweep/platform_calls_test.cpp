@@ -39,7 +39,7 @@ std::vector<std::string> CallsOf(const std::wstring& option, InstalledProduct::P
     product.Run(option, program);
     std::vector<std::string> calls;
     for (const PlatformCall& call : injector.Calls()) {
-        calls.push_back(call.function);
+        calls.emplace_back(call.function);
     }
     return calls;
 }
@@ -52,7 +52,7 @@ Counts CountsOf(const std::function<void()>& prepare, const std::function<void()
     test::Printed(action);
     Counts counts;
     for (const PlatformCall& call : injector.Calls()) {
-        ++counts[call.function];
+        ++counts[std::string(call.function)];
     }
     return counts;
 }

@@ -19,6 +19,7 @@
 #include <new>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -369,7 +370,7 @@ TEST_F(DeleteTask, ReportsThatThereIsNoMemoryAtAll) {
 class TasksWithoutMemory : public Tasks, public testing::WithParamInterface<const char*> {
 protected:
     TasksWithoutMemory() {
-        service_.onCall = [](const std::string& call) -> std::optional<HRESULT> {
+        service_.onCall = [](std::string_view call) -> std::optional<HRESULT> {
             return call == GetParam() ? throw std::bad_alloc() : std::nullopt;
         };
     }

@@ -9,18 +9,18 @@ namespace reader {
 
 namespace {
 
-struct Finding {
+struct Ruling {
     Judgement judgement;
     std::string_view reason;
 };
 
-constexpr Finding Fine = {Judgement::Fine, {}};
+constexpr Ruling Fine = {Judgement::Fine, {}};
 
-constexpr Finding Expected(std::string_view reason) {
+constexpr Ruling Expected(std::string_view reason) {
     return {Judgement::Expected, reason};
 }
 
-constexpr Finding Attention(std::string_view reason) {
+constexpr Ruling Attention(std::string_view reason) {
     return {Judgement::Attention, reason};
 }
 
@@ -143,7 +143,7 @@ private:
 
 // ---- The rules that look beyond the item
 
-Finding StopThatFailed(const Item& item, const Evidence& log) {
+Ruling StopThatFailed(const Item& item, const Evidence& log) {
     const std::string_view name = item.names.front();
     if (log.Started(name)) {
         return Expected("It was stopped already: what runs does not start again, as it did later.");
@@ -158,7 +158,7 @@ Finding StopThatFailed(const Item& item, const Evidence& log) {
         "log cannot tell whether it runs on.");
 }
 
-Finding StartThatFailed(const Item& item, const Evidence& log) {
+Ruling StartThatFailed(const Item& item, const Evidence& log) {
     const std::string_view name = item.names.front();
     if (log.Stopped(name)) {
         return Attention("It was stopped and does not start again.");
@@ -172,24 +172,24 @@ Finding StartThatFailed(const Item& item, const Evidence& log) {
 }
 
 // For a whole key, the value name is empty. The key is created before it is deleted, so it exists.
-Finding SettingNotDeleted(const Item& item, const Evidence& /*log*/) {
+Ruling SettingNotDeleted(const Item& item, const Evidence& /*log*/) {
     return item.names.front().ends_with("\\=")
                ? Attention("The key could not be deleted: the program had no right to it.")
                : Expected("There was no such setting.");
 }
 
-Finding FileNotDeleted(const Item& item, const Evidence& log) {
+Ruling FileNotDeleted(const Item& item, const Evidence& log) {
     return log.IsCopied(item.names.front())
                ? Expected("There was none yet, or the copy replaced it.")
                : Attention("It could not be deleted, or there is none, and none was copied.");
 }
 
-Finding DirectoryNotCreated(const Item& item, const Evidence& log) {
+Ruling DirectoryNotCreated(const Item& item, const Evidence& log) {
     return log.IsThere(item.names.front()) ? Expected("It was there already.")
                                            : Attention("Nothing shows that it was there already.");
 }
 
-Finding FileNotCopied(const Item& item, const Evidence& log) {
+Ruling FileNotCopied(const Item& item, const Evidence& log) {
     if (item.names[2] == "true") {
         return Attention(
             "It did not come from the driver's folder: it is not there, or could not "
@@ -202,7 +202,7 @@ Finding FileNotCopied(const Item& item, const Evidence& log) {
                : Expected("There was one, which is kept.");
 }
 
-Finding AdapterThatWasFound(const Item& /*item*/, const Evidence& log) {
+Ruling AdapterThatWasFound(const Item& /*item*/, const Evidence& log) {
     return log.MayHaveWrittenFeature()
                ? Fine
                : Attention("Its feature was not enabled: no setting was written.");
@@ -213,8 +213,8 @@ Finding AdapterThatWasFound(const Item& /*item*/, const Evidence& log) {
 struct Rule {
     Kind kind = Kind::Unknown;
     Outcome outcome = Outcome::Failed;
-    Finding finding = Fine;
-    Finding (*judge)(const Item& item, const Evidence& log) = nullptr;  // replaces the finding
+    Ruling ruling = Fine;
+    Ruling (*judge)(const Item& item, const Evidence& log) = nullptr;  // replaces the ruling
 };
 
 constexpr Rule Rules[] = {
@@ -258,13 +258,13 @@ constexpr Rule Rules[] = {
     {Kind::DeleteTask, Outcome::Failed, Attention("The task may still be scheduled.")},
 };
 
-Finding JudgeItem(const Item& item, const Evidence& log) {
+Ruling JudgeItem(const Item& item, const Evidence& log) {
     if (item.kind == Kind::Unknown) {
         return {Judgement::Unknown, "The program writes no such line."};
     }
     for (const Rule& rule : Rules) {
         if (rule.kind == item.kind && rule.outcome == item.outcome) {
-            return rule.judge != nullptr ? rule.judge(item, log) : rule.finding;
+            return rule.judge != nullptr ? rule.judge(item, log) : rule.ruling;
         }
     }
     return item.outcome == Outcome::Missing
@@ -290,9 +290,9 @@ void Judge(Report& report) {
                                       "\": this step was cut off.");
         }
         for (Item& item : section.items) {
-            const Finding finding = JudgeItem(item, evidence);
-            item.judgement = finding.judgement;
-            item.reason = finding.reason;
+            const Ruling ruling = JudgeItem(item, evidence);
+            item.judgement = ruling.judgement;
+            item.reason = ruling.reason;
         }
     }
 }

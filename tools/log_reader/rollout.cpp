@@ -25,7 +25,7 @@ struct Words {
     std::array<std::string_view, 4> words;  // for the names of an item in turn
 };
 
-constexpr Words Table[] = {
+constexpr Words NamesByKind[] = {
     {Kind::QuitApplication, {"NAME", "TITLE", "PROGRAM", "NAME"}},
     {Kind::StartApplication, {"NAME", "ARGUMENTS"}},
     {Kind::DeleteSetting, {"SETTING"}},
@@ -46,8 +46,8 @@ constexpr Words Table[] = {
 
 std::span<const std::string_view> WordsOf(Kind kind) {
     static constexpr std::array<std::string_view, 1> Name = {"NAME"};
-    const auto* const row = std::ranges::find(Table, kind, &Words::kind);
-    return row != std::end(Table) ? std::span<const std::string_view>(row->words) : Name;
+    const auto* const row = std::ranges::find(NamesByKind, kind, &Words::kind);
+    return row != std::end(NamesByKind) ? std::span<const std::string_view>(row->words) : Name;
 }
 
 // The item without what differs between machines.

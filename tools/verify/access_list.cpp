@@ -69,7 +69,7 @@ View ViewOf(PSECURITY_DESCRIPTOR descriptor) {
 }
 
 // Calls `visit` with each entry. Returns whether all of them could be read.
-bool ForEachEntry(PACL list, const std::function<void(const ACCESS_ALLOWED_ACE&)>& visit) {
+bool ForEachEntry(PACL list, const std::function<void(ACCESS_ALLOWED_ACE&)>& visit) {
     for (DWORD index = 0; index < list->AceCount; ++index) {
         void* entry = nullptr;
         if (!::GetAce(list, index, &entry)) {
@@ -102,17 +102,16 @@ DWORD OfFiles(DWORD mask) {
 }
 
 // The trustee of an entry.
-std::wstring TextOf(const ACCESS_ALLOWED_ACE& entry) {
+std::wstring TextOf(ACCESS_ALLOWED_ACE& entry) {
     wchar_t* text = nullptr;
-    const bool converted =
-        ::ConvertSidToStringSidW(const_cast<DWORD*>(&entry.SidStart), &text) != FALSE;
+    const bool converted = ::ConvertSidToStringSidW(&entry.SidStart, &text) != FALSE;
     const LocalText owner(text);
     return converted ? text : L"a trustee that is none";
 }
 
 Effect EffectOf(PACL list) {
     Effect effect;
-    const bool allRead = ForEachEntry(list, [&](const ACCESS_ALLOWED_ACE& entry) {
+    const bool allRead = ForEachEntry(list, [&](ACCESS_ALLOWED_ACE& entry) {
         if (entry.Header.AceType != ACCESS_ALLOWED_ACE_TYPE) {
             effect.grantsOnly = false;
             return;
@@ -171,7 +170,7 @@ bool HasItsOwn(PSECURITY_DESCRIPTOR descriptor) {
         return true;
     }
     bool own = false;
-    const bool allRead = ForEachEntry(view.list, [&](const ACCESS_ALLOWED_ACE& entry) {
+    const bool allRead = ForEachEntry(view.list, [&](ACCESS_ALLOWED_ACE& entry) {
         own = own || (entry.Header.AceFlags & INHERITED_ACE) == 0;
     });
     return own || !allRead;

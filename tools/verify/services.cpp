@@ -89,7 +89,7 @@ Finding ProcessWith(bool wanted, const std::function<bool(const std::wstring& fi
         std::wstring file = process.szExeFile;
         ToLowerInPlace(file);
         running = matches(file);
-    } while (!running && ::Process32NextW(processes.Get(), &process));
+    } while (!running && ::Process32NextW(processes.Get(), &process) != FALSE);
     return Found(running == wanted, running ? L"running" : L"not running");
 }
 

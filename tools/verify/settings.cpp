@@ -35,7 +35,7 @@ struct StoredValue {
     std::wstring text{};                    // whatever it is
 };
 
-std::wstring Quoted(const std::wstring& text) {
+std::wstring InQuotes(const std::wstring& text) {
     return L'"' + text + L'"';
 }
 
@@ -62,7 +62,7 @@ StoredValue ReadValue(const RegistrySetting& setting) {
     }
     if (error == ERROR_SUCCESS && type == REG_SZ) {
         const std::wstring text(buffer.data(), bytes / sizeof(wchar_t));
-        return {ERROR_SUCCESS, std::nullopt, Quoted(text.substr(0, text.find(L'\0')))};
+        return {ERROR_SUCCESS, std::nullopt, InQuotes(text.substr(0, text.find(L'\0')))};
     }
     return {ERROR_SUCCESS, std::nullopt,
             std::to_wstring(bytes) + L" bytes of type " + std::to_wstring(type)};
@@ -152,7 +152,7 @@ Rows CheckWritten(std::span<const RegistrySetting> settings) {
     for (const RegistrySetting& setting : settings) {
         if (setting.root != nullptr && (setting.type == REG_SZ || setting.type == REG_DWORD)) {
             std::wstring expected =
-                setting.type == REG_SZ ? Quoted(setting.text) : std::to_wstring(setting.number);
+                setting.type == REG_SZ ? InQuotes(setting.text) : std::to_wstring(setting.number);
             Finding finding = OfValue(ReadValue(setting), expected);
             rows.push_back(
                 {Kind, SettingKeyText(setting), std::move(expected), std::move(finding)});
