@@ -88,6 +88,7 @@ check_calls() {
         [[ ! -s $work/$name.error ]] || complain "$name: $(<"$work/$name.error")"
     done
     expect_status two.json 0
+    expect_status some.json 1
     expect_status empty 2
     expect_status none.json 2
     [[ $(<"$work/empty.error") == "finaset-log: there is no file *.log" ]] ||
@@ -238,6 +239,7 @@ for reader in "$@"; do
     read_logs none.json --json "$drive$logs/empty" "$drive$logs/win10-22H2/notes" &
     read_logs two.json --json "$drive$tests/logs/first-installation.log" \
         "$drive$tests/logs/reinstallation.log" &
+    read_logs some.json --json "$drive$tests/logs/first-installation.log" "$drive$logs/missing" &
     wait
     check_calls
     check_text

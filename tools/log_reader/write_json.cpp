@@ -23,7 +23,9 @@ constexpr std::string_view Digits = "0123456789abcdef";
 
 // A character in a JSON string: itself, or its escape.
 struct Escaped {
-    std::array<char, 7> text{};
+    static constexpr std::uint8_t Longest = 6;
+
+    std::array<char, Longest + 1> text{};  // with the size, eight bytes
     std::uint8_t size = 1;
 };
 
@@ -39,7 +41,7 @@ constexpr std::array<Escaped, 256> Characters = [] {
         } else {
             characters[code] = {
                 {'\\', 'u', '0', '0', Digits[code / Digits.size()], Digits[code % Digits.size()]},
-                6};
+                Escaped::Longest};
         }
     }
     return characters;
@@ -149,8 +151,7 @@ private:
 
     // Opens a string of at most so many characters.
     char* Open(std::size_t characters) {
-        constexpr std::size_t Longest = 6;  // of the escapes
-        char* const to = Room(Longest * characters + sizeof(Escaped));
+        char* const to = Room(Escaped::Longest * characters + sizeof(Escaped));
         *to = '"';
         return to + 1;
     }
@@ -176,9 +177,11 @@ private:
         return to;
     }
 
+    static constexpr std::size_t Usual = 0x4000;
+
     bool oneLine_;
-    std::string json_ = std::string(0x4000, '\0');  // enough for most
-    std::size_t size_ = 0;                          // of it
+    std::string json_ = std::string(Usual, '\0');  // of which so many characters are used:
+    std::size_t size_ = 0;
 };
 
 void Write(JsonWriter& json, const Item& item) {
