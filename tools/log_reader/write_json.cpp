@@ -147,7 +147,7 @@ private:
         return &json_[size_];
     }
 
-    void End(char* to) { size_ = static_cast<std::size_t>(to - json_.data()); }
+    void End(const char* to) { size_ = static_cast<std::size_t>(to - json_.data()); }
 
     // Opens a string of at most so many characters.
     char* Open(std::size_t characters) {
