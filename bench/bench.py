@@ -28,6 +28,7 @@ import time
 from entries import make_entries
 from figures import Figures, Missing, label, table
 from groups import GROUPS
+from groups.logs import make_logs
 from machine import Bench, FreshMachine, Unmeasurable
 from schedule import Calibration, plan
 
@@ -36,7 +37,8 @@ RESERVE = 20    # seconds, for taking the machine down and for the plots
 SET_UP_LIMIT = 180    # of a machine, which takes some 10
 MARGIN = 0.9    # of the time is planned: measurements vary
 # If it cannot be calibrated: a slow machine.
-SLOW = Calibration(set_up=30, start=0.1, flat=(0.3, 0.0016), tree=(0.3, 0.0008), make=0.0002)
+SLOW = Calibration(set_up=30, start=0.1, flat=(0.3, 0.0016), tree=(0.3, 0.0008), make=0.0002,
+                   log=0.0005)
 
 
 class Progress:
@@ -157,9 +159,9 @@ def calibrate(session):
         each = max(more - some, 0) / (many - few)
         return max(some - few * each, 0), each * 1.1
 
-    def making():
+    def making(make):
         began = time.monotonic()
-        make_entries(session.work / "some", 1_000, tree=False)
+        make(session.work / "some", 1_000)
         shutil.rmtree(session.work / "some")
         return (time.monotonic() - began) / 1_000
 
@@ -168,7 +170,9 @@ def calibrate(session):
         session.machine()
         return time.monotonic() - began
 
-    for name, measure in (("set_up", setting_up), ("make", making),
+    for name, measure in (("set_up", setting_up),
+                          ("make", lambda: making(lambda *some: make_entries(*some, tree=False))),
+                          ("log", lambda: making(make_logs)),
                           ("start", lambda: timed("usage", 0, 3)),
                           ("flat", lambda: configuring("flat")),
                           ("tree", lambda: configuring("tree"))):

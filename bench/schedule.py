@@ -12,6 +12,7 @@ class Calibration:
     flat: tuple          # /CONFIGURE by the program and by the bare one, without entries ...
     tree: tuple          # ... and for each entry
     make: float          # an entry of a data directory, made and removed
+    log: float           # a log for the log reader, the same
 
     def configure(self, shape, entries):
         """The seconds of a pair of runs."""

@@ -23,7 +23,8 @@ from schedule import Calibration, Choice, Step, plan  # noqa: E402
 def slowed(factor):
     """The machine of the documented figures, so many times slower."""
     return Calibration(set_up=8 * factor, start=0.02 * factor, flat=(0.1 * factor, 0.00077 * factor),
-                       tree=(0.1 * factor, 0.00036 * factor), make=0.00003 * factor)
+                       tree=(0.1 * factor, 0.00036 * factor), make=0.00003 * factor,
+                       log=0.00007 * factor)
 
 
 def plan_of_all(factor, minutes):

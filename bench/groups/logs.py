@@ -75,8 +75,8 @@ class Logs(Group):
     title = "Many logs"
 
     def steps(self, calibration):
-        each = 2 * calibration.make  # with its contents, or read by all subjects
-        return [Step("logs", (Choice(size, size * each, fixed=2 * size * each),), most=9)
+        each = calibration.log  # or less, to be read by all subjects
+        return [Step("logs", (Choice(size, size * each, fixed=3 * size * each),), most=9)
                 for size in SIZES]
 
     def measure(self, planned, session):

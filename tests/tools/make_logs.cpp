@@ -1,61 +1,136 @@
 // Writes logs like those of a rollout, and their expected findings.
 //
-//   make_logs DIRECTORY SOURCES COUNT
+//   make_logs DIRECTORY COUNT
 //
 // The logs go below DIRECTORY/logs, in directories by Windows version; of a thousand or more some
 // are huge. DIRECTORY/expected has a line for each number: how many logs are read, in order, need
-// attention and are unreadable, then how many have which finding, with its reason after a tab.
+// attention and are unreadable, and how many have which finding, with its reason after a tab.
 
+#include "support/expected_log.h"
 #include "support/file_contents.h"
-#include "support/log_texts.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <filesystem>
-#include <functional>
 #include <map>
-#include <sstream>
-#include <stdexcept>
+#include <random>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace {
 
-constexpr std::size_t Many = 1000;
-constexpr std::size_t Huge = 200'000'000;
+using enum test::Verdict;
 
-const std::string NoStartAfterStop =
-    "Starting NAME....start failed!\tIt was stopped and does not start again.";
-const std::string NoStartWithoutStop =
-    "Starting NAME....start failed!\tIt did not stop before either: it runs on as it was, or is "
-    "not "
-    "installed, or the program had no right to it.";
-const std::string NoStop =
-    "Stopping NAME....stop failed!\tIt did not start later either: it runs on as it was, or is not "
-    "installed, or the program had no right to it.";
-const std::string Link =
-    "Verifying Children Files of Directory PATH has NO links - Failure\tOne of its entries is a "
-    "link. Nothing was configured after this.";
-const std::string Insecure =
-    "Security Vulnerability Securing Directories due to Failure Setting ACLs or Links Detected - "
-    "Uninstalling\tThe product's directories are not secure. No service was started.";
-const std::string NoTask =
-    "Creating Task Name [NAME] for Process [PATH].... FAILED\tThe task is not scheduled.";
-const std::string NoVerdict =
-    "Starting NAME....\tThere is no verdict: the run, or this step, was cut off here.";
-const std::string NoEnd = "The log's end is missing: the run, or its capture, was cut off.\t";
-const std::string NoBeginning = "The log's beginning is missing.\t";
+// An item that needs attention if it fails, or, without a verdict, if it is there.
+struct Trouble {
+    std::string_view begin;
+    std::string_view rest;  // of the finding
+    std::string_view end{};
+};
 
-std::string Replaced(std::string log, const std::string& from, const std::string& to) {
-    const std::size_t at = log.find(from);
-    if (at == std::string::npos) {
-        throw std::runtime_error("the log has no " + from);
+constexpr Trouble Troubles[] = {
+    {"Stopping Application ",
+     "NAME....with Window Title TITLE Process PROGRAM Started in context of NAME application to "
+     "send QUIT Message - Success=False\tIt was not asked to quit: Quitline.exe is missing, did "
+     "not start, or did not end in 30 seconds."},
+    {"Deleting Registry Setting ",
+     "SETTING - Failure\tThe key could not be deleted: the program had no right to it.",
+     "\\= \t - \t"},
+    {"Copying File ",
+     "SOURCE -> PATH overwriting =true - Failure\tIt did not come from the driver's folder: it is "
+     "not there, or could not be written.",
+     "=true\t - \t"},
+    {"Verifying File/Directory ",
+     "PATH has NO links - Failure\tThe directory, or one above it, is a link. Nothing was "
+     "configured after this."},
+    {"Verifying Children Files of Directory ",
+     "PATH has NO links - Failure\tOne of its entries is a link. Nothing was configured after "
+     "this."},
+    {"Setting DACLs on File/Directory ",
+     "PATH - Failure\tIts access list could not be set. Nothing was configured after this."},
+    {"Setting Child Inheritance DACLs on File/Directory ",
+     "PATH - Failure\tThe access list of something below it could not be reset. Nothing was "
+     "configured after this."},
+    {"Security Vulnerability ",
+     "Securing Directories due to Failure Setting ACLs or Links Detected - Uninstalling\tThe "
+     "product's directories are not secure. No service was started."},
+    {"GetAdaptersInfo failed ", "with error: NUMBER\tNo adapter could be looked at."},
+    {"   Creating Task ", "Name [NAME] for Process [PATH].... FAILED\tThe task is not scheduled."},
+    {"   Deleting Task ", "Name [NAME].... FAILED\tThe task may still be scheduled.", "denied.\n"},
+    {"Starting Application ",
+     "NAME with command line ARGUMENTS....start failed!\tIt is not in the program's directory, or "
+     "does not start."},
+    {"Starting ", "NAME....start failed!\tIt "},  // and why
+    {"Disabling Service ",
+     "NAME....Disable failed!\tIt is not installed, or the program had no right to it."},
+};
+
+struct Log {
+    std::string bytes;
+    std::set<std::string> findings{};
+    bool readable = true;
+};
+
+// Of a run in which a few more items fail.
+Log LogOf(test::Course course, std::mt19937& random) {
+    const std::string asBefore =
+        " either: it runs on as it was, or is not installed, or the program had no right to it.";
+    std::set<std::string> findings;
+    std::vector<test::LogItem> items = ItemsOf(course);
+    for (std::size_t index = 0; index < items.size(); ++index) {
+        const std::string text = test::Unmarked(items[index].text);
+        const auto* const trouble = std::ranges::find_if(Troubles, [&](const Trouble& each) {
+            return text.starts_with(each.begin) && text.ends_with(each.end);
+        });
+        if (trouble == std::end(Troubles)) {
+            continue;
+        }
+        if (!items[index].ends.empty()) {
+            // In a first run there is no file to delete before it is copied; in later ones only
+            // their being secured shows that some directories exist.
+            const bool alone = course.configured ? items[index].kind != test::ItemKind::Securing
+                                                 : !trouble->begin.starts_with("Copying");
+            if (alone && random() % 40 == 0) {
+                course.verdicts.emplace_back(text, Bad);
+                items = ItemsOf(course);  // others may follow
+            }
+            if (items[index].verdict != Bad) {
+                continue;
+            }
+        }
+        std::string finding(trouble->begin.substr(trouble->begin.find_first_not_of(' ')));
+        finding += trouble->rest;
+        if (trouble->begin == "Starting ") {
+            const auto stop = std::ranges::find(
+                items, "Stopping " + text.substr(trouble->begin.size()), &test::LogItem::text);
+            if (stop == items.end()) {
+                finding += "does not start, or is not installed, or runs already.";
+            } else if (stop->verdict == Good) {
+                finding += "was stopped and does not start again.";
+            } else {
+                finding += "did not stop before" + asBefore;
+                findings.insert("Stopping NAME....stop failed!\tIt did not start later" + asBefore);
+            }
+        }
+        findings.insert(finding);
     }
-    return log.replace(at, from.size(), to);
+    return {LogOf(course), findings};
 }
 
-std::string Before(const std::string& log, const std::string& text) {
-    return log.substr(0, log.find(text));
+Log AnyLog(std::mt19937& random) {
+    const std::vector<test::Course> courses = {
+        {.actions = 8},
+        {.actions = 16},
+        {.adapterError = "8"},
+        {.taskError = "0x80070005, (null), Access is denied."},
+        {.verdicts = test::NothingRuns},
+        {.verdicts = {{"Stopping Ardex", Bad}, {"Stopping Tarsel ", Bad}}, .startupTask = true},
+        {.adapters = {L"TarselQZ311"}},
+        {.verdicts = test::RunsAfterARun(), .configured = true},  // usually
+    };
+    return LogOf(courses[std::min<std::size_t>(random() % 16, courses.size() - 1)], random);
 }
 
 std::string Utf16(std::string_view log) {
@@ -66,119 +141,90 @@ std::string Utf16(std::string_view log) {
     return bytes;
 }
 
-std::string Repeated(const std::string& text, std::size_t size) {
+// Of a run, as it may have been captured.
+Log CapturedLog(std::mt19937& random) {
+    const std::string good = test::LogOf({.configured = true});
+    const std::string noEnd = "The log's end is missing: the run, or its capture, was cut off.\t";
+    Log log = AnyLog(random);
+    switch (random() % 25) {
+        case 0:
+            return {Utf16(log.bytes), log.findings};
+        case 1:
+            return {AnyLog(random).bytes + log.bytes, log.findings};
+        case 2:
+            log.findings.insert("The log's beginning is missing.\t");
+            return {log.bytes.erase(0, test::LogBegin.size()), log.findings};
+        case 3:
+            return {good.substr(0, good.find("SecureFilesDirectories")), {noEnd}};
+        case 4:
+            return {good.substr(0, good.rfind("started")),
+                    {noEnd,
+                     "Starting NAME....\tThere is no verdict: the run, or this step, was cut off "
+                     "here."}};
+        case 5:
+            return {std::string(good).replace(good.find("Setting DACLs"), 2, "\x01\xFF")};
+        case 6:
+            return {{}, {}, false};
+        case 7:
+            return {"\r\n", {}, false};
+        case 8:
+            return {std::string("MZ\x90\0\x03\0\0\0\x04\0\0\0\xFF\xFF", 14), {}, false};
+        case 9:
+            return {"Volume in drive C has no label.\r\n", {}, false};
+        default:
+            return log;
+    }
+}
+
+std::string Repeated(const std::string& text) {
+    constexpr std::size_t Huge = 200'000'000;
     std::string repeated;
-    repeated.reserve(size + text.size());
-    while (repeated.size() < size) {
+    repeated.reserve(Huge + text.size());
+    while (repeated.size() < Huge) {
         repeated += text;
     }
     return repeated;
 }
 
-struct Kind {
-    std::function<std::string()> log;
-    std::vector<std::string> findings{};
-    bool readable = true;
-};
-
-// What every hundred has, and what exists once.
-std::vector<Kind> Kinds(const std::filesystem::path& kept) {
-    std::string first = test::FileText(kept / "first-installation.log").value();
-    std::string later = test::FileText(kept / "reinstallation.log").value();
-    std::string insecure = test::FileText(kept / "insecure-machine.log").value();
-    const std::string ardex = "Starting Ardex....";
-    std::string withoutArdex = Replaced(later, ardex + "started", ardex + "start failed!");
-    return {
-        {[=] { return first; }},
-        {[=] { return later; }},
-        {[=] { return withoutArdex; }, {NoStartAfterStop}},
-        {[=] { return Replaced(first, ardex + "started", ardex + "start failed!"); },
-         {NoStartWithoutStop, NoStop}},
-        {[=] {
-             return Replaced(withoutArdex, "Starting Tarsel Metrics Service....started",
-                             "Starting Tarsel Metrics Service....start failed!");
-         },
-         {NoStartAfterStop}},
-        {[=] { return insecure; }, {Link, Insecure}},
-        {[=] { return Before(later, "SecureFilesDirectories"); }, {NoEnd}},
-        {[=] { return Before(later, "started\r\nStarting Tarsel Metrics"); }, {NoVerdict, NoEnd}},
-        {[=] { return Replaced(later, "FIRST RUN - START", ""); }, {NoBeginning}},
-        {[=] {
-             return Replaced(first, ".exe]....\n     ====> SUCCESS",
-                             ".exe]....\n     ====> CreateScheduledTask:[_com_error] Exception "
-                             "0x80070005, (null), Zugriff verweigert.\n     ====> FAILED");
-         },
-         {NoTask}},
-        {[=] {
-            return Replaced(later, "Setting DACLs on File", "\x01\xFFtting DACLs on Fi\x02e");
-        }},
-        {[=] { return Utf16(later); }},
-        {[=] { return Utf16(withoutArdex); }, {NoStartAfterStop}},
-        {[=] { return withoutArdex + first; }},
-        {[=] { return later + insecure; }, {Link, Insecure}},
-        {[] { return std::string(); }, {}, false},
-        {[=] { return Before(first, "FIRST RUN"); }, {}, false},
-        {[] { return std::string("MZ\x90\0\x03\0\0\0\x04\0\0\0\xFF\xFF", 14); }, {}, false},
-        {[] { return std::string("Volume in drive C has no label.\r\n"); }, {}, false},
-    };
-}
-
-std::vector<Kind> HugeKinds(const std::filesystem::path& kept) {
-    std::string first = test::FileText(kept / "first-installation.log").value();
-    std::string insecure = test::FileText(kept / "insecure-machine.log").value();
-    return {
-        {[=] { return Repeated(first, Huge) + insecure; }, {Link, Insecure}},
-        {[=] { return Repeated(insecure, Huge) + first; }},
-        {[] { return test::LogBegin + Repeated("of the companion\r\n", Huge) + test::LogEnd; },
-         {},
-         false},
-        {[] { return std::string(Huge, '\xCC'); }, {}, false},
-    };
-}
-
-void Write(const std::filesystem::path& directory, const std::filesystem::path& sources,
-           std::size_t count) {
-    const std::filesystem::path kept = sources / "tests/tools/logs";
-    const std::vector<Kind> kinds = Kinds(kept);
-    const std::vector<Kind> hugeKinds = count < Many ? std::vector<Kind>() : HugeKinds(kept);
-    std::map<std::string, std::size_t> sum = {
-        {"read", 0}, {"in order", 0}, {"needing attention", 0}, {"not readable", 0}};
-    std::map<std::string, std::size_t> findings;
+void Write(const std::filesystem::path& directory, std::size_t count) {
+    std::mt19937 random;  // the same numbers each time
+    const Log good = {test::LogOf({})};
+    const Log bad = LogOf({.verdicts = {{"Verifying Children ", Bad}}}, random);
+    std::map<std::string, std::size_t> numbers;
     for (std::size_t index = 0; index < count; ++index) {
-        const Kind& kind =
-            index < hugeKinds.size() ? hugeKinds[index] : kinds[index * index / 7 % kinds.size()];
+        constexpr std::size_t Many = 1000;
+        const Log log =
+            count < Many || index > 3 ? CapturedLog(random)
+            : index == 0              ? Log{Repeated(good.bytes) + bad.bytes, bad.findings}
+            : index == 1              ? Log{Repeated(bad.bytes) + good.bytes}
+            : index == 2
+                ? Log{test::LogBegin + Repeated("of the companion\r\n") + test::LogEnd, {}, false}
+                : Log{Repeated("\xCC"), {}, false};
         constexpr const char* Versions[] = {"win10-22H2", "win11-23H2", "win11-24H2"};
         test::PutFile(directory / "logs" / Versions[index % 3] /
                           ("PC-" + std::to_string(10'000 + index) + ".log"),
-                      kind.log());
-        ++sum[kind.readable ? "read" : "not readable"];
-        if (kind.readable) {
-            ++sum[kind.findings.empty() ? "in order" : "needing attention"];
+                      log.bytes);
+        ++numbers[log.readable ? "read" : "not readable"];
+        if (log.readable) {
+            ++numbers[log.findings.empty() ? "in order" : "needing attention"];
         }
-        for (const std::string& finding : kind.findings) {
-            ++findings[finding];
+        for (const std::string& finding : log.findings) {
+            ++numbers[finding];
         }
     }
-    std::ostringstream expected;
-    for (const char* name : {"read", "in order", "needing attention", "not readable"}) {
-        expected << sum[name] << '\t' << name << '\n';
+    std::string expected;
+    for (const auto& [name, logs] : numbers) {
+        expected += std::to_string(logs) + '\t' + name + '\n';
     }
-    for (const auto& [finding, logs] : findings) {
-        expected << logs << '\t' << finding << '\n';
-    }
-    test::PutFile(directory / "expected", expected.str());
+    test::PutFile(directory / "expected", expected);
 }
 
 }  // namespace
 
-#ifdef _WIN32
 int wmain(int argumentCount, wchar_t* arguments[]) {
-#else
-int main(int argumentCount, char* arguments[]) {
-#endif
-    if (argumentCount != 4) {
+    if (argumentCount != 3) {
         return 2;
     }
-    Write(arguments[1], arguments[2], std::stoul(arguments[3]));
+    Write(arguments[1], std::stoul(arguments[2]));
     return 0;
 }

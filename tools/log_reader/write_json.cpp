@@ -2,8 +2,13 @@
 #include "log_reader/unicode.h"
 #include "log_reader/writers.h"
 
+#include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <limits>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -14,39 +19,48 @@ namespace reader {
 
 namespace {
 
-// The characters of a log that need no escape.
-constexpr std::array<bool, 256> Plain = [] {
-    std::array<bool, 256> plain{};
-    for (std::size_t code = ' '; code < '\x7F'; ++code) {
-        plain[code] = code != '"' && code != '\\';
+constexpr std::string_view Digits = "0123456789abcdef";
+
+// A character in a JSON string: itself, or its escape.
+struct Escaped {
+    static constexpr std::uint8_t Longest = 6;
+
+    std::array<char, Longest + 1> text{};  // with the size, eight bytes
+    std::uint8_t size = 1;
+};
+
+// The characters of a log.
+constexpr std::array<Escaped, 256> Characters = [] {
+    std::array<Escaped, 256> characters{};
+    for (std::size_t code = 0; code < characters.size(); ++code) {
+        const char character = static_cast<char>(code);
+        if (character == '"' || character == '\\') {
+            characters[code] = {{'\\', character}, 2};
+        } else if (character >= ' ' && character < '\x7F') {
+            characters[code] = {{character}, 1};
+        } else {
+            characters[code] = {
+                {'\\', 'u', '0', '0', Digits[code / Digits.size()], Digits[code % Digits.size()]},
+                Escaped::Longest};
+        }
     }
-    return plain;
+    return characters;
 }();
 
-// In ASCII.
+// In ASCII. It writes straight into memory, since appending single characters takes most of the
+// time.
 class JsonWriter {
 public:
     // On one line, or one line per item.
-    explicit JsonWriter(bool oneLine) : oneLine_(oneLine) {
-        constexpr std::size_t Usual = 0x4000;
-        json_.reserve(Usual);
-    }
+    explicit JsonWriter(bool oneLine) : oneLine_(oneLine) {}
 
     // The log's bytes are the first 256 Unicode characters.
     void Text(std::string_view text) {
-        json_ += '"';
-        const char* begin = text.data();  // of what needs no escape
-        const char* const end = begin + text.size();
-        for (const char* at = begin; at != end; ++at) {
-            const auto code = static_cast<unsigned char>(*at);
-            if (!Plain[code]) {
-                json_.append(begin, at);
-                Escape(code);
-                begin = at + 1;
-            }
+        char* to = Open(text.size());
+        for (const char character : text) {
+            to = Put(to, static_cast<unsigned char>(character));
         }
-        json_.append(begin, end);
-        json_ += '"';
+        Close(to);
     }
 
     // A name in UTF-8.
@@ -56,138 +70,179 @@ public:
         constexpr char32_t SecondHalves = 0xDC00;
         constexpr unsigned BitsOfHalf = 10;
         constexpr char32_t MaskOfHalf = 0x3FF;
-        json_ += '"';
+        char* to = Open(name.size());
         while (const std::optional<char32_t> character = TakeUtf8(name)) {
-            if (*character >= FirstOfPairs) {
-                Escape(FirstHalves + ((*character - FirstOfPairs) >> BitsOfHalf));
-                Escape(SecondHalves + (*character & MaskOfHalf));
-            } else if (*character < Plain.size() && Plain[*character]) {
-                json_ += static_cast<char>(*character);
+            if (*character < Characters.size()) {
+                to = Put(to, *character);
+            } else if (*character < FirstOfPairs) {
+                to = PutUnit(to, *character);
             } else {
-                Escape(*character);
+                to = PutUnit(to, FirstHalves + ((*character - FirstOfPairs) >> BitsOfHalf));
+                to = PutUnit(to, SecondHalves + (*character & MaskOfHalf));
             }
         }
-        json_ += '"';
+        Close(to);
     }
 
-    // Of letters that stand for themselves.
-    void Key(std::string_view name) {
-        json_ += '"';
-        json_ += name;
-        json_ += "\": ";
-    }
-
-    void Number(std::string_view name, std::size_t number) {
-        Key(name);
-        json_ += std::to_string(number);
-    }
-
-    void Text(std::string_view name, std::string_view text) {
-        Key(name);
-        Text(text);
+    void Number(std::size_t number) {
+        constexpr std::size_t MostDigits = std::numeric_limits<std::size_t>::digits10 + 1;
+        char* const to = Room(MostDigits);
+        End(std::to_chars(to, to + MostDigits, number).ptr);
     }
 
     template <typename Elements, typename Write>
-    void Array(std::string_view name, const Elements& elements, const Write& write) {
-        Key(name);
-        json_ += '[';
+    void Array(const Elements& elements, const Write& write) {
+        Raw("[");
         bool first = true;
         for (const auto& element : elements) {
-            Raw(first ? "" : ", ");
+            if (!first) {
+                Raw(", ");
+            }
             write(element);
             first = false;
         }
-        json_ += ']';
+        Raw("]");
     }
 
     template <typename Strings>
-    void Texts(std::string_view name, const Strings& texts) {
-        Array(name, texts, [this](std::string_view text) { Text(text); });
+    void Texts(const Strings& texts) {
+        Array(texts, [this](std::string_view text) { Text(text); });
     }
 
-    void Raw(std::string_view text) { json_ += text; }
+    template <std::size_t Size>
+    void Raw(const char (&text)[Size]) {
+        char* const to = Room(Size);
+        End(std::copy_n(text, Size - 1, to));
+    }
 
     // A line end, and the start of the next line.
-    void Break(std::string_view indent) {
+    template <std::size_t Size>
+    void Break(const char (&indent)[Size]) {
         if (!oneLine_) {
-            json_ += '\n';
-            json_ += indent;
+            Raw("\n");
+            Raw(indent);
         }
     }
 
     // Between the members of the report.
     void Comma() {
-        json_ += oneLine_ ? ", " : ",";
-        Break("  ");
+        if (oneLine_) {
+            Raw(", ");
+        } else {
+            Raw(",\n  ");
+        }
     }
 
-    std::string Take() { return std::move(json_); }
+    std::string Take() {
+        json_.resize(size_);
+        return std::move(json_);
+    }
 
 private:
-    void Escape(char32_t code) {
-        constexpr std::string_view Digits = "0123456789abcdef";
-        if (code == '"' || code == '\\') {
-            json_ += '\\';
-            json_ += static_cast<char>(code);
-            return;
+    // Room for so many more characters; End says up to where it is used.
+    char* Room(std::size_t characters) {
+        if (json_.size() - size_ < characters) {
+            json_.resize(2 * json_.size() + characters);
         }
-        json_ += "\\u";
-        for (const unsigned shift : {12U, 8U, 4U, 0U}) {
-            json_ += Digits[code >> shift & (Digits.size() - 1)];
-        }
+        return &json_[size_];
     }
 
+    void End(const char* to) { size_ = static_cast<std::size_t>(to - json_.data()); }
+
+    // Opens a string of at most so many characters.
+    char* Open(std::size_t characters) {
+        char* const to = Room(Escaped::Longest * characters + sizeof(Escaped));
+        *to = '"';
+        return to + 1;
+    }
+
+    void Close(char* to) {
+        *to = '"';
+        End(to + 1);
+    }
+
+    // Copies all of it, which is one instruction, and counts its size.
+    static char* Put(char* to, char32_t code) {
+        const Escaped& escaped = Characters[code];
+        std::memcpy(to, &escaped, sizeof escaped);
+        return to + escaped.size;
+    }
+
+    static char* PutUnit(char* to, char32_t unit) {
+        *to++ = '\\';
+        *to++ = 'u';
+        for (const unsigned shift : {12U, 8U, 4U, 0U}) {
+            *to++ = Digits[unit >> shift & (Digits.size() - 1)];
+        }
+        return to;
+    }
+
+    static constexpr std::size_t Usual = 0x4000;
+
     bool oneLine_;
-    std::string json_{};
+    std::string json_ = std::string(Usual, '\0');  // of which so many characters are used:
+    std::size_t size_ = 0;
 };
 
 void Write(JsonWriter& json, const Item& item) {
     json.Break("    ");
-    json.Raw("{");
-    json.Number("line", item.line);
-    json.Raw(", ");
-    json.Text("judgement", NameOf(item.judgement));
-    json.Raw(", ");
-    json.Text("verdict", item.verdict);
-    json.Raw(", ");
-    json.Text("reason", item.reason);
-    json.Raw(", ");
-    json.Texts("names", item.names);
-    json.Raw(", ");
-    json.Text("text", item.text);
+    json.Raw(R"({"line": )");
+    json.Number(item.line);
+    json.Raw(R"(, "judgement": )");
+    json.Text(NameOf(item.judgement));
+    json.Raw(R"(, "verdict": )");
+    json.Text(item.verdict);
+    json.Raw(R"(, "reason": )");
+    json.Text(item.reason);
+    json.Raw(R"(, "names": )");
+    json.Texts(item.names);
+    json.Raw(R"(, "text": )");
+    json.Text(item.text);
     json.Raw("}");
 }
 
 void Write(JsonWriter& json, const Section& section) {
     json.Break("   ");
-    json.Raw("{");
-    json.Number("line", section.line);
-    json.Raw(", ");
-    json.Text("title", section.title);
-    json.Raw(", ");
-    json.Array("items", section.items, [&](const Item& item) { Write(json, item); });
+    json.Raw(R"({"line": )");
+    json.Number(section.line);
+    json.Raw(R"(, "title": )");
+    json.Text(section.title);
+    json.Raw(R"(, "items": )");
+    json.Array(section.items, [&](const Item& item) { Write(json, item); });
     json.Raw("}");
 }
 
 void Write(JsonWriter& json, const Report& report) {
-    json.Key("attention");
-    json.Raw(NeedsAttention(report) ? "true" : "false");
+    json.Raw(R"("attention": )");
+    if (NeedsAttention(report)) {
+        json.Raw("true");
+    } else {
+        json.Raw("false");
+    }
     json.Comma();
-    json.Text("summary", Summary(report));
+    json.Raw(R"("summary": )");
+    json.Text(Summary(report));
     json.Comma();
-    json.Number("ok", Count(report, Judgement::Fine));
+    json.Raw(R"("ok": )");
+    json.Number(Count(report, Judgement::Fine));
     json.Comma();
-    json.Number("expected", Count(report, Judgement::Expected));
+    json.Raw(R"("expected": )");
+    json.Number(Count(report, Judgement::Expected));
     json.Comma();
-    json.Number("attention_items", Count(report, Judgement::Attention));
+    json.Raw(R"("attention_items": )");
+    json.Number(Count(report, Judgement::Attention));
     json.Comma();
-    json.Number("unknown", Count(report, Judgement::Unknown));
+    json.Raw(R"("unknown": )");
+    json.Number(Count(report, Judgement::Unknown));
     json.Comma();
-    json.Texts("findings", report.findings);
+    json.Raw(R"("findings": )");
+    json.Texts(report.findings);
     json.Comma();
-    json.Texts("notes", report.notes);
+    json.Raw(R"("notes": )");
+    json.Texts(report.notes);
     json.Comma();
-    json.Array("sections", report.sections, [&](const Section& section) { Write(json, section); });
+    json.Raw(R"("sections": )");
+    json.Array(report.sections, [&](const Section& section) { Write(json, section); });
     json.Break("");
     json.Raw("}\n");
 }
@@ -204,8 +259,7 @@ std::string WriteJson(const Report& report) {
 
 std::string WriteJsonLine(std::string_view path, const Report& report) {
     JsonWriter json(/*oneLine=*/true);
-    json.Raw("{");
-    json.Key("path");
+    json.Raw(R"({"path": )");
     json.Name(path);
     json.Comma();
     Write(json, report);
@@ -214,11 +268,11 @@ std::string WriteJsonLine(std::string_view path, const Report& report) {
 
 std::string WriteJsonLine(std::string_view path, std::string_view error) {
     JsonWriter json(/*oneLine=*/true);
-    json.Raw("{");
-    json.Key("path");
+    json.Raw(R"({"path": )");
     json.Name(path);
     json.Comma();
-    json.Text("error", error);
+    json.Raw(R"("error": )");
+    json.Text(error);
     json.Raw("}\n");
     return json.Take();
 }
