@@ -173,7 +173,8 @@ std::vector<std::wstring> FilesOf(const std::wstring& version,
                                        L"ProductService.exe", L"Quitline.exe",
                                        L"Unfinaset.exe",      L"VxIdleTask.exe",
                                        L"ZEFIR.exe",          L"finaset-verify.exe",
-                                       L"finaset.log",        L"ReleaseNotes-" + version + L".txt"};
+                                       L"finaset.log",        L"ReleaseNotes-" + version + L".txt",
+                                       L"THIRD-PARTY-NOTICES.txt"};
     files.insert(files.end(), others.begin(), others.end());
     std::ranges::sort(files);
     return files;
