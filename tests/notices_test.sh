@@ -44,7 +44,7 @@ check() {
                 ;;
             libpthread.a) expect "$1" "$library" 'Copyright: 2010 Lockless Inc.' ;;
             libmingwex.a) expect "$1" "$library" 'LUCENT DISCLAIMS ALL WARRANTIES' ;;
-            libmingw32.a | libmsvcrt.a | libmoldname.a | crt2*.o | lib*32.a | libuuid.a | libwinspool.a)
+            libmingw32.a | libmsvcrt.a | libmoldname.a | crt2*.o | dllcrt2.o | lib*32.a | libuuid.a | libwinspool.a)
                 expect "$1" "$library" 'the mingw-w64 project' 'Redistributions in binary form'
                 ;;
             *)

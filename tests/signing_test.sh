@@ -41,7 +41,7 @@ expect() {
     done
 }
 
-expect "$signed" Finaset.exe finaset-log.exe finaset-verify.exe
+expect "$signed" Finaset.exe finaset-actions.dll finaset-log.exe finaset-verify.exe
 cd "$signed"
 expect "$signed" Finaset-*.msi Finaset-*-setup.exe
 msiextract --directory "$work/msi" Finaset-*.msi >/dev/null
