@@ -16,6 +16,11 @@ RequestExecutionLevel admin
 !define PARAMETERS_KEY \
     "SYSTEM\CurrentControlSet\Services\Tarsel Nimbus Network Service\Parameters"
 
+!ifdef SIGN  ; a script that signs the file
+!finalize '"${SIGN}" "%1"' = 0
+!uninstfinalize '"${SIGN}" "%1"' = 0
+!endif
+
 Name "${PRODUCT}"
 OutFile "${OUTPUT}"
 ShowInstDetails show
@@ -97,6 +102,7 @@ Section
     File "${PAYLOAD}/Unfinaset.exe"
     File "${PAYLOAD}/ProductService.exe"
     File "${PAYLOAD}/ReleaseNotes-${VERSION}.txt"
+    File "${PAYLOAD}/THIRD-PARTY-NOTICES.txt"  ; what the statically linked libraries ask for
 
     ; From here Finaset copies the configuration files to the product's data.
     SetOutPath "${DRIVER_DIRECTORY}"
@@ -164,6 +170,7 @@ Section Uninstall
     Delete "$INSTDIR\Unfinaset.exe"
     Delete "$INSTDIR\ProductService.exe"
     Delete "$INSTDIR\ReleaseNotes-${VERSION}.txt"
+    Delete "$INSTDIR\THIRD-PARTY-NOTICES.txt"
     Delete "$INSTDIR\Uninstall.exe"
     RMDir "$INSTDIR"
     RMDir "$PROGRAMFILES64\Tarsel"

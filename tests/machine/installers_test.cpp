@@ -169,11 +169,17 @@ std::vector<std::wstring> FilesIn(const std::filesystem::path& directory) {
 // What a version installs in the program's directory, with the log.
 std::vector<std::wstring> FilesOf(const std::wstring& version,
                                   const std::vector<std::wstring>& others) {
-    std::vector<std::wstring> files = {L"BriskoLU.exe",       L"Finaset.exe",
-                                       L"ProductService.exe", L"Quitline.exe",
-                                       L"Unfinaset.exe",      L"VxIdleTask.exe",
-                                       L"ZEFIR.exe",          L"finaset-verify.exe",
-                                       L"finaset.log",        L"ReleaseNotes-" + version + L".txt"};
+    std::vector<std::wstring> files = {L"BriskoLU.exe",
+                                       L"Finaset.exe",
+                                       L"ProductService.exe",
+                                       L"Quitline.exe",
+                                       L"Unfinaset.exe",
+                                       L"VxIdleTask.exe",
+                                       L"ZEFIR.exe",
+                                       L"finaset-verify.exe",
+                                       L"finaset.log",
+                                       L"ReleaseNotes-" + version + L".txt",
+                                       L"THIRD-PARTY-NOTICES.txt"};
     files.insert(files.end(), others.begin(), others.end());
     std::ranges::sort(files);
     return files;
