@@ -3,9 +3,12 @@
 
 #include "machine/machine.h"
 #include "shared/owner.h"
+#include "support/call_log.h"
 #include "support/expected_log.h"
 #include "support/file_contents.h"
 #include "support/installed_service.h"
+#include "support/on_wine.h"
+#include "support/registry_contents.h"
 
 #include <windows.h>
 
@@ -21,6 +24,7 @@
 #include <map>
 #include <ostream>
 #include <set>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -76,16 +80,26 @@ void PrintTo(const Installer& installer, std::ostream* out) {
     *out << installer.name;
 }
 
+// Those for tests, whose verifier knows that Wine makes access control lists up.
 std::wstring Package(const std::wstring& version, const std::wstring& ending) {
-    return L"\"" + BesideThisProgram(L"Finaset-" + version + ending) + L"\"";
+    return L"\"" + BesideThisProgram(L"Finaset-trial-" + version + ending) + L"\"";
+}
+
+// Windows Installer's own log.
+constexpr wchar_t MsiLog[] = L"C:\\msi.log";
+
+DWORD RunMsi(const std::wstring& action, const std::wstring& package,
+             const std::wstring& arguments = {}) {
+    return RunToEnd(L"msiexec.exe " + action + L' ' + package + L" /qn /norestart /l*v " + MsiLog +
+                    L' ' + arguments);
 }
 
 DWORD InstallMsi(const std::wstring& version, const std::wstring& arguments) {
-    return RunToEnd(L"msiexec.exe /i " + Package(version, L".msi") + L" /qn " + arguments);
+    return RunMsi(L"/i", Package(version, L".msi"), arguments);
 }
 
 DWORD UninstallMsi(const std::wstring& version) {
-    return RunToEnd(L"msiexec.exe /x " + Package(version, L".msi") + L" /qn");
+    return RunMsi(L"/x", Package(version, L".msi"));
 }
 
 DWORD InstallNsis(const std::wstring& version, const std::wstring& arguments) {
@@ -154,12 +168,15 @@ std::vector<std::wstring> InstalledVersions() {
     return versions;
 }
 
-// The files in a directory, sorted, but for the stand-ins' own records.
+// The files in a directory, sorted, but for the stand-ins' own records and the logs of other runs.
 std::vector<std::wstring> FilesIn(const std::filesystem::path& directory) {
     std::vector<std::wstring> files;
     for (const auto& entry : std::filesystem::directory_iterator(directory)) {
-        if (entry.path().extension() != L".started") {
-            files.push_back(entry.path().filename());
+        const std::wstring name = entry.path().filename();
+        if (!name.ends_with(L".started") &&
+            (name == L"finaset.log" || !name.starts_with(L"finaset-") ||
+             !name.ends_with(L".log"))) {
+            files.push_back(name);
         }
     }
     std::ranges::sort(files);
@@ -200,7 +217,17 @@ std::map<std::wstring, std::string> ConfigurationOf(const std::wstring& version)
 
 class Installers : public testing::TestWithParam<Installer> {
 protected:
-    Installers() { std::filesystem::remove_all(VendorDirectory()); }
+    Installers() {
+        std::filesystem::remove_all(VendorDirectory());
+        if (OnWine()) {
+            SetWindowsBuild(L"19045");  // Wine says 7601, which the installers refuse
+        }
+    }
+
+    static void SetWindowsBuild(const std::wstring& build) {
+        PutValue(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion",
+                 L"CurrentBuildNumber", TextValue(build));
+    }
 
     void TearDown() override {
         for (const std::wstring& version : InstalledVersions()) {
@@ -308,12 +335,232 @@ TEST_P(Installers, RemoveWhatTheyInstalledAndLeaveTheProductsData) {
 
 INSTANTIATE_TEST_SUITE_P(All, Installers, testing::Values(Msi, Nsis), NameOf);
 
-class MsiInstaller : public Installers {};
+class MsiInstaller : public Installers {
+protected:
+    // The product is not installed, and nothing of it runs. Its logs and data stay.
+    void ExpectNotInstalled() const {
+        EXPECT_THAT(InstalledVersions(), IsEmpty());
+        EXPECT_THAT(ServiceStates(), Each(testing::Pair(testing::_, NotThere)));
+        EXPECT_FALSE(std::filesystem::exists(machine.ProgramDirectory() / L"ZEFIR.exe"));
+        EXPECT_THAT(machine.Describe().applications, IsEmpty());
+        EXPECT_THAT(machine.Describe().tasks, Not(Contains(L"VxIdle Task")));
+    }
+
+    // The lines of Windows Installer's log that the product's actions have written.
+    [[nodiscard]] static std::vector<std::string> LinesOfActions() {
+        // In UTF-16.
+        const std::string bytes = FileText(MsiLog).value();
+        std::string text;
+        for (std::size_t index = 0; index + 1 < bytes.size(); index += 2) {
+            text += bytes[index + 1] == '\0' ? bytes[index] : '?';
+        }
+        std::vector<std::string> lines;
+        std::istringstream stream(text);
+        for (std::string line; std::getline(stream, line);) {
+            const std::size_t start = line.find("Finaset: ");
+            if (start != std::string::npos) {
+                lines.push_back(line.substr(start, line.find('\r') - start));
+            }
+        }
+        return lines;
+    }
+};
 
 TEST_P(MsiInstaller, RefusesToReplaceALaterVersion) {
     ASSERT_EQ(Install(NextVersion), 0U);
     EXPECT_EQ(Install(Version), DWORD{ERROR_INSTALL_FAILURE});
     ExpectInstalled(NextVersion);
+}
+
+TEST_P(MsiInstaller, WritesEachLineOfTheLogIntoWindowsInstallersOwn) {
+    ASSERT_EQ(Install(Version), 0U);
+    std::vector<std::string> expected;
+    std::istringstream log(Log());
+    for (std::string line; std::getline(log, line);) {
+        line.erase(line.find_last_not_of("\r\n") + 1);
+        if (!line.empty()) {
+            expected.push_back("Finaset: " + line);
+        }
+    }
+    const std::vector<std::string> lines = LinesOfActions();
+    const auto first = std::ranges::find(lines, "Finaset: FIRST RUN - START");
+    const auto last = std::ranges::find(lines, "Finaset: FIRST RUN - FINISHED");
+    ASSERT_NE(last, lines.end());
+    // In it a byte that is not ASCII is another one.
+    std::vector<std::string> found(first, last + 1);
+    for (std::vector<std::string>* each : {&expected, &found}) {
+        for (std::string& line : *each) {
+            std::ranges::replace_if(
+                line, [](char character) { return character < 0; }, '?');
+        }
+    }
+    EXPECT_EQ(found, expected);
+}
+
+TEST_P(MsiInstaller, LeavesNothingBehindWhenItFailsAndSucceedsTheNextTime) {
+    EXPECT_EQ(Install(Version, L"FAIL=1"), DWORD{ERROR_INSTALL_FAILURE});
+    EXPECT_THAT(machine.StartsOf(L"BriskoLU.exe"), SizeIs(1));  // it had come as far as that
+    ExpectNotInstalled();
+
+    EXPECT_EQ(Install(Version), 0U);
+    ExpectInstalled(Version);
+    EXPECT_EQ(Log(), LogOf(Installation(/*first=*/false)));
+    EXPECT_THAT(machine.StartsOf(L"BriskoLU.exe"), SizeIs(2));
+}
+
+TEST_P(MsiInstaller, StartsWhatRanAgainWhenARepairFails) {
+    ASSERT_EQ(Install(Version), 0U);
+    EXPECT_EQ(Install(Version, GetParam().repair + L" FAIL=1"), DWORD{ERROR_INSTALL_FAILURE});
+    ExpectInstalled(Version);
+}
+
+// A companion of a version whose log nobody else could rename.
+TEST_P(MsiInstaller, RunsTheProgramThoughAnEarlierCompanionHasTheLogOpen) {
+    machine.InstallProgram(L"stand_in_companion.exe", L"BriskoLU.exe");
+    SECURITY_ATTRIBUTES inheritable = {sizeof(inheritable), nullptr, TRUE};
+    {
+        const Utils::FileHandle log(
+            ::CreateFileW((machine.ProgramDirectory() / L"finaset.log").c_str(), GENERIC_WRITE,
+                          FILE_SHARE_READ, &inheritable, CREATE_ALWAYS, 0, nullptr));
+        ASSERT_EQ(machine.Run(L"/START", log.Get()), 0U);
+    }
+    ASSERT_THAT(machine.Describe().applications, ElementsAre(L"BriskoLU.exe"));
+
+    EXPECT_EQ(Install(Version), 0U);
+    EXPECT_EQ(Log(), LogOf(Installation(/*first=*/true)));
+    ExpectInstalled(Version);
+}
+
+TEST_P(MsiInstaller, KeepsTheLogsOfEarlierRuns) {
+    ASSERT_EQ(Install(Version), 0U);
+    const std::string first = Log();
+    ASSERT_EQ(Install(Version, GetParam().repair), 0U);
+    EXPECT_EQ(FileText(machine.ProgramDirectory() / L"finaset-1.log"), first);
+    EXPECT_TRUE(std::filesystem::exists(machine.ProgramDirectory() / L"finaset-stop.log"));
+    EXPECT_TRUE(std::filesystem::exists(machine.ProgramDirectory() / L"finaset-verify.log"));
+}
+
+TEST_P(MsiInstaller, FailsOnAnInsecureMachineUnlessToldNotToVerify) {
+    PutFile(L"C:\\victim", "victim");
+    const std::filesystem::path link = Machine::DataDirectory() / L"Nimbus\\link";
+    std::filesystem::create_directories(link.parent_path());
+    ASSERT_TRUE(::CreateHardLinkW(link.c_str(), L"C:\\victim", nullptr));
+
+    EXPECT_EQ(Install(Version), DWORD{ERROR_INSTALL_FAILURE});
+    ExpectNotInstalled();
+    EXPECT_THAT(
+        LinesOfActions(),
+        Contains(testing::AllOf(testing::HasSubstr("DIFFERS  directory"),
+                                testing::HasSubstr("C:\\ProgramData\\Tarsel\\Nimbus\\link"))));
+    EXPECT_EQ(Install(Version, L"FINASET_VERIFY=0"), 0U);
+    EXPECT_THAT(InstalledVersions(), ElementsAre(Version));
+    std::filesystem::remove(L"C:\\victim");
+}
+
+// On Wine, none is: it makes up the access control lists that are read.
+TEST_P(MsiInstaller, ShippedAsItIsInstallsOnAMachineThatItsVerifierFindsInOrder) {
+    const std::wstring package = L'"' + BesideThisProgram(L"Finaset-" + Version + L".msi") + L'"';
+    if (OnWine()) {
+        EXPECT_EQ(RunMsi(L"/i", package), DWORD{ERROR_INSTALL_FAILURE});
+        ExpectNotInstalled();
+        EXPECT_THAT(LinesOfActions(), Contains(testing::HasSubstr(" 4 DIFFERS, 0 UNKNOWN")));
+        EXPECT_EQ(RunMsi(L"/i", package, L"FINASET_VERIFY=0"), 0U);
+    } else {
+        EXPECT_EQ(RunMsi(L"/i", package), 0U);
+    }
+    ExpectInstalled(Version);
+    EXPECT_EQ(RunMsi(L"/x", package), 0U);
+}
+
+TEST_P(MsiInstaller, RunsNothingIfTheDataDirectoryIsALink) {
+    std::filesystem::create_directory(L"C:\\elsewhere");
+    {
+        const DirectoryLink link(Machine::DataDirectory(), L"C:\\elsewhere");
+        EXPECT_EQ(Install(Version), DWORD{ERROR_INSTALL_FAILURE});
+    }
+    ExpectNotInstalled();
+    EXPECT_THAT(LinesOfActions(), Contains("Finaset: C:\\ProgramData\\Tarsel is a link"));
+    EXPECT_FALSE(std::filesystem::exists(machine.ProgramDirectory() / L"finaset.log"));
+    EXPECT_TRUE(std::filesystem::is_empty(L"C:\\elsewhere"));
+    std::filesystem::remove(L"C:\\elsewhere");
+}
+
+TEST_P(MsiInstaller, RunsNothingIfADataDirectoryBelongsToSomebodyElse) {
+    for (const std::filesystem::path& directory :
+         {Machine::DataDirectory(), Machine::DataDirectory() / L"Nimbus"}) {
+        std::filesystem::create_directories(directory);
+        if (!GiveToSomebodyElse(directory)) {
+            GTEST_SKIP() << "no directory can be given to somebody else here";
+        }
+        EXPECT_EQ(Install(Version), DWORD{ERROR_INSTALL_FAILURE});
+        EXPECT_THAT(LinesOfActions(),
+                    Contains("Finaset: " + Narrow(directory.wstring()) +
+                             " belongs neither to Administrators nor to Local System"));
+        EXPECT_FALSE(std::filesystem::exists(machine.ProgramDirectory() / L"finaset.log"));
+        std::filesystem::remove_all(Machine::DataDirectory());
+    }
+    ExpectNotInstalled();
+}
+
+TEST_P(MsiInstaller, DoesNotWaitForEverForAnApplicationThatDoesNotQuit) {
+    ASSERT_EQ(Install(Version), 0U);
+    const Utils::KernelHandle application =
+        machine.StartApplication(L"ZEFIR.exe", L"not the title to which a request to quit goes");
+    // Its file could not be replaced.
+    EXPECT_EQ(Install(Version, GetParam().repair), DWORD{ERROR_SUCCESS_REBOOT_REQUIRED});
+    EXPECT_FALSE(Ended(application, 0ms));
+    EXPECT_THAT(LinesOfActions(), Contains("Finaset: ZEFIR.exe does not quit"));
+    EXPECT_EQ(Log(), LogOf(Installation(/*first=*/false)));
+    ::TerminateProcess(application.Get(), 0);
+}
+
+TEST_P(MsiInstaller, EndsNobodyElsesCompanion) {
+    std::filesystem::create_directory(L"C:\\other");
+    std::filesystem::copy_file(BesideThisProgram(L"stand_in_companion.exe"),
+                               L"C:\\other\\BriskoLU.exe");
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION info = {};
+    ASSERT_TRUE(::CreateProcessW(L"C:\\other\\BriskoLU.exe", nullptr, nullptr, nullptr, FALSE,
+                                 DETACHED_PROCESS, nullptr, nullptr, &startup, &info));
+    const Utils::KernelHandle thread(info.hThread);
+    const Utils::KernelHandle other(info.hProcess);
+    EXPECT_EQ(Install(Version), 0U);
+    EXPECT_EQ(GetParam().uninstall(Version), 0U);
+    EXPECT_FALSE(Ended(other, 0ms));
+    ::TerminateProcess(other.Get(), 0);
+    EXPECT_TRUE(Ended(other, QuitLimit));
+    std::filesystem::remove_all(L"C:\\other");
+}
+
+TEST_P(MsiInstaller, ReplacesTheSameVersionOfAnotherPackage) {
+    ASSERT_EQ(Install(Version), 0U);
+    const std::wstring package = L'"' + BesideThisProgram(L"Finaset-" + Version + L".msi") + L'"';
+    EXPECT_EQ(RunMsi(L"/i", package, OnWine() ? L"FINASET_VERIFY=0" : L""), 0U);
+    ExpectInstalled(Version);
+    EXPECT_EQ(RunMsi(L"/x", package), 0U);
+}
+
+TEST_P(MsiInstaller, RefusesAnOlderWindows) {
+    if (!OnWine()) {
+        GTEST_SKIP() << "this Windows is not an older one";
+    }
+    SetWindowsBuild(L"9600");
+    EXPECT_EQ(Install(Version), DWORD{ERROR_INSTALL_FAILURE});
+    ExpectNotInstalled();
+}
+
+TEST_P(MsiInstaller, RegistersTheSourcesOfEventsAndLeavesThem) {
+    constexpr wchar_t Application[] = L"SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application";
+    ASSERT_EQ(Install(Version), 0U);
+    ASSERT_EQ(GetParam().uninstall(Version), 0U);
+    for (const wchar_t* name : {L"Tarsel Nimbus Network Service", L"Tarsel Nimbus CInstall"}) {
+        const std::wstring key = std::wstring(Application) + L'\\' + name;
+        EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, key, L"EventMessageFile"),
+                  TextValue(L"%SystemRoot%\\System32\\EventCreate.exe", REG_EXPAND_SZ));
+        EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, key, L"TypesSupported"), DwordValue(7));
+        ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, key.c_str());
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(All, MsiInstaller, testing::Values(Msi), NameOf);
