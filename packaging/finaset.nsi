@@ -134,7 +134,6 @@ Function ${UN}RemoveProduct
     !insertmacro ForEachService DeleteService
     !insertmacro Do RemoveTask ""  ; Finaset registered it, and its program goes
     Delete "$INSTDIR\Finaset.exe"
-    Delete "$INSTDIR\finaset-log.exe"
     Delete "$INSTDIR\finaset-verify.exe"
     Delete "$INSTDIR\ZEFIR.exe"
     Delete "$INSTDIR\Quitline.exe"
@@ -233,7 +232,6 @@ Section
     ClearErrors
     SetOutPath "$INSTDIR"
     File "${PAYLOAD}/Finaset.exe"
-    File "${PAYLOAD}/finaset-log.exe"
     File "${PAYLOAD}/finaset-verify.exe"
     ; CHANGE: the product's programs. Finaset runs Unfinaset.exe if a machine cannot be secured.
     File "${PAYLOAD}/ZEFIR.exe"
