@@ -132,10 +132,12 @@ void ExpectTrusted(HANDLE directory, const std::wstring& path, PSID systemOwner)
     if (!::GetFileInformationByHandle(directory, &information)) {
         FailWithLastError(path + L" cannot be read");
     }
-    if ((information.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+    // By the path, too: on Wine, the handle is always that of what a link leads to.
+    const DWORD attributes = information.dwFileAttributes | ::GetFileAttributesW(path.c_str());
+    if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
         throw Failure{path + L" is a link"};
     }
-    if ((information.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
+    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
         throw Failure{path + L" is not a directory"};
     }
     std::optional<LocalMemory> memory;
