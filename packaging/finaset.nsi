@@ -6,7 +6,8 @@
 ;
 ; Build it with NSIS 3.12 or later: earlier ones have known holes in setups that run as Local System.
 ;
-; Silent: "setup.exe /S", and "Uninstall.exe /S". Both exit with code 0, or 2 if something failed.
+; Silent: "setup.exe /S", and "Uninstall.exe /S". Both exit with code 0, or 2 if something failed. With
+; "/LOG=FILE" their lines go to that file, too.
 
 Target amd64-unicode  ; for a 32-bit one, system32 and the registry are redirected
 SetCompressor /SOLID lzma
@@ -81,13 +82,16 @@ UninstPage instfiles
 
 ; What the setup and the uninstaller share. NSIS wants each function twice, the uninstaller's with the
 ; prefix "un.".
+Var LogFile
 !macro SharedFunctions UN
 Function ${UN}Begin
     SetShellVarContext all
+    ${GetParameters} $0
+    ${GetOptions} $0 "/LOG=" $LogFile
     UserInfo::GetAccountType
     Pop $0
     ${If} $0 != "Admin"
-        StrCpy $0 "${PRODUCT} needs an administrator's rights."
+        StrCpy $2 "${PRODUCT} needs an administrator's rights."
         Call ${UN}Refuse
     ${EndIf}
     ; Programs that run elevated must not find anything where their user says.
@@ -98,11 +102,30 @@ Function ${UN}Begin
     File "/oname=$PLUGINSDIR\finaset-actions.dll" "${PAYLOAD}/finaset-actions.dll"
 FunctionEnd
 
-; Says $0, and ends before anything is changed.
+; Says $2.
+Function ${UN}Say
+    DetailPrint $2
+    ${If} $LogFile != ""
+        FileOpen $R3 $LogFile a
+        FileSeek $R3 0 END
+        FileWriteUTF16LE /BOM $R3 "$2$\r$\n"
+        FileClose $R3
+    ${EndIf}
+FunctionEnd
+
+; Says $2, and ends before anything is changed.
 Function ${UN}Refuse
-    MessageBox MB_OK|MB_ICONSTOP "$0" /SD IDOK
+    Call ${UN}Say
+    MessageBox MB_OK|MB_ICONSTOP "$2" /SD IDOK
     SetErrorLevel 2
     Quit
+FunctionEnd
+
+; Says $2, and ends here.
+Function ${UN}GiveUp
+    Call ${UN}Say
+    SetErrorLevel 2
+    Abort
 FunctionEnd
 
 Function ${UN}Do
@@ -112,14 +135,15 @@ Function ${UN}Do
         ${If} $1 = 0
             ${Break}
         ${EndIf}
-        DetailPrint $2
+        Call ${UN}Say
     ${Loop}
     ; Nothing more comes; this call unloads the library, which could not be deleted otherwise.
     System::Call '$PLUGINSDIR\finaset-actions.dll::NextLine(w .r2) i .r1 ?u'
 FunctionEnd
 
 ; Only Local System can start the helper as the application's user, which Finaset does. An
-; administrator reaches the application in his own session. CHANGE: how to ask the application to quit.
+; administrator reaches the application in his own session. Sets the error flag if it still runs.
+; CHANGE: how to ask the application to quit.
 Function ${UN}StopProduct
     FindWindow $0 "" "${WINDOW_TITLE}"
     ${If} $0 <> 0
@@ -127,6 +151,11 @@ Function ${UN}StopProduct
         Pop $0
     ${EndIf}
     !insertmacro Do StopProduct "$INSTDIR"
+    ClearErrors
+    ${If} ${FileExists} "$INSTDIR\ZEFIR.exe"
+        FileOpen $0 "$INSTDIR\ZEFIR.exe" a  ; not that of a running program
+        FileClose $0
+    ${EndIf}
 FunctionEnd
 
 ; All but the logs. Files by name: a wildcard would delete other people's. CHANGE: as below.
@@ -163,13 +192,13 @@ Function .onInit
     ; A 64-bit setup does not start on a 32-bit system.
     ReadRegStr $1 HKLM "${WINDOWS_KEY}" "CurrentBuildNumber"
     ${If} $1 < ${WINDOWS_10}
-        StrCpy $0 "${PRODUCT} needs Windows 10, Windows Server 2016 or a later one."
+        StrCpy $2 "${PRODUCT} needs Windows 10, Windows Server 2016 or a later one."
         Call Refuse
     ${EndIf}
     ReadRegStr $1 HKLM "${UNINSTALL_KEY}" "DisplayVersion"
     ${VersionCompare} "$1" "${VERSION}" $2
     ${If} $2 = 1
-        StrCpy $0 "A later version of ${PRODUCT} is installed already."
+        StrCpy $2 "A later version of ${PRODUCT} is installed already."
         Call Refuse
     ${EndIf}
 FunctionEnd
@@ -187,7 +216,8 @@ Function CreateService
         ${EndIf}
         Sleep 500
     ${Next}
-    DetailPrint "The service $1 cannot be created: error $0"
+    StrCpy $2 "The service $1 cannot be created: error $0"
+    Call Say
     SetErrors
 FunctionEnd
 
@@ -198,35 +228,35 @@ FunctionEnd
     WriteRegDWORD HKLM "${EVENT_SOURCES}\${NAME}" "TypesSupported" 7
 !macroend
 
-; Leaves nothing but the logs, says $R0, and ends the setup with code 2.
+; Leaves nothing but the logs, says $R0, and gives up.
 Function Fail
-    DetailPrint "$R0 The installation is undone."
     Call StopProduct
     Call RemoveProduct
-    SetErrorLevel 2
-    Abort "$R0"
+    StrCpy $2 "$R0 The installation is undone."
+    Call GiveUp
 FunctionEnd
 
 Section
-    SetErrorLevel 2  ; until the end
     ; Before anything is changed: nobody else may have a hand in the product's data.
     !insertmacro Do SecureDirectory "${DATA_DIRECTORY}"
     ${If} $0 <> 0
-        Abort "The directory of the product's data cannot be secured."
+        StrCpy $2 "The directory of the product's data cannot be secured."
+        Call GiveUp
     ${EndIf}
 
     ; Removes the older version first. With _?= its uninstaller runs in place, so that this one can
     ; wait for it, and leaves itself to be overwritten. If it cannot remove it, it changes nothing.
     ReadRegStr $3 HKLM "${UNINSTALL_KEY}" "UninstallString"
     ${If} $3 != ""
-        ExecWait '$3 /S _?=$INSTDIR' $0
-    ${ElseIf} ${FileExists} "$INSTDIR\Finaset.exe"
-        Call StopProduct  ; what a setup left that did not come to its end
+        ExecWait '$3 /S /LOG="$LogFile" _?=$INSTDIR' $0
     ${Else}
+        Call StopProduct  ; what a setup has left that did not come to its end
         StrCpy $0 0
+        ${IfThen} ${Errors} ${|} StrCpy $0 2 ${|}
     ${EndIf}
     ${If} $0 <> 0
-        Abort "The older version cannot be removed: error $0"
+        StrCpy $2 "The older version cannot be removed: error $0"
+        Call GiveUp
     ${EndIf}
 
     ClearErrors
@@ -265,8 +295,6 @@ Section
     WriteRegStr HKLM "${UNINSTALL_KEY}" "InstallLocation" "$INSTDIR"
     WriteRegStr HKLM "${UNINSTALL_KEY}" "UninstallString" '"$INSTDIR\Uninstall.exe"'
     WriteRegStr HKLM "${UNINSTALL_KEY}" "QuietUninstallString" '"$INSTDIR\Uninstall.exe" /S'
-    ${GetSize} "$INSTDIR" "/S=0K" $0 $1 $2
-    WriteRegDWORD HKLM "${UNINSTALL_KEY}" "EstimatedSize" $0
     WriteRegDWORD HKLM "${UNINSTALL_KEY}" "NoModify" 1
     WriteRegDWORD HKLM "${UNINSTALL_KEY}" "NoRepair" 1
     ; A silent installation skips a file that is in use.
@@ -274,6 +302,8 @@ Section
         StrCpy $R0 "Not everything could be written."
         Call Fail
     ${EndIf}
+    ${GetSize} "$INSTDIR" "/S=0K" $0 $1 $2  ; clears the error flag
+    WriteRegDWORD HKLM "${UNINSTALL_KEY}" "EstimatedSize" $0
 
     ; The last step: what it starts needs everything else.
     !insertmacro Do RunFinaset "$INSTDIR"
@@ -291,7 +321,6 @@ Section
             Call Fail
         ${EndIf}
     ${EndIf}
-    SetErrorLevel 0
 SectionEnd
 
 !insertmacro SharedFunctions "un."
@@ -303,10 +332,10 @@ FunctionEnd
 Section Uninstall
     ; Nothing to be removed may still run.
     Call un.StopProduct
-    ${If} $0 <> 0
+    ${If} ${Errors}
         !insertmacro Do StartProduct "$INSTDIR"
-        SetErrorLevel 2
-        Abort "The product is still running, and stays installed."
+        StrCpy $2 "The product cannot be stopped, and stays installed."
+        Call un.GiveUp
     ${EndIf}
     Call un.RemoveProduct
     !insertmacro Do RemoveLogs "$INSTDIR"  ; and the directory
