@@ -375,6 +375,10 @@ TEST_P(MsiInstaller, WritesEachLineOfTheLogIntoWindowsInstallersOwn) {
     std::istringstream log(Log());
     for (std::string line; std::getline(log, line);) {
         line.erase(line.find_last_not_of("\r\n") + 1);
+        // Wine takes them for names of properties, though they are in a field.
+        for (std::size_t open = 0; OnWine() && (open = line.find('[')) != std::string::npos;) {
+            line.erase(open, line.find(']', open) - open + 1);
+        }
         if (!line.empty()) {
             expected.push_back("Finaset: " + line);
         }
@@ -391,7 +395,7 @@ TEST_P(MsiInstaller, WritesEachLineOfTheLogIntoWindowsInstallersOwn) {
                 line, [](char character) { return character < 0; }, '?');
         }
     }
-    EXPECT_EQ(found, expected);
+    EXPECT_THAT(found, ElementsAreArray(expected));
 }
 
 TEST_P(MsiInstaller, LeavesNothingBehindWhenItFailsAndSucceedsTheNextTime) {
