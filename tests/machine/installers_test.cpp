@@ -386,6 +386,10 @@ TEST_P(Installers, WriteEachLineOfTheLogIntoTheirOwn) {
     std::istringstream log(Log());
     for (std::string line; std::getline(log, line);) {
         line.erase(line.find_last_not_of("\r\n") + 1);
+        // Wine takes them for names of properties, though they are in a field.
+        for (std::size_t open = 0; OnWine() && (open = line.find('[')) != std::string::npos;) {
+            line.erase(open, line.find(']', open) - open + 1);
+        }
         if (!line.empty()) {
             expected.push_back(line);
         }
@@ -402,7 +406,7 @@ TEST_P(Installers, WriteEachLineOfTheLogIntoTheirOwn) {
                 line, [](char character) { return character < 0; }, '?');
         }
     }
-    EXPECT_EQ(found, expected);
+    EXPECT_THAT(found, ElementsAreArray(expected));
 }
 
 // A companion of a version whose log nobody else could rename.
