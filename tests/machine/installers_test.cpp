@@ -636,12 +636,14 @@ TEST_F(Actions, FailIfTheProgramWasNotRun) {
 }
 
 TEST_F(Actions, KeepAtMostFiveOlderLogs) {
-    for (int runs = 0; runs < 7; ++runs) {
-        ASSERT_EQ(Run(L"StartProduct"), 0U);
-        ASSERT_EQ(Run(L"StopProduct"), 0U);
+    const std::filesystem::path logs = machine.ProgramDirectory();
+    for (const wchar_t* name : {L"", L"-1", L"-2", L"-3", L"-4", L"-5"}) {
+        PutFile(logs / (std::wstring(L"finaset-start") + name + L".log"), Narrow(name));
     }
-    EXPECT_TRUE(std::filesystem::exists(machine.ProgramDirectory() / L"finaset-start-5.log"));
-    EXPECT_FALSE(std::filesystem::exists(machine.ProgramDirectory() / L"finaset-start-6.log"));
+    ASSERT_EQ(Run(L"StartProduct"), 0U);
+    EXPECT_EQ(FileText(logs / L"finaset-start-1.log"), "");
+    EXPECT_EQ(FileText(logs / L"finaset-start-5.log"), "-4");
+    EXPECT_FALSE(std::filesystem::exists(logs / L"finaset-start-6.log"));
 }
 
 INSTANTIATE_TEST_SUITE_P(All, MsiInstaller, testing::Values(Msi), NameOf);
