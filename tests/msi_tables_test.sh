@@ -9,6 +9,7 @@ original=$(readlink -f "$1")
 payload=$(readlink -f "$2")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
+cd "$work" # the export of a table with streams writes files
 
 # rows TABLE [COLUMNS]: of the package to be read, without the headings.
 rows() {

@@ -2,6 +2,7 @@
 // remove everything again.
 
 #include "machine/machine.h"
+#include "shared/find_function.h"
 #include "shared/owner.h"
 #include "support/call_log.h"
 #include "support/expected_log.h"
@@ -513,6 +514,9 @@ TEST_P(MsiInstaller, LeavesNothingBehindWhenItFailsAndSucceedsTheNextTime) {
 }
 
 TEST_P(MsiInstaller, StartsWhatRanAgainWhenARepairFails) {
+    if (OnWine()) {
+        GTEST_SKIP() << "Wine does not roll a repair back";
+    }
     ASSERT_EQ(Install(Version), 0U);
     EXPECT_EQ(Install(Version, GetParam().repair + L" FAIL=1"), DWORD{ERROR_INSTALL_FAILURE});
     ExpectInstalled(Version);
@@ -580,6 +584,64 @@ TEST_P(MsiInstaller, ReplacesTheSameVersionOfAnotherPackage) {
     EXPECT_EQ(RunMsi(L"/i", package, OnWine() ? L"FINASET_VERIFY=0" : L""), 0U);
     ExpectInstalled(Version);
     EXPECT_EQ(RunMsi(L"/x", package), 0U);
+}
+
+// The installers' actions, called as NSIS does.
+class Actions : public testing::Test {
+protected:
+    Actions() { machine.InstallProduct(); }
+
+    // Returns the action's result; its lines are in `lines`.
+    UINT Run(const wchar_t* name) { return Run(name, machine.ProgramDirectory()); }
+
+    UINT Run(const wchar_t* name, const std::wstring& directory) {
+        const auto run = Utils::FindFunction<UINT WINAPI(const wchar_t*, const wchar_t*)>(
+            library_.Get(), "RunAction");
+        const auto next = Utils::FindFunction<UINT WINAPI(wchar_t*)>(library_.Get(), "NextLine");
+        const UINT result = run(name, directory.c_str());
+        wchar_t line[1024] = {};
+        for (lines.clear(); next(line) != 0;) {
+            lines.push_back(Narrow(line));
+        }
+        return result;
+    }
+
+    Machine machine;
+    std::vector<std::string> lines;
+
+private:
+    const Utils::Library library_{
+        ::LoadLibraryW(BesideThisProgram(L"finaset-actions.dll").c_str())};
+};
+
+TEST_F(Actions, StartTheProductAfterAnInstallationWasRolledBack) {
+    EXPECT_EQ(Run(L"StartProduct"), 0U);
+    EXPECT_EQ(lines.back(), "FIRST RUN - FINISHED");
+    EXPECT_THAT(machine.Describe().applications, Contains(L"BriskoLU.exe"));
+    EXPECT_EQ(FileText(machine.ProgramDirectory() / L"finaset-start.log"), LogOf({.actions = 8}));
+}
+
+TEST_F(Actions, FailIfTheProgramWasNotRun) {
+    machine.InstallProgram(L"stand_in_quit_helper.exe", L"Finaset.exe");
+    EXPECT_EQ(Run(L"RunFinaset"), UINT{ERROR_INSTALL_FAILURE});
+    EXPECT_EQ(lines.back(), "Finaset.exe has ended with code 1");
+
+    machine.RemoveProgram(L"Finaset.exe");
+    EXPECT_EQ(Run(L"RunFinaset"), UINT{ERROR_INSTALL_FAILURE});
+    EXPECT_EQ(lines.back(),
+              "C:\\Program Files\\Tarsel\\Lumetra\\Finaset.exe cannot be started: error 2");
+
+    EXPECT_EQ(Run(L"RunFinaset", L"C:\\nowhere\\"), UINT{ERROR_INSTALL_FAILURE});
+    EXPECT_EQ(lines.back(), "C:\\nowhere\\finaset.log cannot be created: error 3");
+}
+
+TEST_F(Actions, KeepAtMostFiveOlderLogs) {
+    for (int runs = 0; runs < 7; ++runs) {
+        ASSERT_EQ(Run(L"StartProduct"), 0U);
+        ASSERT_EQ(Run(L"StopProduct"), 0U);
+    }
+    EXPECT_TRUE(std::filesystem::exists(machine.ProgramDirectory() / L"finaset-start-5.log"));
+    EXPECT_FALSE(std::filesystem::exists(machine.ProgramDirectory() / L"finaset-start-6.log"));
 }
 
 INSTANTIATE_TEST_SUITE_P(All, MsiInstaller, testing::Values(Msi), NameOf);
