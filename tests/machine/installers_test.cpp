@@ -701,6 +701,38 @@ TEST_P(NsisInstaller, ShowsTheLogAmongItsDetails) {
                               L"FIRST RUN - START", L"FIRST RUN - FINISHED"}));
 }
 
+TEST_P(NsisInstaller, RefusesToRunWithoutAnAdministratorsRights) {
+    if (!OnWine()) {
+        GTEST_SKIP() << "Windows does not even start it then";
+    }
+    HANDLE token = nullptr;
+    ASSERT_TRUE(::OpenProcessToken(::GetCurrentProcess(), MAXIMUM_ALLOWED, &token));
+    const Utils::KernelHandle own(token);
+    BYTE administrators[SECURITY_MAX_SID_SIZE] = {};
+    DWORD size = sizeof(administrators);
+    ASSERT_TRUE(::CreateWellKnownSid(WinBuiltinAdministratorsSid, nullptr, administrators, &size));
+    SID_AND_ATTRIBUTES disabled = {administrators, 0};
+    ASSERT_TRUE(
+        ::CreateRestrictedToken(own.Get(), 0, 1, &disabled, 0, nullptr, 0, nullptr, &token));
+    const Utils::KernelHandle restricted(token);
+
+    std::wstring commandLine = Package(Version, L"-setup.exe") + L" /S /LOG=" + InstallerLog;
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION info = {};
+    ASSERT_TRUE(::CreateProcessAsUserW(restricted.Get(), nullptr, commandLine.data(), nullptr,
+                                       nullptr, FALSE, DETACHED_PROCESS, nullptr, nullptr, &startup,
+                                       &info));
+    const Utils::KernelHandle thread(info.hThread);
+    const Utils::KernelHandle setup(info.hProcess);
+    ASSERT_TRUE(Ended(setup, UninstallLimit));
+    DWORD exitCode = 0;
+    ::GetExitCodeProcess(setup.Get(), &exitCode);
+    EXPECT_EQ(exitCode, GetParam().failure);
+    ExpectNotInstalled();
+    EXPECT_THAT(LinesOfActions(), Contains("Tarsel Lumetra needs an administrator's rights."));
+}
+
 // Open as a virus scanner or a backup may have it.
 class OpenFile {
 public:
@@ -737,7 +769,7 @@ TEST_P(NsisInstaller, LeavesNothingBehindWhenItFailsAndSucceedsTheNextTime) {
     }
     EXPECT_THAT(machine.StartsOf(L"BriskoLU.exe"), SizeIs(1));
     ExpectNotInstalled();
-    EXPECT_THAT(LinesOfActions(), Contains(testing::HasSubstr("DIFFERS  file")));
+    EXPECT_THAT(LinesOfActions(), Contains(testing::HasSubstr("UNKNOWN  file")));
 
     EXPECT_EQ(Install(Version), 0U);
     ExpectInstalled(Version);
