@@ -537,6 +537,31 @@ DirectoryLink::~DirectoryLink() {
     }
 }
 
+bool GiveToSomebodyElse(const std::filesystem::path& directory) {
+    if (!OnWine()) {
+        constexpr wchar_t Guests[] = L"*S-1-5-32-546";
+        return RunToEnd(L"icacls.exe \"" + directory.wstring() + L"\" /setowner " + Guests) == 0;
+    }
+    const auto owner = [&] {
+        BYTE descriptor[256] = {};
+        DWORD size = 0;
+        ::GetFileSecurityW(directory.c_str(), OWNER_SECURITY_INFORMATION, descriptor,
+                           sizeof(descriptor), &size);
+        return std::vector<BYTE>(descriptor,
+                                 descriptor + std::min<DWORD>(size, sizeof(descriptor)));
+    };
+    const std::vector<BYTE> before = owner();
+    RunBelowWine("/bin/chown 12345 \"" + UnixPath(directory) + "\"");
+    constexpr int MostTries = 2000;
+    for (int tries = 0; tries < MostTries; ++tries) {
+        if (owner() != before) {
+            return true;
+        }
+        ::Sleep(1);
+    }
+    return false;
+}
+
 Drive::Drive(wchar_t letter, const std::filesystem::path& directory)
     : name_({letter, L':'}), directory_(directory), before_(std::filesystem::current_path()) {
     if (OnWine()) {

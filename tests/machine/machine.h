@@ -139,6 +139,9 @@ private:
     std::filesystem::path link_;
 };
 
+// Makes somebody else the owner of a directory. Returns whether that was possible.
+bool GiveToSomebodyElse(const std::filesystem::path& directory);
+
 // A drive letter for a directory, and this program's current drive, while it lives.
 class Drive {
 public:

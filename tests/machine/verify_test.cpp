@@ -77,14 +77,6 @@ protected:
         machine_.InstallProduct();
         machine_.InstallProgram(L"finaset-verify.exe", L"finaset-verify.exe");
         machine_.InstallProgram(L"stand_in_verifier.exe", L"verifier.exe");
-        for (const SecuredDirectory& directory : SecuredDirectoryTable) {
-            std::string path = test::TargetOf(directory);
-            path.erase(path.find_last_not_of('\\') + 1);
-            const bool readers = directory.aces.size() > 2;
-            lists_[{path.begin(), path.end()}] =
-                std::string("D:PAI(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)") +
-                (readers ? "(A;OICI;0x1200a9;;;BU)" : "");
-        }
     }
 
     // The lines of what is not in order after a run with the option, given the lists.
@@ -121,7 +113,8 @@ protected:
     }
 
     test::Machine machine_;
-    std::map<std::wstring, std::string> lists_;  // those that are not only inherited, by path
+    // Those that are not only inherited, by path.
+    std::map<std::wstring, std::string> lists_ = test::RequestedLists();
     std::string printed_;
 };
 

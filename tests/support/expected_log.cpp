@@ -388,6 +388,18 @@ std::string TargetOf(const SecuredDirectory& directory, const Course& course) {
     return Expanded(Resolved(directory.resolvePath, directory.path, course));
 }
 
+std::map<std::wstring, std::string> RequestedLists() {
+    std::map<std::wstring, std::string> lists;
+    for (const SecuredDirectory& directory : SecuredDirectoryTable) {
+        std::string path = TargetOf(directory);
+        path.erase(path.find_last_not_of('\\') + 1);
+        const bool readers = directory.aces.size() > 2;
+        lists[{path.begin(), path.end()}] = std::string("D:PAI(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)") +
+                                            (readers ? "(A;OICI;0x1200a9;;;BU)" : "");
+    }
+    return lists;
+}
+
 bool IsThereAfter(const Course& course, const std::string& path) {
     return Walk(course).IsThere(path);
 }

@@ -82,6 +82,10 @@ bool Matches(std::string_view line, std::string_view text);
 std::string DestinationOf(const FileOperation& file, const Course& course = {});
 std::string TargetOf(const SecuredDirectory& directory, const Course& course = {});
 
+// The access control lists that a run requests, by the directory's path, in the platform's
+// notation.
+std::map<std::wstring, std::string> RequestedLists();
+
 // Whether the path exists after the run.
 bool IsThereAfter(const Course& course, const std::string& path);
 

@@ -12,7 +12,8 @@ rm -rf "$2" "$2.zip"
 mkdir -p "$2"
 cd "$2"
 for file in Finaset.exe finaset-log.exe finaset-verify.exe windows_kit.exe "$bin"/*_tests.exe \
-    "$bin"/stand_in_*.exe "$bin"/stand_in_*.dll "$bin"/Finaset-*.msi "$bin"/Finaset-*-setup.exe; do
+    "$bin"/stand_in_*.exe "$bin"/stand_in_*.dll "$bin"/finaset-actions.dll \
+    "$bin"/Finaset-*.msi "$bin"/Finaset-*-setup.exe; do
     file=$bin/${file##*/}
     # The installers are not built where their tools are missing.
     [[ ! -e $file ]] || cp "$file" .
