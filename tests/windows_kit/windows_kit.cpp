@@ -17,6 +17,7 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -121,18 +122,32 @@ bool IsElevated() {
            elevation.TokenIsElevated != 0;
 }
 
+// Whether everything can use the tests' own path: a service, which has no network drives, a log,
+// and GoogleTest, which starts its programs by an ANSI path.
+bool IsGoodPlace(const std::filesystem::path& place) {
+    const std::wstring path = place;
+    return ::GetDriveTypeW(place.root_path().c_str()) != DRIVE_REMOTE &&
+           std::ranges::all_of(path, [](wchar_t character) { return character < 0x80; });
+}
+
 int Check() {
     constexpr DWORD Windows10 = 10;
     const Version version = WindowsVersion();
+    if (!IsElevated()) {
+        std::puts("The tests need an administrator's rights: start this as an administrator.");
+        return ExitRefused;
+    }
+    if (!IsGoodPlace(std::filesystem::current_path())) {
+        std::puts(
+            "The tests need a path of ASCII characters on a disk of this machine: move them, for "
+            "instance to C:\\kit.");
+        return ExitRefused;
+    }
     if (version.major < Windows10) {
         std::printf(
             "This is Windows %s. The tests are for Windows 10, Windows Server 2016 and "
             "later.\n",
             Text(version).c_str());
-        return ExitRefused;
-    }
-    if (!IsElevated()) {
-        std::puts("The tests need an administrator's rights: start this as an administrator.");
         return ExitRefused;
     }
     if (const std::string here = ProductHere(); !here.empty()) {
@@ -176,7 +191,7 @@ End RunHere(const std::wstring& program) {
 
 // Whole runs are tested as the user under which Windows Installer runs the program, which a service
 // has too. An administrator could not have the application asked to quit.
-constexpr wchar_t SystemsProgram[] = L"machine_tests";
+const std::set<std::wstring> SystemsPrograms = {L"machine_tests", L"verify_machine_tests"};
 constexpr wchar_t ServiceName[] = L"Finaset windows kit";
 
 std::wstring Environment(const wchar_t* name) {
@@ -242,7 +257,7 @@ int ServeTheSystem() {
 }
 
 int Run(const std::wstring& program) {
-    const bool asTheSystem = program == SystemsProgram;
+    const bool asTheSystem = SystemsPrograms.contains(program);
     std::printf("%s%s ... ", Narrow(program).c_str(), asTheSystem ? " (as the system)" : "");
     std::fflush(stdout);
     const End end = asTheSystem ? RunAsTheSystem(program) : RunHere(program);
