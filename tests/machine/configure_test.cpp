@@ -75,13 +75,6 @@ void OpenToEveryone(const std::filesystem::path& path) {
     ::LocalFree(descriptor);
 }
 
-// Not the standard library's: on Windows, its C runtime finds nothing by a name that ends in a
-// backslash.
-bool IsDirectory(const std::filesystem::path& path) {
-    const DWORD attributes = ::GetFileAttributesW(path.c_str());
-    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-}
-
 using DataFiles = std::map<std::wstring, std::string>;
 
 class Configure : public testing::Test {
@@ -121,7 +114,7 @@ TEST_F(Configure, KeepsTheUsersFileAndReplacesTheOthersOnAReinstallation) {
 TEST_F(Configure, LeavesTheSameMachineHoweverOftenItRuns) {
     ExpectRun();
     for (const SecuredDirectory& directory : SecuredDirectoryTable) {
-        EXPECT_TRUE(IsDirectory(TargetOf(directory))) << TargetOf(directory);
+        EXPECT_TRUE(std::filesystem::is_directory(TargetOf(directory))) << TargetOf(directory);
     }
     const MachineState first = machine.Describe();
     for (int more = 0; more < 2; ++more) {
@@ -172,7 +165,7 @@ TEST_F(Configure, GoesOnAfterADestinationThatIsADirectory) {
     ExpectRun({.verdicts = {{"Deleting File " + path.string(), Bad}, {" -> " + path.string(), Bad}},
                .there = {path.string()}},
               files);
-    EXPECT_TRUE(IsDirectory(path));
+    EXPECT_TRUE(std::filesystem::is_directory(path));
 }
 
 // The value that names a directory, and the directory that is then secured.
@@ -208,7 +201,7 @@ TEST_F(Configure, SecuresTheDirectoriesThatTheSettingsName) {
                 EXPECT_TRUE(IsThereAfter(course, row.secured + separator));
             }
             ExpectRun(course);
-            EXPECT_EQ(IsDirectory(row.secured), !row.secured.empty());
+            EXPECT_EQ(std::filesystem::is_directory(row.secured), !row.secured.empty());
             machine.RemoveSetting(name);
         }
     }
@@ -449,7 +442,8 @@ TEST_F(ConfigureWithALink, EndsAtALinkAmongTheEntriesOfEachDirectory) {
             ExpectRun(course);
             // The rows after it are not even created.
             for (const SecuredDirectory& each : SecuredDirectoryTable) {
-                EXPECT_EQ(IsDirectory(TargetOf(each)), IsThereAfter(course, TargetOf(each)))
+                EXPECT_EQ(std::filesystem::exists(TargetOf(each)),
+                          IsThereAfter(course, TargetOf(each)))
                     << TargetOf(each);
             }
             EXPECT_EQ(FileText(VictimFile), "victim");

@@ -319,6 +319,18 @@ std::string WithoutPlace(const std::string& message) {
     return text.size() > MostText ? text.substr(0, MostText) + " ..." : text;
 }
 
+// The test in which a program that did not come to its end was.
+std::string LastTest(const std::wstring& program) {
+    constexpr std::string_view Begin = "[ RUN      ] ";
+    const std::string output = test::FileText(Report / (program + L".txt")).value_or("");
+    const std::size_t begin = output.rfind(Begin);
+    if (begin == output.npos) {
+        return "";
+    }
+    const std::size_t name = begin + Begin.size();
+    return " in " + output.substr(name, output.find_first_of("\r\n", name) - name);
+}
+
 struct Summary {
     std::string programs;                                     // a line for each
     std::vector<std::string> failures;                        // a line for each
@@ -330,8 +342,8 @@ void Add(Summary& summary, const std::wstring& program) {
     const std::string name = Narrow(program);
     const auto text = test::FileText(Report / (program + L".xml"));
     if (!text || text->find("</testsuites>") == text->npos) {
-        summary.programs +=
-            "  " + name + ": did not come to its end, see report\\" + name + ".txt\n";
+        summary.programs += "  " + name + ": did not come to its end" + LastTest(program) +
+                            ", see report\\" + name + ".txt\n";
         summary.passed = false;
         return;
     }
