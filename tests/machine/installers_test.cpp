@@ -194,7 +194,7 @@ std::map<std::wstring, std::string> ConfigurationOf(const std::wstring& version)
 
 class Installers : public testing::TestWithParam<Installer> {
 protected:
-    Installers() { std::filesystem::remove_all(VendorDirectory()); }
+    Installers() { RemoveAll(VendorDirectory()); }
 
     void TearDown() override {
         for (const std::wstring& version : InstalledVersions()) {

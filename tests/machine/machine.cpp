@@ -454,7 +454,7 @@ FinishedRun Machine::Run(const std::wstring& arguments) const {
             std::chrono::steady_clock::now() - start);
     }
     run.log = FileText(path).value();
-    std::filesystem::remove(path);
+    RemoveAll(path);
     return run;
 }
 
