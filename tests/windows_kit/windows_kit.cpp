@@ -23,7 +23,6 @@
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
-#include <iterator>
 #include <map>
 #include <set>
 #include <sstream>
@@ -211,19 +210,29 @@ End RunAsTheSystem(const std::wstring& program) {
     const std::wstring directory = std::filesystem::current_path();
     const std::wstring report = Environment(L"FINASET_REPORT");
     const std::wstring filter = Environment(L"GTEST_FILTER");
-    const wchar_t* arguments[] = {program.c_str(), directory.c_str(), report.c_str(),
-                                  filter.c_str()};
-    SERVICE_STATUS status = {};
-    if (!service || !::StartServiceW(service.Get(), std::size(arguments), arguments)) {
+    // An empty one at the end would be lost.
+    std::vector<const wchar_t*> arguments = {program.c_str(), directory.c_str(), report.c_str()};
+    if (!filter.empty()) {
+        arguments.push_back(filter.c_str());
+    }
+    if (!service ||
+        !::StartServiceW(service.Get(), static_cast<DWORD>(arguments.size()), arguments.data())) {
         ::DeleteService(service.Get());
         return End::NotStarted;
     }
-    do {
-        ::Sleep(100);
-        ::QueryServiceStatus(service.Get(), &status);
-    } while (status.dwCurrentState != SERVICE_STOPPED);
+    SERVICE_STATUS_PROCESS status = {};
+    const auto query = [&] {
+        DWORD needed = 0;
+        ::QueryServiceStatusEx(service.Get(), SC_STATUS_PROCESS_INFO,
+                               reinterpret_cast<BYTE*>(&status), sizeof(status), &needed);
+    };
+    query();
+    const KernelHandle process(::OpenProcess(SYNCHRONIZE, FALSE, status.dwProcessId));
+    ::WaitForSingleObject(process.Get(), 2 * ProgramLimitMs);  // it keeps to the limit itself
+    query();
     ::DeleteService(service.Get());
-    return status.dwWin32ExitCode == ERROR_SERVICE_SPECIFIC_ERROR
+    return status.dwCurrentState == SERVICE_STOPPED &&
+                   status.dwWin32ExitCode == ERROR_SERVICE_SPECIFIC_ERROR
                ? static_cast<End>(status.dwServiceSpecificExitCode)
                : End::NotStarted;
 }
@@ -239,12 +248,12 @@ void ReportStatus(DWORD state, End end) {
     ::SetServiceStatus(statusHandle, &status);
 }
 
-void WINAPI Serve(DWORD /*count*/, wchar_t** arguments) {
+void WINAPI Serve(DWORD count, wchar_t** arguments) {
     statusHandle = ::RegisterServiceCtrlHandlerW(ServiceName, [](DWORD) WINAPI {});
     ReportStatus(SERVICE_RUNNING, End::NotStarted);
     ::SetCurrentDirectoryW(arguments[2]);
     ::SetEnvironmentVariableW(L"FINASET_REPORT", arguments[3]);
-    if (*arguments[4] != L'\0') {
+    if (count > 4) {
         ::SetEnvironmentVariableW(L"GTEST_FILTER", arguments[4]);
     }
     ReportStatus(SERVICE_STOPPED, RunHere(arguments[1]));

@@ -46,6 +46,11 @@ set GTEST_BREAK_ON_FAILURE=1
 cmd /c run-on-windows.cmd /yes unit_tests >6.txt
 >>ends.txt echo %errorlevel%
 ren report report-6
+set GTEST_FILTER=
+del machine_tests.exe
+cmd /c run-on-windows.cmd /yes machine_tests >7.txt
+>>ends.txt echo %errorlevel%
+ren report report-7
 CMD
 sed -i 's/$/\r/' "$work/try.cmd"
 "$source_directory/machine/fresh_machine.sh" "$work/try.cmd" >"$work/printed" 2>&1 || true
@@ -66,7 +71,7 @@ expect_file() {
 }
 
 ends=$(tr -d '\r' <ends.txt | tr '\n' ' ') || ends=none
-[[ $ends == '2 2 2 0 1 1 ' ]] || {
+[[ $ends == '2 2 2 0 1 1 1 ' ]] || {
     echo "the script ended with $ends"
     failures=1
 }
@@ -110,6 +115,12 @@ test='InstalledService\.IsRemovedEvenIfItIsRunning'
 expect 6.txt '^unit_tests \.\.\. failed'
 expect report-6/summary.txt "^  unit_tests: did not come to its end in $test, see report.unit_tests\.txt"
 expect report-6/summary.txt '^Not everything has passed'
+
+expect 7.txt '^machine_tests \(as the system\) \.\.\. cannot be started'
+[[ -e report-7/machine_tests.txt ]] || {
+    echo "the service has not tried to start it"
+    failures=1
+}
 
 if ((failures)); then
     tail -n 40 "$work/printed" -- *.txt report-*/summary.txt
