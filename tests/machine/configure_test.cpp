@@ -129,7 +129,7 @@ TEST_F(Configure, LeavesTheSameMachineHoweverOftenItRuns) {
 }
 
 TEST_F(Configure, GoesOnWithoutTheDriverDirectory) {
-    std::filesystem::remove_all(Machine::DriverDirectory());
+    RemoveAll(Machine::DriverDirectory());
     for (const FileOperation& file : FileTable) {
         std::filesystem::remove(ExpandEnvironmentPath(file.sourcePath));  // one that is elsewhere
     }
@@ -191,8 +191,8 @@ TEST_F(Configure, SecuresTheDirectoriesThatTheSettingsName) {
     for (const DirectoryValue& row : rows) {
         for (const auto& [name, separator] : names) {
             SCOPED_TRACE(row.name);
-            std::filesystem::remove_all(Machine::DataDirectory());
-            std::filesystem::remove_all(L"C:\\Elsewhere");
+            RemoveAll(Machine::DataDirectory());
+            RemoveAll(L"C:\\Elsewhere");
             machine.WriteStaleSettings();
             machine.WriteTextSetting(name, row.text, row.type);
             Course course;
@@ -205,7 +205,7 @@ TEST_F(Configure, SecuresTheDirectoriesThatTheSettingsName) {
             machine.RemoveSetting(name);
         }
     }
-    std::filesystem::remove_all(L"C:\\Elsewhere");
+    RemoveAll(L"C:\\Elsewhere");
 }
 
 TEST_F(Configure, CannotSecureADirectoryThatCannotExist) {
@@ -217,7 +217,7 @@ TEST_F(Configure, CannotSecureADirectoryThatCannotExist) {
                 continue;  // that is a directory: see below
             }
             SCOPED_TRACE(text.size());
-            std::filesystem::remove_all(Machine::DataDirectory());
+            RemoveAll(Machine::DataDirectory());
             machine.WriteStaleSettings();
             const std::wstring name = image ? L"ImageCacheDirectory" : L"ActivityLogDirectory";
             machine.WriteTextSetting(name, text);
@@ -237,10 +237,13 @@ TEST_F(Configure, CannotSecureADirectoryThatCannotExist) {
 // that matters.
 TEST_F(Configure, SecuresTheRootOfTheCurrentDriveForAnEmptyActivityLogDirectory) {
     PutFile(L"C:\\Sandbox\\below\\file", "kept");
-    const Drive drive(L'S', L"C:\\Sandbox");
-    machine.WriteTextSetting(L"ActivityLogDirectory", L"");
-    ExpectRun({.directories = {{L"ActivityLogDirectory", L""}}});
+    {
+        const Drive drive(L'S', L"C:\\Sandbox");
+        machine.WriteTextSetting(L"ActivityLogDirectory", L"");
+        ExpectRun({.directories = {{L"ActivityLogDirectory", L""}}});
+    }
     EXPECT_EQ(FileText(L"C:\\Sandbox\\below\\file"), "kept");
+    RemoveAll(L"C:\\Sandbox");
 }
 
 TEST_F(Configure, ForgetsTheConfigurationDirectoryWhateverTheValueHolds) {
@@ -255,7 +258,7 @@ TEST_F(Configure, ForgetsTheConfigurationDirectoryWhateverTheValueHolds) {
     };
     for (const auto& [type, text] : values) {
         SCOPED_TRACE(text.size());
-        std::filesystem::remove_all(Machine::DataDirectory());
+        RemoveAll(Machine::DataDirectory());
         machine.WriteStaleSettings();
         machine.WriteTextSetting(L"ConfigFileDirectory", text, type);
         ExpectRun();
@@ -270,7 +273,7 @@ TEST_F(Configure, ResetsWhatIsBelowADirectoryUnlessThatHasAnotherAttribute) {
                                            images / L"below\\file"};
     for (const bool hidden : {true, false}) {
         SCOPED_TRACE(hidden);
-        std::filesystem::remove_all(Machine::DataDirectory());
+        RemoveAll(Machine::DataDirectory());
         machine.WriteStaleSettings();
         MakePlainDirectory(images);
         PutFile(paths[0], "kept");
@@ -344,10 +347,10 @@ TEST_F(Configure, CannotSecureAFileThatIsNamedLikeAVariable) {
 class ConfigureWithALink : public Configure {
 protected:
     ConfigureWithALink() { MakeVictim(); }
-    ~ConfigureWithALink() override { std::filesystem::remove_all(VictimDirectory); }
+    ~ConfigureWithALink() override { RemoveAll(VictimDirectory); }
 
     void MakeVictim() {
-        std::filesystem::remove_all(VictimDirectory);
+        RemoveAll(VictimDirectory);
         PutFile(VictimFile, "victim");
         OpenToEveryone(VictimFile);
         OpenToEveryone(VictimDirectory);
@@ -424,7 +427,7 @@ TEST_F(ConfigureWithALink, EndsAtALinkAmongTheEntriesOfEachDirectory) {
         const std::string directory = TargetOf(row);
         for (const bool hard : {true, false}) {
             SCOPED_TRACE(directory + (hard ? ", hard link" : ", linked directory"));
-            std::filesystem::remove_all(Machine::DataDirectory());
+            RemoveAll(Machine::DataDirectory());
             MakeVictim();
             const std::filesystem::path path = std::filesystem::path(directory) / L"link";
             std::filesystem::create_directories(path.parent_path());
@@ -465,7 +468,7 @@ TEST_F(ConfigureWithALink, EndsAtALinkAtEachLevelOfADirectoryOfTheSettings) {
         machine.WriteTextSetting(name, directory.wstring());
         for (const std::filesystem::path& level : levels) {
             SCOPED_TRACE(level.string());
-            std::filesystem::remove_all(Machine::DataDirectory());
+            RemoveAll(Machine::DataDirectory());
             machine.WriteStaleSettings();
             // What is below the link belongs to the victim.
             std::filesystem::create_directories(VictimDirectory /
@@ -478,7 +481,7 @@ TEST_F(ConfigureWithALink, EndsAtALinkAtEachLevelOfADirectoryOfTheSettings) {
             ExpectVictimUntouched();
         }
         machine.RemoveSetting(name);
-        std::filesystem::remove_all(levels[0]);
+        RemoveAll(levels[0]);
     }
 }
 
@@ -493,7 +496,7 @@ TEST_F(ConfigureWithALink, EndsAtALinkInPlaceOfEachOfTheProductsDirectories) {
     };
     for (const auto& [path, verdicts] : rows) {
         SCOPED_TRACE(path.string());
-        std::filesystem::remove_all(Machine::DataDirectory());
+        RemoveAll(Machine::DataDirectory());
         MakeVictim();
         machine.WriteStaleSettings();
         std::filesystem::create_directories(path.parent_path());
@@ -518,7 +521,7 @@ TEST_F(ConfigureWithALink, EndsAtALinkAtOrAboveTheProgramDataDirectory) {
             {.verdicts = {{"Verifying File/Directory ", Bad}}, .there = {levels[1].string()}});
         ExpectVictimUntouched();
     }
-    std::filesystem::remove_all(top);
+    RemoveAll(top);
 }
 
 // On purpose; its target is then reset like anything else below.
@@ -526,7 +529,7 @@ TEST_F(ConfigureWithALink, DoesNotSeeAHardLinkOneLevelDeeper) {
     for (const SecuredDirectory& row : SecuredDirectoryTable) {
         const std::string directory = TargetOf(row);
         SCOPED_TRACE(directory);
-        std::filesystem::remove_all(Machine::DataDirectory());
+        RemoveAll(Machine::DataDirectory());
         MakeVictim();
         machine.WriteStaleSettings();
         HardLink(std::filesystem::path(directory) / L"below\\link");

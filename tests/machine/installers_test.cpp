@@ -231,7 +231,7 @@ std::map<std::wstring, std::string> ConfigurationOf(const std::wstring& version)
 class Installers : public testing::TestWithParam<Installer> {
 protected:
     Installers() {
-        std::filesystem::remove_all(VendorDirectory());
+        RemoveAll(VendorDirectory());
         if (OnWine()) {
             SetWindowsBuild(L"19045");  // Wine says 7601, which the installers refuse
         }

@@ -15,9 +15,9 @@ std::vector<std::string> LinkedLibraries(const std::filesystem::path& file) {
     const IMAGE_DATA_DIRECTORY& imports =
         headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
     std::vector<std::string> names;
-    for (const auto* library =
-             reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(base + imports.VirtualAddress);
-         library->Name != 0; ++library) {
+    const auto* library =
+        reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(base + imports.VirtualAddress);
+    for (; imports.VirtualAddress != 0 && library->Name != 0; ++library) {
         names.emplace_back(reinterpret_cast<const char*>(base + library->Name));
     }
     ::FreeLibrary(module);

@@ -309,10 +309,10 @@ Machine::~Machine() {
             }
         }
     }
-    std::filesystem::remove_all(directory_, ignored);
+    RemoveAll(directory_);
     std::filesystem::remove(directory_.parent_path(), ignored);  // if nothing else is there
-    std::filesystem::remove_all(DriverDirectory().parent_path(), ignored);
-    std::filesystem::remove_all(DataDirectory(), ignored);
+    RemoveAll(DriverDirectory().parent_path());
+    RemoveAll(DataDirectory());
     for (const FileOperation& file : FileTable) {  // wherever they are
         std::filesystem::remove(ExpandEnvironmentPath(file.sourcePath), ignored);
         std::filesystem::remove(DestinationOf(file), ignored);
@@ -454,7 +454,7 @@ FinishedRun Machine::Run(const std::wstring& arguments) const {
             std::chrono::steady_clock::now() - start);
     }
     run.log = FileText(path).value();
-    std::filesystem::remove(path);
+    RemoveAll(path);
     return run;
 }
 
@@ -517,7 +517,11 @@ DWORD RunToEnd(const std::wstring& commandLine, HANDLE output) {
 DirectoryLink::DirectoryLink(std::filesystem::path link, const std::filesystem::path& target)
     : link_(std::move(link)) {
     if (!OnWine()) {
-        std::filesystem::create_directory_symlink(target, link_);
+        // Not create_directory_symlink, which GCC's library does not have on Windows.
+        if (!::CreateSymbolicLinkW(link_.c_str(), target.c_str(), SYMBOLIC_LINK_FLAG_DIRECTORY)) {
+            throw std::runtime_error("a link cannot be made, error " +
+                                     std::to_string(::GetLastError()));
+        }
         return;
     }
     RunBelowWine("/bin/ln -s \"" + UnixPath(target) + "\" \"" + UnixPath(link_) + "\"");

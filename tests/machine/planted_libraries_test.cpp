@@ -110,6 +110,7 @@ protected:
         if (!test::OnWine()) {
             GTEST_SKIP() << "Windows has more libraries than can be planted; see OnWindows";
         }
+        names = LibrariesToPlant();
         ASSERT_THAT(names, IsSupersetOf({L"iphlpapi.dll", L"nsi.dll", L"xmllite.dll"}));
         machine.InstallProduct();
     }
@@ -120,7 +121,7 @@ protected:
     }
 
     Machine machine;
-    const std::vector<std::wstring> names = LibrariesToPlant();
+    std::vector<std::wstring> names;
 };
 
 TEST_F(PlantedLibrariesTest, AreNotLoadedFromBesideTheProgram) {

@@ -75,8 +75,15 @@ class VerifiedRun : public testing::Test {
 protected:
     VerifiedRun() {
         machine_.InstallProduct();
+        test::MakePlainDirectory(test::Machine::DataDirectory());
         machine_.InstallProgram(L"finaset-verify.exe", L"finaset-verify.exe");
         machine_.InstallProgram(L"stand_in_verifier.exe", L"verifier.exe");
+    }
+
+    ~VerifiedRun() override {
+        for (const wchar_t* const name : {L"lists.txt", L"printed.txt", L"complaint.txt"}) {
+            test::RemoveAll(std::filesystem::path(L"C:\\") / name);
+        }
     }
 
     // The lines of what is not in order after a run with the option, given the lists.
@@ -267,6 +274,9 @@ TEST_F(VerifiedRun, ShowsExactlyTheErrorOfAMachine) {
          [&] { std::filesystem::remove(tasks / L"Tarsel Lumetra Startup Task"); }},
     };
     for (const Spoiled& each : all) {
+        if (!test::OnWine() && each.row.find("  task  ") != std::string::npos) {
+            continue;  // Windows' Task Scheduler does not take a file's word for it
+        }
         each.spoil();
         EXPECT_THAT(Findings(), ElementsAre(StartsWith(each.row)));
         each.mend();
@@ -285,6 +295,7 @@ TEST_F(VerifiedRun, ShowsExactlyTheErrorOfAMachine) {
         EXPECT_THAT(Findings(), ElementsAre(HasSubstr("Tarsel_HWConfig: expected 2, found 6")));
     }
     test::EndProcess(ProcessNamed(L"BriskoLU.exe"));
+    test::RemoveAll(L"C:\\elsewhere");
 }
 
 TEST_F(VerifiedRun, IsConfirmedByTheProgramItselfExceptForTheMadeUpAccessControlLists) {
@@ -329,6 +340,9 @@ std::map<std::wstring, std::string> WholeMachine() {
 }
 
 TEST_F(VerifiedRun, IsNotTouchedByTheProgram) {
+    if (!test::OnWine()) {
+        GTEST_SKIP() << "Windows itself changes files and settings all the time";
+    }
     ASSERT_EQ(machine_.Run().exitCode, 0U);
     Call(L"");  // what a program's first start leaves behind is the system's
     const std::map<std::wstring, std::string> before = WholeMachine();

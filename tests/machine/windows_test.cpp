@@ -84,7 +84,7 @@ std::string Shell(const std::wstring& command) {
         exitCode = test::RunToEnd(L"cmd.exe /d /c " + command, file.Get());
     }
     std::string printed = test::FileText(output).value();
-    fs::remove(output);
+    test::RemoveAll(output);
     if (exitCode != 0) {
         throw std::runtime_error("a command fails: " + printed);
     }
@@ -117,10 +117,7 @@ public:
     OtherPlace() { fs::create_directory(Path); }
     OtherPlace(const OtherPlace&) = delete;
     OtherPlace& operator=(const OtherPlace&) = delete;
-    ~OtherPlace() {
-        std::error_code ignored;
-        fs::remove_all(Path, ignored);
-    }
+    ~OtherPlace() { test::RemoveAll(Path); }
 
     static inline const fs::path Path = L"C:\\Finaset other place";
 };
@@ -324,7 +321,7 @@ TEST_P(OnWindowsLinks, InPlaceOfTheDataDirectoryEndTheRunAndLeaveTheirTargetUnch
     test::PutFile(OtherPlace::Path / L"file", "");
     const std::string before = AccessList(OtherPlace::Path);
     const std::string fileBefore = AccessList(OtherPlace::Path / L"file");
-    fs::remove_all(Machine::DataDirectory());
+    test::RemoveAll(Machine::DataDirectory());
     const Link link(GetParam(), Machine::DataDirectory(), OtherPlace::Path);
     EXPECT_THAT(machine.Run().log,
                 AllOf(HasSubstr("Uninstalling Product"), Not(HasSubstr("Starting Processes"))));
@@ -378,7 +375,7 @@ TEST(OnWindows, TheEventLogHasTheEntriesOfBothSources) {
     Machine machine;
     machine.InstallProduct();
     const OtherPlace target;
-    fs::remove_all(Machine::DataDirectory());
+    test::RemoveAll(Machine::DataDirectory());
     const Link link(L"/J", Machine::DataDirectory(), OtherPlace::Path);
     const DWORD begin = Now();
     ASSERT_THAT(machine.Run().log, HasSubstr("Uninstalling Product"));
@@ -585,7 +582,7 @@ TEST(RealRuns, LeaveTheirLogs) {
     EXPECT_THAT(keep(L"first-installation"), testing::EndsWith("FIRST RUN - FINISHED\r\n"));
     test::Ended(application, QuitLimit);
     EXPECT_THAT(keep(L"reinstallation"), testing::EndsWith("FIRST RUN - FINISHED\r\n"));
-    fs::remove_all(Machine::DataDirectory());
+    test::RemoveAll(Machine::DataDirectory());
     const OtherPlace target;
     const test::DirectoryLink link(Machine::DataDirectory(), OtherPlace::Path);
     EXPECT_THAT(keep(L"insecure-machine"), HasSubstr("Uninstalling Product"));

@@ -14,16 +14,18 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <thread>
 
 namespace test {
 
 #ifdef _WIN32
+constexpr int MostPauses = 500;  // of 10 ms
+
 // Returns when nothing else has the file open: on Windows, virus scanners briefly open a new one,
 // and an open file makes a difference to the product.
 inline void WaitUntilFree(const std::filesystem::path& path) {
-    constexpr int MaxPauses = 500;  // 5 s
-    for (int pauses = 0; !OnWine() && pauses < MaxPauses; ++pauses) {
+    for (int pauses = 0; !OnWine() && pauses < MostPauses; ++pauses) {
         const HANDLE file = ::CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING,
                                           FILE_ATTRIBUTE_NORMAL, nullptr);
         if (file != INVALID_HANDLE_VALUE) {
@@ -43,6 +45,17 @@ inline void WaitUntilFree(const std::filesystem::path& path) {
 inline void MakePlainDirectory(const std::filesystem::path& path) {
     std::filesystem::create_directories(path);
     ::SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
+}
+
+// Deletes a file or a directory with its contents, if it exists. On Windows, the file of a program
+// that has just ended cannot be deleted at once. A failure shows where the name is used next.
+inline void RemoveAll(const std::filesystem::path& path) {
+    std::error_code error;
+    std::filesystem::remove_all(path, error);
+    for (int pauses = 0; error && !OnWine() && pauses < MostPauses; ++pauses) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        std::filesystem::remove_all(path, error);
+    }
 }
 #else
 inline void WaitUntilFree(const std::filesystem::path& /*path*/) {}

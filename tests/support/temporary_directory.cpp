@@ -4,30 +4,36 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
-#include <system_error>
 
 namespace test {
 
 namespace {
 
-// Of the user's temporary directory, Windows may give the short name ("C:\\Users\\RUNNER~1").
-std::filesystem::path LongPath(const std::filesystem::path& path) {
+// The user's temporary directory, of which Windows may give the short name
+// ("C:\\Users\\RUNNER~1"); or the system's, if the user's name has letters that a log cannot show.
+std::filesystem::path PlaceForAll() {
+    const std::filesystem::path path = std::filesystem::temp_directory_path();
     std::wstring longPath(::GetLongPathNameW(path.c_str(), nullptr, 0), L'\0');
     longPath.resize(
         ::GetLongPathNameW(path.c_str(), longPath.data(), static_cast<DWORD>(longPath.size())));
-    return longPath;
+    if (std::ranges::all_of(longPath, [](wchar_t character) { return character < 0x80; })) {
+        return longPath;
+    }
+    wchar_t windows[MAX_PATH] = {};
+    ::GetSystemWindowsDirectoryW(windows, MAX_PATH);
+    return std::filesystem::path(windows) / L"Temp";
 }
 
 }  // namespace
 
 TemporaryDirectory::TemporaryDirectory() {
     static int number = 0;
-    path_ = LongPath(std::filesystem::temp_directory_path()) /
-            (L"FinasetTests-" + std::to_wstring(::GetCurrentProcessId()) + L"-" +
-             std::to_wstring(++number));
+    path_ = PlaceForAll() / (L"FinasetTests-" + std::to_wstring(::GetCurrentProcessId()) + L"-" +
+                             std::to_wstring(++number));
     if (!std::filesystem::create_directory(path_)) {
         throw std::runtime_error("a temporary directory is there already");
     }
@@ -35,8 +41,7 @@ TemporaryDirectory::TemporaryDirectory() {
 }
 
 TemporaryDirectory::~TemporaryDirectory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
+    RemoveAll(path_);
 }
 
 void MakeFile(const std::wstring& path) {

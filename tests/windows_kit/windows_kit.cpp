@@ -17,12 +17,12 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
-#include <iterator>
 #include <map>
 #include <set>
 #include <sstream>
@@ -121,18 +121,32 @@ bool IsElevated() {
            elevation.TokenIsElevated != 0;
 }
 
+// Whether everything can use the tests' own path: a service, which has no network drives, a log,
+// and GoogleTest, which starts its programs by an ANSI path.
+bool IsGoodPlace(const std::filesystem::path& place) {
+    const std::wstring path = place;
+    return ::GetDriveTypeW(place.root_path().c_str()) != DRIVE_REMOTE &&
+           std::ranges::all_of(path, [](wchar_t character) { return character < 0x80; });
+}
+
 int Check() {
     constexpr DWORD Windows10 = 10;
     const Version version = WindowsVersion();
+    if (!IsElevated()) {
+        std::puts("The tests need an administrator's rights: start this as an administrator.");
+        return ExitRefused;
+    }
+    if (!IsGoodPlace(std::filesystem::current_path())) {
+        std::puts(
+            "The tests need a path of ASCII characters on a disk of this machine: move them, for "
+            "instance to C:\\kit.");
+        return ExitRefused;
+    }
     if (version.major < Windows10) {
         std::printf(
             "This is Windows %s. The tests are for Windows 10, Windows Server 2016 and "
             "later.\n",
             Text(version).c_str());
-        return ExitRefused;
-    }
-    if (!IsElevated()) {
-        std::puts("The tests need an administrator's rights: start this as an administrator.");
         return ExitRefused;
     }
     if (const std::string here = ProductHere(); !here.empty()) {
@@ -176,7 +190,7 @@ End RunHere(const std::wstring& program) {
 
 // Whole runs are tested as the user under which Windows Installer runs the program, which a service
 // has too. An administrator could not have the application asked to quit.
-constexpr wchar_t SystemsProgram[] = L"machine_tests";
+const std::set<std::wstring> SystemsPrograms = {L"machine_tests", L"verify_machine_tests"};
 constexpr wchar_t ServiceName[] = L"Finaset windows kit";
 
 std::wstring Environment(const wchar_t* name) {
@@ -196,19 +210,29 @@ End RunAsTheSystem(const std::wstring& program) {
     const std::wstring directory = std::filesystem::current_path();
     const std::wstring report = Environment(L"FINASET_REPORT");
     const std::wstring filter = Environment(L"GTEST_FILTER");
-    const wchar_t* arguments[] = {program.c_str(), directory.c_str(), report.c_str(),
-                                  filter.c_str()};
-    SERVICE_STATUS status = {};
-    if (!service || !::StartServiceW(service.Get(), std::size(arguments), arguments)) {
+    // An empty one at the end would be lost.
+    std::vector<const wchar_t*> arguments = {program.c_str(), directory.c_str(), report.c_str()};
+    if (!filter.empty()) {
+        arguments.push_back(filter.c_str());
+    }
+    if (!service ||
+        !::StartServiceW(service.Get(), static_cast<DWORD>(arguments.size()), arguments.data())) {
         ::DeleteService(service.Get());
         return End::NotStarted;
     }
-    do {
-        ::Sleep(100);
-        ::QueryServiceStatus(service.Get(), &status);
-    } while (status.dwCurrentState != SERVICE_STOPPED);
+    SERVICE_STATUS_PROCESS status = {};
+    const auto query = [&] {
+        DWORD needed = 0;
+        ::QueryServiceStatusEx(service.Get(), SC_STATUS_PROCESS_INFO,
+                               reinterpret_cast<BYTE*>(&status), sizeof(status), &needed);
+    };
+    query();
+    const KernelHandle process(::OpenProcess(SYNCHRONIZE, FALSE, status.dwProcessId));
+    ::WaitForSingleObject(process.Get(), 2 * ProgramLimitMs);  // it keeps to the limit itself
+    query();
     ::DeleteService(service.Get());
-    return status.dwWin32ExitCode == ERROR_SERVICE_SPECIFIC_ERROR
+    return status.dwCurrentState == SERVICE_STOPPED &&
+                   status.dwWin32ExitCode == ERROR_SERVICE_SPECIFIC_ERROR
                ? static_cast<End>(status.dwServiceSpecificExitCode)
                : End::NotStarted;
 }
@@ -224,12 +248,12 @@ void ReportStatus(DWORD state, End end) {
     ::SetServiceStatus(statusHandle, &status);
 }
 
-void WINAPI Serve(DWORD /*count*/, wchar_t** arguments) {
+void WINAPI Serve(DWORD count, wchar_t** arguments) {
     statusHandle = ::RegisterServiceCtrlHandlerW(ServiceName, [](DWORD) WINAPI {});
     ReportStatus(SERVICE_RUNNING, End::NotStarted);
     ::SetCurrentDirectoryW(arguments[2]);
     ::SetEnvironmentVariableW(L"FINASET_REPORT", arguments[3]);
-    if (*arguments[4] != L'\0') {
+    if (count > 4) {
         ::SetEnvironmentVariableW(L"GTEST_FILTER", arguments[4]);
     }
     ReportStatus(SERVICE_STOPPED, RunHere(arguments[1]));
@@ -242,7 +266,7 @@ int ServeTheSystem() {
 }
 
 int Run(const std::wstring& program) {
-    const bool asTheSystem = program == SystemsProgram;
+    const bool asTheSystem = SystemsPrograms.contains(program);
     std::printf("%s%s ... ", Narrow(program).c_str(), asTheSystem ? " (as the system)" : "");
     std::fflush(stdout);
     const End end = asTheSystem ? RunAsTheSystem(program) : RunHere(program);
@@ -304,6 +328,18 @@ std::string WithoutPlace(const std::string& message) {
     return text.size() > MostText ? text.substr(0, MostText) + " ..." : text;
 }
 
+// The test in which a program that did not come to its end was.
+std::string LastTest(const std::wstring& program) {
+    constexpr std::string_view Begin = "[ RUN      ] ";
+    const std::string output = test::FileText(Report / (program + L".txt")).value_or("");
+    const std::size_t begin = output.rfind(Begin);
+    if (begin == output.npos) {
+        return "";
+    }
+    const std::size_t name = begin + Begin.size();
+    return " in " + output.substr(name, output.find_first_of("\r\n", name) - name);
+}
+
 struct Summary {
     std::string programs;                                     // a line for each
     std::vector<std::string> failures;                        // a line for each
@@ -315,8 +351,8 @@ void Add(Summary& summary, const std::wstring& program) {
     const std::string name = Narrow(program);
     const auto text = test::FileText(Report / (program + L".xml"));
     if (!text || text->find("</testsuites>") == text->npos) {
-        summary.programs +=
-            "  " + name + ": did not come to its end, see report\\" + name + ".txt\n";
+        summary.programs += "  " + name + ": did not come to its end" + LastTest(program) +
+                            ", see report\\" + name + ".txt\n";
         summary.passed = false;
         return;
     }

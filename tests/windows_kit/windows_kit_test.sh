@@ -41,6 +41,16 @@ del stand_in_service.exe
 cmd /c run-on-windows.cmd /YES no_such_tests unit_tests >5.txt
 >>ends.txt echo %errorlevel%
 ren report report-5
+rem A failure ends the program.
+set GTEST_BREAK_ON_FAILURE=1
+cmd /c run-on-windows.cmd /yes unit_tests >6.txt
+>>ends.txt echo %errorlevel%
+ren report report-6
+set GTEST_FILTER=
+del machine_tests.exe
+cmd /c run-on-windows.cmd /yes machine_tests >7.txt
+>>ends.txt echo %errorlevel%
+ren report report-7
 CMD
 sed -i 's/$/\r/' "$work/try.cmd"
 "$source_directory/machine/fresh_machine.sh" "$work/try.cmd" >"$work/printed" 2>&1 || true
@@ -61,7 +71,7 @@ expect_file() {
 }
 
 ends=$(tr -d '\r' <ends.txt | tr '\n' ' ') || ends=none
-[[ $ends == '2 2 2 0 1 ' ]] || {
+[[ $ends == '2 2 2 0 1 1 1 ' ]] || {
     echo "the script ended with $ends"
     failures=1
 }
@@ -74,7 +84,9 @@ for number in 1 2 3; do
 done
 
 expect 4.txt 'unit_tests \.\.\. passed'
-expect 4.txt '^machine_tests \(as the system\) \.\.\. passed'
+for program in machine verify_machine; do
+    expect 4.txt "^${program}_tests \(as the system\) \.\.\. passed"
+done
 expect report-4/machine_tests.txt '^\[       OK \] Machine\.TheOptionStopOnlyStops'
 expect report-4/summary.txt '^Windows 10\.0\.'
 for program in unit sweep verify machine verify_machine windows installer adapter log log_reader; do
@@ -98,6 +110,17 @@ expect report-5/summary.txt '^  no_such_tests: did not come to its end'
 expect report-5/summary.txt '^  unit_tests: [0-9]+ tests, 1 failed'
 expect report-5/summary.txt '^  InstalledService.IsRemovedEvenIfItIsRunning: '
 expect report-5/summary.txt '^Not everything has passed'
+
+test='InstalledService\.IsRemovedEvenIfItIsRunning'
+expect 6.txt '^unit_tests \.\.\. failed'
+expect report-6/summary.txt "^  unit_tests: did not come to its end in $test, see report.unit_tests\.txt"
+expect report-6/summary.txt '^Not everything has passed'
+
+expect 7.txt '^machine_tests \(as the system\) \.\.\. cannot be started'
+[[ -e report-7/machine_tests.txt ]] || {
+    echo "the service has not tried to start it"
+    failures=1
+}
 
 if ((failures)); then
     tail -n 40 "$work/printed" -- *.txt report-*/summary.txt
