@@ -67,6 +67,7 @@ constexpr DWORD EndLimitMs = 30'000;           // for the companion, and for the
 constexpr int OldLogs = 5;                     // of each name
 constexpr std::size_t LineLimit = 1024;        // NSIS's own, with the terminator
 constexpr std::size_t MaxProcesses = 4096;
+constexpr std::size_t PieceSize = 4096;  // of a log that is read
 
 // Why an action has failed.
 struct Failure {
@@ -84,11 +85,9 @@ public:
     Listener() = default;
     Listener(const Listener&) = delete;
     Listener& operator=(const Listener&) = delete;
+    virtual ~Listener() = default;
     virtual void Say(const std::wstring& line) = 0;
     virtual void Complain(const std::wstring& line) = 0;
-
-protected:
-    ~Listener() = default;
 };
 
 struct LocalMemoryPolicy {
@@ -165,7 +164,7 @@ void ExpectTrustedBelow(const std::wstring& path, PSID systemOwner) {
             ExpectTrusted(directory.Get(), below, systemOwner);
             ExpectTrustedBelow(below, systemOwner);
         }
-    } while (::FindNextFileW(search.Get(), &entry));
+    } while (::FindNextFileW(search.Get(), &entry) != FALSE);
     if (::GetLastError() != ERROR_NO_MORE_FILES) {
         FailWithLastError(path + L" cannot be listed");
     }
@@ -304,7 +303,7 @@ std::string ContentOf(const std::wstring& path) {
         /*lpSecurityAttributes=*/nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL,
         /*hTemplateFile=*/nullptr));
     std::string content;
-    char buffer[4096];
+    char buffer[PieceSize];
     DWORD read = 0;
     while (file && ::ReadFile(file.Get(), buffer, sizeof(buffer), &read, nullptr) && read > 0) {
         content.append(buffer, read);
@@ -386,14 +385,11 @@ std::vector<Utils::KernelHandle> ProcessesOf(const std::wstring& program, DWORD 
 // Waits for all of them together.
 bool HaveEnded(const std::vector<Utils::KernelHandle>& processes, DWORD limitMs) {
     const ULONGLONG end = ::GetTickCount64() + limitMs;
-    for (const Utils::KernelHandle& process : processes) {
+    return std::ranges::all_of(processes, [end](const Utils::KernelHandle& process) {
         const ULONGLONG now = ::GetTickCount64();
-        if (::WaitForSingleObject(process.Get(), now < end ? static_cast<DWORD>(end - now) : 0) !=
-            WAIT_OBJECT_0) {
-            return false;
-        }
-    }
-    return true;
+        const DWORD left = now < end ? static_cast<DWORD>(end - now) : 0;
+        return ::WaitForSingleObject(process.Get(), left) == WAIT_OBJECT_0;
+    });
 }
 
 void StopTheProduct(const std::wstring& directory, Listener& listener) {
