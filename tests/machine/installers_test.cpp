@@ -51,7 +51,7 @@ constexpr DWORD Stopped = SERVICE_STOPPED;
 constexpr DWORD Running = SERVICE_RUNNING;
 constexpr DWORD NotThere = 0;
 constexpr std::chrono::seconds QuitLimit{10};      // for an application that was asked to quit
-constexpr std::chrono::minutes UninstallLimit{1};  // for an uninstaller that continues by itself
+constexpr std::chrono::minutes UninstallLimit{3};  // for an uninstaller that continues by itself
 
 // Waits for all programs with this file name.
 void WaitForPrograms(std::wstring_view name) {
