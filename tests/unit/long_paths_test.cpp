@@ -56,6 +56,10 @@ TEST(LongPaths, AreCreatedAndFoundByWineAlone) {
               test::OnWine() ? DWORD{FILE_ATTRIBUTE_DIRECTORY} : INVALID_FILE_ATTRIBUTES);
     EXPECT_EQ(ParentDirectoryOf(path), L"");  // its part for the directory is longer than 259
     EXPECT_EQ(GetFileTitle(path), L"title");
+    // By the prefix: they are too long for the directory's end.
+    for (std::wstring level = path; level != directory.Path(); level.resize(level.rfind(L'\\'))) {
+        ::RemoveDirectoryW((L"\\\\?\\" + level).c_str());
+    }
 }
 
 TEST(LongPaths, AreJoinedAndSplitAtAnyLength) {
