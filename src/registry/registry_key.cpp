@@ -94,7 +94,10 @@ LSTATUS RegistryKey::DeleteTree(const std::wstring& name, int levelsBelow) {
             // This would never end otherwise: an empty name is this key again, as is a stored name
             // that begins with a zero, and a link may lead back up the tree.
             const bool damaged = subKey[0] == L'\0' || levelsBelow == 0;
-            error = damaged ? ERROR_INVALID_DATA : child.DeleteTree(subKey, levelsBelow - 1);
+            error = ERROR_INVALID_DATA;
+            if (!damaged) {
+                error = child.DeleteTree(subKey, levelsBelow - 1);
+            }
         }
         if (error != ERROR_SUCCESS) {
             return error;

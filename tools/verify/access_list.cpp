@@ -171,7 +171,9 @@ bool HasItsOwn(PSECURITY_DESCRIPTOR descriptor) {
     }
     bool own = false;
     const bool allRead = ForEachEntry(view.list, [&](ACCESS_ALLOWED_ACE& entry) {
-        own = own || (entry.Header.AceFlags & INHERITED_ACE) == 0;
+        if ((entry.Header.AceFlags & INHERITED_ACE) == 0) {
+            own = true;
+        }
     });
     return own || !allRead;
 }

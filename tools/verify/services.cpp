@@ -63,7 +63,7 @@ Finding StateOf(const std::wstring& name, DWORD wanted, Verdict notInstalled) {
 }
 
 Finding StartTypeOf(const std::wstring& name) {
-    return AskService(name, SERVICE_QUERY_CONFIG, Verdict::Differs, [](SC_HANDLE service) {
+    const auto ask = [](SC_HANDLE service) {
         std::vector<std::byte> buffer(LargestConfiguration);
         auto* const configuration = reinterpret_cast<QUERY_SERVICE_CONFIGW*>(buffer.data());
         DWORD needed = 0;
@@ -72,7 +72,8 @@ Finding StartTypeOf(const std::wstring& name) {
         }
         return Found(configuration->dwStartType == SERVICE_DISABLED,
                      NameOf(StartTypeNames, configuration->dwStartType));
-    });
+    };
+    return AskService(name, SERVICE_QUERY_CONFIG, Verdict::Differs, ask);
 }
 
 // Whether a process runs whose program's file name, in lower case, matches. Any process's name can

@@ -164,9 +164,9 @@ Rows CheckWritten(std::span<const RegistrySetting> settings) {
 Rows CheckBitmask(const std::wstring& gateValueName, const std::wstring& resultValueName,
                   std::span<const AdapterPattern> patterns) {
     const RegistrySetting bitmask = StoredBitmask(resultValueName);
-    const auto row = [&](std::wstring expected, Finding finding) {
+    const auto row = [&](const std::wstring& expected, const Finding& finding) {
         Rows rows;
-        rows.push_back({Kind, SettingKeyText(bitmask), std::move(expected), std::move(finding)});
+        rows.push_back({Kind, SettingKeyText(bitmask), expected, finding});
         return rows;
     };
     const StoredValue gate = ReadValue(

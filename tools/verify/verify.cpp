@@ -84,9 +84,7 @@ Rows CheckConfigured(bool& secure) {
 std::wstring ComputerName() {
     wchar_t name[MAX_COMPUTERNAME_LENGTH + 1] = {};
     DWORD size = std::size(name);
-    if (!::GetComputerNameW(name, &size)) {
-        return {};
-    }
+    ::GetComputerNameW(name, &size);  // empty if it fails
     return name;
 }
 
