@@ -164,29 +164,32 @@ Rows CheckWritten(std::span<const RegistrySetting> settings) {
 Rows CheckBitmask(const std::wstring& gateValueName, const std::wstring& resultValueName,
                   std::span<const AdapterPattern> patterns) {
     const RegistrySetting bitmask = StoredBitmask(resultValueName);
-    const auto row = [&](const std::wstring& expected, const Finding& finding) {
-        Rows rows;
-        rows.push_back({Kind, SettingKeyText(bitmask), expected, finding});
-        return rows;
-    };
+    Rows rows;
+    rows.push_back({Kind, SettingKeyText(bitmask), L"", {}});
+    Row& row = rows.front();
     const StoredValue gate = ReadValue(
         {.root = HKEY_LOCAL_MACHINE, .keyPath = ServiceParametersKey, .valueName = gateValueName});
     if (gate.error != ERROR_SUCCESS && gate.error != ERROR_FILE_NOT_FOUND) {
-        return row(L"as " + gateValueName + L" says", CannotTell(static_cast<DWORD>(gate.error)));
+        row.expected = L"as " + gateValueName + L" says";
+        row.finding = CannotTell(static_cast<DWORD>(gate.error));
+        return rows;
     }
     std::uint32_t expected = gate.number.value_or(MatchTheAdapters);
     if (expected == MatchTheAdapters) {
         std::vector<std::byte> adapters;
         if (const DWORD error = QueryAdapters(adapters); error != ERROR_SUCCESS) {
-            return row(L"that of the adapters",
-                       CannotTell(L"the network adapters: " + ErrorText(error)));
+            row.expected = L"that of the adapters";
+            row.finding = CannotTell(L"the network adapters: " + ErrorText(error));
+            return rows;
         }
         expected = 0;
         for (const std::wstring& description : ListPresentAdapterDescriptions(adapters)) {
             expected |= MaskOf(description, patterns);
         }
     }
-    return row(std::to_wstring(expected), OfBitmask(ReadValue(bitmask), expected));
+    row.expected = std::to_wstring(expected);
+    row.finding = OfBitmask(ReadValue(bitmask), expected);
+    return rows;
 }
 
 Rows CheckFeatures(std::span<const FeatureRule> rules, const std::wstring& resultValueName) {
