@@ -23,12 +23,12 @@ Function* FindAdvapiFunction(const char* name) {
 LSTATUS RegistryKey::Open(HKEY parent, const std::wstring& path, REGSAM access) {
     HKEY opened = nullptr;
     LSTATUS error = ERROR_INVALID_FUNCTION;
-    if (Transacted()) {
+    if (const HANDLE transaction = TransactionHandle(); transaction != nullptr) {
         const auto open =
             FindAdvapiFunction<decltype(::RegOpenKeyTransactedW)>("RegOpenKeyTransactedW");
         if (open != nullptr) {
-            error = open(parent, path.c_str(), /*ulOptions=*/0, access, &opened,
-                         transaction_->handle, /*pExtendedParemeter=*/nullptr);
+            error = open(parent, path.c_str(), /*ulOptions=*/0, access, &opened, transaction,
+                         /*pExtendedParemeter=*/nullptr);
         }
     } else if (PlainAllowed()) {
         error = ::RegOpenKeyExW(parent, path.c_str(), /*ulOptions=*/0, access, &opened);
@@ -40,13 +40,13 @@ LSTATUS RegistryKey::CreateOrOpen(HKEY parent, const std::wstring& path, REGSAM 
     HKEY opened = nullptr;
     DWORD disposition = 0;
     LSTATUS error = ERROR_INVALID_FUNCTION;
-    if (Transacted()) {
+    if (const HANDLE transaction = TransactionHandle(); transaction != nullptr) {
         const auto create =
             FindAdvapiFunction<decltype(::RegCreateKeyTransactedW)>("RegCreateKeyTransactedW");
         if (create != nullptr) {
             error = create(parent, path.c_str(), /*Reserved=*/0, /*lpClass=*/nullptr,
                            REG_OPTION_NON_VOLATILE, access, /*lpSecurityAttributes=*/nullptr,
-                           &opened, &disposition, transaction_->handle,
+                           &opened, &disposition, transaction,
                            /*pExtendedParemeter=*/nullptr);
         }
     } else if (PlainAllowed()) {
@@ -108,13 +108,13 @@ LSTATUS RegistryKey::DeleteTree(const std::wstring& name, int levelsBelow) {
 }
 
 LSTATUS RegistryKey::DeleteSubKey(const std::wstring& name) {
-    if (Transacted()) {
+    if (const HANDLE transaction = TransactionHandle(); transaction != nullptr) {
         const auto deleteTransacted =
             FindAdvapiFunction<decltype(::RegDeleteKeyTransactedW)>("RegDeleteKeyTransactedW");
         return deleteTransacted == nullptr
                    ? ERROR_INVALID_FUNCTION
                    : deleteTransacted(handle_, name.c_str(), /*samDesired=*/0, /*Reserved=*/0,
-                                      transaction_->handle, /*pExtendedParameter=*/nullptr);
+                                      transaction, /*pExtendedParameter=*/nullptr);
     }
     if (transaction_ != nullptr) {
         return PlainAllowed() ? ::RegDeleteKeyW(handle_, name.c_str()) : ERROR_INVALID_FUNCTION;

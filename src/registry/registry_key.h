@@ -45,8 +45,9 @@ public:
     LSTATUS RecurseDeleteKey(const std::wstring& name);
 
 private:
-    [[nodiscard]] bool Transacted() const noexcept {
-        return transaction_ != nullptr && transaction_->handle != nullptr;
+    // Null without one.
+    [[nodiscard]] HANDLE TransactionHandle() const noexcept {
+        return transaction_ != nullptr ? transaction_->handle : nullptr;
     }
     [[nodiscard]] bool PlainAllowed() const noexcept {
         return transaction_ == nullptr || transaction_->plainAllowed;
