@@ -91,7 +91,6 @@ class Session:
     def machine(self):
         """The current one, or a new one."""
         if self._machine is None:
-            self._brought.clear()
             left = max(self.left(), 0)
             self._machine = Bench(self.programs / "bench.exe", left + 300,
                                   min(max(left, 10), SET_UP_LIMIT), self._progress.tick)
@@ -101,6 +100,7 @@ class Session:
         if self._machine is not None:
             self._machine.end(patience)
             self._machine = None
+            self._brought.clear()  # what it had is gone with it
 
     def bring(self, path):
         """Copies a file to the machine's C:\\files."""

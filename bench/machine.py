@@ -75,6 +75,11 @@ class FreshMachine:
         self._reader.join()
         return self._last_words
 
+    def status(self):
+        """Its exit code, once it has ended."""
+        self._reader.join()
+        return self._process.returncode
+
     def end(self, patience=0):
         """Ends the program if it does not end by itself within `patience` seconds of the end of its
         input, and returns when the machine is taken down."""
