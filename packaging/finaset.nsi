@@ -99,7 +99,9 @@ Function ${UN}Begin
     System::Call 'kernel32::SetEnvironmentVariableW(w "SystemRoot", w "$WINDIR")'
     System::Call 'kernel32::SetEnvironmentVariableW(w "Path", w "$SYSDIR;$WINDIR")'
     InitPluginsDir
+    SetDateSave off  ; the uninstaller would contain the time of the build
     File "/oname=$PLUGINSDIR\finaset-actions.dll" "${PAYLOAD}/finaset-actions.dll"
+    SetDateSave on
 FunctionEnd
 
 ; Says $2.
