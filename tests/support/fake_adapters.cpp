@@ -102,7 +102,7 @@ FakeAdapters::FakeAdapters()
               return load_.Forward(name, file, flags);
           }
           calls.Add("LoadLibraryExW", name, file, flags);
-          return libraryLoads ? Library : nullptr;
+          return canBeLoaded ? Library : nullptr;
       }),
       free_([this](HMODULE module) {
           if (module != Library) {

@@ -39,7 +39,7 @@ std::wstring DescriptionFor(const AdapterPattern& row);
 class FakeAdapters {
 public:
     std::vector<FakeAdapter> adapters;
-    bool libraryLoads = true;
+    bool canBeLoaded = true;
     bool functionIsThere = true;
     std::optional<ULONG> sizeResult;    // of the query for the size; none: the usual one
     std::optional<ULONG> reportedSize;  // by that query

@@ -223,7 +223,7 @@ TEST_F(VerifiedBitmask, IsUnknownIfTheAdaptersAre) {
     EXPECT_THAT(
         Bitmask(),
         ElementsAre(testing::StartsWith(Row(L"UNKNOWN", L"that of the adapters", start + L"127"))));
-    adapters_.libraryLoads = false;
+    adapters_.canBeLoaded = false;
     EXPECT_THAT(
         Bitmask(),
         ElementsAre(testing::StartsWith(Row(L"UNKNOWN", L"that of the adapters", start + L"127"))));

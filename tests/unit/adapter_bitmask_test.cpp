@@ -409,7 +409,7 @@ TEST_F(HardwareBitmask, IsZeroWithoutTheLibraryOrItsFunction) {
     EXPECT_THAT(machine.calls.Lines(), ElementsAre("LoadLibraryExW(iphlpapi.dll, null, 2048)",
                                                    "GetProcAddress(library, GetAdaptersAddresses)",
                                                    "FreeLibrary(library)"));
-    machine.libraryLoads = false;
+    machine.canBeLoaded = false;
     machine.calls = {};
     ExpectBitmask(0, "");
     EXPECT_THAT(machine.calls.Lines(), ElementsAre("LoadLibraryExW(iphlpapi.dll, null, 2048)"));
