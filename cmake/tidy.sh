@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
 # clang-tidy on several files at a time. Nearly all of its time goes into the headers that each of them
 # includes: here they are read once for all. Findings are reported for the original file. Files that
-# do not compile as one, such as several programs, are read one after another.
+# do not compile as one, since two of them have the same names, are read one after another.
 #
 #   tidy.sh BUILD_DIRECTORY CLANG_OPTION... -- FILE...
 #
-# The files are in one directory, and have the same options.
+# The first file's .clang-tidy is for all.
 set -euo pipefail
 
 build=$1
@@ -24,9 +24,10 @@ number=0
 {
     grep -hE '^#(include|pragma [^o])' "$@" | awk '!seen[$0]++' # their order matters
     for file in "$@"; do
-        # Tests have the same names in their unnamed namespaces.
+        # Tests and programs have the same names.
         namespace=
-        if [[ $file == *_test.cpp ]] && ! grep -qE '^namespace test \{|extern "C"' "$file"; then
+        if [[ $file == *_test.cpp ]] || grep -qE '^(int|BOOL) .*[mM]ain\(' "$file" &&
+            ! grep -qE '^namespace test \{|extern "C"' "$file"; then
             namespace="namespace joined_$((++number)) {"
         fi
         echo "$namespace // joined: $file"
@@ -35,17 +36,23 @@ number=0
     done
 } >"$joined"
 
-# The first one's options, except those for its files and GCC only.
-mapfile -t words < <(jq -r --arg file "$(readlink -f "$1")" \
-    '.[] | select(.file == $file) | .command' "$build/compile_commands.json" | xargs -n 1)
+# The options of all, except those for their files and GCC only.
+mapfile -t words < <(jq -r --arg root "$PWD/" '.[] | select(.file | ltrimstr($root) | IN($ARGS.positional[])) |
+    .command' "$build/compile_commands.json" --args "$@" | xargs -n 1)
+declare -A seen=()
 compiler=()
-for ((word = 1; word < ${#words[@]}; ++word)); do
+for ((word = 0; word < ${#words[@]}; ++word)); do
+    option=("${words[word]}")
     case ${words[word]} in
-        -o | -c | -include | -M[TF]) ((++word)) ;;
-        -isystem) compiler+=("${words[word]}" "${words[++word]}") ;;
-        -[DI]* | -std=*) compiler+=("${words[word]}") ;;
+        -isystem) option+=("${words[++word]}") ;;
+        -[DI]* | -std=*) ;;
+        *) continue ;;
     esac
+    [[ ! ${seen[${option[*]}]:-} ]] || continue
+    seen[${option[*]}]=1
+    compiler+=("${option[@]}")
 done
+mapfile -t -O ${#compiler[@]} compiler < <(dirname "$@" | sort -u | sed 's/^/-I/')
 
 configuration=$(dirname "$1")
 while [[ ! -e $configuration/.clang-tidy && $configuration != . ]]; do
@@ -53,9 +60,19 @@ while [[ ! -e $configuration/.clang-tidy && $configuration != . ]]; do
 done
 
 status=0
+# If one of the joined files uses a name, clang-tidy takes the using declarations of all for used.
+for file in "$@"; do
+    while read -r name; do
+        if (($(grep -cw "$name" "$file") == 1)); then
+            echo "$file: the using declaration of '$name' is unused"
+            status=1
+        fi
+    done < <(sed -nE 's/^ *using [a-z_:]+::(\w+);/\1/p' "$file")
+done
 clang-tidy --quiet --config-file="$configuration/.clang-tidy" "$joined" -- \
     "${options[@]}" "${compiler[@]}" >"$work/findings" 2>/dev/null || status=$?
-if ((status)) && grep -qE 'error: .*\[clang-diagnostic-error' "$work/findings"; then
+if grep -m 1 'error: .*\[clang-diagnostic-error' "$work/findings" >"$work/error"; then
+    echo "$1 and $(($# - 1)) more do not compile as one, and take longer: $(cut -d ' ' -f 2- "$work/error")"
     clang-tidy --quiet -p "$build" "${options[@]/#/--extra-arg=}" "$@" 2>/dev/null
     exit
 fi

@@ -7,11 +7,9 @@
 
 #include <windows.h>
 
-#include <cstddef>
-
 namespace {
 
-constexpr std::size_t BannerDashes = 26;
+constexpr int UninstallBannerDashes = 26;
 constexpr DWORD UninstallTimeoutMs = 60'000;
 constexpr WORD EventCategory = 1;
 constexpr DWORD EventId = 16;
@@ -19,7 +17,7 @@ constexpr DWORD EventId = 16;
 }  // namespace
 
 void RespondToSecurityFailure(std::wstring& reason) {
-    PrintSectionBanner(BannerDashes, "Uninstalling Product.....\r\n");
+    PrintSectionBanner(UninstallBannerDashes, "Uninstalling Product.....\r\n");
     RunUninstallProgram();
     reason += L" - Uninstalling";
     ConsolePrint("%ls\r\n", reason.c_str());

@@ -43,7 +43,7 @@ constexpr wchar_t TaskServiceKey[] =
 constexpr wchar_t TaskServiceServerKey[] =
     L"SOFTWARE\\Classes\\CLSID\\{0F87369F-A4E5-4CFC-BD3E-73E6154572DD}\\InprocServer32";
 constexpr wchar_t TaskServiceLibraryName[] = L"stand_in_task_service.dll";
-constexpr DWORD RunLimitMs = 180'000;   // no run takes this long
+constexpr DWORD RunTimeoutMs = 180'000;   // no run takes this long
 constexpr DWORD ReadyLimitMs = 30'000;  // no stand-in needs this long to be ready
 
 // The running processes whose program is in `directory`, by the program's file name.
@@ -505,7 +505,7 @@ std::filesystem::path Machine::ConfigurationDirectory() {
 
 DWORD RunToEnd(const std::wstring& commandLine, HANDLE output) {
     const StartedProcess started = StartProcess(commandLine, output, DETACHED_PROCESS);
-    if (::WaitForSingleObject(started.process.Get(), RunLimitMs) != WAIT_OBJECT_0) {
+    if (::WaitForSingleObject(started.process.Get(), RunTimeoutMs) != WAIT_OBJECT_0) {
         EndProcess(started.id);
         throw std::runtime_error("the program does not end");
     }

@@ -5,6 +5,7 @@
 #include <winternl.h>
 
 #include <cstddef>
+#include <gtest/gtest.h>
 #include <stdexcept>
 #include <vector>
 
@@ -109,12 +110,14 @@ void RemoveNativeTree(HKEY key) {
         const std::wstring name = TextAt(information, NameOffset);
         Named named(key, name, OBJ_CASE_INSENSITIVE | OpenTheLink);
         HANDLE child = nullptr;
-        Demand(Native<OpenKey>("NtOpenKey")(&child, KEY_ALL_ACCESS, named.Get()) == 0,
-               "a key cannot be opened");
+        if (Native<OpenKey>("NtOpenKey")(&child, KEY_ALL_ACCESS, named.Get()) != 0) {
+            ADD_FAILURE() << "a key cannot be opened";
+            return;
+        }
         RemoveNativeTree(static_cast<HKEY>(child));
         ::RegCloseKey(static_cast<HKEY>(child));
     }
-    Demand(Native<DeleteKey>("NtDeleteKey")(key) == 0, "a key cannot be deleted");
+    EXPECT_EQ(Native<DeleteKey>("NtDeleteKey")(key), 0) << "a key cannot be deleted";
 }
 
 }  // namespace test

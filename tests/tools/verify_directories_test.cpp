@@ -20,7 +20,6 @@
 
 namespace {
 
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
 using verify::CheckDirectories;

@@ -22,7 +22,7 @@ namespace {
 constexpr std::string_view Digits = "0123456789abcdef";
 
 // A character in a JSON string: itself, or its escape.
-struct Escaped {
+struct EscapedCharacter {
     static constexpr std::uint8_t Longest = 6;
 
     std::array<char, Longest + 1> text{};  // with the size, eight bytes
@@ -30,8 +30,8 @@ struct Escaped {
 };
 
 // The characters of a log.
-constexpr std::array<Escaped, 256> Characters = [] {
-    std::array<Escaped, 256> characters{};
+constexpr std::array<EscapedCharacter, 256> Characters = [] {
+    std::array<EscapedCharacter, 256> characters{};
     for (std::size_t code = 0; code < characters.size(); ++code) {
         const char character = static_cast<char>(code);
         if (character == '"' || character == '\\') {
@@ -41,7 +41,7 @@ constexpr std::array<Escaped, 256> Characters = [] {
         } else {
             characters[code] = {
                 {'\\', 'u', '0', '0', Digits[code / Digits.size()], Digits[code % Digits.size()]},
-                Escaped::Longest};
+                EscapedCharacter::Longest};
         }
     }
     return characters;
@@ -151,7 +151,7 @@ private:
 
     // Opens a string of at most so many characters.
     char* Open(std::size_t characters) {
-        char* const to = Room(Escaped::Longest * characters + sizeof(Escaped));
+        char* const to = Room(EscapedCharacter::Longest * characters + sizeof(EscapedCharacter));
         *to = '"';
         return to + 1;
     }
@@ -163,7 +163,7 @@ private:
 
     // Copies all of it, which is one instruction, and counts its size.
     static char* Put(char* to, char32_t code) {
-        const Escaped& escaped = Characters[code];
+        const EscapedCharacter& escaped = Characters[code];
         std::memcpy(to, &escaped, sizeof escaped);
         return to + escaped.size;
     }
