@@ -14,4 +14,4 @@ for argument; do
         *) set -- "$@" "$argument" ;;
     esac
 done
-exec ld.lld "$@"
+exec ld.lld-19 "$@"

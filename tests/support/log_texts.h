@@ -4,10 +4,11 @@
 
 namespace test {
 
-// Texts of the log that are the same in every run, byte for byte.
+// Texts of the log that are the same in every run, byte for byte. Not inline, on purpose: Clang for
+// Windows would initialise them after what is made of them.
 
-inline const std::string LogBegin = "\r\nFIRST RUN - START\r\n\r\n";
-inline const std::string LogEnd = "\r\n\r\nFIRST RUN - FINISHED\r\n";
+const std::string LogBegin = "\r\nFIRST RUN - START\r\n\r\n";
+const std::string LogEnd = "\r\n\r\nFIRST RUN - FINISHED\r\n";
 
 // What "/?" prints between them.
 inline std::string UsageText(const std::string& programTitle = "Finaset") {

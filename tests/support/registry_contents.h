@@ -11,8 +11,8 @@ namespace test {
 // The registry as the tests prepare and inspect it, in the default view unless `view` says
 // otherwise. Unexpected failures throw.
 
-// The key of the product's settings.
-inline const std::wstring ParametersKey =
+// The key of the product's settings. Not inline, on purpose: see log_texts.h.
+const std::wstring ParametersKey =
     L"SYSTEM\\CurrentControlSet\\Services\\Tarsel Nimbus Network Service\\Parameters";
 
 struct RegistryValue {
