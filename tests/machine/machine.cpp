@@ -43,8 +43,8 @@ constexpr wchar_t TaskServiceKey[] =
 constexpr wchar_t TaskServiceServerKey[] =
     L"SOFTWARE\\Classes\\CLSID\\{0F87369F-A4E5-4CFC-BD3E-73E6154572DD}\\InprocServer32";
 constexpr wchar_t TaskServiceLibraryName[] = L"stand_in_task_service.dll";
-constexpr DWORD RunTimeoutMs = 180'000;   // no run takes this long
-constexpr DWORD ReadyLimitMs = 30'000;  // no stand-in needs this long to be ready
+constexpr DWORD RunTimeoutMs = 180'000;  // no run takes this long
+constexpr DWORD ReadyLimitMs = 30'000;   // no stand-in needs this long to be ready
 
 // The running processes whose program is in `directory`, by the program's file name.
 std::multimap<std::wstring, DWORD> ProcessesFrom(const std::filesystem::path& directory) {
