@@ -356,8 +356,12 @@ std::string BytesOf(const LogItem& item) {
 }
 
 std::string LogOf(const Course& course) {
+    return LogWith(ItemsOf(course));
+}
+
+std::string LogWith(const std::vector<LogItem>& items) {
     std::string log = LogBegin;
-    for (const LogItem& item : ItemsOf(course)) {
+    for (const LogItem& item : items) {
         log += BytesOf(item);
     }
     return log + LogEnd;

@@ -116,7 +116,7 @@ Log LogOf(test::Course course, std::mt19937& random) {
         }
         findings.insert(finding);
     }
-    return {LogOf(course), findings};
+    return {test::LogWith(items), findings};
 }
 
 Log AnyLog(std::mt19937& random) {
@@ -181,8 +181,8 @@ std::string Repeated(const std::string& text) {
     constexpr std::size_t Huge = 200'000'000;
     const std::size_t size = (Huge + text.size() - 1) / text.size() * text.size();
     std::string repeated = text;
-    repeated.reserve(size);
-    while (repeated.size() < size) {  // twice as long each time
+    repeated.reserve(size + 1'000'000);  // for what is added at either end
+    while (repeated.size() < size) {     // twice as long each time
         repeated.append(repeated, 0, size - repeated.size());
     }
     return repeated;
