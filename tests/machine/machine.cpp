@@ -70,13 +70,14 @@ struct StartedProcess {
     DWORD id = 0;
 };
 
-StartedProcess StartProcess(std::wstring commandLine, HANDLE output, DWORD flags) {
+StartedProcess StartProcess(std::wstring commandLine, HANDLE output, DWORD flags,
+                            HANDLE errors = nullptr) {
     STARTUPINFOW startup = {};
     startup.cb = sizeof(startup);
     if (output != nullptr) {
         startup.dwFlags = STARTF_USESTDHANDLES;
         startup.hStdOutput = output;
-        startup.hStdError = output;
+        startup.hStdError = errors != nullptr ? errors : output;
     }
     PROCESS_INFORMATION info = {};
     if (!::CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, output != nullptr, flags,
@@ -503,8 +504,8 @@ std::filesystem::path Machine::ConfigurationDirectory() {
     return DataDirectory() / L"Nimbus\\ConfigurationFiles";
 }
 
-DWORD RunToEnd(const std::wstring& commandLine, HANDLE output) {
-    const StartedProcess started = StartProcess(commandLine, output, DETACHED_PROCESS);
+DWORD RunToEnd(const std::wstring& commandLine, HANDLE output, HANDLE errors) {
+    const StartedProcess started = StartProcess(commandLine, output, DETACHED_PROCESS, errors);
     if (::WaitForSingleObject(started.process.Get(), RunTimeoutMs) != WAIT_OBJECT_0) {
         EndProcess(started.id);
         throw std::runtime_error("the program does not end");

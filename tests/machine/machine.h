@@ -123,9 +123,10 @@ private:
     std::map<std::wstring, InstalledService> services_;
 };
 
-// Runs a program to its end, and returns its exit code. Its standard output goes to `output`, which
-// must be inheritable, or nowhere if null.
-DWORD RunToEnd(const std::wstring& commandLine, HANDLE output = nullptr);
+// Runs a program to its end, and returns its exit code. Its standard output goes to `output`, and
+// what it complains about to `errors`, or to `output` too if null. Both must be inheritable;
+// without `output`, neither goes anywhere.
+DWORD RunToEnd(const std::wstring& commandLine, HANDLE output = nullptr, HANDLE errors = nullptr);
 
 // A link to a directory, while it lives. The directories above both must exist.
 class DirectoryLink {

@@ -81,7 +81,7 @@ protected:
     }
 
     ~VerifiedRun() override {
-        for (const wchar_t* const name : {L"lists.txt", L"printed.txt", L"complaint.txt"}) {
+        for (const wchar_t* const name : {L"lists.txt", L"printed.txt"}) {
             test::RemoveAll(std::filesystem::path(L"C:\\") / name);
         }
     }
@@ -107,12 +107,24 @@ protected:
 
     // Calls the program itself. Returns its exit status; its output is in `printed_`.
     int Call(const std::wstring& arguments, const std::wstring& program = L"finaset-verify.exe") {
-        const std::wstring command = L"cd /d \"" + machine_.ProgramDirectory().wstring() +
-                                     L"\" && " + program + L' ' + arguments +
-                                     L" > C:\\printed.txt 2> C:\\complaint.txt";
-        const int status = ::_wsystem(command.c_str());
-        printed_ = test::FileText(L"C:\\printed.txt").value();
-        return status;
+        constexpr wchar_t Printed[] = L"C:\\printed.txt";
+        DWORD status = 0;
+        {
+            const Utils::FileHandle output = Inheritable(Printed, CREATE_ALWAYS);
+            const Utils::FileHandle nothing = Inheritable(L"NUL", OPEN_EXISTING);
+            status = test::RunToEnd(
+                L'"' + (machine_.ProgramDirectory() / program).wstring() + L"\" " + arguments,
+                output.Get(), nothing.Get());
+        }
+        printed_ = test::FileText(Printed).value();
+        return static_cast<int>(status);
+    }
+
+    static Utils::FileHandle Inheritable(const wchar_t* path, DWORD creation) {
+        SECURITY_ATTRIBUTES inheritable = {sizeof(inheritable), nullptr, TRUE};
+        return Utils::FileHandle(::CreateFileW(path, GENERIC_WRITE,
+                                               FILE_SHARE_READ | FILE_SHARE_WRITE, &inheritable,
+                                               creation, 0, nullptr));
     }
 
     [[nodiscard]] static std::filesystem::path Data(const std::wstring& name) {
@@ -330,10 +342,10 @@ std::map<std::wstring, std::string> WholeMachine() {
         state[entry.path()] = {reinterpret_cast<const char*>(&data), sizeof(data)};
     }
     for (const std::wstring hive : {L"HKLM", L"HKCU", L"HKU"}) {
-        ::_wsystem((L"reg export " + hive + L" C:\\export.reg /y > NUL").c_str());
+        test::RunToEnd(L"reg.exe export " + hive + L" C:\\export.reg /y");
         state[hive] = test::FileText(L"C:\\export.reg").value();
     }
-    for (const wchar_t* const own : {L"C:\\export.reg", L"C:\\printed.txt", L"C:\\complaint.txt"}) {
+    for (const wchar_t* const own : {L"C:\\export.reg", L"C:\\printed.txt"}) {
         state.erase(own);
     }
     return state;

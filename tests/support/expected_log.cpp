@@ -356,15 +356,24 @@ std::string BytesOf(const LogItem& item) {
 }
 
 std::string LogOf(const Course& course) {
+    return LogWith(ItemsOf(course));
+}
+
+std::string LogWith(const std::vector<LogItem>& items) {
     std::string log = LogBegin;
-    for (const LogItem& item : ItemsOf(course)) {
+    for (const LogItem& item : items) {
         log += BytesOf(item);
     }
     return log + LogEnd;
 }
 
 std::string Unmarked(std::string text) {
-    std::erase_if(text, [](char each) { return each == MarkBefore || each == MarkBehind; });
+    // Tests are not optimised, the library is: a predicate for each character would take ten times
+    // as long.
+    constexpr char Marks[] = {MarkBefore, MarkBehind, '\0'};
+    for (std::size_t at = 0; (at = text.find_first_of(Marks, at)) != std::string::npos;) {
+        text.erase(at, 1);
+    }
     return text;
 }
 

@@ -70,6 +70,7 @@ std::string BytesOf(const LogItem& item);
 
 // The bytes of the whole log.
 std::string LogOf(const Course& course);
+std::string LogWith(const std::vector<LogItem>& items);
 
 std::string Unmarked(std::string text);
 

@@ -116,7 +116,7 @@ Log LogOf(test::Course course, std::mt19937& random) {
         }
         findings.insert(finding);
     }
-    return {LogOf(course), findings};
+    return {test::LogWith(items), findings};
 }
 
 Log AnyLog(std::mt19937& random) {
@@ -143,7 +143,7 @@ std::string Utf16(std::string_view log) {
 
 // Of a run, as it may have been captured.
 Log CapturedLog(std::mt19937& random) {
-    const std::string good = test::LogOf({.configured = true});
+    static const std::string good = test::LogOf({.configured = true});
     const std::string noEnd = "The log's end is missing: the run, or its capture, was cut off.\t";
     Log log = AnyLog(random);
     switch (random() % 25) {
@@ -176,12 +176,14 @@ Log CapturedLog(std::mt19937& random) {
     }
 }
 
+// So often that it is huge.
 std::string Repeated(const std::string& text) {
     constexpr std::size_t Huge = 200'000'000;
-    std::string repeated;
-    repeated.reserve(Huge + text.size());
-    while (repeated.size() < Huge) {
-        repeated += text;
+    const std::size_t size = (Huge + text.size() - 1) / text.size() * text.size();
+    std::string repeated = text;
+    repeated.reserve(size + 1'000'000);  // for what is added at either end
+    while (repeated.size() < size) {     // twice as long each time
+        repeated.append(repeated, 0, size - repeated.size());
     }
     return repeated;
 }

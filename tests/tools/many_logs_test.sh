@@ -52,21 +52,28 @@ findings() {
 as_user=()
 ((EUID != 0)) || as_user=(setpriv "--bounding-set=-dac_override,-dac_read_search")
 
-# read_logs NAME ARGUMENT...: saves its output, and its exit status, under the name.
+# read_logs NAME ARGUMENT...: saves its output, and its exit status, under the name. On Windows all
+# calls wait for run_machine, and run on one machine.
 read_logs() {
-    local name=$1 status=0 command=("$reader")
+    local name=$1 status=0
     shift
-    [[ ! $drive ]] || command=("$tests/../machine/fresh_machine.sh" "$reader")
+    names+=("$name")
+    if [[ $drive ]]; then
+        local file=$drive${work//\//\\}\\$name
+        printf '%s\r\n' "\"$drive${reader//\//\\}\"$(printf ' "%s"' "$@") >\"$file\" 2>\"$file.error\"" \
+            ">\"$file.status\" echo %errorlevel%" >>"$work/calls.cmd"
+        return
+    fi
     (
-        # Kilobytes of address space; Wine needs more for itself.
-        [[ $drive ]] || ulimit -v 65536
-        exec "${as_user[@]}" "${command[@]}" "$@"
+        ulimit -v 65536 # kilobytes of address space
+        exec "${as_user[@]}" "$reader" "$@"
     ) >"$work/$name" 2>"$work/$name.error" || status=$?
-    # The machine says what it misses.
-    sed -i '/^fresh_machine.sh: /d' "$work/$name.error"
-    # In this computer's form of lines and paths.
-    sed -i "s/\r\$//; s|$drive$logs|LOGS|g" "$work/$name" "$work/$name.error"
     echo "$status" >"$work/$name.status"
+}
+
+run_machine() {
+    "${as_user[@]}" "$tests/../machine/fresh_machine.sh" "$work/calls.cmd" >"$work/machine" 2>&1 || true
+    cat "$work/machine"
 }
 
 expect_status() {
@@ -155,24 +162,10 @@ check_json() {
         complain "JSON: not the two that were asked for"
 }
 
-# browse FILE OPTION...: how a browser renders it.
-browse() {
-    local file=$1
-    shift
-    chromium --headless --no-sandbox --disable-gpu --disable-background-networking --no-first-run \
-        --disable-component-update --disable-sync --disable-quic \
-        --user-data-dir="$(mktemp -d -p "$work")" --virtual-time-budget=5000 \
-        "$@" --dump-dom "file://$file" 2>"$work/browser.error" || {
-        cat "$work/browser.error"
-        complain "the browser has failed"
-    }
-}
-
-# A script at the end of the page reports what the browser found in it.
+# A script at the end of the page reports what the browser found in it to the page whose frame it is in.
 ask_page() {
     sed '/<\/body>/,$d' "$work/page.html"
     cat <<'HTML'
-<pre id="found"></pre>
 <script>
 const all = (selector, within = document) => [...within.querySelectorAll(selector)];
 const text = element => element ? element.textContent.replace(/ +/g, " ") : "";
@@ -190,20 +183,46 @@ const found = [
   "from elsewhere: " + all("[src], link, [href]").length,
   "background: " + getComputedStyle(document.body).backgroundColor,
 ];
-document.getElementById("found").textContent = found.join("\n");
+parent.postMessage([name, found.join("\n")], "*");
 </script>
 </body>
 </html>
 HTML
 }
 
-# check_page BACKGROUND OPTION...: what the page shows in such a window.
+# What the page shows in three windows, one as narrow as the browser's can be. They are the frames of
+# another page: three browsers would take three times as long.
+check_pages() {
+    cat >"$work/windows.html" <<'HTML'
+<!DOCTYPE html>
+<pre id="wide"></pre>
+<pre id="narrow"></pre>
+<pre id="dark"></pre>
+<script>
+onmessage = ({data: [name, found]}) => document.getElementById(name).textContent = found;
+</script>
+<iframe name="wide" src="asked.html" width="1280" height="900"></iframe>
+<iframe name="narrow" src="asked.html" width="500" height="800"></iframe>
+<iframe name="dark" src="asked.html" width="1280" height="900" style="color-scheme: dark"></iframe>
+HTML
+    ask_page >"$work/asked.html"
+    chromium --headless --no-sandbox --disable-gpu --disable-background-networking --no-first-run \
+        --disable-component-update --disable-sync --disable-quic \
+        --user-data-dir="$(mktemp -d -p "$work")" --virtual-time-budget=5000 \
+        --dump-dom "file://$work/windows.html" >"$work/browsed" 2>"$work/browser.error" || {
+        cat "$work/browser.error"
+        complain "the browser has failed"
+    }
+    check_page wide 'rgb(255, 255, 255)'
+    check_page narrow 'rgb(255, 255, 255)'
+    check_page dark 'rgb(20, 23, 26)'
+}
+
+# check_page WINDOW BACKGROUND: what it shows in that one.
 check_page() {
-    local background=$1
-    shift
-    browse "$work/asked.html" "$@" | sed -n '/<pre id="found">/,/<\/pre>/p' |
+    sed -n "/<pre id=\"$1\">/,/<\/pre>/p" "$work/browsed" |
         sed 's/.*<pre[^>]*>//; s|</pre>.*||; s/&gt;/>/g; s/&lt;/</g; s/&amp;/\&/g' |
-        sort >"$work/page.found"
+        sort >"$work/$1.found"
     {
         echo "sum: $(count read) $(count 'in order') $(count 'needing attention')" \
             "$(count 'not readable')"
@@ -213,9 +232,9 @@ check_page() {
         echo "bars: true"
         echo "within the window: true"
         echo "from elsewhere: 0"
-        echo "background: $background"
-    } | sort >"$work/page.expected"
-    same page
+        echo "background: $2"
+    } | sort >"$work/$1.expected"
+    same "$1"
 }
 
 for reader in "$@"; do
@@ -231,23 +250,25 @@ for reader in "$@"; do
         cp "$insecure" "$logs/"$'\xff\x1b.log'
         expect 2 3
     fi
-    read_logs text "$drive$logs" &
-    read_logs page.html --html "$drive$logs" &
-    read_logs lines.json --json "$drive$logs" &
-    wait
-    read_logs empty "$drive$logs/empty" &
-    read_logs none.json --json "$drive$logs/empty" "$drive$logs/win10-22H2/notes" &
+    names=()
+    echo '@echo off' >"$work/calls.cmd"
+    read_logs text "$drive$logs"
+    read_logs page.html --html "$drive$logs"
+    read_logs lines.json --json "$drive$logs"
+    read_logs empty "$drive$logs/empty"
+    read_logs none.json --json "$drive$logs/empty" "$drive$logs/win10-22H2/notes"
     read_logs two.json --json "$drive$tests/logs/first-installation.log" \
-        "$drive$tests/logs/reinstallation.log" &
-    read_logs some.json --json "$drive$tests/logs/first-installation.log" "$drive$logs/missing" &
-    wait
+        "$drive$tests/logs/reinstallation.log"
+    read_logs some.json --json "$drive$tests/logs/first-installation.log" "$drive$logs/missing"
+    [[ ! $drive ]] || run_machine
+    # In this computer's form of lines and paths.
+    for name in "${names[@]}"; do
+        sed -i "s/\r\$//; s|$drive$logs|LOGS|g" "$work/$name" "$work/$name".{error,status}
+    done
     check_calls
     check_text
     check_json
-    ask_page >"$work/asked.html"
-    check_page 'rgb(255, 255, 255)' --window-size=1280,900
-    check_page 'rgb(255, 255, 255)' --window-size=400,800
-    check_page 'rgb(20, 23, 26)' --window-size=1280,900 --blink-settings=preferredColorScheme=0
+    check_pages
 done
 
 exit "$failures"

@@ -82,11 +82,22 @@ browse() {
     }
 }
 
-# A script at the end reports what the browser found in the page.
+# Both in frames of one page, so that one browser does: the page, with a script at its end that reports
+# what the browser found in it, and the JSON as a script reads it.
+cat >"$work/frames.html" <<'HTML'
+<!DOCTYPE html>
+<meta charset="utf-8">
+<pre id="page"></pre>
+<pre id="json"></pre>
+<script>
+onmessage = ({data: [name, found]}) => document.getElementById(name).textContent = found;
+</script>
+<iframe name="page" src="asked.html" width="800" height="600"></iframe>
+<iframe name="json" src="json.html"></iframe>
+HTML
 {
     sed '/<\/body>/,$d' "$work/page.html"
     cat <<'HTML'
-<pre id="found"></pre>
 <script>
 const all = (selector, within = document) => [...within.querySelectorAll(selector)];
 const found = [
@@ -96,19 +107,32 @@ const found = [
     all("summary", each)[0].textContent),
   ...all("tr.attention").map(row => all("td", row)[1].textContent + ": " +
     all("code", row)[0].textContent),
+  "not ASCII: " + document.body.textContent.includes("Window Title Tarsel\u00ae Lumetra"),
   "hidden while folded: " + (all("details:not([open]) td")[0].checkVisibility() === false),
   "coloured: " + (getComputedStyle(all("tr.attention td")[0]).color !==
     getComputedStyle(document.body).color),
   "within the window: " + (document.documentElement.scrollWidth <= innerWidth),
   "from elsewhere: " + all("[src], link, [href]").length,
 ];
-document.getElementById("found").textContent = found.join("\n");
+parent.postMessage([name, found.join("\n")], "*");
 </script>
 </body>
 </html>
 HTML
 } >"$work/asked.html"
-browse "$work/asked.html" --dump-dom >"$work/found"
+{
+    echo '<!DOCTYPE html><meta charset="utf-8"><script>const report ='
+    cat "$work/report.json"
+    cat <<'HTML'
+;
+const items = report.sections.flatMap(section => section.items);
+parent.postMessage([name, [report.attention, report.attention_items,
+  items.filter(item => item.judgement === "attention").map(item => item.line).join(),
+  items[0].text.includes("Tarsel\u00ae Lumetra")].join(" ")], "*");
+</script>
+HTML
+} >"$work/json.html"
+browse "$work/frames.html" --dump-dom >"$work/found"
 
 # The expected findings, from the log itself.
 verdicts_between() {
@@ -131,31 +155,17 @@ link=$(line_of 'Verifying Children Files of Directory ')
 reason=$(line_of 'Security Vulnerability Securing Directories')
 expect "$link: Verifying Children Files of Directory C:\ProgramData\Tarsel\Nimbus has NO links"
 expect "$reason: Security Vulnerability Securing Directories"
-expect 'Window Title Tarsel® Lumetra'
+expect 'not ASCII: true'
 expect 'hidden while folded: true'
 expect 'coloured: true'
 expect 'within the window: true'
 expect 'from elsewhere: 0'
+expect "<pre id=\"json\">true 2 $link,$reason true</pre>"
 
 # In print nothing can be unfolded: everything is there, on more than the one page of what is open.
 browse "$work/page.html" --print-to-pdf="$work/page.pdf"
 pages=$(grep --text --count '/Type /Page$' "$work/page.pdf") || true
 ((pages > 1)) || complain "printed, the page takes ${pages:-no} pages"
-
-{
-    echo '<!DOCTYPE html><meta charset="utf-8"><pre></pre><script>const report ='
-    cat "$work/report.json"
-    cat <<'HTML'
-;
-const items = report.sections.flatMap(section => section.items);
-document.querySelector("pre").textContent = [report.attention, report.attention_items,
-  items.filter(item => item.judgement === "attention").map(item => item.line).join(),
-  items[0].text.includes("Tarsel\u00ae Lumetra")].join(" ");
-</script>
-HTML
-} >"$work/json.html"
-browse "$work/json.html" --dump-dom >"$work/found"
-expect "<pre>true 2 $link,$reason true</pre>"
 
 ((failures == 0)) || cat "$work/found"
 exit "$failures"
