@@ -100,14 +100,24 @@ if [[ $(cat "$original/state" 2>/dev/null) != "$state" ]]; then
     mv "$WINEPREFIX" "$original/"
     echo "$state" >"$original/state"
 fi
-# One processor for all of a machine, each in its turn: its programs call Wine's server all the time,
-# which costs twice as much if it has to wake another processor.
+# One processor for all of a machine, the one with the fewest machines: its programs call Wine's server
+# all the time, which costs twice as much if it has to wake another processor.
 mapfile -t processors < <(sed -n 's/^Cpus_allowed_list:[[:space:]]*//p' /proc/self/status |
     tr , '\n' | while IFS=- read -r first last; do seq "$first" "${last:-$first}"; done)
-turn=$(($(cat "$build/machine.turn" 2>/dev/null || echo 0) + 1))
-echo "$turn" >"$build/machine.turn"
+machines=() count=()
+while read -r processor process; do
+    if [[ -e /proc/$process ]]; then
+        machines+=("$processor $process")
+        count[processor]=$((${count[processor]:-0} + 1))
+    fi
+done < <(cat "$build/machine.processors" 2>/dev/null)
+chosen=${processors[0]}
+for processor in "${processors[@]}"; do
+    ((${count[processor]:-0} >= ${count[chosen]:-0})) || chosen=$processor
+done
+printf '%s\n' "${machines[@]}" "$chosen $$" >"$build/machine.processors"
 exec {lock}>&-
-taskset --pid --cpu-list "${processors[turn % ${#processors[@]}]}" $$ >/dev/null
+taskset --pid --cpu-list "$chosen" $$ >/dev/null
 cp -a "$original/prefix" "$machine/"
 # The system's own files, half a gigabyte, are never written to: hard links will do.
 cp -a --link "$original/system32" "$WINEPREFIX/drive_c/windows/"

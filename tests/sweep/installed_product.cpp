@@ -6,6 +6,7 @@
 #include "support/console_capture.h"
 #include "support/expected_log.h"
 #include "support/file_contents.h"
+#include "support/guard_page_heap.h"
 #include "support/registry_contents.h"
 #include "support/temporary_directory.h"
 
@@ -106,6 +107,7 @@ void InstalledProduct::Run(const std::wstring& option, Program program) {
     const wchar_t* const arguments[] = {L"Finaset.exe", option.c_str()};
     log_ = Printed([&] {
         const PrintHook print([this](const std::string& text) { Event("log " + text); });
+        const GuardPages with(true);
         exitCode_ = program(option.empty() ? 1 : 2, arguments);
     });
 }
