@@ -57,15 +57,15 @@ private:
     static constexpr int None = -1;
     static inline int idle_ = None;
 
-    // Not std::tmpfile, whose file is in the root of the drive, where not every user may write. Needs
-    // no memory of the program's: that may have run out.
+    // Not std::tmpfile, whose file is in the root of the drive, where not every user may write.
+    // Needs no memory of the program's: that may have run out.
     static int Open() {
         wchar_t directory[MAX_PATH + 1] = {};
         wchar_t path[MAX_PATH] = {};
         return ::GetTempPathW(static_cast<DWORD>(std::size(directory)), directory) != 0 &&
                        ::GetTempFileNameW(directory, L"fin", 0, path) != 0
-                   ? ::_wopen(path, _O_RDWR | _O_BINARY | _O_NOINHERIT | _O_SHORT_LIVED |
-                                        _O_TEMPORARY)
+                   ? ::_wopen(path,
+                              _O_RDWR | _O_BINARY | _O_NOINHERIT | _O_SHORT_LIVED | _O_TEMPORARY)
                    : None;
     }
 

@@ -111,8 +111,7 @@ void RemoveNativeTree(HKEY key) {
         const std::wstring name = TextAt(information, NameOffset);
         Named named(key, name, OBJ_CASE_INSENSITIVE | OpenTheLink);
         HANDLE child = nullptr;
-        Demand(open(&child, KEY_ALL_ACCESS, named.Get()) == 0,
-               "a key cannot be opened");
+        Demand(open(&child, KEY_ALL_ACCESS, named.Get()) == 0, "a key cannot be opened");
         RemoveNativeTree(static_cast<HKEY>(child));
         ::RegCloseKey(static_cast<HKEY>(child));
     }

@@ -24,12 +24,13 @@ const TemporaryDirectory& Files() {
 }
 
 // The files that a run finds, whatever the last one left: the first of those to be replaced exists,
-// and the directories that contain something.
+// and the directories that contain something. They are empty: to be certain, the file system below
+// Wine would write every copy's contents to the disk, and its deletion would wait for that.
 void LayOutFiles() {
     if (!std::filesystem::exists(Files() / L"program")) {
         PutFile(Files() / L"program\\Unfinaset.exe", "");
         for (const FileOperation& file : FileTable) {
-            PutFile(ExpandEnvironmentPath(file.sourcePath), "shipped");
+            PutFile(ExpandEnvironmentPath(file.sourcePath), "");
         }
         PutFile(Files() / L"data\\Tarsel\\ImageCache\\icons\\game.png", "an image");
     }
@@ -38,7 +39,7 @@ void LayOutFiles() {
     }
     if (const auto replaced = std::ranges::find(FileTable, true, &FileOperation::overwrite);
         replaced != FileTable.end()) {
-        PutFile(DestinationOf(*replaced), "old");
+        PutFile(DestinationOf(*replaced), "");
     }
     for (const SecuredDirectory& directory : SecuredDirectoryTable) {
         ::RemoveDirectoryA(TargetOf(directory).c_str());
