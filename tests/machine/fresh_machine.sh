@@ -104,20 +104,17 @@ fi
 # all the time, which costs twice as much if it has to wake another processor.
 mapfile -t processors < <(sed -n 's/^Cpus_allowed_list:[[:space:]]*//p' /proc/self/status |
     tr , '\n' | while IFS=- read -r first last; do seq "$first" "${last:-$first}"; done)
-machines=() count=()
-while read -r processor process; do
-    if [[ -e /proc/$process ]]; then
-        machines+=("$processor $process")
-        count[processor]=$((${count[processor]:-0} + 1))
-    fi
-done < <(cat "$build/machine.processors" 2>/dev/null)
+machines=()
+while read -r processor; do
+    machines[processor]=$((${machines[processor]:-0} + 1))
+done < <(grep -ls 'fresh_machine\.sh' /proc/[0-9]*/cmdline | sed 's/cmdline$/status/' |
+    xargs -r sed -n 's/^Cpus_allowed_list:[[:space:]]*\([0-9]*\)$/\1/p' 2>/dev/null)
 chosen=${processors[0]}
 for processor in "${processors[@]}"; do
-    ((${count[processor]:-0} >= ${count[chosen]:-0})) || chosen=$processor
+    ((${machines[processor]:-0} >= ${machines[chosen]:-0})) || chosen=$processor
 done
-printf '%s\n' "${machines[@]}" "$chosen $$" >"$build/machine.processors"
-exec {lock}>&-
 taskset --pid --cpu-list "$chosen" $$ >/dev/null
+exec {lock}>&-
 cp -a "$original/prefix" "$machine/"
 # The system's own files, half a gigabyte, are never written to: hard links will do.
 cp -a --link "$original/system32" "$WINEPREFIX/drive_c/windows/"
