@@ -100,14 +100,21 @@ if [[ $(cat "$original/state" 2>/dev/null) != "$state" ]]; then
     mv "$WINEPREFIX" "$original/"
     echo "$state" >"$original/state"
 fi
-# One processor for all of a machine, each in its turn: its programs call Wine's server all the time,
-# which costs twice as much if it has to wake another processor.
+# One processor for all of a machine, the one with the fewest machines: its programs call Wine's server
+# all the time, which costs twice as much if it has to wake another processor.
 mapfile -t processors < <(sed -n 's/^Cpus_allowed_list:[[:space:]]*//p' /proc/self/status |
     tr , '\n' | while IFS=- read -r first last; do seq "$first" "${last:-$first}"; done)
-turn=$(($(cat "$build/machine.turn" 2>/dev/null || echo 0) + 1))
-echo "$turn" >"$build/machine.turn"
+machines=()
+while read -r processor; do
+    machines[processor]=$((${machines[processor]:-0} + 1))
+done < <(grep -ls 'fresh_machine\.sh' /proc/[0-9]*/cmdline | sed 's/cmdline$/status/' |
+    xargs -r sed -n 's/^Cpus_allowed_list:[[:space:]]*\([0-9]*\)$/\1/p' 2>/dev/null)
+chosen=${processors[0]}
+for processor in "${processors[@]}"; do
+    ((${machines[processor]:-0} >= ${machines[chosen]:-0})) || chosen=$processor
+done
+taskset --pid --cpu-list "$chosen" $$ >/dev/null
 exec {lock}>&-
-taskset --pid --cpu-list "${processors[turn % ${#processors[@]}]}" $$ >/dev/null
 cp -a "$original/prefix" "$machine/"
 # The system's own files, half a gigabyte, are never written to: hard links will do.
 cp -a --link "$original/system32" "$WINEPREFIX/drive_c/windows/"

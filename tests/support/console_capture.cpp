@@ -8,10 +8,11 @@
 #include <io.h>
 
 #include <array>
+#include <cstddef>
 #include <cstdio>
 #include <iterator>
-#include <memory>
 #include <stdexcept>
+#include <utility>
 
 namespace test {
 
@@ -19,12 +20,64 @@ namespace {
 
 constexpr int StandardOutput = 1;
 
+// An empty file for what is printed. Most of a capture's time went into making one and deleting it,
+// so the last one stays for the next capture; it is gone when the program ends.
+class CaptureFile {
+public:
+    CaptureFile() : descriptor_(std::exchange(idle_, None)) {
+        descriptor_ = descriptor_ == None ? Open() : descriptor_;
+        if (descriptor_ == None) {
+            throw std::runtime_error("no temporary file can be made");
+        }
+    }
+    CaptureFile(const CaptureFile&) = delete;
+    CaptureFile& operator=(const CaptureFile&) = delete;
+    ~CaptureFile() {
+        ::_lseek(descriptor_, 0, SEEK_SET);
+        if (idle_ == None && ::_chsize(descriptor_, 0) == 0) {
+            idle_ = descriptor_;
+        } else {
+            ::_close(descriptor_);
+        }
+    }
+
+    [[nodiscard]] int Descriptor() const { return descriptor_; }
+
+    [[nodiscard]] std::string Text() const {
+        std::string text;
+        std::array<char, 4096> block{};
+        ::_lseek(descriptor_, 0, SEEK_SET);
+        for (int count = 0; (count = ::_read(descriptor_, block.data(), block.size())) > 0;) {
+            text.append(block.data(), static_cast<std::size_t>(count));
+        }
+        return text;
+    }
+
+private:
+    static constexpr int None = -1;
+    static inline int idle_ = None;
+
+    // Not std::tmpfile, whose file is in the root of the drive, where not every user may write.
+    // Needs no memory of the program's: that may have run out.
+    static int Open() {
+        wchar_t directory[MAX_PATH + 1] = {};
+        wchar_t path[MAX_PATH] = {};
+        return ::GetTempPathW(static_cast<DWORD>(std::size(directory)), directory) != 0 &&
+                       ::GetTempFileNameW(directory, L"fin", 0, path) != 0
+                   ? ::_wopen(path,
+                              _O_RDWR | _O_BINARY | _O_NOINHERIT | _O_SHORT_LIVED | _O_TEMPORARY)
+                   : None;
+    }
+
+    int descriptor_;
+};
+
 // Redirects standard output to a file while it lives.
 class Redirection {
 public:
-    explicit Redirection(std::FILE* file) : saved_(::_dup(StandardOutput)) {
+    explicit Redirection(int descriptor) : saved_(::_dup(StandardOutput)) {
         std::fflush(stdout);
-        if (saved_ < 0 || ::_dup2(::_fileno(file), StandardOutput) != 0) {
+        if (saved_ < 0 || ::_dup2(descriptor, StandardOutput) != 0) {
             throw std::runtime_error("standard output cannot be redirected");
         }
         PrepareConsole();
@@ -43,35 +96,15 @@ private:
     int saved_;
 };
 
-// A file that is gone when it is closed. Not std::tmpfile, whose file is in the root of the drive,
-// where not every user may write. Needs no memory of the program's: that may have run out.
-std::FILE* OpenTemporaryFile() {
-    wchar_t directory[MAX_PATH + 1] = {};
-    wchar_t path[MAX_PATH] = {};
-    return ::GetTempPathW(static_cast<DWORD>(std::size(directory)), directory) != 0 &&
-                   ::GetTempFileNameW(directory, L"fin", 0, path) != 0
-               ? ::_wfopen(path, L"w+bTD")
-               : nullptr;
-}
-
 }  // namespace
 
 std::string Printed(const std::function<void()>& action) {
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(OpenTemporaryFile(), &std::fclose);
-    if (file == nullptr) {
-        throw std::runtime_error("no temporary file can be made");
-    }
+    const CaptureFile file;
     {
-        const Redirection redirection(file.get());
+        const Redirection redirection(file.Descriptor());
         action();
     }
-    std::string text;
-    std::rewind(file.get());
-    std::array<char, 4096> block{};
-    while (const std::size_t count = std::fread(block.data(), 1, block.size(), file.get())) {
-        text.append(block.data(), count);
-    }
-    return text;
+    return file.Text();
 }
 
 }  // namespace test

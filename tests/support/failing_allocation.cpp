@@ -10,8 +10,8 @@
 namespace {
 
 #ifdef GUARD_PAGES
-constexpr auto Allocate = test::AllocateGuarded;
-constexpr auto Release = test::ReleaseGuarded;
+constexpr auto Allocate = test::AllocateForNew;
+constexpr auto Release = test::ReleaseForDelete;
 #else
 constexpr auto Allocate = std::malloc;
 constexpr auto Release = std::free;

@@ -14,6 +14,7 @@ namespace {
 constexpr std::size_t PageSize = 4096;
 constexpr std::size_t Alignment = 16;
 constexpr std::uint64_t Mark = 0xC0FFEE0DDBA11AD5;  // precedes each block
+constexpr std::uint64_t PlainMark = ~Mark;          // precedes each one without guard pages
 constexpr std::byte Filler{0xA5};                   // follows it, to the end of the page
 
 // Immediately precedes the block.
@@ -114,6 +115,29 @@ void ReleaseGuarded(void* block) {
         std::abort();
     }
     Lock(Pages(block), LengthFor(header.size));
+}
+
+void* AllocateForNew(std::size_t size) {
+    if (GuardPages::On()) {
+        return AllocateGuarded(size);
+    }
+    const std::size_t length = sizeof(Header) + size;
+    auto* const header = static_cast<Header*>(length < size ? nullptr : std::malloc(length));
+    if (header == nullptr) {
+        return nullptr;
+    }
+    *header = {size, PlainMark};
+    return header + 1;
+}
+
+void ReleaseForDelete(void* block) {
+    auto* const header = block == nullptr ? nullptr : static_cast<Header*>(block) - 1;
+    if (header == nullptr || header->mark != PlainMark) {
+        ReleaseGuarded(block);
+        return;
+    }
+    header->mark = 0;
+    std::free(header);
 }
 
 }  // namespace test

@@ -38,9 +38,7 @@ void** SlotBehindJump(void* function) {
     return reinterpret_cast<void**>(code + JumpLength + distance);
 }
 
-}  // namespace
-
-void** FindImportSlot(void* function) {
+void** SlotOf(void* function) {
     if (void** slot = SlotBehindJump(function)) {
         return slot;
     }
@@ -56,6 +54,15 @@ void** FindImportSlot(void* function) {
         }
     }
     throw std::logic_error("the program does not import the function that is to be hooked");
+}
+
+}  // namespace
+
+void** FindImportSlot(void* function) {
+    void** slot = SlotOf(function);
+    DWORD protection = 0;
+    ::VirtualProtect(slot, sizeof(*slot), PAGE_READWRITE, &protection);
+    return slot;
 }
 
 }  // namespace test

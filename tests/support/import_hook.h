@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/guard_page_heap.h"
+
 #include <windows.h>
 
 #include <functional>
@@ -9,9 +11,10 @@
 
 namespace test {
 
-// The slot in this program's import address table through which `function` is called. Takes the
-// address as the program sees it: the import's own, or that of the thunk that the linker makes for
-// a function declared without dllimport. Throws if the program does not import it.
+// The slot in this program's import address table through which `function` is called, which can be
+// written to from now on. Takes the address as the program sees it: the import's own, or that of
+// the thunk that the linker makes for a function declared without dllimport. Throws if the program
+// does not import it.
 void** FindImportSlot(void* function);
 
 template <auto Function, typename Signature = std::remove_pointer_t<decltype(Function)>>
@@ -27,10 +30,12 @@ class ImportHook<Function, Result(Arguments...)> {
 public:
     explicit ImportHook(std::function<Result(Arguments...)> replacement)
         : replacement_(std::move(replacement)), outer_(innermost_) {
-        if (outer_ == nullptr) {
+        if (slot_ == nullptr) {
             slot_ = FindImportSlot(reinterpret_cast<void*>(Function));
+        }
+        if (outer_ == nullptr) {
             platform_ = reinterpret_cast<Result (*)(Arguments...)>(*slot_);
-            WriteSlot(reinterpret_cast<void*>(&Dispatch));
+            *slot_ = reinterpret_cast<void*>(&Dispatch);
         }
         innermost_ = this;
     }
@@ -39,7 +44,7 @@ public:
     ~ImportHook() {
         innermost_ = outer_;
         if (outer_ == nullptr) {
-            WriteSlot(reinterpret_cast<void*>(platform_));
+            *slot_ = reinterpret_cast<void*>(platform_);
         }
     }
 
@@ -49,14 +54,8 @@ public:
 
 private:
     static Result Dispatch(Arguments... arguments) {
+        const GuardPages without(false);
         return innermost_->replacement_(arguments...);
-    }
-
-    static void WriteSlot(void* value) {
-        DWORD protection = 0;
-        ::VirtualProtect(slot_, sizeof(*slot_), PAGE_READWRITE, &protection);
-        *slot_ = value;
-        ::VirtualProtect(slot_, sizeof(*slot_), protection, &protection);
     }
 
     static inline ImportHook* innermost_ = nullptr;

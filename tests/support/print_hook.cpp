@@ -16,7 +16,8 @@ namespace {
 std::string Formatted(const char* format, va_list arguments) {
     va_list again;
     va_copy(again, arguments);
-    char text[1024] = {};
+    char text[1024];
+    text[0] = '\0';
     std::vsnprintf(text, sizeof(text), format, again);
     va_end(again);
     return text;

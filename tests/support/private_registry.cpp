@@ -1,5 +1,7 @@
 #include "support/private_registry.h"
 
+#include "support/native_keys.h"
+
 #include <stdexcept>
 #include <string>
 
@@ -26,8 +28,8 @@ PrivateRegistry::PrivateRegistry() {
 
 PrivateRegistry::~PrivateRegistry() {
     ::RegOverridePredefKey(HKEY_LOCAL_MACHINE, nullptr);
+    RemoveNativeTree(root_);  // with half the calls of RegDeleteTreeW
     ::RegCloseKey(root_);
-    ::RegDeleteTreeW(HKEY_CURRENT_USER, RootPath().c_str());
     ::RegDeleteKeyW(HKEY_CURRENT_USER, RootsPath);  // fails while another process has a root
 }
 

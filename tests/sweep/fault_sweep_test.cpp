@@ -4,10 +4,12 @@
 #include "sweep/faulty_run.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <iostream>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -24,16 +26,24 @@ using test::RunWith;
 using testing::IsEmpty;
 using testing::IsSupersetOf;
 
-struct Action {
+// A run with an option, and which of its calls fail: each of so many parts has its share of those
+// from the beginning to the end.
+struct Sweep {
     const char* name;
     std::wstring option;
+    std::size_t part = 0;
+    std::size_t parts = 1;
 };
 
-void PrintTo(const Action& action, std::ostream* out) {
-    *out << action.name;
+std::string NameOf(const Sweep& sweep) {
+    return sweep.parts == 1 ? sweep.name : sweep.name + std::to_string(sweep.part + 1);
 }
 
-class FaultSweep : public testing::TestWithParam<Action> {
+void PrintTo(const Sweep& sweep, std::ostream* out) {
+    *out << NameOf(sweep);
+}
+
+class FaultSweep : public testing::TestWithParam<Sweep> {
 protected:
     // Runs with the fault, and says what is wrong.
     void Try(std::size_t call, std::size_t way, bool fromThereOn) {
@@ -65,15 +75,34 @@ TEST_P(FaultSweep, EveryCallFailsOnceAndFromThereOn) {
     EXPECT_THAT(undisturbed.broken, IsEmpty());
     calls_ = undisturbed.calls;
 
-    for (std::size_t call = 0; call < calls_.size(); ++call) {
+    std::size_t calls = 0;
+    for (std::size_t call = GetParam().part; call < calls_.size(); call += GetParam().parts) {
+        ++calls;
         for (std::size_t way = 0; way < calls_[call].ways; ++way) {
             Try(call, way, /*fromThereOn=*/false);
             Try(call, way, /*fromThereOn=*/true);
         }
     }
-    std::cout << "fault sweep, " << GetParam().name << ": " << calls_.size() << " calls, " << tried_
+    std::cout << "fault sweep, " << NameOf(GetParam()) << ": " << calls << " calls, " << tried_
               << " faults tried, " << failures_ << " failures\n";
 }
+
+#ifdef GUARD_PAGES
+// Though the tests' own memory has none meanwhile.
+TEST(FaultyRun, TheProgramsMemoryHasGuardPages) {
+    static bool guarded = false;
+    const test::GuardPages without(false);
+    InstalledProduct product;
+    product.Run(L"", [](int, const wchar_t* const*) {
+        const auto block = std::make_unique<std::array<char, 16>>();
+        MEMORY_BASIC_INFORMATION behind = {};
+        ::VirtualQuery(block->data() + block->size(), &behind, sizeof(behind));
+        guarded = behind.State == MEM_RESERVE;
+        return 0;
+    });
+    EXPECT_TRUE(guarded);
+}
+#endif
 
 // Some are called only after failures.
 TEST(FaultInjector, InterceptsNothingThatNoRunCalls) {
@@ -100,12 +129,22 @@ TEST(FaultInjector, InterceptsNothingThatNoRunCalls) {
     EXPECT_THAT(reached, IsSupersetOf(injector.Functions()));
 }
 
-// The two long ones next to each other, so that they are in different shares.
-INSTANTIATE_TEST_SUITE_P(All, FaultSweep,
-                         testing::Values(Action{"TheDefaultRun", L""},
-                                         Action{"Configure", L"/CONFIGURE"},
-                                         Action{"Stop", L"/STOP"}, Action{"Start", L"/START"},
-                                         Action{"Disable", L"/DISABLE"}),
-                         [](const auto& action) { return std::string(action.param.name); });
+// The two long ones have a part for each of CTest's shares.
+std::vector<Sweep> Sweeps() {
+    constexpr std::size_t Parts = 4;
+    std::vector<Sweep> sweeps;
+    for (const Sweep& longOne : {Sweep{"TheDefaultRun", L""}, Sweep{"Configure", L"/CONFIGURE"}}) {
+        for (std::size_t part = 0; part < Parts; ++part) {
+            sweeps.push_back({longOne.name, longOne.option, part, Parts});
+        }
+    }
+    sweeps.push_back({"Stop", L"/STOP"});
+    sweeps.push_back({"Start", L"/START"});
+    sweeps.push_back({"Disable", L"/DISABLE"});
+    return sweeps;
+}
+
+INSTANTIATE_TEST_SUITE_P(All, FaultSweep, testing::ValuesIn(Sweeps()),
+                         [](const auto& sweep) { return NameOf(sweep.param); });
 
 }  // namespace

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "support/guard_page_heap.h"
 #include "sweep/fault_injector.h"
 #include "sweep/installed_product.h"
 #include "sweep/run_rules.h"
@@ -19,6 +20,7 @@ struct Outcome {
 
 // Runs the program on a machine of its own, with the chosen faults.
 inline Outcome RunWith(const std::wstring& option, const FaultInjector::Decision& decision) {
+    const GuardPages without(false);
     InstalledProduct product;
     Outcome outcome;
     {

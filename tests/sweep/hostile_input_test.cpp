@@ -147,32 +147,24 @@ TEST(HostileInput, NumbersInTheRegistry) {
     });
 }
 
-TEST(HostileInput, TextsInTheRegistry) {
-    const test::PrivateRegistry registry;
-    Campaign("texts in the registry", 12'000, [](Draw& draw) {
-        const RegistryValue value = draw.Value();
-        PutValue(HKEY_LOCAL_MACHINE, ServiceParametersKey, L"ImageCacheDirectory", value);
-        std::wstring text = L"as before";
-        const LSTATUS error = GetStringSetting(HKEY_LOCAL_MACHINE, ServiceParametersKey,
-                                               L"ImageCacheDirectory", text);
-        const std::size_t size = value.bytes.size();
-        const bool isText = value.type == REG_SZ || value.type == REG_EXPAND_SZ;
-        const bool ends =
-            size >= 2 && size % 2 == 0 && value.bytes[size - 2] == 0 && value.bytes[size - 1] == 0;
-        if (isText && ends) {
-            std::wstring expected(size / 2, L'\0');
-            std::memcpy(expected.data(), value.bytes.data(), size);
-            EXPECT_EQ(error, ERROR_SUCCESS);
-            EXPECT_EQ(text, expected.c_str());
+TEST(HostileInput, VariablesOfTheEnvironment) {
+    Campaign("variables of the environment", 4'000, [](Draw& draw) {
+        std::wstring value =
+            draw.OneIn(8) ? std::wstring(draw.Below(32'000), draw.Character()) : draw.Text(3000);
+        std::erase(value, L'%');
+        const test::EnvironmentVariable variable(L"FinasetTest", value);
+        const std::wstring before = draw.Text(20);
+        const std::wstring path = L"C:\\%FinasetTest%\\";
+        const std::wstring expanded = ExpandEnvironmentPath(path);
+        const std::wstring expected = L"C:\\" + value + L"\\";
+        if (expected.size() < 2048) {
+            EXPECT_EQ(expanded, expected);
         } else {
-            EXPECT_EQ(error, isText && size == 0 ? ERROR_SUCCESS : ERROR_INVALID_DATA);
-            EXPECT_EQ(text, L"as before");
+            EXPECT_LT(expanded.size(), 2048U);
         }
-        // Whatever it contains, the result is a path made from it, or none.
-        for (const PathResolver& resolver :
-             {ConfigurationFilesResolver, ImageCacheResolver, ActivityLogResolver}) {
-            EXPECT_LE(resolver(draw.Text(300)).size(), 2048U);
-        }
+        EXPECT_EQ(PathExists(path),
+                  ::GetFileAttributesW(expanded.c_str()) != INVALID_FILE_ATTRIBUTES);
+        EXPECT_LT(ParentDirectoryOf(path + before).size(), 2048U);
     });
 }
 
@@ -326,24 +318,32 @@ TEST(HostileInput, AdapterDescriptions) {
     });
 }
 
-TEST(HostileInput, VariablesOfTheEnvironment) {
-    Campaign("variables of the environment", 4'000, [](Draw& draw) {
-        std::wstring value =
-            draw.OneIn(8) ? std::wstring(draw.Below(32'000), draw.Character()) : draw.Text(3000);
-        std::erase(value, L'%');
-        const test::EnvironmentVariable variable(L"FinasetTest", value);
-        const std::wstring before = draw.Text(20);
-        const std::wstring path = L"C:\\%FinasetTest%\\";
-        const std::wstring expanded = ExpandEnvironmentPath(path);
-        const std::wstring expected = L"C:\\" + value + L"\\";
-        if (expected.size() < 2048) {
-            EXPECT_EQ(expanded, expected);
+TEST(HostileInput, TextsInTheRegistry) {
+    const test::PrivateRegistry registry;
+    Campaign("texts in the registry", 12'000, [](Draw& draw) {
+        const RegistryValue value = draw.Value();
+        PutValue(HKEY_LOCAL_MACHINE, ServiceParametersKey, L"ImageCacheDirectory", value);
+        std::wstring text = L"as before";
+        const LSTATUS error = GetStringSetting(HKEY_LOCAL_MACHINE, ServiceParametersKey,
+                                               L"ImageCacheDirectory", text);
+        const std::size_t size = value.bytes.size();
+        const bool isText = value.type == REG_SZ || value.type == REG_EXPAND_SZ;
+        const bool ends =
+            size >= 2 && size % 2 == 0 && value.bytes[size - 2] == 0 && value.bytes[size - 1] == 0;
+        if (isText && ends) {
+            std::wstring expected(size / 2, L'\0');
+            std::memcpy(expected.data(), value.bytes.data(), size);
+            EXPECT_EQ(error, ERROR_SUCCESS);
+            EXPECT_EQ(text, expected.c_str());
         } else {
-            EXPECT_LT(expanded.size(), 2048U);
+            EXPECT_EQ(error, isText && size == 0 ? ERROR_SUCCESS : ERROR_INVALID_DATA);
+            EXPECT_EQ(text, L"as before");
         }
-        EXPECT_EQ(PathExists(path),
-                  ::GetFileAttributesW(expanded.c_str()) != INVALID_FILE_ATTRIBUTES);
-        EXPECT_LT(ParentDirectoryOf(path + before).size(), 2048U);
+        // Whatever it contains, the result is a path made from it, or none.
+        for (const PathResolver& resolver :
+             {ConfigurationFilesResolver, ImageCacheResolver, ActivityLogResolver}) {
+            EXPECT_LE(resolver(draw.Text(300)).size(), 2048U);
+        }
     });
 }
 

@@ -6,6 +6,7 @@
 #include "support/console_capture.h"
 #include "support/expected_log.h"
 #include "support/file_contents.h"
+#include "support/guard_page_heap.h"
 #include "support/registry_contents.h"
 #include "support/temporary_directory.h"
 
@@ -23,12 +24,13 @@ const TemporaryDirectory& Files() {
 }
 
 // The files that a run finds, whatever the last one left: the first of those to be replaced exists,
-// and the directories that contain something.
+// and the directories that contain something. They are empty: to be certain, the file system below
+// Wine would write every copy's contents to the disk, and its deletion would wait for that.
 void LayOutFiles() {
     if (!std::filesystem::exists(Files() / L"program")) {
         PutFile(Files() / L"program\\Unfinaset.exe", "");
         for (const FileOperation& file : FileTable) {
-            PutFile(ExpandEnvironmentPath(file.sourcePath), "shipped");
+            PutFile(ExpandEnvironmentPath(file.sourcePath), "");
         }
         PutFile(Files() / L"data\\Tarsel\\ImageCache\\icons\\game.png", "an image");
     }
@@ -37,7 +39,7 @@ void LayOutFiles() {
     }
     if (const auto replaced = std::ranges::find(FileTable, true, &FileOperation::overwrite);
         replaced != FileTable.end()) {
-        PutFile(DestinationOf(*replaced), "old");
+        PutFile(DestinationOf(*replaced), "");
     }
     for (const SecuredDirectory& directory : SecuredDirectoryTable) {
         ::RemoveDirectoryA(TargetOf(directory).c_str());
@@ -106,6 +108,7 @@ void InstalledProduct::Run(const std::wstring& option, Program program) {
     const wchar_t* const arguments[] = {L"Finaset.exe", option.c_str()};
     log_ = Printed([&] {
         const PrintHook print([this](const std::string& text) { Event("log " + text); });
+        const GuardPages with(true);
         exitCode_ = program(option.empty() ? 1 : 2, arguments);
     });
 }

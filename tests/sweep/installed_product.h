@@ -18,6 +18,7 @@
 #include <aclapi.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace test {
@@ -50,7 +51,7 @@ public:
     FakeTaskService& TaskService() { return taskService_; }
 
 private:
-    void Event(const std::string& event) { events_.push_back(event); }
+    void Event(std::string event) { events_.push_back(std::move(event)); }
     void Wait(DWORD milliseconds);
 
     int exitCode_ = -1;

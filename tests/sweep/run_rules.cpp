@@ -83,7 +83,7 @@ const std::set<std::string, std::less<>>& PossibleLines() {
     return possible;
 }
 
-bool IsPossible(string_view line) {
+bool FitsAPossibleLine(string_view line) {
     static const std::vector<std::string> marked = [] {
         std::vector<std::string> texts;
         std::ranges::copy_if(PossibleLines(), std::back_inserter(texts),
@@ -93,6 +93,16 @@ bool IsPossible(string_view line) {
     return PossibleLines().contains(line) ||
            std::ranges::any_of(marked,
                                [line](const std::string& text) { return Matches(line, text); });
+}
+
+// Most lines are in every run's log.
+bool IsPossible(string_view line) {
+    static std::map<std::string, bool, std::less<>> known;
+    auto entry = known.find(line);
+    if (entry == known.end()) {
+        entry = known.emplace(line, FitsAPossibleLine(line)).first;
+    }
+    return entry->second;
 }
 
 // The application's item has no verdict or line end if its token is refused, so the next text
@@ -241,9 +251,11 @@ private:
             if (event.starts_with("log ")) {
                 const string_view text = event.substr(4);
                 failed = failed || (securing && text == "Failure\r\n");
-                securing = std::ranges::any_of(SecuringItems(), [text](const std::string& item) {
-                    return text.starts_with(item);
-                });
+                // Wide texts come letter by letter.
+                securing = text.size() > 1 &&
+                           std::ranges::any_of(SecuringItems(), [text](const std::string& item) {
+                               return text.starts_with(item);
+                           });
             } else if (failed) {
                 const bool harmless = event.starts_with("CreateProcessW ") &&
                                       event.find("Unfinaset.exe") != string_view::npos;
