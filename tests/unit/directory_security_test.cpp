@@ -163,7 +163,7 @@ TEST(SettingAnAccessList, SucceedsOnlyWithoutAnErrorAndStoresTheResult) {
 }
 
 TEST(SettingAnAccessList, FailsWithoutACallIfTheListCannotBeMade) {
-    const ImportHook<&::InitializeAcl> hook([](PACL, DWORD, DWORD) { return FALSE; });
+    const ImportHook<&::InitializeAcl> hook([](auto...) { return FALSE; });
     const SecurityCalls calls;
     EXPECT_FALSE(Protect(L"C:\\a"));
     EXPECT_FALSE(SetProtectedDacl(L"C:\\a", std::vector<AceSpec>{{0x3, 0x1000'0000, Users}}));
@@ -837,15 +837,14 @@ TEST(SecureDirectories, AsksTheResolverForThePathAndPrintsItExpanded) {
 TEST(SecureDirectories, GoesOnWithADirectoryThatCannotBeCreated) {
     const TemporaryDirectory directory;
     const std::wstring path = directory / L"new";
-    const ImportHook<&::CreateDirectoryW> hook(
-        [](LPCWSTR, LPSECURITY_ATTRIBUTES) { return FALSE; });
+    const ImportHook<&::CreateDirectoryW> hook([](auto...) { return FALSE; });
     const SecurityCalls calls;
     EXPECT_EQ(Secure({Row(path)}), (Walk{Log(path, false), true}));
     EXPECT_EQ(calls.Made(), Calls{ProtectedDacl(path, SystemEntries)});
 }
 
 TEST(SecureDirectories, SecuresNothingIfThePathCannotBeExpanded) {
-    const ImportHook<&::ExpandEnvironmentStringsW> hook([](LPCWSTR, LPWSTR, DWORD) { return 0UL; });
+    const ImportHook<&::ExpandEnvironmentStringsW> hook([](auto...) { return 0UL; });
     const RecordedImport<&::CreateDirectoryW> create;
     EXPECT_EQ(Secure({Row(L"C:\\FinasetTests")}),
               (Walk{Log(L"", false, SettingList, false), false}));
