@@ -269,9 +269,11 @@ std::string ListError(const std::string& error) {
     return "GetAdaptersInfo failed with error: " + error + "\n";
 }
 
-// The bitmask of a machine with these adapters and a private registry.
+// The bitmask of a machine with a private registry and, unless a test changes that, one model.
 class HardwareBitmask : public testing::Test {
 protected:
+    HardwareBitmask() { machine.adapters = {{L"Tarsel QZ311"}}; }
+
     // What is printed.
     std::string Log() {
         return Printed([this] { bitmask = ComputeHardwareBitmask(L"the gate", L"the result"); });
@@ -313,6 +315,7 @@ private:
 };
 
 TEST_F(HardwareBitmask, IsZeroWithoutAdapters) {
+    machine.adapters.clear();
     ExpectBitmask(0, "");
     EXPECT_EQ(machine.calls.Lines(), Listing(std::nullopt));
 }
@@ -344,7 +347,6 @@ TEST_F(HardwareBitmask, AsksForTheSizeAndThenForAllInterfacesIntoABufferOfThatSi
 }
 
 TEST_F(HardwareBitmask, TakesABufferOfTheSizeThatIsReported) {
-    machine.adapters = {{L"Tarsel QZ311"}};
     for (const ULONG size : {15'000U, 15'001U, 1'000'003U}) {
         machine.reportedSize = size;
         machine.calls = {};
@@ -354,7 +356,6 @@ TEST_F(HardwareBitmask, TakesABufferOfTheSizeThatIsReported) {
 }
 
 TEST_F(HardwareBitmask, TakesOneOtherAnswerThanTheSizeForNoAdapters) {
-    machine.adapters = {{L"Tarsel QZ311"}};
     for (const ULONG result : {0U, 232U, 87U, 1U, 8U, 5U, 1314U, 110U, 112U, 234U}) {
         machine.sizeResult = result;
         machine.calls = {};
@@ -364,14 +365,12 @@ TEST_F(HardwareBitmask, TakesOneOtherAnswerThanTheSizeForNoAdapters) {
 }
 
 TEST_F(HardwareBitmask, SaysThatThereIsNoBufferForNoSize) {
-    machine.adapters = {{L"Tarsel QZ311"}};
     machine.reportedSize = 0;
     ExpectBitmask(0, NoMemory);
     EXPECT_EQ(machine.calls.Lines(), Listing(std::nullopt));
 }
 
 TEST_F(HardwareBitmask, LogsTheErrorOfTheList) {
-    machine.adapters = {{L"Tarsel QZ311"}};
     for (const ULONG error : {111U, 87U, 1314U, 232U, 1U, 0x8000'0001U, 8U, 5U, 0xFFFF'FFFFU}) {
         machine.listResult = error;
         ExpectBitmask(0, ListError(std::to_string(error)));
@@ -379,7 +378,6 @@ TEST_F(HardwareBitmask, LogsTheErrorOfTheList) {
 }
 
 TEST_F(HardwareBitmask, IsZeroIfTheListGrowsInBetween) {
-    machine.adapters = {{L"Tarsel QZ311"}};
     machine.betweenQueries = [this] { machine.adapters.push_back({L"new"}); };
     const std::size_t size = AdapterRecords(machine.adapters).size();
     ExpectBitmask(0, ListError("111"));
@@ -395,7 +393,6 @@ TEST_F(HardwareBitmask, IsThatOfAListThatShrinksInBetween) {
 }
 
 TEST_F(HardwareBitmask, IsZeroWithoutTheLibraryOrItsFunction) {
-    machine.adapters = {{L"Tarsel QZ311"}};
     machine.functionIsThere = false;
     ExpectBitmask(0, "");
     EXPECT_THAT(machine.calls.Lines(), ElementsAre("LoadLibraryExW(iphlpapi.dll, null, 2048)",
@@ -418,7 +415,6 @@ TEST_F(HardwareBitmask, TakesDescriptionsOfAnyLengthAndContent) {
 }
 
 TEST_F(HardwareBitmask, IsComputedIfTheGateIs1OrNotThere) {
-    machine.adapters = {{L"Tarsel QZ311"}};
     ExpectBitmask(2, Line("Tarsel QZ311"));  // not even the key
     PutValue(HKEY_LOCAL_MACHINE, ParametersKey, L"another value", DwordValue(0x12));
     ExpectBitmask(2, Line("Tarsel QZ311"));
@@ -429,7 +425,6 @@ TEST_F(HardwareBitmask, IsComputedIfTheGateIs1OrNotThere) {
 }
 
 TEST_F(HardwareBitmask, IsAnyOtherValueOfTheGate) {
-    machine.adapters = {{L"Tarsel QZ311"}};
     for (const std::uint32_t gate : {0U, 2U, 3U, 0x12U, 0x101U, 0x8000'0001U, 0xFFFF'FFFFU}) {
         SetGate(DwordValue(gate));
         machine.calls = {};
@@ -439,7 +434,6 @@ TEST_F(HardwareBitmask, IsAnyOtherValueOfTheGate) {
 }
 
 TEST_F(HardwareBitmask, IsComputedIfTheGateIsNoNumber) {
-    machine.adapters = {{L"Tarsel QZ311"}};
     const test::RegistryValue gates[] = {TextValue(L"0"),
                                          TextValue(L"0", REG_EXPAND_SZ),
                                          {REG_BINARY, {0, 0, 0, 0}},
@@ -456,7 +450,6 @@ TEST_F(HardwareBitmask, IsComputedIfTheGateIsNoNumber) {
 }
 
 TEST_F(HardwareBitmask, IsComputedIfTheGateCannotBeRead) {
-    machine.adapters = {{L"Tarsel QZ311"}};
     SetGate(DwordValue(0x12));
     const ImportHook<&::RegOpenKeyExW> open([](auto...) { return ERROR_ACCESS_DENIED; });
     EXPECT_EQ(Log(), Line("Tarsel QZ311"));
@@ -464,7 +457,6 @@ TEST_F(HardwareBitmask, IsComputedIfTheGateCannotBeRead) {
 }
 
 TEST_F(HardwareBitmask, ComesWithTheErrorsOfTheListWhateverTheGateSays) {
-    machine.adapters = {{L"Tarsel QZ311"}};
     for (const std::uint32_t gate : {0U, 0x12U}) {
         SetGate(DwordValue(gate));
         machine.listResult = ERROR_INVALID_PARAMETER;
@@ -476,6 +468,7 @@ TEST_F(HardwareBitmask, ComesWithTheErrorsOfTheListWhateverTheGateSays) {
 }
 
 TEST_F(HardwareBitmask, IsReadFromAndKeptInTheDefaultViewUnderTheNamesThatAreGiven) {
+    machine.adapters.clear();
     SetGate(DwordValue(0x12));
     const RecordedImport<&::RegOpenKeyExW> open;
     const RecordedImport<&::RegQueryValueExW> query;
@@ -493,6 +486,7 @@ TEST_F(HardwareBitmask, IsReadFromAndKeptInTheDefaultViewUnderTheNamesThatAreGiv
 }
 
 TEST_F(HardwareBitmask, ReplacesTheResultOfAnEarlierTimeWhateverItsType) {
+    machine.adapters.clear();
     PutValue(HKEY_LOCAL_MACHINE, ResultKey, L"the result", TextValue(L"before"));
     ExpectBitmask(0, "");
     PutValue(HKEY_LOCAL_MACHINE, ResultKey, L"the result", DwordValue(7));
@@ -500,7 +494,6 @@ TEST_F(HardwareBitmask, ReplacesTheResultOfAnEarlierTimeWhateverItsType) {
 }
 
 TEST_F(HardwareBitmask, IsReturnedEvenIfItCannotBeKept) {
-    machine.adapters = {{L"Tarsel QZ311"}};
     {
         const ImportHook<&::RegSetValueExW> set([](auto...) { return ERROR_ACCESS_DENIED; });
         EXPECT_EQ(Log(), Line("Tarsel QZ311"));
@@ -531,7 +524,6 @@ TEST_F(HardwareBitmask, IsListedThenGatedThenMatchedThenKept) {
 
 TEST_F(HardwareBitmask, IsNotWhatLaterStepsReadUntilItIsSet) {
     EXPECT_EQ(g_hardwareBitmask, 0U);
-    machine.adapters = {{L"Tarsel QZ311"}};
     Log();
     EXPECT_EQ(g_hardwareBitmask, 0U);
 }

@@ -47,20 +47,8 @@ std::optional<RegistryValue> ValueHere() {
     return ValueOf(HKEY_LOCAL_MACHINE, Key, L"name");
 }
 
-// The last one is unknown to the platform.
-constexpr DWORD AllTypes[] = {REG_NONE,
-                              REG_SZ,
-                              REG_EXPAND_SZ,
-                              REG_BINARY,
-                              REG_DWORD,
-                              REG_DWORD_BIG_ENDIAN,
-                              REG_LINK,
-                              REG_MULTI_SZ,
-                              REG_RESOURCE_LIST,
-                              REG_FULL_RESOURCE_DESCRIPTOR,
-                              REG_RESOURCE_REQUIREMENTS_LIST,
-                              REG_QWORD,
-                              0x1234};
+// From REG_NONE to REG_QWORD; the last one is unknown to the platform.
+constexpr DWORD AllTypes[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 0x1234};
 constexpr DWORD TextTypes[] = {REG_SZ, REG_EXPAND_SZ};
 
 bool IsText(DWORD type) {
