@@ -1,5 +1,6 @@
 #pragma once
 
+#include "support/call_log.h"
 #include "support/import_hook.h"
 #include "support/print_hook.h"
 
@@ -16,6 +17,10 @@ class NotedPrints {
 public:
     explicit NotedPrints(std::vector<std::string>& steps)
         : hook_([&steps](const std::string& text) { steps.push_back(text); }) {}
+
+    // Among the calls of a fake, as "print(text)".
+    explicit NotedPrints(CallLog& calls)
+        : hook_([&calls](const std::string& text) { calls.Add("print", text); }) {}
 
 private:
     PrintHook hook_;

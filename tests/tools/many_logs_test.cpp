@@ -14,7 +14,6 @@
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <optional>
 #include <random>
 #include <sstream>
 #include <string>
@@ -202,42 +201,26 @@ Not readable
 
 TEST(ManyLogs, HaveFindingsWithTheNamesThatVaryTakenOut) {
     Rollout rollout;
-    for (const std::string drive : {"C", "D"}) {
-        const std::string directory = drive + ":\\D";
-        Add(rollout, drive + ".log",
+    for (const char drive : {'C', 'D'}) {
+        std::string lines =
             "Stopping Application Z.exe....with Window Title Tarsel\xAE L  Process Q.exe Started "
-            "in "
-            "context of Z.exe application to send QUIT Message - Success=False\r\n"
+            "in context of Z.exe application to send QUIT Message - Success=False\r\n"
             "Starting Application B.exe with command line -u....start failed!\r\n"
             "Disabling Service S....Disable  failed!\r\n"
-            "Deleting Registry Setting " +
-                drive +
-                "\\= \t - \tFailure\r\n"
-                "Creating Directory " +
-                directory +
-                " \t - \tFailure\r\n"
-                "Deleting File " +
-                directory +
-                "\\f \t - \tFailure\r\n"
-                "Copying File " +
-                drive + ":\\f -> " + directory +
-                "\\f     overwriting =true\t - \tFailure\r\n"
-                "Setting DACLs on File/Directory " +
-                directory +
-                " \t - \tFailure\r\n"
-                "First Run - Process " +
-                directory +
-                "\\U.exe Ended (False)\r\n"
-                "Found Adapter " +
-                drive +
-                " to configure  Bitmask 0x2\r\n"
-                "   Creating Task Name [T] for Process [" +
-                directory +
-                "\\T.exe]....\n"
-                "     ====> CreateScheduledTask:[_com_error] Exception 0x80070035, (null), No.\n"
-                "     ====> FAILED\n"
-                "   Deleting Task Name [T]....\n"
-                "CopyFiles.....\r\n");
+            "Deleting Registry Setting #\\= \t - \tFailure\r\n"
+            "Creating Directory #:\\D \t - \tFailure\r\n"
+            "Deleting File #:\\D\\f \t - \tFailure\r\n"
+            "Copying File #:\\f -> #:\\D\\f     overwriting =true\t - \tFailure\r\n"
+            "Setting DACLs on File/Directory #:\\D \t - \tFailure\r\n"
+            "First Run - Process #:\\D\\U.exe Ended (False)\r\n"
+            "Found Adapter # to configure  Bitmask 0x2\r\n"
+            "   Creating Task Name [T] for Process [#:\\D\\T.exe]....\n"
+            "     ====> CreateScheduledTask:[_com_error] Exception 0x80070035, (null), No.\n"
+            "     ====> FAILED\n"
+            "   Deleting Task Name [T]....\n"
+            "CopyFiles.....\r\n";
+        std::ranges::replace(lines, '#', drive);
+        Add(rollout, std::string(1, drive) + ".log", lines);
     }
     std::vector<std::string> whats;
     for (const Finding* finding : rollout.Findings()) {

@@ -234,12 +234,9 @@ TEST_F(VerifiedDirectories, LeaveWhatHasARowOfItsOwnToThat) {
 TEST_F(VerifiedDirectories, DoNotLeadBeyondALink) {
     test::PutFile(In(L"link\\file"), "");
     lists_.lists[In(L"link\\file")] = L"D:P";
-    test::ImportHook<&::FindFirstFileExW> hook([&](LPCWSTR pattern, FINDEX_INFO_LEVELS level,
-                                                   LPVOID data, FINDEX_SEARCH_OPS operation,
-                                                   LPVOID filter, DWORD flags) {
-        const HANDLE search = hook.Forward(pattern, level, data, operation, filter, flags);
+    test::ImportHook<&::FindFirstFileExW> hook([&](LPCWSTR pattern, auto... more) {
         EXPECT_NE(pattern, In(L"link\\*"));
-        return search;
+        return hook.Forward(pattern, more...);
     });
     test::ImportHook<&::FindNextFileW> next([&](HANDLE search, WIN32_FIND_DATAW* entry) {
         const BOOL found = next.Forward(search, entry);
@@ -269,11 +266,10 @@ TEST_F(VerifiedDirectories, WhoseChildrenAreIgnoredHaveOnlyTheirOwnList) {
 }
 
 TEST_F(VerifiedDirectories, WhoseListMayNotBeReadAreUnknown) {
-    const std::wstring denied = verify::ErrorText(ERROR_ACCESS_DENIED);
     lists_.readErrors[top_] = ERROR_ACCESS_DENIED;
-    EXPECT_EQ(Found(Verdict::Unknown), L"its access list: " + denied);
+    EXPECT_EQ(Found(Verdict::Unknown), L"its access list: " + test::Denied);
     lists_.openErrors[top_] = ERROR_ACCESS_DENIED;
-    EXPECT_EQ(Found(Verdict::Unknown), L"its access list: " + denied);
+    EXPECT_EQ(Found(Verdict::Unknown), L"its access list: " + test::Denied);
 }
 
 TEST_F(VerifiedDirectories, WhoseListChangesWhileItIsReadAreUnknown) {
@@ -307,35 +303,24 @@ TEST_F(VerifiedDirectories, IgnoreEntriesThatDisappear) {
 
 TEST_F(VerifiedDirectories, AreUnknownIfTheirEntriesCannotBeListed) {
     std::filesystem::create_directory(In(L"below"));
-    const std::wstring denied = verify::ErrorText(ERROR_ACCESS_DENIED);
     std::wstring closed = top_;
-    test::ImportHook<&::FindFirstFileExW> first([&](LPCWSTR pattern, FINDEX_INFO_LEVELS level,
-                                                    LPVOID data, FINDEX_SEARCH_OPS operation,
-                                                    LPVOID filter, DWORD flags) {
-        if (pattern == closed + L"\\*") {
-            ::SetLastError(ERROR_ACCESS_DENIED);
-            return INVALID_HANDLE_VALUE;
-        }
-        return first.Forward(pattern, level, data, operation, filter, flags);
+    test::ImportHook<&::FindFirstFileExW> first([&](LPCWSTR pattern, auto... more) {
+        return pattern == closed + L"\\*" ? test::Deny(INVALID_HANDLE_VALUE)
+                                          : first.Forward(pattern, more...);
     });
-    EXPECT_EQ(Found(Verdict::Unknown), L"below it, its entries: " + denied);
+    EXPECT_EQ(Found(Verdict::Unknown), L"below it, its entries: " + test::Denied);
     closed = In(L"below");
-    EXPECT_EQ(Found(Verdict::Unknown), L"below it, below: " + denied);
+    EXPECT_EQ(Found(Verdict::Unknown), L"below it, below: " + test::Denied);
     closed.clear();
-    const test::ImportHook<&::FindNextFileW> next([](HANDLE, WIN32_FIND_DATAW*) {
-        ::SetLastError(ERROR_ACCESS_DENIED);
-        return FALSE;
-    });
-    EXPECT_EQ(Found(Verdict::Unknown), L"below it, its entries: " + denied);
+    const test::ImportHook<&::FindNextFileW> next([](auto...) { return test::Deny(FALSE); });
+    EXPECT_EQ(Found(Verdict::Unknown), L"below it, its entries: " + test::Denied);
 }
 
 TEST_F(VerifiedDirectories, OfAHundredThousandEntriesNameTheFirst) {
     int entries = 0;
-    test::ImportHook<&::FindFirstFileExW> first([&](LPCWSTR pattern, FINDEX_INFO_LEVELS level,
-                                                    LPVOID data, FINDEX_SEARCH_OPS operation,
-                                                    LPVOID filter, DWORD flags) {
+    test::ImportHook<&::FindFirstFileExW> first([&](auto... arguments) {
         entries = 0;
-        return first.Forward(pattern, level, data, operation, filter, flags);
+        return first.Forward(arguments...);
     });
     const test::ImportHook<&::FindNextFileW> next([&](HANDLE, WIN32_FIND_DATAW* entry) {
         *entry = {};
@@ -344,11 +329,8 @@ TEST_F(VerifiedDirectories, OfAHundredThousandEntriesNameTheFirst) {
         return entries <= 100'000 ? TRUE : FALSE;
     });
     // Each of them has the directory's protected list.
-    test::ImportHook<&::CreateFileW> create([&](LPCWSTR path, DWORD access, DWORD share,
-                                                auto* security, DWORD disposition, DWORD flags,
-                                                HANDLE pattern) {
-        return create.Forward(access == READ_CONTROL ? top_.c_str() : path, access, share, security,
-                              disposition, flags, pattern);
+    test::ImportHook<&::CreateFileW> create([&](LPCWSTR path, DWORD access, auto... more) {
+        return create.Forward(access == READ_CONTROL ? top_.c_str() : path, access, more...);
     });
     EXPECT_EQ(
         Found(Verdict::Differs),
@@ -366,7 +348,7 @@ TEST_F(VerifiedDirectories, WhosePathCannotBeExpandedAreUnknown) {
 
 TEST_F(VerifiedDirectories, WhoseListHasNoTextAreStillJudged) {
     const test::ImportHook<&::ConvertSecurityDescriptorToStringSecurityDescriptorW> hook(
-        [](PSECURITY_DESCRIPTOR, DWORD, SECURITY_INFORMATION, LPWSTR*, PULONG) { return FALSE; });
+        [](auto...) { return FALSE; });
     EXPECT_EQ(Found(Verdict::Ok), L"a list that cannot be shown");
 }
 
@@ -380,7 +362,7 @@ TEST_F(VerifiedDirectories, WhoseTrusteesHaveNoTextDoNotGoAsOthers) {
 
 TEST_F(VerifiedDirectories, WhoseListHasAnEntryThatCannotBeReadDiffer) {
     test::PutFile(In(L"file"), "");
-    const test::ImportHook<&::GetAce> hook([](PACL, DWORD, LPVOID*) { return FALSE; });
+    const test::ImportHook<&::GetAce> hook([](auto...) { return FALSE; });
     EXPECT_EQ(Found(Verdict::Differs), std::wstring(L"an entry that does not allow in ") +
                                            AsAskedFor +
                                            L"; below it, with an access list of its own: file");

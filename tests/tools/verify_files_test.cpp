@@ -11,7 +11,6 @@
 
 #include <windows.h>
 
-#include <cstddef>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
@@ -19,11 +18,10 @@
 
 namespace {
 
+using test::Denied;
 using test::Shown;
 using testing::ElementsAre;
 using verify::CheckFiles;
-
-const std::wstring Denied = verify::ErrorText(ERROR_ACCESS_DENIED);
 
 class VerifiedFiles : public testing::Test {
 protected:
@@ -93,10 +91,8 @@ TEST_F(VerifiedFiles, InAMissingDirectoryAreAbsent) {
 }
 
 TEST_F(VerifiedFiles, ThatMayNotBeLookedAtAreUnknown) {
-    const test::ImportHook<&::GetFileAttributesW> hook([](LPCWSTR) {
-        ::SetLastError(ERROR_ACCESS_DENIED);
-        return INVALID_FILE_ATTRIBUTES;
-    });
+    const test::ImportHook<&::GetFileAttributesW> hook(
+        [](auto...) { return test::Deny(INVALID_FILE_ATTRIBUTES); });
     EXPECT_THAT(Rows(false), ElementsAre(Kept(L"UNKNOWN", Denied)));
 }
 
@@ -104,14 +100,8 @@ TEST_F(VerifiedFiles, ThatMayNotBeOpenedAreUnknown) {
     test::PutFile(shipped_, "content");
     test::PutFile(place_, "content");
     std::wstring closed = place_;
-    test::ImportHook<&::CreateFileW> hook([&](LPCWSTR path, DWORD access, DWORD share,
-                                              auto* security, DWORD disposition, DWORD flags,
-                                              HANDLE pattern) {
-        if (path == closed) {
-            ::SetLastError(ERROR_ACCESS_DENIED);
-            return INVALID_HANDLE_VALUE;
-        }
-        return hook.Forward(path, access, share, security, disposition, flags, pattern);
+    test::ImportHook<&::CreateFileW> hook([&](LPCWSTR path, auto... more) {
+        return path == closed ? test::Deny(INVALID_HANDLE_VALUE) : hook.Forward(path, more...);
     });
     EXPECT_THAT(Rows(true), ElementsAre(Replaced(L"UNKNOWN", Denied)));
     closed = shipped_;
@@ -121,10 +111,7 @@ TEST_F(VerifiedFiles, ThatMayNotBeOpenedAreUnknown) {
 TEST_F(VerifiedFiles, ThatCannotBeReadAreUnknown) {
     test::PutFile(shipped_, "content");
     test::PutFile(place_, "content");
-    const test::ImportHook<&::ReadFile> hook([](HANDLE, LPVOID, DWORD, DWORD*, OVERLAPPED*) {
-        ::SetLastError(ERROR_ACCESS_DENIED);
-        return FALSE;
-    });
+    const test::ImportHook<&::ReadFile> hook([](auto...) { return test::Deny(FALSE); });
     EXPECT_THAT(Rows(true), ElementsAre(Replaced(L"UNKNOWN", L"the shipped file: " + Denied)));
 }
 

@@ -3,10 +3,20 @@
 #include "verify/row.h"
 #include "verify/write.h"
 
+#include <windows.h>
+
 #include <string>
 #include <vector>
 
 namespace test {
+
+// The effect and result of a function that denies access, and the text of its error.
+template <typename Result>
+Result Deny(Result result) {
+    ::SetLastError(ERROR_ACCESS_DENIED);
+    return result;
+}
+inline const std::wstring Denied = verify::ErrorText(ERROR_ACCESS_DENIED);
 
 // Each row as "verdict, kind, name, expected, found", separated by bars.
 inline std::vector<std::wstring> Shown(const verify::Rows& rows) {

@@ -14,6 +14,8 @@
 
 namespace {
 
+using test::Denied;
+using test::Deny;
 using test::Shown;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -24,25 +26,30 @@ using verify::CheckStopped;
 constexpr wchar_t Name[] = L"Finaset verified service";
 const std::vector<ProcessEntry> TheService = {{EntryKind::Service, Name, L""}};
 
-BOOL Denied() {
-    ::SetLastError(ERROR_ACCESS_DENIED);
-    return FALSE;
+// The one row of the service in each step.
+using Rows = std::vector<std::wstring>;
+
+Rows Stop(const std::wstring& verdict, const std::wstring& found) {
+    return {verdict + L" | stop | " + Name + L" | not running | " + found};
 }
 
-const std::wstring Reason = verify::ErrorText(ERROR_ACCESS_DENIED);
+Rows Start(const std::wstring& verdict, const std::wstring& found) {
+    return {verdict + L" | start | " + Name + L" | running | " + found};
+}
+
+Rows Disable(const std::wstring& verdict, const std::wstring& found) {
+    return {verdict + L" | disable | " + Name + L" | disabled | " + found};
+}
 
 TEST(VerifiedServices, ThatAreToBeStoppedAreNotRunning) {
     const test::InstalledService service(Name);
-    EXPECT_THAT(Shown(CheckStopped(TheService, {})),
-                ElementsAre(L"ok | stop | Finaset verified service | not running | stopped"));
+    EXPECT_EQ(Shown(CheckStopped(TheService, {})), Stop(L"ok", L"stopped"));
     service.Start();
-    EXPECT_THAT(Shown(CheckStopped(TheService, {})),
-                ElementsAre(L"DIFFERS | stop | Finaset verified service | not running | running"));
+    EXPECT_EQ(Shown(CheckStopped(TheService, {})), Stop(L"DIFFERS", L"running"));
 }
 
 TEST(VerifiedServices, ThatAreToBeStoppedNeedNotBeInstalled) {
-    EXPECT_THAT(Shown(CheckStopped(TheService, {})),
-                ElementsAre(L"ok | stop | Finaset verified service | not running | not installed"));
+    EXPECT_EQ(Shown(CheckStopped(TheService, {})), Stop(L"ok", L"not installed"));
 }
 
 TEST(VerifiedServices, ThatAreStartedLaterAreNotAskedForWhenStopped) {
@@ -54,17 +61,13 @@ TEST(VerifiedServices, ThatAreStartedLaterAreNotAskedForWhenStopped) {
 
 TEST(VerifiedServices, ThatAreToBeStartedAreRunning) {
     const test::InstalledService service(Name, L"--start-pending=300");
-    EXPECT_THAT(Shown(CheckStarted(TheService)),
-                ElementsAre(L"DIFFERS | start | Finaset verified service | running | stopped"));
+    EXPECT_EQ(Shown(CheckStarted(TheService)), Start(L"DIFFERS", L"stopped"));
     service.Start();
-    EXPECT_THAT(Shown(CheckStarted(TheService)),
-                ElementsAre(L"ok | start | Finaset verified service | running | running"));
+    EXPECT_EQ(Shown(CheckStarted(TheService)), Start(L"ok", L"running"));
 }
 
 TEST(VerifiedServices, ThatAreToBeStartedMustBeInstalled) {
-    EXPECT_THAT(
-        Shown(CheckStarted(TheService)),
-        ElementsAre(L"DIFFERS | start | Finaset verified service | running | not installed"));
+    EXPECT_EQ(Shown(CheckStarted(TheService)), Start(L"DIFFERS", L"not installed"));
 }
 
 TEST(VerifiedServices, InAStateWithoutANameHaveItsNumber) {
@@ -73,60 +76,40 @@ TEST(VerifiedServices, InAStateWithoutANameHaveItsNumber) {
         status->dwCurrentState = 8;
         return TRUE;
     });
-    EXPECT_THAT(Shown(CheckStarted(TheService)),
-                ElementsAre(L"DIFFERS | start | Finaset verified service | running | 8"));
+    EXPECT_EQ(Shown(CheckStarted(TheService)), Start(L"DIFFERS", L"8"));
 }
 
 TEST(VerifiedServices, ThatAreToBeDisabledAre) {
     {
         const test::InstalledService service(Name, L"", SERVICE_AUTO_START);
-        EXPECT_THAT(
-            Shown(CheckDisabled(TheService)),
-            ElementsAre(L"DIFFERS | disable | Finaset verified service | disabled | automatic"));
+        EXPECT_EQ(Shown(CheckDisabled(TheService)), Disable(L"DIFFERS", L"automatic"));
     }
     const test::InstalledService service(Name, L"", SERVICE_DISABLED);
-    EXPECT_THAT(Shown(CheckDisabled(TheService)),
-                ElementsAre(L"ok | disable | Finaset verified service | disabled | disabled"));
+    EXPECT_EQ(Shown(CheckDisabled(TheService)), Disable(L"ok", L"disabled"));
 }
 
 TEST(VerifiedServices, ThatAreToBeDisabledMustBeInstalled) {
-    EXPECT_THAT(
-        Shown(CheckDisabled(TheService)),
-        ElementsAre(L"DIFFERS | disable | Finaset verified service | disabled | not installed"));
+    EXPECT_EQ(Shown(CheckDisabled(TheService)), Disable(L"DIFFERS", L"not installed"));
 }
 
 TEST(VerifiedServices, AreUnknownWithoutAServiceManager) {
-    const test::ImportHook<&::OpenSCManagerW> hook([](LPCWSTR, LPCWSTR, DWORD) -> SC_HANDLE {
-        Denied();
-        return nullptr;
-    });
-    EXPECT_THAT(Shown(CheckStarted(TheService)),
-                ElementsAre(L"UNKNOWN | start | Finaset verified service | running | "
-                            L"the service manager: " +
-                            Reason));
+    const test::ImportHook<&::OpenSCManagerW> hook([](auto...) { return Deny(nullptr); });
+    EXPECT_EQ(Shown(CheckStarted(TheService)),
+              Start(L"UNKNOWN", L"the service manager: " + Denied));
 }
 
 TEST(VerifiedServices, AreUnknownIfTheyMayNotBeOpened) {
-    const test::ImportHook<&::OpenServiceW> hook([](SC_HANDLE, LPCWSTR, DWORD) -> SC_HANDLE {
-        Denied();
-        return nullptr;
-    });
-    EXPECT_THAT(
-        Shown(CheckStopped(TheService, {})),
-        ElementsAre(L"UNKNOWN | stop | Finaset verified service | not running | " + Reason));
+    const test::ImportHook<&::OpenServiceW> hook([](auto...) { return Deny(nullptr); });
+    EXPECT_EQ(Shown(CheckStopped(TheService, {})), Stop(L"UNKNOWN", Denied));
 }
 
 TEST(VerifiedServices, AreUnknownIfTheyDoNotAnswer) {
     const test::InstalledService service(Name);
-    const test::ImportHook<&::QueryServiceStatus> state(
-        [](SC_HANDLE, SERVICE_STATUS*) { return Denied(); });
+    const test::ImportHook<&::QueryServiceStatus> state([](auto...) { return Deny(FALSE); });
     const test::ImportHook<&::QueryServiceConfigW> configuration(
-        [](SC_HANDLE, QUERY_SERVICE_CONFIGW*, DWORD, DWORD*) { return Denied(); });
-    EXPECT_THAT(Shown(CheckStarted(TheService)),
-                ElementsAre(L"UNKNOWN | start | Finaset verified service | running | " + Reason));
-    EXPECT_THAT(
-        Shown(CheckDisabled(TheService)),
-        ElementsAre(L"UNKNOWN | disable | Finaset verified service | disabled | " + Reason));
+        [](auto...) { return Deny(FALSE); });
+    EXPECT_EQ(Shown(CheckStarted(TheService)), Start(L"UNKNOWN", Denied));
+    EXPECT_EQ(Shown(CheckDisabled(TheService)), Disable(L"UNKNOWN", Denied));
 }
 
 TEST(VerifiedServices, AreOpenedWithTheRightToBeAskedAndNoOther) {
@@ -183,17 +166,14 @@ TEST(VerifiedApplications, ThatAreToRunAreFoundByTheirWholeName) {
 TEST(VerifiedApplications, AreUnknownIfTheProcessesCannotBeListed) {
     const std::vector<ProcessEntry> entries = {{EntryKind::LaunchApp, L"a.exe", L""}};
     {
-        const test::ImportHook<&::CreateToolhelp32Snapshot> hook([](DWORD, DWORD) {
-            Denied();
-            return INVALID_HANDLE_VALUE;
-        });
+        const test::ImportHook<&::CreateToolhelp32Snapshot> hook(
+            [](auto...) { return Deny(INVALID_HANDLE_VALUE); });
         EXPECT_THAT(Shown(CheckStarted(entries)),
-                    ElementsAre(L"UNKNOWN | start | a.exe | running | " + Reason));
+                    ElementsAre(L"UNKNOWN | start | a.exe | running | " + Denied));
     }
-    const test::ImportHook<&::Process32FirstW> hook(
-        [](HANDLE, PROCESSENTRY32W*) { return Denied(); });
+    const test::ImportHook<&::Process32FirstW> hook([](auto...) { return Deny(FALSE); });
     EXPECT_THAT(Shown(CheckStarted(entries)),
-                ElementsAre(L"UNKNOWN | start | a.exe | running | " + Reason));
+                ElementsAre(L"UNKNOWN | start | a.exe | running | " + Denied));
 }
 
 }  // namespace

@@ -15,6 +15,7 @@
 
 namespace {
 
+using test::Denied;
 using test::Shown;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -25,7 +26,12 @@ using verify::CheckWritten;
 
 constexpr wchar_t Key[] = L"Software\\a";
 const std::wstring Name = L"HKEY_LOCAL_MACHINE\\Software\\a\\value";
-const std::wstring Denied = verify::ErrorText(ERROR_ACCESS_DENIED);
+
+// The row of the value.
+std::wstring ValueRow(const std::wstring& verdict, const std::wstring& expected,
+                      const std::wstring& found) {
+    return verdict + L" | setting | " + Name + L" | " + expected + L" | " + found;
+}
 
 RegistrySetting Setting(DWORD type = REG_DWORD, DWORD number = 0, const wchar_t* text = L"") {
     return {.root = HKEY_LOCAL_MACHINE,
@@ -52,13 +58,12 @@ protected:
 };
 
 TEST_F(VerifiedSettings, ThatAreDeletedAreAbsent) {
-    const std::wstring ok = L"ok | setting | " + Name + L" | absent | absent";
+    const std::wstring ok = ValueRow(L"ok", L"absent", L"absent");
     EXPECT_THAT(Deleted(Setting()), ElementsAre(ok));  // the key does not exist either
     test::MakeKey(HKEY_LOCAL_MACHINE, Key);
     EXPECT_THAT(Deleted(Setting()), ElementsAre(ok));
     Put(test::TextValue(L"C:\\Stale"));
-    EXPECT_THAT(Deleted(Setting()),
-                ElementsAre(L"DIFFERS | setting | " + Name + L" | absent | \"C:\\Stale\""));
+    EXPECT_THAT(Deleted(Setting()), ElementsAre(ValueRow(L"DIFFERS", L"absent", L"\"C:\\Stale\"")));
 }
 
 TEST_F(VerifiedSettings, WhoseWholeKeyIsDeletedHaveNone) {
@@ -73,39 +78,29 @@ TEST_F(VerifiedSettings, WhoseWholeKeyIsDeletedHaveNone) {
 }
 
 TEST_F(VerifiedSettings, ThatCannotBeReadAreUnknown) {
-    const test::ImportHook<&::RegOpenKeyExW> hook(
-        [](HKEY, LPCWSTR, DWORD, REGSAM, PHKEY) { return LSTATUS{ERROR_ACCESS_DENIED}; });
-    EXPECT_THAT(Deleted(Setting()),
-                ElementsAre(L"UNKNOWN | setting | " + Name + L" | absent | " + Denied));
-    EXPECT_THAT(Written(Setting()),
-                ElementsAre(L"UNKNOWN | setting | " + Name + L" | 0 | " + Denied));
+    const test::ImportHook<&::RegOpenKeyExW> hook([](auto...) { return ERROR_ACCESS_DENIED; });
+    EXPECT_THAT(Deleted(Setting()), ElementsAre(ValueRow(L"UNKNOWN", L"absent", Denied)));
+    EXPECT_THAT(Written(Setting()), ElementsAre(ValueRow(L"UNKNOWN", L"0", Denied)));
 }
 
 TEST_F(VerifiedSettings, WhoseValueCannotBeReadAreUnknown) {
     test::MakeKey(HKEY_LOCAL_MACHINE, Key);
-    const test::ImportHook<&::RegQueryValueExW> hook(
-        [](HKEY, LPCWSTR, LPDWORD, LPDWORD, LPBYTE, LPDWORD) {
-            return LSTATUS{ERROR_ACCESS_DENIED};
-        });
-    EXPECT_THAT(Deleted(Setting()),
-                ElementsAre(L"UNKNOWN | setting | " + Name + L" | absent | " + Denied));
+    const test::ImportHook<&::RegQueryValueExW> hook([](auto...) { return ERROR_ACCESS_DENIED; });
+    EXPECT_THAT(Deleted(Setting()), ElementsAre(ValueRow(L"UNKNOWN", L"absent", Denied)));
 }
 
 TEST_F(VerifiedSettings, OfNumbersAreAsTheyAreWritten) {
-    EXPECT_THAT(Written(Setting(REG_DWORD, 7)),
-                ElementsAre(L"DIFFERS | setting | " + Name + L" | 7 | absent"));
+    EXPECT_THAT(Written(Setting(REG_DWORD, 7)), ElementsAre(ValueRow(L"DIFFERS", L"7", L"absent")));
     Put(test::DwordValue(8));
-    EXPECT_THAT(Written(Setting(REG_DWORD, 7)),
-                ElementsAre(L"DIFFERS | setting | " + Name + L" | 7 | 8"));
+    EXPECT_THAT(Written(Setting(REG_DWORD, 7)), ElementsAre(ValueRow(L"DIFFERS", L"7", L"8")));
     Put(test::DwordValue(7));
-    EXPECT_THAT(Written(Setting(REG_DWORD, 7)),
-                ElementsAre(L"ok | setting | " + Name + L" | 7 | 7"));
+    EXPECT_THAT(Written(Setting(REG_DWORD, 7)), ElementsAre(ValueRow(L"ok", L"7", L"7")));
 }
 
 TEST_F(VerifiedSettings, OfTextsAreAsTheyAreWritten) {
     Put(test::TextValue(L"b"));
     EXPECT_THAT(Written(Setting(REG_SZ, 0, L"a")),
-                ElementsAre(L"DIFFERS | setting | " + Name + L" | \"a\" | \"b\""));
+                ElementsAre(ValueRow(L"DIFFERS", L"\"a\"", L"\"b\"")));
     const std::wstring longText(3000, L'a');
     Put(test::TextValue(longText));
     EXPECT_THAT(Written(Setting(REG_SZ, 0, longText.c_str())),
@@ -231,12 +226,10 @@ TEST_F(VerifiedBitmask, IsUnknownIfTheAdaptersAre) {
 
 TEST_F(VerifiedBitmask, IsUnknownIfTheGateIs) {
     Store(0);
-    test::ImportHook<&::RegOpenKeyExW> hook(
-        [&](HKEY root, LPCWSTR path, DWORD options, REGSAM access, PHKEY key) -> LSTATUS {
-            return path == std::wstring(ServiceParametersKey)
-                       ? ERROR_ACCESS_DENIED
-                       : hook.Forward(root, path, options, access, key);
-        });
+    test::ImportHook<&::RegOpenKeyExW> hook([&](HKEY root, LPCWSTR path, auto... more) {
+        return path == std::wstring(ServiceParametersKey) ? ERROR_ACCESS_DENIED
+                                                          : hook.Forward(root, path, more...);
+    });
     EXPECT_THAT(Bitmask(), ElementsAre(Row(L"UNKNOWN", L"as gate says", Denied)));
 }
 
@@ -247,12 +240,10 @@ TEST_F(VerifiedBitmask, AsksForTheFeatures) {
                                             {{.type = REG_DWORD}, whenSet, 8}};
     test::PutValue(HKEY_LOCAL_MACHINE, Key, L"value", test::DwordValue(3));
     Store(1);
-    EXPECT_THAT(Shown(CheckFeatures(rules, L"bitmask")),
-                ElementsAre(L"ok | setting | " + Name + L" | 3 | 3"));
+    EXPECT_THAT(Shown(CheckFeatures(rules, L"bitmask")), ElementsAre(ValueRow(L"ok", L"3", L"3")));
     Store(10);
     EXPECT_THAT(Shown(CheckFeatures(rules, L"bitmask")),
-                ElementsAre(L"DIFFERS | setting | " + Name + L" | 4 | 3",
-                            L"DIFFERS | setting | " + Name + L" | 4 | 3"));
+                ElementsAre(ValueRow(L"DIFFERS", L"4", L"3"), ValueRow(L"DIFFERS", L"4", L"3")));
 }
 
 TEST_F(VerifiedBitmask, LeavesTheFeaturesUnknownIfItIsNotThere) {

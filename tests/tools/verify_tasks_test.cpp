@@ -154,8 +154,7 @@ TEST_F(VerifiedTasks, WhoseDefinitionIsNoXmlAreUnknown) {
 
 TEST_F(VerifiedTasks, AreUnknownWithoutAReaderOfXml) {
     Register(L"");
-    const test::ImportHook<&::LoadLibraryExW> hook(
-        [](LPCWSTR, HANDLE, DWORD) -> HMODULE { return nullptr; });
+    const test::ImportHook<&::LoadLibraryExW> hook([](auto...) { return nullptr; });
     EXPECT_THAT(Rows().front(), StartsWith(L"UNKNOWN | task | a task |  for  | error 0x8007007F"));
 }
 

@@ -197,7 +197,7 @@ TEST_F(VerifiedMachine, HasANameAndTheProgramAVersion) {
     EXPECT_EQ(report.computer, name);
     EXPECT_EQ(report.version, FINASET_VERSION);
     EXPECT_EQ(report.actions, DWORD{ActionStop});
-    const test::ImportHook<&::GetComputerNameW> hook([](LPWSTR, DWORD*) { return FALSE; });
+    const test::ImportHook<&::GetComputerNameW> hook([](auto...) { return FALSE; });
     EXPECT_EQ(verify::Verify(0).computer, L"");
 }
 
@@ -224,10 +224,7 @@ TEST_F(VerifyProgram, ReturnsTheResultAsItsExitStatus) {
     EXPECT_THAT(printed_, HasSubstr(" ok, 0 DIFFERS, 0 UNKNOWN"));
     EXPECT_EQ(Call({L"/START"}), 1);
     EXPECT_THAT(printed_, HasSubstr(" rows: 0 ok, "));
-    const test::ImportHook<&::OpenSCManagerW> hook([](LPCWSTR, LPCWSTR, DWORD) -> SC_HANDLE {
-        ::SetLastError(ERROR_ACCESS_DENIED);
-        return nullptr;
-    });
+    const test::ImportHook<&::OpenSCManagerW> hook([](auto...) { return test::Deny(nullptr); });
     EXPECT_EQ(Call({L"/DISABLE"}), 2);
     EXPECT_THAT(printed_, HasSubstr(" rows: 0 ok, 0 DIFFERS, "));
     EXPECT_EQ(Call({L"/START"}), 1);  // the companion differs, the services are not known
@@ -275,12 +272,11 @@ TEST_F(VerifyProgram, OpensOnlyWhatExistsAndOnlyToRead) {
     test::PutFile(directory_ / L"Tarsel\\Nimbus\\ConfigurationFiles\\oem.xml", "");
     int opened = 0;
     test::ImportHook<&::CreateFileW> file([&](LPCWSTR path, DWORD access, DWORD share,
-                                              auto* security, DWORD disposition, DWORD flags,
-                                              HANDLE pattern) {
+                                              auto* security, DWORD disposition, auto... more) {
         ++opened;
         EXPECT_EQ(disposition, DWORD{OPEN_EXISTING});
         EXPECT_THAT(access, testing::AnyOf(DWORD{GENERIC_READ}, DWORD{READ_CONTROL}));
-        return file.Forward(path, access, share, security, disposition, flags, pattern);
+        return file.Forward(path, access, share, security, disposition, more...);
     });
     test::ImportHook<&::RegOpenKeyExW> key(
         [&](HKEY root, LPCWSTR path, DWORD options, REGSAM access, PHKEY result) {
@@ -296,7 +292,7 @@ TEST_F(VerifyProgram, OpensOnlyWhatExistsAndOnlyToRead) {
 }
 
 TEST_F(VerifyProgram, GoesOnWithoutCom) {
-    const test::ImportHook<&::CoInitializeEx> hook([](LPVOID, DWORD) { return E_FAIL; });
+    const test::ImportHook<&::CoInitializeEx> hook([](auto...) { return E_FAIL; });
     EXPECT_EQ(Call({L"/STOP"}), 0);
 }
 

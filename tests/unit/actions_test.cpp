@@ -9,7 +9,7 @@
 #include "support/fake_processes.h"
 #include "support/fake_services.h"
 #include "support/import_hook.h"
-#include "support/print_hook.h"
+#include "support/noted_steps.h"
 #include "support/private_registry.h"
 #include "support/registry_contents.h"
 
@@ -132,9 +132,7 @@ private:
         return std::wstring_view(name) == L"iphlpapi.dll" ? nullptr
                                                           : load_.Forward(name, file, flags);
     }};
-    ImportHook<&::SetNamedSecurityInfoW> secure_{[this](LPWSTR, SE_OBJECT_TYPE,
-                                                        SECURITY_INFORMATION, PSID, PSID, PACL,
-                                                        PACL) { return securingError_; }};
+    ImportHook<&::SetNamedSecurityInfoW> secure_{[this](auto...) { return securingError_; }};
 };
 
 TEST_F(ActionsTest, AreNumbered) {
@@ -234,16 +232,14 @@ TEST_F(ActionsTest, AreTheDefaultsForAValueThatIsNotA32BitNumber) {
 
 TEST_F(ActionsTest, AreReadFromTheServicesParameters) {
     test::CallLog calls;
-    ImportHook<&::RegOpenKeyExW> open(
-        [&](HKEY root, LPCWSTR path, DWORD options, REGSAM access, PHKEY key) {
-            calls.Add("RegOpenKeyExW", root == HKEY_LOCAL_MACHINE ? "HKLM" : "other", path);
-            return open.Forward(root, path, options, access, key);
-        });
-    ImportHook<&::RegQueryValueExW> query(
-        [&](HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD size) {
-            calls.Add("RegQueryValueExW", name);
-            return query.Forward(key, name, reserved, type, data, size);
-        });
+    ImportHook<&::RegOpenKeyExW> open([&](HKEY root, LPCWSTR path, auto... more) {
+        calls.Add("RegOpenKeyExW", root == HKEY_LOCAL_MACHINE ? "HKLM" : "other", path);
+        return open.Forward(root, path, more...);
+    });
+    ImportHook<&::RegQueryValueExW> query([&](HKEY key, LPCWSTR name, auto... more) {
+        calls.Add("RegQueryValueExW", name);
+        return query.Forward(key, name, more...);
+    });
     SetRegistry(16);
     EXPECT_EQ(Choose({}), 16U);
     EXPECT_THAT(calls.Lines(),
@@ -337,14 +333,12 @@ protected:
 };
 
 TEST_F(ActionsWithoutMemory, GoOnWithTheNextServiceAndTheNextStep) {
-    ImportHook<&::OpenSCManagerW> connect(
-        [](LPCWSTR, LPCWSTR, DWORD) -> SC_HANDLE { throw std::bad_alloc(); });
+    ImportHook<&::OpenSCManagerW> connect([](auto...) -> SC_HANDLE { throw std::bad_alloc(); });
     ExpectRun(noService);
 }
 
 TEST_F(ActionsWithoutMemory, GoOnAfterTheApplications) {
-    ImportHook<&::K32EnumProcesses> enumerate(
-        [](DWORD*, DWORD, LPDWORD) -> BOOL { throw std::bad_alloc(); });
+    ImportHook<&::K32EnumProcesses> enumerate([](auto...) -> BOOL { throw std::bad_alloc(); });
     ImportHook<&::CreateProcessW> launch([](auto...) -> BOOL { throw std::bad_alloc(); });
     ExpectRun({{"Stopping Application ", Cut}, {"Starting Application ", Cut}});
 }
@@ -352,8 +346,7 @@ TEST_F(ActionsWithoutMemory, GoOnAfterTheApplications) {
 // Wherever it is: before securing, in it, and after it.
 TEST_F(ActionsWithoutMemory, EndTheConfigureActionAndNeitherStartNorDisableAnything) {
     {
-        ImportHook<&::RegDeleteValueW> remove(
-            [](HKEY, LPCWSTR) -> LSTATUS { throw std::bad_alloc(); });
+        ImportHook<&::RegDeleteValueW> remove([](auto...) -> LSTATUS { throw std::bad_alloc(); });
         ExpectRun({{"\\ConfigFileDirectory=", Cut}});
     }
     {
@@ -368,8 +361,7 @@ TEST_F(ActionsWithoutMemory, EndTheConfigureActionAndNeitherStartNorDisableAnyth
 }
 
 TEST_F(ActionsWithoutMemory, DoNothingIfTheActionsCannotBeChosen) {
-    ImportHook<&::RegQueryValueExW> query([](HKEY, LPCWSTR, LPDWORD, LPDWORD, LPBYTE,
-                                             LPDWORD) -> LSTATUS { throw std::bad_alloc(); });
+    ImportHook<&::RegQueryValueExW> query([](auto...) -> LSTATUS { throw std::bad_alloc(); });
     SetRegistry(255);
     EXPECT_EQ(LogOfRun({}), "\r\nFIRST RUN - START\r\n\r\n\r\n\r\nFIRST RUN - FINISHED\r\n");
 }
@@ -377,7 +369,7 @@ TEST_F(ActionsWithoutMemory, DoNothingIfTheActionsCannotBeChosen) {
 // Not only out of memory: a text that exceeds the maximum length is another exception.
 TEST_F(ActionsWithoutMemory, GoOnWithTheNextServiceWhateverTheStandardLibraryThrows) {
     ImportHook<&::OpenSCManagerW> connect(
-        [](LPCWSTR, LPCWSTR, DWORD) -> SC_HANDLE { throw std::length_error("too long"); });
+        [](auto...) -> SC_HANDLE { throw std::length_error("too long"); });
     ExpectRun(noService);
 }
 
@@ -457,7 +449,7 @@ TEST_P(EntryWalks, GoOnInOrderAfterAFailure) {
 TEST_P(EntryWalks, OpenWithABannerOfThreeWrites) {
     std::vector<std::string> writes;
     const std::string printed = Printed([&] {
-        const test::PrintHook prints([&](const std::string& text) { writes.push_back(text); });
+        const test::NotedPrints prints(writes);
         GetParam().run({});
     });
     ASSERT_THAT(writes, testing::SizeIs(3));

@@ -108,6 +108,10 @@ Found Match(const std::wstring& description,
 
 const Found Nothing = {0, ""};
 
+std::string Line(const std::string& description, const std::string& mask = "0x2") {
+    return "Found Adapter " + description + " to configure  Bitmask " + mask + "\r\n";
+}
+
 TEST(BrandPatternTable, SaysForEachModelItsOwnBit) {
     for (const auto& [model, mask] : std::vector<Row>{{L"Brisko(R) M410", 0x00000002},
                                                       {L"brisko m471", 0x00000080},
@@ -124,10 +128,8 @@ TEST(MatchAdapterBitmask, FindsTheModelAndLogsTheOriginalDescription) {
               Found(2,
                     "Found Adapter TARSEL(R) Wireless QZ311 160MHz to configure  Bitmask "
                     "0x2\r\n"));
-    EXPECT_EQ(Match(L"tarselqz311"),
-              Found(2, "Found Adapter tarselqz311 to configure  Bitmask 0x2\r\n"));
-    EXPECT_EQ(Match(L"Tarsel QZ311 %d #2"),
-              Found(2, "Found Adapter Tarsel QZ311 %d #2 to configure  Bitmask 0x2\r\n"));
+    EXPECT_EQ(Match(L"tarselqz311"), Found(2, Line("tarselqz311")));
+    EXPECT_EQ(Match(L"Tarsel QZ311 %d #2"), Found(2, Line("Tarsel QZ311 %d #2")));
 }
 
 TEST(MatchAdapterBitmask, FindsNothingElseAndLogsNothing) {
@@ -142,23 +144,18 @@ TEST(MatchAdapterBitmask, FindsNothingElseAndLogsNothing) {
 TEST(MatchAdapterBitmask, TakesTheFirstRowThatMatches) {
     const std::vector<AdapterPattern> patterns = {
         {L"a.*", 0x1}, {L"ab.*", 0x2}, {L"b.*", 0xABCDEF01}, {L".*", 0xFFFFFFFF}};
-    EXPECT_EQ(Match(L"ABC", patterns),
-              Found(0x1, "Found Adapter ABC to configure  Bitmask 0x1\r\n"));
-    EXPECT_EQ(Match(L"Bc", patterns),
-              Found(0xABCDEF01, "Found Adapter Bc to configure  Bitmask 0xabcdef01\r\n"));
-    EXPECT_EQ(Match(L"", patterns),
-              Found(0xFFFFFFFF, "Found Adapter  to configure  Bitmask 0xffffffff\r\n"));
+    EXPECT_EQ(Match(L"ABC", patterns), Found(0x1, Line("ABC", "0x1")));
+    EXPECT_EQ(Match(L"Bc", patterns), Found(0xABCDEF01, Line("Bc", "0xabcdef01")));
+    EXPECT_EQ(Match(L"", patterns), Found(0xFFFFFFFF, Line("", "0xffffffff")));
     EXPECT_EQ(Match(L"ABC", {}), Nothing);
 }
 
 TEST(MatchAdapterBitmask, EndsAtTheFirstMatchEvenIfThatHasNoBits) {
-    EXPECT_EQ(Match(L"a", {{L"a", 0}, {L"a", 1}}),
-              Found(0, "Found Adapter a to configure  Bitmask 0x0\r\n"));
+    EXPECT_EQ(Match(L"a", {{L"a", 0}, {L"a", 1}}), Found(0, Line("a", "0x0")));
 }
 
 TEST(MatchAdapterBitmask, GoesOnAfterABadPattern) {
-    EXPECT_EQ(Match(L"(", {{L"(", 1}, {L"[", 2}, {L"\\(", 4}}),
-              Found(4, "Found Adapter ( to configure  Bitmask 0x4\r\n"));
+    EXPECT_EQ(Match(L"(", {{L"(", 1}, {L"[", 2}, {L"\\(", 4}}), Found(4, Line("(", "0x4")));
 }
 
 // The pattern has none of these letters, so that they are lowered for this one purpose.
@@ -178,8 +175,7 @@ TEST(MatchAdapterBitmask, LowersTheDescriptionOnceBeforeItTriesTheRows) {
 TEST(MatchAdapterBitmask, TakesADescriptionOfAnyLength) {
     const std::wstring million(1'000'000, L'x');
     EXPECT_EQ(Match(L"Tarsel" + million + L"QZ311"),
-              Found(2, "Found Adapter Tarsel" + std::string(million.size(), 'x') +
-                           "QZ311 to configure  Bitmask 0x2\r\n"));
+              Found(2, Line("Tarsel" + std::string(million.size(), 'x') + "QZ311")));
     EXPECT_EQ(Match(million), Nothing);
 }
 
@@ -192,7 +188,7 @@ TEST(MatchAdapterBitmask, TakesALineEndForNoPartOfADescription) {
 
 TEST(MatchAdapterBitmask, TakesLettersOfAllKinds) {
     EXPECT_EQ(Match(L"Tarsel\u00AE \u00C4\u00D6 QZ311"),
-              Found(2, "Found Adapter Tarsel\xAE \xC4\xD6 QZ311 to configure  Bitmask 0x2\r\n"));
+              Found(2, Line("Tarsel\xAE \xC4\xD6 QZ311")));
     // How much of these is written is up to the C runtime.
     for (const std::wstring& part :
          {std::wstring(L"\u0416\u4E2D"), std::wstring(1, wchar_t{0xD800}),
@@ -269,13 +265,15 @@ constexpr wchar_t ResultKey[] = L"SOFTWARE\\Tarsel\\Nimbus";
 
 constexpr char NoMemory[] = "Error allocating memory needed to call GetAdaptersAddresses\n";
 
-std::string Line(const std::string& description) {
-    return "Found Adapter " + description + " to configure  Bitmask 0x2\r\n";
+std::string ListError(const std::string& error) {
+    return "GetAdaptersInfo failed with error: " + error + "\n";
 }
 
-// The bitmask of a machine with these adapters and a private registry.
+// The bitmask of a machine with a private registry and, unless a test changes that, one model.
 class HardwareBitmask : public testing::Test {
 protected:
+    HardwareBitmask() { machine.adapters = {{L"Tarsel QZ311"}}; }
+
     // What is printed.
     std::string Log() {
         return Printed([this] { bitmask = ComputeHardwareBitmask(L"the gate", L"the result"); });
@@ -317,6 +315,7 @@ private:
 };
 
 TEST_F(HardwareBitmask, IsZeroWithoutAdapters) {
+    machine.adapters.clear();
     ExpectBitmask(0, "");
     EXPECT_EQ(machine.calls.Lines(), Listing(std::nullopt));
 }
@@ -348,7 +347,6 @@ TEST_F(HardwareBitmask, AsksForTheSizeAndThenForAllInterfacesIntoABufferOfThatSi
 }
 
 TEST_F(HardwareBitmask, TakesABufferOfTheSizeThatIsReported) {
-    machine.adapters = {{L"Tarsel QZ311"}};
     for (const ULONG size : {15'000U, 15'001U, 1'000'003U}) {
         machine.reportedSize = size;
         machine.calls = {};
@@ -358,7 +356,6 @@ TEST_F(HardwareBitmask, TakesABufferOfTheSizeThatIsReported) {
 }
 
 TEST_F(HardwareBitmask, TakesOneOtherAnswerThanTheSizeForNoAdapters) {
-    machine.adapters = {{L"Tarsel QZ311"}};
     for (const ULONG result : {0U, 232U, 87U, 1U, 8U, 5U, 1314U, 110U, 112U, 234U}) {
         machine.sizeResult = result;
         machine.calls = {};
@@ -368,29 +365,22 @@ TEST_F(HardwareBitmask, TakesOneOtherAnswerThanTheSizeForNoAdapters) {
 }
 
 TEST_F(HardwareBitmask, SaysThatThereIsNoBufferForNoSize) {
-    machine.adapters = {{L"Tarsel QZ311"}};
     machine.reportedSize = 0;
     ExpectBitmask(0, NoMemory);
     EXPECT_EQ(machine.calls.Lines(), Listing(std::nullopt));
 }
 
 TEST_F(HardwareBitmask, LogsTheErrorOfTheList) {
-    machine.adapters = {{L"Tarsel QZ311"}};
-    const std::pair<ULONG, const char*> errors[] = {
-        {111, "111"}, {87, "87"}, {1314, "1314"},
-        {232, "232"}, {1, "1"},   {0x8000'0001, "2147483649"},
-        {8, "8"},     {5, "5"},   {0xFFFF'FFFF, "4294967295"}};
-    for (const auto& [error, text] : errors) {
+    for (const ULONG error : {111U, 87U, 1314U, 232U, 1U, 0x8000'0001U, 8U, 5U, 0xFFFF'FFFFU}) {
         machine.listResult = error;
-        ExpectBitmask(0, "GetAdaptersInfo failed with error: " + std::string(text) + "\n");
+        ExpectBitmask(0, ListError(std::to_string(error)));
     }
 }
 
 TEST_F(HardwareBitmask, IsZeroIfTheListGrowsInBetween) {
-    machine.adapters = {{L"Tarsel QZ311"}};
     machine.betweenQueries = [this] { machine.adapters.push_back({L"new"}); };
     const std::size_t size = AdapterRecords(machine.adapters).size();
-    ExpectBitmask(0, "GetAdaptersInfo failed with error: 111\n");
+    ExpectBitmask(0, ListError("111"));
     EXPECT_EQ(machine.calls.Lines(), Listing(size));  // and not once more
 }
 
@@ -399,11 +389,10 @@ TEST_F(HardwareBitmask, IsThatOfAListThatShrinksInBetween) {
     machine.betweenQueries = [this] { machine.adapters.pop_back(); };
     ExpectBitmask(2, Line("Tarsel QZ311"));
     machine.adapters = {{L"Tarsel QZ311"}};
-    ExpectBitmask(0, "GetAdaptersInfo failed with error: 232\n");
+    ExpectBitmask(0, ListError("232"));
 }
 
 TEST_F(HardwareBitmask, IsZeroWithoutTheLibraryOrItsFunction) {
-    machine.adapters = {{L"Tarsel QZ311"}};
     machine.functionIsThere = false;
     ExpectBitmask(0, "");
     EXPECT_THAT(machine.calls.Lines(), ElementsAre("LoadLibraryExW(iphlpapi.dll, null, 2048)",
@@ -426,7 +415,6 @@ TEST_F(HardwareBitmask, TakesDescriptionsOfAnyLengthAndContent) {
 }
 
 TEST_F(HardwareBitmask, IsComputedIfTheGateIs1OrNotThere) {
-    machine.adapters = {{L"Tarsel QZ311"}};
     ExpectBitmask(2, Line("Tarsel QZ311"));  // not even the key
     PutValue(HKEY_LOCAL_MACHINE, ParametersKey, L"another value", DwordValue(0x12));
     ExpectBitmask(2, Line("Tarsel QZ311"));
@@ -437,7 +425,6 @@ TEST_F(HardwareBitmask, IsComputedIfTheGateIs1OrNotThere) {
 }
 
 TEST_F(HardwareBitmask, IsAnyOtherValueOfTheGate) {
-    machine.adapters = {{L"Tarsel QZ311"}};
     for (const std::uint32_t gate : {0U, 2U, 3U, 0x12U, 0x101U, 0x8000'0001U, 0xFFFF'FFFFU}) {
         SetGate(DwordValue(gate));
         machine.calls = {};
@@ -447,7 +434,6 @@ TEST_F(HardwareBitmask, IsAnyOtherValueOfTheGate) {
 }
 
 TEST_F(HardwareBitmask, IsComputedIfTheGateIsNoNumber) {
-    machine.adapters = {{L"Tarsel QZ311"}};
     const test::RegistryValue gates[] = {TextValue(L"0"),
                                          TextValue(L"0", REG_EXPAND_SZ),
                                          {REG_BINARY, {0, 0, 0, 0}},
@@ -464,20 +450,17 @@ TEST_F(HardwareBitmask, IsComputedIfTheGateIsNoNumber) {
 }
 
 TEST_F(HardwareBitmask, IsComputedIfTheGateCannotBeRead) {
-    machine.adapters = {{L"Tarsel QZ311"}};
     SetGate(DwordValue(0x12));
-    const ImportHook<&::RegOpenKeyExW> open(
-        [](HKEY, LPCWSTR, DWORD, REGSAM, PHKEY) -> LSTATUS { return ERROR_ACCESS_DENIED; });
+    const ImportHook<&::RegOpenKeyExW> open([](auto...) { return ERROR_ACCESS_DENIED; });
     EXPECT_EQ(Log(), Line("Tarsel QZ311"));
     EXPECT_EQ(bitmask, 2U);
 }
 
 TEST_F(HardwareBitmask, ComesWithTheErrorsOfTheListWhateverTheGateSays) {
-    machine.adapters = {{L"Tarsel QZ311"}};
     for (const std::uint32_t gate : {0U, 0x12U}) {
         SetGate(DwordValue(gate));
         machine.listResult = ERROR_INVALID_PARAMETER;
-        ExpectBitmask(gate, "GetAdaptersInfo failed with error: 87\n");
+        ExpectBitmask(gate, ListError("87"));
         machine.reportedSize = 0;
         ExpectBitmask(gate, NoMemory);
         machine.reportedSize.reset();
@@ -485,6 +468,7 @@ TEST_F(HardwareBitmask, ComesWithTheErrorsOfTheListWhateverTheGateSays) {
 }
 
 TEST_F(HardwareBitmask, IsReadFromAndKeptInTheDefaultViewUnderTheNamesThatAreGiven) {
+    machine.adapters.clear();
     SetGate(DwordValue(0x12));
     const RecordedImport<&::RegOpenKeyExW> open;
     const RecordedImport<&::RegQueryValueExW> query;
@@ -502,6 +486,7 @@ TEST_F(HardwareBitmask, IsReadFromAndKeptInTheDefaultViewUnderTheNamesThatAreGiv
 }
 
 TEST_F(HardwareBitmask, ReplacesTheResultOfAnEarlierTimeWhateverItsType) {
+    machine.adapters.clear();
     PutValue(HKEY_LOCAL_MACHINE, ResultKey, L"the result", TextValue(L"before"));
     ExpectBitmask(0, "");
     PutValue(HKEY_LOCAL_MACHINE, ResultKey, L"the result", DwordValue(7));
@@ -509,20 +494,13 @@ TEST_F(HardwareBitmask, ReplacesTheResultOfAnEarlierTimeWhateverItsType) {
 }
 
 TEST_F(HardwareBitmask, IsReturnedEvenIfItCannotBeKept) {
-    machine.adapters = {{L"Tarsel QZ311"}};
     {
-        const ImportHook<&::RegSetValueExW> set(
-            [](HKEY, LPCWSTR, DWORD, DWORD, const BYTE*, DWORD) -> LSTATUS {
-                return ERROR_ACCESS_DENIED;
-            });
+        const ImportHook<&::RegSetValueExW> set([](auto...) { return ERROR_ACCESS_DENIED; });
         EXPECT_EQ(Log(), Line("Tarsel QZ311"));
         EXPECT_EQ(bitmask, 2U);
     }
     bitmask = 0;
-    const ImportHook<&::RegCreateKeyExW> create(
-        [](HKEY, LPCWSTR, DWORD, LPWSTR, DWORD, REGSAM, auto*, PHKEY, LPDWORD) -> LSTATUS {
-            return ERROR_ACCESS_DENIED;
-        });
+    const ImportHook<&::RegCreateKeyExW> create([](auto...) { return ERROR_ACCESS_DENIED; });
     EXPECT_EQ(Log(), Line("Tarsel QZ311"));
     EXPECT_EQ(bitmask, 2U);
     EXPECT_EQ(Result(), std::nullopt);
@@ -546,7 +524,6 @@ TEST_F(HardwareBitmask, IsListedThenGatedThenMatchedThenKept) {
 
 TEST_F(HardwareBitmask, IsNotWhatLaterStepsReadUntilItIsSet) {
     EXPECT_EQ(g_hardwareBitmask, 0U);
-    machine.adapters = {{L"Tarsel QZ311"}};
     Log();
     EXPECT_EQ(g_hardwareBitmask, 0U);
 }

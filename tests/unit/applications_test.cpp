@@ -8,8 +8,8 @@
 #include "support/file_contents.h"
 #include "support/import_hook.h"
 #include "support/installed_service.h"
+#include "support/noted_steps.h"
 #include "support/on_wine.h"
-#include "support/print_hook.h"
 #include "support/temporary_directory.h"
 
 #include <windows.h>
@@ -44,8 +44,7 @@ protected:
     std::string Stop(const std::wstring& name = L"ZEFIR.exe",
                      const std::wstring& title = L"The Title") {
         return Printed([&] {
-            const test::PrintHook prints(
-                [this](const std::string& text) { fake.calls.Add("print", text); });
+            const test::NotedPrints prints(fake.calls);
             result = StopApplication(name, title);
         });
     }
@@ -220,8 +219,7 @@ class StartApplicationTest : public testing::Test {
 protected:
     std::string Start(const std::wstring& arguments = L"-u") {
         return Printed([&] {
-            const test::PrintHook prints(
-                [this](const std::string& text) { fake.calls.Add("print", text); });
+            const test::NotedPrints prints(fake.calls);
             result = StartApplication(L"BriskoLU.exe", arguments);
         });
     }

@@ -165,8 +165,7 @@ TEST_F(SettingWalks, KeepToTheViewOfTheSetting) {
 }
 
 TEST_F(SettingWalks, FailWithThePlatform) {
-    const ImportHook<&::RegSetValueExW> set([](HKEY, LPCWSTR, DWORD, DWORD, const BYTE*,
-                                               DWORD) -> LSTATUS { return ERROR_ACCESS_DENIED; });
+    const ImportHook<&::RegSetValueExW> set([](auto...) { return ERROR_ACCESS_DENIED; });
     EXPECT_THAT(WritingOf({TextSetting(L"t", L"x")}), testing::EndsWith("=x \t - \tFailure\r\n"));
     EXPECT_THAT(WritingOf({NumberSetting(L"n", 5)}), testing::EndsWith("=5 \t - \tFailure\r\n"));
 }
@@ -236,9 +235,7 @@ private:
     test::TemporaryDirectory directory_;
     test::EnvironmentVariable programData_{L"ProgramData", directory_ / L"data"};
     test::EnvironmentVariable systemRoot_{L"SystemRoot", directory_ / L"system"};
-    ImportHook<&::SetNamedSecurityInfoW> secure_{[this](LPWSTR, SE_OBJECT_TYPE,
-                                                        SECURITY_INFORMATION, PSID, PSID, PACL,
-                                                        PACL) { return securingError; }};
+    ImportHook<&::SetNamedSecurityInfoW> secure_{[this](auto...) { return securingError; }};
 };
 
 // The headings in their order, as they are written.
@@ -296,11 +293,8 @@ TEST_F(ConfigureTest, PreparesAMachineAgain) {
 }
 
 TEST_F(ConfigureTest, SucceedsEvenIfAllButTheSecuringFails) {
-    const ImportHook<&::RegCreateKeyExW> create(
-        [](HKEY, LPCWSTR, DWORD, LPWSTR, DWORD, REGSAM, LPSECURITY_ATTRIBUTES, PHKEY,
-           LPDWORD) -> LSTATUS { return ERROR_ACCESS_DENIED; });
-    const ImportHook<&::CreateDirectoryW> createDirectory(
-        [](LPCWSTR, LPSECURITY_ATTRIBUTES) -> BOOL { return FALSE; });
+    const ImportHook<&::RegCreateKeyExW> create([](auto...) { return ERROR_ACCESS_DENIED; });
+    const ImportHook<&::CreateDirectoryW> createDirectory([](auto...) { return FALSE; });
     ExpectLog({.verdicts = {{"Registry Setting ", Bad}, {"Creating Directory ", Bad}},
                .shipped = std::set<std::wstring>()});
     EXPECT_TRUE(result);
@@ -370,8 +364,7 @@ TEST_F(ConfigureTest, SucceedsEvenIfTheFeaturesCannotBeEnabled) {
     EXPECT_TRUE(result);
     machine.listResult.reset();
     machine.adapters = {{L"Tarsel QZ311"}};
-    const ImportHook<&::RegSetValueExW> set([](HKEY, LPCWSTR, DWORD, DWORD, const BYTE*,
-                                               DWORD) -> LSTATUS { return ERROR_ACCESS_DENIED; });
+    const ImportHook<&::RegSetValueExW> set([](auto...) { return ERROR_ACCESS_DENIED; });
     ExpectLog({.verdicts = {{"Writing Registry Setting ", Bad}},
                .staleSettings = false,
                .configured = true});
@@ -431,8 +424,7 @@ TEST_F(ConfigureTest, ReplacesAMarkerOfAnotherType) {
 TEST_F(ConfigureTest, LogsNothingIfTheMarkerCannotBeCleared) {
     Log();
     const std::string again = Log();
-    const ImportHook<&::RegSetValueExW> set([](HKEY, LPCWSTR, DWORD, DWORD, const BYTE*,
-                                               DWORD) -> LSTATUS { return ERROR_ACCESS_DENIED; });
+    const ImportHook<&::RegSetValueExW> set([](auto...) { return ERROR_ACCESS_DENIED; });
     EXPECT_EQ(Log(), again);
     EXPECT_TRUE(result);
     securingError = ERROR_ACCESS_DENIED;

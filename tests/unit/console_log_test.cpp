@@ -4,8 +4,8 @@
 #include "support/failing_allocation.h"
 #include "support/import_hook.h"
 #include "support/no_memory.h"
+#include "support/noted_steps.h"
 #include "support/other_runtime.h"
-#include "support/print_hook.h"
 
 #include <fcntl.h>
 #include <io.h>
@@ -194,24 +194,22 @@ TEST(ConsolePrintWide, FailsWithoutOutputIfTheTextCannotBeFormatted) {
 
 TEST(PrintVerdict, IsOneWriteThatEndsTheLine) {
     std::vector<std::string> writes;
-    EXPECT_EQ(
-        Printed([&] {
-            const test::PrintHook prints([&](const std::string& text) { writes.push_back(text); });
-            PrintVerdict(true);
-            PrintVerdict(false);
-        }),
-        "Success\r\nFailure\r\n");
+    EXPECT_EQ(Printed([&] {
+                  const test::NotedPrints prints(writes);
+                  PrintVerdict(true);
+                  PrintVerdict(false);
+              }),
+              "Success\r\nFailure\r\n");
     EXPECT_THAT(writes, ElementsAre("Success\r\n", "Failure\r\n"));
 }
 
 TEST(PrintSectionBanner, IsThreeWrites) {
     std::vector<std::string> writes;
-    EXPECT_EQ(
-        Printed([&] {
-            const test::PrintHook prints([&](const std::string& text) { writes.push_back(text); });
-            PrintSectionBanner(5, "Title %d 100%\r\n");
-        }),
-        "\r\n-----\r\nTitle %d 100%\r\n-----\r\n");
+    EXPECT_EQ(Printed([&] {
+                  const test::NotedPrints prints(writes);
+                  PrintSectionBanner(5, "Title %d 100%\r\n");
+              }),
+              "\r\n-----\r\nTitle %d 100%\r\n-----\r\n");
     EXPECT_THAT(writes, ElementsAre("\r\n-----\r\n", "Title %d 100%\r\n", "-----\r\n"));
 }
 

@@ -163,7 +163,7 @@ TEST(SettingAnAccessList, SucceedsOnlyWithoutAnErrorAndStoresTheResult) {
 }
 
 TEST(SettingAnAccessList, FailsWithoutACallIfTheListCannotBeMade) {
-    const ImportHook<&::InitializeAcl> hook([](PACL, DWORD, DWORD) { return FALSE; });
+    const ImportHook<&::InitializeAcl> hook([](auto...) { return FALSE; });
     const SecurityCalls calls;
     EXPECT_FALSE(Protect(L"C:\\a"));
     EXPECT_FALSE(SetProtectedDacl(L"C:\\a", std::vector<AceSpec>{{0x3, 0x1000'0000, Users}}));
@@ -751,11 +751,15 @@ void PrintTo(const Walk& walk, std::ostream* stream) {
     *stream << walk.log << (walk.result ? "true" : "false");
 }
 
-TEST(SecureDirectories, CreatesVerifiesAndSetsEachRow) {
+class SecureDirectoriesTest : public testing::Test {
+protected:
     const TemporaryDirectory directory;
+    SecurityCalls calls;
+};
+
+TEST_F(SecureDirectoriesTest, CreatesVerifiesAndSetsEachRow) {
     const std::wstring first = directory / L"a b\\c";
     const std::wstring second = directory / L"a b";
-    const SecurityCalls calls;
     EXPECT_EQ(Secure({Row(first), Row(second)}),
               (Walk{Log(first, true) + Log(second, false), true}));
     EXPECT_NE(::GetFileAttributesW(first.c_str()), INVALID_FILE_ATTRIBUTES);
@@ -763,10 +767,9 @@ TEST(SecureDirectories, CreatesVerifiesAndSetsEachRow) {
                                    ProtectedDacl(second, SystemEntries), InheritedDacl(first)}));
 }
 
-TEST(SecureDirectories, WritesEachLineByteForByte) {
+TEST_F(SecureDirectoriesTest, WritesEachLineByteForByte) {
     const ImaginedPaths paths;
     const ImaginedSearches searches;
-    const SecurityCalls calls;
     EXPECT_EQ(Secure({Row(L"C:\\a")}).log,
               "Creating Directory C:\\a \t - \tFailure\r\n"
               "Verifying File/Directory C:\\a has NO links\t - \tSuccess\r\n"
@@ -775,8 +778,7 @@ TEST(SecureDirectories, WritesEachLineByteForByte) {
               "Setting Child Inheritance DACLs on File/Directory C:\\a \t - \tSuccess\r\n");
 }
 
-TEST(SecureDirectories, PrintsEachStepTakesItAndPrintsItsResult) {
-    const TemporaryDirectory directory;
+TEST_F(SecureDirectoriesTest, PrintsEachStepTakesItAndPrintsItsResult) {
     const std::wstring path = directory / L"new";
     test::MakeFile(directory / L"file");
     std::string order;
@@ -799,15 +801,13 @@ TEST(SecureDirectories, PrintsEachStepTakesItAndPrintsItsResult) {
     EXPECT_EQ(order, "C1SV2SV3SS4SS5S");
 }
 
-TEST(SecureDirectories, IsFalseAndPrintsNothingForNoRow) {
+TEST_F(SecureDirectoriesTest, IsFalseAndPrintsNothingForNoRow) {
     EXPECT_EQ(Secure({}), (Walk{"", false}));
 }
 
-TEST(SecureDirectories, LeavesTheChildrenOfARowThatSaysSo) {
-    const TemporaryDirectory directory;
+TEST_F(SecureDirectoriesTest, LeavesTheChildrenOfARowThatSaysSo) {
     test::MakeFile(directory / L"file");
     const std::wstring& path = directory.Path();
-    const SecurityCalls calls;
     EXPECT_EQ(Secure({Row(path, false), Row(path, true)}),
               (Walk{Log(path, false, SettingList) + Log(path, false), true}));
     EXPECT_EQ(calls.Made(),
@@ -815,8 +815,7 @@ TEST(SecureDirectories, LeavesTheChildrenOfARowThatSaysSo) {
                      InheritedDacl(directory / L"file")}));
 }
 
-TEST(SecureDirectories, AsksTheResolverForThePathAndPrintsItExpanded) {
-    const TemporaryDirectory directory;
+TEST_F(SecureDirectoriesTest, AsksTheResolverForThePathAndPrintsItExpanded) {
     const EnvironmentVariable variable(L"FinasetTests", directory.Path());
     const std::wstring resolved = directory / L"resolved\\";
     const std::wstring plain = directory / L"plain";
@@ -826,7 +825,6 @@ TEST(SecureDirectories, AsksTheResolverForThePathAndPrintsItExpanded) {
         asked.push_back(argument);
         return L"%FinasetTests%\\resolved\\";
     };
-    const SecurityCalls calls;
     EXPECT_EQ(Secure({row, Row(L"%FinasetTests%\\plain")}),
               (Walk{Log(resolved, true) + Log(plain, true), true}));
     EXPECT_THAT(asked, ElementsAre(L"argument"));
@@ -834,18 +832,16 @@ TEST(SecureDirectories, AsksTheResolverForThePathAndPrintsItExpanded) {
               (Calls{ProtectedDacl(resolved, SystemEntries), ProtectedDacl(plain, SystemEntries)}));
 }
 
-TEST(SecureDirectories, GoesOnWithADirectoryThatCannotBeCreated) {
-    const TemporaryDirectory directory;
+TEST_F(SecureDirectoriesTest, GoesOnWithADirectoryThatCannotBeCreated) {
     const std::wstring path = directory / L"new";
-    const ImportHook<&::CreateDirectoryW> hook(
-        [](LPCWSTR, LPSECURITY_ATTRIBUTES) { return FALSE; });
-    const SecurityCalls calls;
+    const ImportHook<&::CreateDirectoryW> hook([](auto...) { return FALSE; });
     EXPECT_EQ(Secure({Row(path)}), (Walk{Log(path, false), true}));
     EXPECT_EQ(calls.Made(), Calls{ProtectedDacl(path, SystemEntries)});
 }
 
+// The real platform sets no list on an empty path.
 TEST(SecureDirectories, SecuresNothingIfThePathCannotBeExpanded) {
-    const ImportHook<&::ExpandEnvironmentStringsW> hook([](LPCWSTR, LPWSTR, DWORD) { return 0UL; });
+    const ImportHook<&::ExpandEnvironmentStringsW> hook([](auto...) { return 0UL; });
     const RecordedImport<&::CreateDirectoryW> create;
     EXPECT_EQ(Secure({Row(L"C:\\FinasetTests")}),
               (Walk{Log(L"", false, SettingList, false), false}));
@@ -853,7 +849,7 @@ TEST(SecureDirectories, SecuresNothingIfThePathCannotBeExpanded) {
 }
 
 // Three rows; a step of the second one fails.
-class AFailingStep : public testing::Test {
+class AFailingStep : public SecureDirectoriesTest {
 protected:
     AFailingStep() {
         ::CreateDirectoryW(path.c_str(), nullptr);
@@ -878,12 +874,10 @@ protected:
         EXPECT_EQ(calls.Made(), all);
     }
 
-    const TemporaryDirectory directory;
     const std::wstring first = directory / L"first";
     const std::wstring path = directory / L"second";
     const Calls whole = {ProtectedDacl(path, SystemEntries), InheritedDacl(path + L"\\1"),
                          InheritedDacl(path + L"\\2")};
-    SecurityCalls calls;
 };
 
 TEST_F(AFailingStep, EndsTheWalkAtALinkOnThePath) {
@@ -909,10 +903,8 @@ TEST_F(AFailingStep, EndsTheWalkAtAChildThatCannotBeResetAfterTryingAll) {
     ExpectEndAt(ResettingChildren, whole);
 }
 
-TEST(SecureDirectories, FailsInTheFirstAndInTheOnlyRow) {
-    const TemporaryDirectory directory;
+TEST_F(SecureDirectoriesTest, FailsInTheFirstAndInTheOnlyRow) {
     const std::wstring& path = directory.Path();
-    SecurityCalls calls;
     calls.errors[path] = ERROR_ACCESS_DENIED;
     EXPECT_EQ(Secure({Row(path)}), (Walk{Log(path, false, SettingList, false), false}));
     EXPECT_EQ(Secure({Row(path), Row(directory / L"next")}),

@@ -70,11 +70,10 @@ TEST_F(RunProgramWithFakeCom, PreparesTheOutputThenComAndThenRuns) {
         calls.Add("_setmode", file, mode, Position());
         return setMode.Forward(file, mode);
     });
-    ImportHook<&::RegOpenKeyExW> firstCallOfTheDriver(
-        [&](HKEY root, LPCWSTR path, DWORD options, REGSAM access, PHKEY key) {
-            calls.Add("RegOpenKeyExW");
-            return firstCallOfTheDriver.Forward(root, path, options, access, key);
-        });
+    ImportHook<&::RegOpenKeyExW> firstCallOfTheDriver([&](auto... arguments) {
+        calls.Add("RegOpenKeyExW");
+        return firstCallOfTheDriver.Forward(arguments...);
+    });
     Printed([] { RunUsage(); });
     const std::string binary = "_setmode(1, " + std::to_string(_O_BINARY) + ", nothing printed)";
     // The capture sets the mode before and after. 0 is the multithreaded model.
@@ -104,8 +103,7 @@ TEST_F(RunProgramWithFakeCom, UninitialisesComJustWhenItWasInitialised) {
 }
 
 TEST_F(RunProgramWithFakeCom, ExitsWithCode0WhenOutOfMemory) {
-    ImportHook<&::RegOpenKeyExW> open(
-        [](HKEY, LPCWSTR, DWORD, REGSAM, PHKEY) -> LSTATUS { throw std::bad_alloc(); });
+    ImportHook<&::RegOpenKeyExW> open([](auto...) -> LSTATUS { throw std::bad_alloc(); });
     int code = -1;
     EXPECT_THAT(Printed([&] { code = RunUsage(); }), testing::EndsWith(test::LogEnd));
     EXPECT_EQ(code, 0);

@@ -124,9 +124,8 @@ TEST_F(Features, IgnoreSilentlyWhatIsRefused) {
     const std::vector<FeatureRule> rules = {{{}, NumberSetting(L"one", 1), 1},
                                             {{}, TextSetting(L"two", L"t"), 1},
                                             {{}, NumberSetting(L"three", 3), 1}};
-    ImportHook<&::RegSetValueExW> set([&](HKEY key, LPCWSTR name, DWORD reserved, DWORD type,
-                                          const BYTE* data, DWORD size) -> LSTATUS {
-        return std::wstring(name) == L"three" ? set.Forward(key, name, reserved, type, data, size)
+    ImportHook<&::RegSetValueExW> set([&](HKEY key, LPCWSTR name, auto... more) {
+        return std::wstring(name) == L"three" ? set.Forward(key, name, more...)
                                               : ERROR_ACCESS_DENIED;
     });
     EXPECT_EQ(Enabled(1, rules),
@@ -137,10 +136,7 @@ TEST_F(Features, IgnoreSilentlyWhatIsRefused) {
 }
 
 TEST_F(Features, IgnoreSilentlyThatTheKeyIsRefused) {
-    const ImportHook<&::RegCreateKeyExW> create(
-        [](HKEY, LPCWSTR, DWORD, LPWSTR, DWORD, REGSAM, auto*, PHKEY, LPDWORD) -> LSTATUS {
-            return ERROR_ACCESS_DENIED;
-        });
+    const ImportHook<&::RegCreateKeyExW> create([](auto...) { return ERROR_ACCESS_DENIED; });
     EXPECT_EQ(Enabled(2), "");
     EXPECT_EQ(ValueOf(HKEY_LOCAL_MACHINE, ParametersKey, Feature), std::nullopt);
 }

@@ -90,6 +90,15 @@ protected:
                 Shipped(name)};
     }
 
+    // The lines of the directory to which files are copied, and of a file that is.
+    [[nodiscard]] std::string Creation(const char* verdict) const {
+        return Creating(Placed(L""), verdict);
+    }
+    [[nodiscard]] std::string CopyOf(const std::wstring& name, const char* overwriting,
+                                     const char* verdict) const {
+        return Copying(Shipped(name), Placed(name), overwriting, verdict);
+    }
+
     static std::string LogOf(const std::vector<FileOperation>& operations) {
         return Printed([&] { RunFileOperations(operations); });
     }
@@ -105,10 +114,9 @@ TEST_F(FileOperationsTest, CopyTheFilesToANewDirectory) {
     PutFile(Shipped(L"keep"), "shipped keep");
     PutFile(Shipped(L"replace"), "shipped replace");
     EXPECT_EQ(LogOf({Operation(false, L"keep"), Operation(true, L"replace")}),
-              Creating(Placed(L""), Success) +
-                  Copying(Shipped(L"keep"), Placed(L"keep"), "false", Success) +
-                  Deleting(Placed(L"replace"), Failure) + Creating(Placed(L""), Failure) +
-                  Copying(Shipped(L"replace"), Placed(L"replace"), "true", Success));
+              Creation(Success) + CopyOf(L"keep", "false", Success) +
+                  Deleting(Placed(L"replace"), Failure) + Creation(Failure) +
+                  CopyOf(L"replace", "true", Success));
     EXPECT_THAT(FileText(Placed(L"keep")), Optional(std::string("shipped keep")));
     EXPECT_THAT(FileText(Placed(L"replace")), Optional(std::string("shipped replace")));
     EXPECT_THAT(FileText(Shipped(L"replace")), Optional(std::string("shipped replace")));
@@ -120,10 +128,9 @@ TEST_F(FileOperationsTest, KeepOrReplaceExistingFiles) {
         PutFile(Placed(name), "as it was, and longer");
     }
     EXPECT_EQ(LogOf({Operation(false, L"keep"), Operation(true, L"replace")}),
-              Creating(Placed(L""), Failure) +
-                  Copying(Shipped(L"keep"), Placed(L"keep"), "false", Failure) +
-                  Deleting(Placed(L"replace"), Success) + Creating(Placed(L""), Failure) +
-                  Copying(Shipped(L"replace"), Placed(L"replace"), "true", Success));
+              Creation(Failure) + CopyOf(L"keep", "false", Failure) +
+                  Deleting(Placed(L"replace"), Success) + Creation(Failure) +
+                  CopyOf(L"replace", "true", Success));
     EXPECT_THAT(FileText(Placed(L"keep")), Optional(std::string("as it was, and longer")));
     EXPECT_THAT(FileText(Placed(L"replace")), Optional(std::string("shipped")));
 }
@@ -133,12 +140,10 @@ TEST_F(FileOperationsTest, GoOnAfterAMissingSource) {
     PutFile(Placed(L"missing"), "as it was");
     EXPECT_EQ(LogOf({Operation(true, L"missing"), Operation(false, L"missing"),
                      Operation(false, L"there")}),
-              Deleting(Placed(L"missing"), Success) + Creating(Placed(L""), Failure) +
-                  Copying(Shipped(L"missing"), Placed(L"missing"), "true", Failure) +
-                  Creating(Placed(L""), Failure) +
-                  Copying(Shipped(L"missing"), Placed(L"missing"), "false", Failure) +
-                  Creating(Placed(L""), Failure) +
-                  Copying(Shipped(L"there"), Placed(L"there"), "false", Success));
+              Deleting(Placed(L"missing"), Success) + Creation(Failure) +
+                  CopyOf(L"missing", "true", Failure) + Creation(Failure) +
+                  CopyOf(L"missing", "false", Failure) + Creation(Failure) +
+                  CopyOf(L"there", "false", Success));
     EXPECT_EQ(FileText(Placed(L"missing")), std::nullopt);
     EXPECT_THAT(FileText(Placed(L"there")), Optional(std::string("shipped")));
 }
@@ -153,8 +158,7 @@ TEST_F(FileOperationsTest, FailForADestinationThatIsReadOnly) {
                copy.Forward(source, destination, fail);
     });
     EXPECT_EQ(LogOf({Operation(true, L"a")}),
-              Deleting(Placed(L"a"), Failure) + Creating(Placed(L""), Failure) +
-                  Copying(Shipped(L"a"), Placed(L"a"), "true", Failure));
+              Deleting(Placed(L"a"), Failure) + Creation(Failure) + CopyOf(L"a", "true", Failure));
     EXPECT_THAT(FileText(Placed(L"a")), Optional(std::string("as it was")));
     ::SetFileAttributesW(Placed(L"a").c_str(), FILE_ATTRIBUTE_NORMAL);
 }
@@ -163,17 +167,15 @@ TEST_F(FileOperationsTest, FailForADestinationThatIsADirectory) {
     PutFile(Shipped(L"a"), "shipped");
     CreateDirectoryPath(Placed(L"a"));
     EXPECT_EQ(LogOf({Operation(true, L"a"), Operation(false, L"a")}),
-              Deleting(Placed(L"a"), Failure) + Creating(Placed(L""), Failure) +
-                  Copying(Shipped(L"a"), Placed(L"a"), "true", Failure) +
-                  Creating(Placed(L""), Failure) +
-                  Copying(Shipped(L"a"), Placed(L"a"), "false", Failure));
+              Deleting(Placed(L"a"), Failure) + Creation(Failure) + CopyOf(L"a", "true", Failure) +
+                  Creation(Failure) + CopyOf(L"a", "false", Failure));
     EXPECT_NE(GetPathAttributes(Placed(L"a")) & FILE_ATTRIBUTE_DIRECTORY, 0U);
 }
 
 TEST_F(FileOperationsTest, TakeTheNameForTheDestinationWithoutAResolver) {
     PutFile(Shipped(L"a"), "shipped");
     EXPECT_EQ(LogOf({{true, Placed(L"b"), {}, Shipped(L"a")}}),
-              Deleting(Placed(L"b"), Failure) + Creating(Placed(L""), Success) +
+              Deleting(Placed(L"b"), Failure) + Creation(Success) +
                   Copying(Shipped(L"a"), Placed(L"b"), "true", Success));
     EXPECT_THAT(FileText(Placed(L"b")), Optional(std::string("shipped")));
 }
@@ -193,8 +195,7 @@ TEST_F(FileOperationsTest, ShowAndUsePathsWithTheirVariablesExpanded) {
     PutFile(Shipped(L"a"), "shipped");
     PutFile(Placed(L"a"), "as it was");
     EXPECT_EQ(LogOf({{true, L"%FinasetTests%\\placed\\a b\\a", {}, L"%FinasetTests%\\shipped\\a"}}),
-              Deleting(Placed(L"a"), Success) + Creating(Placed(L""), Failure) +
-                  Copying(Shipped(L"a"), Placed(L"a"), "true", Success));
+              Deleting(Placed(L"a"), Success) + Creation(Failure) + CopyOf(L"a", "true", Success));
     EXPECT_THAT(FileText(Placed(L"a")), Optional(std::string("shipped")));
 }
 
@@ -209,8 +210,7 @@ TEST_F(FileOperationsTest, ShowAndCreateTheDirectoryExpandedOnceMore) {
 
 TEST_F(FileOperationsTest, FailAndGoOnWithEmptyPathsIfTheExpansionFails) {
     PutFile(Shipped(L"a"), "shipped");
-    const ImportHook<&::ExpandEnvironmentStringsW> expand(
-        [](LPCWSTR, LPWSTR, DWORD) -> DWORD { return 0; });
+    const ImportHook<&::ExpandEnvironmentStringsW> expand([](auto...) { return 0; });
     EXPECT_EQ(LogOf({Operation(true, L"a"), Operation(false, L"a")}),
               "Deleting File  \t - \tFailure\r\n"
               "Creating Directory  \t - \tFailure\r\n"
@@ -229,28 +229,23 @@ TEST_F(FileOperationsTest, DeleteOnlyExistingFiles) {
 TEST_F(FileOperationsTest, ReportADeletionAsThePlatformDoes) {
     PutFile(Placed(L"a"), "");
     for (const BOOL deletes : {FALSE, TRUE, 2}) {
-        const ImportHook<&::DeleteFileW> deleteFile([=](LPCWSTR) { return deletes; });
+        const ImportHook<&::DeleteFileW> deleteFile([=](auto...) { return deletes; });
         EXPECT_THAT(LogOf({Operation(true, L"a")}),
                     testing::StartsWith(Deleting(Placed(L"a"), deletes ? Success : Failure)));
     }
 }
 
 TEST_F(FileOperationsTest, CopyEvenIfTheDirectoryCannotBeCreated) {
-    const ImportHook<&::CreateDirectoryW> create(
-        [](LPCWSTR, LPSECURITY_ATTRIBUTES) -> BOOL { return FALSE; });
-    const RecordedImport<&::CopyFileW> copy([](LPCWSTR, LPCWSTR, BOOL) -> BOOL { return TRUE; });
-    EXPECT_EQ(
-        LogOf({Operation(false, L"a")}),
-        Creating(Placed(L""), Failure) + Copying(Shipped(L"a"), Placed(L"a"), "false", Success));
+    const ImportHook<&::CreateDirectoryW> create([](auto...) { return FALSE; });
+    const RecordedImport<&::CopyFileW> copy([](auto...) { return TRUE; });
+    EXPECT_EQ(LogOf({Operation(false, L"a")}), Creation(Failure) + CopyOf(L"a", "false", Success));
     EXPECT_EQ(copy.Made(), Calls{Call(Shipped(L"a"), Placed(L"a"), 0)});
 }
 
 TEST_F(FileOperationsTest, FailBelowAFileInPlaceOfTheDirectory) {
     PutFile(Shipped(L"a"), "shipped");
     PutFile(directory / L"placed", "as it was");
-    EXPECT_EQ(
-        LogOf({Operation(false, L"a")}),
-        Creating(Placed(L""), Failure) + Copying(Shipped(L"a"), Placed(L"a"), "false", Failure));
+    EXPECT_EQ(LogOf({Operation(false, L"a")}), Creation(Failure) + CopyOf(L"a", "false", Failure));
     EXPECT_THAT(FileText(directory / L"placed"), Optional(std::string("as it was")));
 }
 
@@ -301,8 +296,7 @@ class CopyOneFileTest : public FileOperationsTest {};
 TEST_F(CopyOneFileTest, NeverAsksThePlatformToFailForAnExistingFile) {
     const EnvironmentVariable variable(L"FinasetTests", L"C:\\here");
     for (const bool overwrite : {false, true}) {
-        const RecordedImport<&::CopyFileW> copy(
-            [](LPCWSTR, LPCWSTR, BOOL) -> BOOL { return TRUE; });
+        const RecordedImport<&::CopyFileW> copy([](auto...) { return TRUE; });
         EXPECT_TRUE(CopyOneFile(L"%FinasetTests%\\a", L"%FinasetTests%\\b", overwrite));
         EXPECT_EQ(copy.Made(), Calls{Call(L"C:\\here\\a", L"C:\\here\\b", 0)});
     }
@@ -322,7 +316,7 @@ TEST_F(CopyOneFileTest, KeepsAnExistingFileUnlessItMayBeOverwritten) {
 }
 
 TEST_F(CopyOneFileTest, FailsWithThePlatform) {
-    const RecordedImport<&::CopyFileW> copy([](LPCWSTR, LPCWSTR, BOOL) -> BOOL { return FALSE; });
+    const RecordedImport<&::CopyFileW> copy([](auto...) { return FALSE; });
     EXPECT_FALSE(CopyOneFile(Shipped(L"a"), Placed(L"a"), false));
     EXPECT_FALSE(CopyOneFile(Shipped(L"a"), Placed(L"a"), true));
     EXPECT_EQ(copy.Made(), Calls(2, Call(Shipped(L"a"), Placed(L"a"), 0)));

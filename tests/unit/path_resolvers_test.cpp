@@ -146,8 +146,7 @@ TEST_P(PathResolvers, TakeADirectoryOf4000CharactersAsFarAsItCanBeExpanded) {
 }
 
 TEST_P(PathResolvers, AreEmptyIfTheExpansionFails) {
-    const ImportHook<&::ExpandEnvironmentStringsW> expand(
-        [](LPCWSTR, LPWSTR, DWORD) -> DWORD { return 0; });
+    const ImportHook<&::ExpandEnvironmentStringsW> expand([](auto...) { return 0; });
     EXPECT_EQ(Resolve(L"name.xml"), L"");
     EXPECT_EQ(Resolve(L""), L"");
 }

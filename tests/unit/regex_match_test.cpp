@@ -13,18 +13,15 @@ namespace {
 
 using Pair = std::pair<std::wstring, std::wstring>;  // pattern and text
 
-void ExpectMatches(std::initializer_list<Pair> pairs) {
+void ExpectMatches(std::initializer_list<Pair> pairs, bool matches = true) {
     for (const auto& [pattern, text] : pairs) {
-        EXPECT_TRUE(RegexMatchesWhole(pattern, text))
+        EXPECT_EQ(RegexMatchesWhole(pattern, text), matches)
             << testing::PrintToString(pattern) << " " << testing::PrintToString(text);
     }
 }
 
 void ExpectNoMatches(std::initializer_list<Pair> pairs) {
-    for (const auto& [pattern, text] : pairs) {
-        EXPECT_FALSE(RegexMatchesWhole(pattern, text))
-            << testing::PrintToString(pattern) << " " << testing::PrintToString(text);
-    }
+    ExpectMatches(pairs, false);
 }
 
 TEST(RegexMatchesWhole, MatchesOnlyTheWholeText) {

@@ -176,6 +176,21 @@ protected:
         EXPECT_EQ(key.ViewFlags(), flags);
     }
 
+    // Expects that nothing is opened in a transaction if there is only this module, and these
+    // look-ups.
+    static void ExpectNoTransaction(HMODULE module, const Calls& lookups) {
+        RegistryTransaction transaction{.handle = nullptr, .plainAllowed = true};
+        RegistryKey key(&transaction);
+        Open(key, L"before", KEY_READ | View64);
+        transaction.handle = Transaction;
+        ExpectNoChange(key, ERROR_INVALID_FUNCTION, [&] {
+            const Lookups made({}, module);
+            const LSTATUS error = Open(key, L"after", KEY_READ);
+            EXPECT_EQ(made.Made(), lookups);
+            return error;
+        });
+    }
+
     test::PrivateRegistry registry_;
 };
 
@@ -205,8 +220,7 @@ TEST_P(RegistryKeyOpening, KeepsTheViewBitsOfTheAccessMask) {
 TEST_P(RegistryKeyOpening, ChangesNothingOnFailure) {
     RegistryKey key;
     Open(key, L"before", KEY_READ | View64);
-    const OpeningHook failure(
-        [](REGSAM, const OpeningHook::Forward&) { return ERROR_ACCESS_DENIED; });
+    const OpeningHook failure([](auto...) { return ERROR_ACCESS_DENIED; });
     ExpectNoChange(key, ERROR_ACCESS_DENIED, [&] { return Open(key, L"after", KEY_READ); });
 }
 
@@ -228,29 +242,11 @@ TEST_P(RegistryKeyOpening, ReplacesTheKeyThatWasOpenAndPassesTheErrorOfItsCloseO
 }
 
 TEST_P(RegistryKeyOpening, InATransactionNeedsTheTransactedFunction) {
-    RegistryTransaction transaction{.handle = nullptr, .plainAllowed = true};
-    RegistryKey key(&transaction);
-    Open(key, L"before", KEY_READ | View64);
-    transaction.handle = Transaction;
-    ExpectNoChange(key, ERROR_INVALID_FUNCTION, [&] {
-        const Lookups lookups({});
-        const LSTATUS error = Open(key, L"after", KEY_READ);
-        EXPECT_EQ(lookups.Made(), LookupOf(GetParam().transacted));
-        return error;
-    });
+    ExpectNoTransaction(Advapi, LookupOf(GetParam().transacted));
 }
 
 TEST_P(RegistryKeyOpening, InATransactionNeedsTheModuleOfTheTransactedFunction) {
-    RegistryTransaction transaction{.handle = nullptr, .plainAllowed = true};
-    RegistryKey key(&transaction);
-    Open(key, L"before", KEY_READ | View64);
-    transaction.handle = Transaction;
-    ExpectNoChange(key, ERROR_INVALID_FUNCTION, [&] {
-        const Lookups lookups({}, /*module=*/nullptr);
-        const LSTATUS error = Open(key, L"after", KEY_READ);
-        EXPECT_EQ(lookups.Made(), Calls{Call(L"Advapi32.dll")});
-        return error;
-    });
+    ExpectNoTransaction(nullptr, {Call(L"Advapi32.dll")});
 }
 
 TEST_P(RegistryKeyOpening, IsRefusedWithoutATransactionHandleUnlessThePlainWayIsAllowed) {
@@ -473,10 +469,9 @@ TEST_F(RecurseDeleteKey, EndsAtTheFirstSubKeyThatCannotBeOpened) {
     MakeKey(HKEY_LOCAL_MACHINE, L"top\\1\\4");
     OpenKey(L"top");
     {
-        ImportHook<&::RegOpenKeyExW> open([&](HKEY parent, LPCWSTR path, DWORD options,
-                                              REGSAM access, PHKEY key) {
+        ImportHook<&::RegOpenKeyExW> open([&](HKEY parent, LPCWSTR path, auto... more) {
             return path == std::wstring(L"3") ? ERROR_ACCESS_DENIED
-                                              : open.Forward(parent, path, options, access, key);
+                                              : open.Forward(parent, path, more...);
         });
         EXPECT_EQ(key_.RecurseDeleteKey(L"1"), ERROR_ACCESS_DENIED);
     }
@@ -489,10 +484,9 @@ TEST_F(RecurseDeleteKey, TakesOnlyTheEnumerationsWordForItsEnd) {
     MakeKey(HKEY_LOCAL_MACHINE, L"top\\1\\2");
     OpenKey(L"top");
     for (const wchar_t* name : {L"1", L"2"}) {
-        ImportHook<&::RegOpenKeyExW> open([&](HKEY parent, LPCWSTR path, DWORD options,
-                                              REGSAM access, PHKEY key) {
+        ImportHook<&::RegOpenKeyExW> open([&](HKEY parent, LPCWSTR path, auto... more) {
             return path == std::wstring(name) ? ERROR_NO_MORE_ITEMS
-                                              : open.Forward(parent, path, options, access, key);
+                                              : open.Forward(parent, path, more...);
         });
         const RecordedImport<&::RegEnumKeyExW> enumerate;
         EXPECT_EQ(key_.RecurseDeleteKey(L"1"), ERROR_NO_MORE_ITEMS);
@@ -681,7 +675,7 @@ TEST_F(TransactedDeletion, WithoutAHandleIsPlainIfThatIsAllowedAndClosesTheSubKe
 }
 
 TEST_F(TransactedDeletion, WithoutAHandlePassesTheErrorOfThePlainWayOn) {
-    const ImportHook<&::RegDeleteKeyW> plain([](HKEY, LPCWSTR) { return ERROR_ACCESS_DENIED; });
+    const ImportHook<&::RegDeleteKeyW> plain([](auto...) { return ERROR_ACCESS_DENIED; });
     EXPECT_EQ(top_.RecurseDeleteKey(L"1"), ERROR_ACCESS_DENIED);
 }
 

@@ -47,20 +47,8 @@ std::optional<RegistryValue> ValueHere() {
     return ValueOf(HKEY_LOCAL_MACHINE, Key, L"name");
 }
 
-// The last one is unknown to the platform.
-constexpr DWORD AllTypes[] = {REG_NONE,
-                              REG_SZ,
-                              REG_EXPAND_SZ,
-                              REG_BINARY,
-                              REG_DWORD,
-                              REG_DWORD_BIG_ENDIAN,
-                              REG_LINK,
-                              REG_MULTI_SZ,
-                              REG_RESOURCE_LIST,
-                              REG_FULL_RESOURCE_DESCRIPTOR,
-                              REG_RESOURCE_REQUIREMENTS_LIST,
-                              REG_QWORD,
-                              0x1234};
+// From REG_NONE to REG_QWORD; the last one is unknown to the platform.
+constexpr DWORD AllTypes[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 0x1234};
 constexpr DWORD TextTypes[] = {REG_SZ, REG_EXPAND_SZ};
 
 bool IsText(DWORD type) {
@@ -76,21 +64,6 @@ RegistrySetting Record(HKEY root, const std::wstring& path, const std::wstring& 
     record.valueName = name;
     record.view32 = view32;
     return record;
-}
-
-using CreateHook = ImportHook<&::RegCreateKeyExW>;
-
-LSTATUS RefuseToCreate(HKEY /*parent*/, LPCWSTR /*path*/, DWORD /*reserved*/, LPWSTR /*class*/,
-                       DWORD /*options*/, REGSAM /*access*/, LPSECURITY_ATTRIBUTES /*security*/,
-                       PHKEY /*key*/, LPDWORD /*disposition*/) {
-    return ERROR_ACCESS_DENIED;
-}
-
-using SetHook = ImportHook<&::RegSetValueExW>;
-
-LSTATUS RefuseToSet(HKEY /*key*/, LPCWSTR /*name*/, DWORD /*reserved*/, DWORD /*type*/,
-                    const BYTE* /*data*/, DWORD /*size*/) {
-    return ERROR_ACCESS_DENIED;
 }
 
 // The calls that create or open the key once in the local machine.
@@ -127,41 +100,45 @@ private:
     }};
 };
 
+// With a registry of the test's own.
+class PrivateSettings : public testing::Test {
+    PrivateRegistry registry_;
+};
+
+using GetDwordWithDefaultTest = PrivateSettings;
+using GetStringSettingTest = PrivateSettings;
+using DeleteSettingTest = PrivateSettings;
+
 // ---- GetDwordWithDefault
 
-TEST(GetDwordWithDefault, ReadsANumber) {
-    const PrivateRegistry registry;
+TEST_F(GetDwordWithDefaultTest, ReadsANumber) {
     for (const DWORD number : {0UL, 1UL, 0x12345678UL, 4294967295UL}) {
         PutHere(DwordValue(number));
         EXPECT_EQ(GetDwordWithDefault(HKEY_LOCAL_MACHINE, Key, L"name", 7), number);
     }
 }
 
-TEST(GetDwordWithDefault, IgnoresTheRoot) {
-    const PrivateRegistry registry;
+TEST_F(GetDwordWithDefaultTest, IgnoresTheRoot) {
     PutHere(DwordValue(42));
     EXPECT_EQ(GetDwordWithDefault(HKEY_CURRENT_USER, Key, L"name", 7), 42U);
     EXPECT_EQ(GetDwordWithDefault(nullptr, Key, L"name", 7), 42U);
 }
 
-TEST(GetDwordWithDefault, OpensToReadInTheDefaultView) {
-    const PrivateRegistry registry;
+TEST_F(GetDwordWithDefaultTest, OpensToReadInTheDefaultView) {
     PutHere(DwordValue(42));
     const RecordedImport<&::RegOpenKeyExW> open;
     EXPECT_EQ(GetDwordWithDefault(nullptr, Key, L"name", 7), 42U);
     EXPECT_EQ(open.Made(), OneOpeningToRead());
 }
 
-TEST(GetDwordWithDefault, QueriesOnceInto4Bytes) {
-    const PrivateRegistry registry;
+TEST_F(GetDwordWithDefaultTest, QueriesOnceInto4Bytes) {
     PutHere(DwordValue(42));
     const Queries queries;
     EXPECT_EQ(GetDwordWithDefault(nullptr, Key, L"name", 7), 42U);
     EXPECT_EQ(queries.Made(), Calls{Call(L"name", nullptr, Some, 4)});
 }
 
-TEST(GetDwordWithDefault, GivesTheDefaultIfNothingIsThere) {
-    const PrivateRegistry registry;
+TEST_F(GetDwordWithDefaultTest, GivesTheDefaultIfNothingIsThere) {
     EXPECT_EQ(GetDwordWithDefault(nullptr, Key, L"name", 7), 7U);
     MakeKey(HKEY_LOCAL_MACHINE, Key);
     EXPECT_EQ(GetDwordWithDefault(nullptr, Key, L"name", 4294967295), 4294967295U);
@@ -169,8 +146,7 @@ TEST(GetDwordWithDefault, GivesTheDefaultIfNothingIsThere) {
     EXPECT_EQ(GetDwordWithDefault(nullptr, Key, L"other", 7), 7U);
 }
 
-TEST(GetDwordWithDefault, GivesTheDefaultForEveryOtherTypeAndSize) {
-    const PrivateRegistry registry;
+TEST_F(GetDwordWithDefaultTest, GivesTheDefaultForEveryOtherTypeAndSize) {
     for (const DWORD type : AllTypes) {
         for (const std::size_t size : {0U, 1U, 3U, 4U, 5U, 8U}) {
             if (type == REG_DWORD && size == sizeof(DWORD)) {
@@ -183,8 +159,7 @@ TEST(GetDwordWithDefault, GivesTheDefaultForEveryOtherTypeAndSize) {
     }
 }
 
-TEST(GetDwordWithDefault, GivesTheDefaultIfTheQueryFailsEvenIfAllElseFits) {
-    const PrivateRegistry registry;
+TEST_F(GetDwordWithDefaultTest, GivesTheDefaultIfTheQueryFailsEvenIfAllElseFits) {
     PutHere(DwordValue(42));
     ImportHook<&::RegQueryValueExW> query([&](auto... arguments) {
         EXPECT_EQ(query.Forward(arguments...), ERROR_SUCCESS);
@@ -225,8 +200,7 @@ Reading Failure(LSTATUS error) {
     return {.error = error, .out = Before};
 }
 
-TEST(GetStringSetting, ReadsATextOfAnyLength) {
-    const PrivateRegistry registry;
+TEST_F(GetStringSettingTest, ReadsATextOfAnyLength) {
     for (const std::size_t length : {1U, 5U, 4000U, 100000U}) {
         const std::wstring text(length, L'\u00E4');
         PutHere(TextValue(text));
@@ -234,14 +208,12 @@ TEST(GetStringSetting, ReadsATextOfAnyLength) {
     }
 }
 
-TEST(GetStringSetting, LeavesVariablesUnexpanded) {
-    const PrivateRegistry registry;
+TEST_F(GetStringSettingTest, LeavesVariablesUnexpanded) {
     PutHere(TextValue(L"%windir%\\a", REG_EXPAND_SZ));
     EXPECT_EQ(Read(), Success(L"%windir%\\a"));
 }
 
-TEST(GetStringSetting, EndsAtTheFirstZero) {
-    const PrivateRegistry registry;
+TEST_F(GetStringSettingTest, EndsAtTheFirstZero) {
     PutHere(TextValue(std::wstring(L"text\0more", 9)));
     EXPECT_EQ(Read(), Success(L"text"));
     PutHere(TextValue(std::wstring(L"text\0", 5)));
@@ -250,22 +222,19 @@ TEST(GetStringSetting, EndsAtTheFirstZero) {
     EXPECT_EQ(Read(), Success(L""));
 }
 
-TEST(GetStringSetting, IsEmptyForNothingButTheTerminatingZero) {
-    const PrivateRegistry registry;
+TEST_F(GetStringSettingTest, IsEmptyForNothingButTheTerminatingZero) {
     PutHere(TextValue(L""));
     EXPECT_EQ(Read(), Success(L""));
 }
 
-TEST(GetStringSetting, SucceedsAndLeavesTheOutputForAValueOf0Bytes) {
-    const PrivateRegistry registry;
+TEST_F(GetStringSettingTest, SucceedsAndLeavesTheOutputForAValueOf0Bytes) {
     for (const DWORD type : TextTypes) {
         PutHere({type, {}});
         EXPECT_EQ(Read(), Success(Before));
     }
 }
 
-TEST(GetStringSetting, RefusesEveryOtherType) {
-    const PrivateRegistry registry;
+TEST_F(GetStringSettingTest, RefusesEveryOtherType) {
     for (const DWORD type : AllTypes) {
         if (IsText(type)) {
             continue;
@@ -278,8 +247,7 @@ TEST(GetStringSetting, RefusesEveryOtherType) {
     }
 }
 
-TEST(GetStringSetting, RefusesAValueWithoutATerminatingZero) {
-    const PrivateRegistry registry;
+TEST_F(GetStringSettingTest, RefusesAValueWithoutATerminatingZero) {
     for (const DWORD type : TextTypes) {
         for (const std::wstring& text :
              {std::wstring(L"t"), std::wstring(L"text"), std::wstring(L"te\0xt", 5)}) {
@@ -290,8 +258,7 @@ TEST(GetStringSetting, RefusesAValueWithoutATerminatingZero) {
     }
 }
 
-TEST(GetStringSetting, RefusesAnOddNumberOfBytes) {
-    const PrivateRegistry registry;
+TEST_F(GetStringSettingTest, RefusesAnOddNumberOfBytes) {
     for (const std::vector<BYTE>& bytes :
          {std::vector<BYTE>{0}, {'a', 0, 0}, {'a', 0, 0, 0, 0}, {'a', 0, 'b', 0, 0}}) {
         PutHere({REG_SZ, bytes});
@@ -300,31 +267,27 @@ TEST(GetStringSetting, RefusesAnOddNumberOfBytes) {
     }
 }
 
-TEST(GetStringSetting, IgnoresTheRoot) {
-    const PrivateRegistry registry;
+TEST_F(GetStringSettingTest, IgnoresTheRoot) {
     PutHere(TextValue(L"text"));
     EXPECT_EQ(Read(HKEY_CURRENT_USER), Success(L"text"));
     EXPECT_EQ(Read(nullptr), Success(L"text"));
 }
 
-TEST(GetStringSetting, OpensToReadInTheDefaultView) {
-    const PrivateRegistry registry;
+TEST_F(GetStringSettingTest, OpensToReadInTheDefaultView) {
     PutHere(TextValue(L"text"));
     const RecordedImport<&::RegOpenKeyExW> open;
     EXPECT_EQ(Read(nullptr), Success(L"text"));
     EXPECT_EQ(open.Made(), OneOpeningToRead());
 }
 
-TEST(GetStringSetting, PassesOnThatNothingIsThere) {
-    const PrivateRegistry registry;
+TEST_F(GetStringSettingTest, PassesOnThatNothingIsThere) {
     EXPECT_EQ(Read(), Failure(ERROR_FILE_NOT_FOUND));
     MakeKey(HKEY_LOCAL_MACHINE, Key);
     EXPECT_EQ(Read(), Failure(ERROR_FILE_NOT_FOUND));
 }
 
-TEST(GetStringSetting, PassesTheErrorOfOpeningOn) {
-    const ImportHook<&::RegOpenKeyExW> open(
-        [](HKEY, LPCWSTR, DWORD, REGSAM, PHKEY) { return ERROR_ACCESS_DENIED; });
+TEST_F(GetStringSettingTest, PassesTheErrorOfOpeningOn) {
+    const ImportHook<&::RegOpenKeyExW> open([](auto...) { return ERROR_ACCESS_DENIED; });
     EXPECT_EQ(Read(), Failure(ERROR_ACCESS_DENIED));
 }
 
@@ -349,24 +312,21 @@ Reading ReadWhileItChangesTo(const RegistryValue& value) {
     return reading;
 }
 
-TEST(GetStringSetting, AsksForTheSizeAndThenIntoABufferOfThatSizeInBytes) {
-    const PrivateRegistry registry;
+TEST_F(GetStringSettingTest, AsksForTheSizeAndThenIntoABufferOfThatSizeInBytes) {
     PutHere(TextValue(L"text"));
     const Queries queries;
     EXPECT_EQ(Read(), Success(L"text"));
     EXPECT_THAT(queries.Made(), ElementsAre(SizeQuery, TextQuery(10)));
 }
 
-TEST(GetStringSetting, OffersRoomForAnOddNumberOfBytes) {
-    const PrivateRegistry registry;
+TEST_F(GetStringSettingTest, OffersRoomForAnOddNumberOfBytes) {
     PutHere({REG_SZ, {'a', 0, 0, 0, 0}});
     const Queries queries;
     EXPECT_EQ(Read(), Failure(13));
     EXPECT_THAT(queries.Made(), ElementsAre(SizeQuery, TextQuery(6)));
 }
 
-TEST(GetStringSetting, TakesTheSizeThatComesWithMoreData) {
-    const PrivateRegistry registry;
+TEST_F(GetStringSettingTest, TakesTheSizeThatComesWithMoreData) {
     PutHere(TextValue(L"text"));
     const Queries queries([](const Queries::Query& forward, DWORD& /*size*/) {
         forward();
@@ -376,8 +336,7 @@ TEST(GetStringSetting, TakesTheSizeThatComesWithMoreData) {
     EXPECT_THAT(queries.Made(), ElementsAre(SizeQuery, TextQuery(10)));
 }
 
-TEST(GetStringSetting, IgnoresASizeThatComesWithAnotherErrorAndStillAsksAgain) {
-    const PrivateRegistry registry;
+TEST_F(GetStringSettingTest, IgnoresASizeThatComesWithAnotherErrorAndStillAsksAgain) {
     PutHere(TextValue(L""));
     const Queries queries([](const Queries::Query& /*forward*/, DWORD& size) {
         size = 1000;
@@ -387,8 +346,7 @@ TEST(GetStringSetting, IgnoresASizeThatComesWithAnotherErrorAndStillAsksAgain) {
     EXPECT_THAT(queries.Made(), ElementsAre(SizeQuery, TextQuery(2)));
 }
 
-TEST(GetStringSetting, PassesTheErrorOfTheSecondQueryOn) {
-    const PrivateRegistry registry;
+TEST_F(GetStringSettingTest, PassesTheErrorOfTheSecondQueryOn) {
     PutHere(TextValue(L"text"));
     ImportHook<&::RegQueryValueExW> query(
         [&](HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD size) {
@@ -398,61 +356,97 @@ TEST(GetStringSetting, PassesTheErrorOfTheSecondQueryOn) {
     EXPECT_EQ(Read(), Failure(ERROR_ACCESS_DENIED));
 }
 
-TEST(GetStringSetting, PassesOnThatTheValueHasGrown) {
-    const PrivateRegistry registry;
+TEST_F(GetStringSettingTest, PassesOnThatTheValueHasGrown) {
     EXPECT_EQ(ReadWhileItChangesTo(TextValue(L"text of more characters")),
               Failure(ERROR_MORE_DATA));
 }
 
-TEST(GetStringSetting, ReadsAValueThatHasShrunk) {
-    const PrivateRegistry registry;
+TEST_F(GetStringSettingTest, ReadsAValueThatHasShrunk) {
     EXPECT_EQ(ReadWhileItChangesTo(TextValue(L"te")), Success(L"te"));
     EXPECT_EQ(ReadWhileItChangesTo({REG_SZ, {}}), Success(Before));
 }
 
-TEST(GetStringSetting, IgnoresZerosOfTheBufferAfterAShrunkValue) {
-    const PrivateRegistry registry;
+TEST_F(GetStringSettingTest, IgnoresZerosOfTheBufferAfterAShrunkValue) {
     EXPECT_EQ(ReadWhileItChangesTo({REG_SZ, TextBytes(L"te")}), Failure(13));
 }
 
 // ---- SetDwordSetting, SetStringSetting
 
-TEST(SetDwordSetting, WritesTheFourBytesAndTheKeyThatIsMissing) {
-    const PrivateRegistry registry;
+// A function that writes a setting, writing one value, and what it passes to the platform.
+struct Setter {
+    const char* name;
+    bool (*set)(HKEY root, const std::wstring& path, bool view32);
+    DWORD type;
+    DWORD size;
+    RegistryValue value;
+};
+
+void PrintTo(const Setter& setter, std::ostream* out) {
+    *out << setter.name;
+}
+
+class SettingWrites : public PrivateSettings, public testing::WithParamInterface<Setter> {
+protected:
+    static bool Set(bool view32 = false) { return GetParam().set(HKEY_LOCAL_MACHINE, Key, view32); }
+};
+
+INSTANTIATE_TEST_SUITE_P(
+    Both, SettingWrites,
+    testing::Values(Setter{"SetDwordSetting",
+                           [](HKEY root, const std::wstring& path, bool view32) {
+                               return SetDwordSetting(root, path, L"name", 1, view32);
+                           },
+                           REG_DWORD, 4, DwordValue(1)},
+                    Setter{"SetStringSetting",
+                           [](HKEY root, const std::wstring& path, bool view32) {
+                               return SetStringSetting(root, path, L"name", L"text", view32);
+                           },
+                           REG_SZ, 10, TextValue(L"text")}),
+    testing::PrintToStringParamName());
+
+TEST_P(SettingWrites, PassThePlatformTheBytesOfTheWholeValue) {
+    const RecordedImport<&::RegSetValueExW> set;
+    EXPECT_TRUE(Set());
+    EXPECT_THAT(set.Made(),
+                ElementsAre(EndsWith(Call(L"name", 0, GetParam().type, Some, GetParam().size))));
+}
+
+TEST_P(SettingWrites, CreateTheKeyWithTheRightToWriteInTheView) {
+    for (const bool view32 : {false, true}) {
+        const RecordedImport<&::RegCreateKeyExW> create;
+        EXPECT_TRUE(Set(view32));
+        EXPECT_EQ(create.Made(), OneCreation(view32 ? 0x20206 : 0x20006));
+    }
+}
+
+TEST_P(SettingWrites, FailIfThePlatformFails) {
+    {
+        const ImportHook<&::RegCreateKeyExW> create([](auto...) { return ERROR_ACCESS_DENIED; });
+        EXPECT_FALSE(Set());
+    }
+    const ImportHook<&::RegSetValueExW> set([](auto...) { return ERROR_ACCESS_DENIED; });
+    EXPECT_FALSE(Set());
+}
+
+TEST_P(SettingWrites, GoBelowTheRootTheyAreGiven) {
+    const std::wstring path = L"Software\\FinasetTests key";
+    EXPECT_TRUE(GetParam().set(HKEY_CURRENT_USER, path, false));
+    EXPECT_EQ(ValueOf(HKEY_CURRENT_USER, path, L"name"), GetParam().value);
+    EXPECT_TRUE(DeleteSetting(Record(HKEY_CURRENT_USER, path, L"")));
+    EXPECT_FALSE(KeyExists(HKEY_CURRENT_USER, path));
+}
+
+using SetDwordSettingTest = PrivateSettings;
+using SetStringSettingTest = PrivateSettings;
+
+TEST_F(SetDwordSettingTest, WritesTheFourBytesAndTheKeyThatIsMissing) {
     for (const DWORD number : {0UL, 0x12345678UL, 4294967295UL}) {
         EXPECT_TRUE(SetDwordSetting(HKEY_LOCAL_MACHINE, Key, L"name", number, false));
         EXPECT_EQ(ValueHere(), DwordValue(number));
     }
 }
 
-TEST(SetDwordSetting, PassesThePlatformFourBytes) {
-    const PrivateRegistry registry;
-    const RecordedImport<&::RegSetValueExW> set;
-    EXPECT_TRUE(SetDwordSetting(HKEY_LOCAL_MACHINE, Key, L"name", 1, false));
-    EXPECT_THAT(set.Made(), ElementsAre(EndsWith(Call(L"name", 0, REG_DWORD, Some, 4))));
-}
-
-TEST(SetDwordSetting, CreatesWithTheRightToWriteInTheView) {
-    const PrivateRegistry registry;
-    for (const bool view32 : {false, true}) {
-        const RecordedImport<&::RegCreateKeyExW> create;
-        EXPECT_TRUE(SetDwordSetting(HKEY_LOCAL_MACHINE, Key, L"name", 1, view32));
-        EXPECT_EQ(create.Made(), OneCreation(view32 ? 0x20206 : 0x20006));
-    }
-}
-
-TEST(SetDwordSetting, FailsIfThePlatformFails) {
-    const PrivateRegistry registry;
-    {
-        const CreateHook create(&RefuseToCreate);
-        EXPECT_FALSE(SetDwordSetting(HKEY_LOCAL_MACHINE, Key, L"name", 1, false));
-    }
-    const SetHook set(&RefuseToSet);
-    EXPECT_FALSE(SetDwordSetting(HKEY_LOCAL_MACHINE, Key, L"name", 1, false));
-}
-
-TEST(SetStringSetting, WritesTheTextWithItsTerminatingZeroAndTheKeyThatIsMissing) {
-    const PrivateRegistry registry;
+TEST_F(SetStringSettingTest, WritesTheTextWithItsTerminatingZeroAndTheKeyThatIsMissing) {
     for (const std::wstring& text :
          {std::wstring(L"%windir%\\a"), std::wstring(), std::wstring(4000, L'\u00E4')}) {
         EXPECT_TRUE(SetStringSetting(HKEY_LOCAL_MACHINE, Key, L"name", text.c_str(), false));
@@ -460,48 +454,10 @@ TEST(SetStringSetting, WritesTheTextWithItsTerminatingZeroAndTheKeyThatIsMissing
     }
 }
 
-TEST(SetStringSetting, PassesThePlatformTheTerminatingZero) {
-    const PrivateRegistry registry;
-    const RecordedImport<&::RegSetValueExW> set;
-    EXPECT_TRUE(SetStringSetting(HKEY_LOCAL_MACHINE, Key, L"name", L"text", false));
-    EXPECT_THAT(set.Made(), ElementsAre(EndsWith(Call(L"name", 0, REG_SZ, Some, 10))));
-}
-
-TEST(SetStringSetting, CreatesWithTheRightToWriteInTheView) {
-    const PrivateRegistry registry;
-    for (const bool view32 : {false, true}) {
-        const RecordedImport<&::RegCreateKeyExW> create;
-        EXPECT_TRUE(SetStringSetting(HKEY_LOCAL_MACHINE, Key, L"name", L"text", view32));
-        EXPECT_EQ(create.Made(), OneCreation(view32 ? 0x20206 : 0x20006));
-    }
-}
-
-TEST(SetStringSetting, FailsIfThePlatformFails) {
-    const PrivateRegistry registry;
-    {
-        const CreateHook create(&RefuseToCreate);
-        EXPECT_FALSE(SetStringSetting(HKEY_LOCAL_MACHINE, Key, L"name", L"text", false));
-    }
-    const SetHook set(&RefuseToSet);
-    EXPECT_FALSE(SetStringSetting(HKEY_LOCAL_MACHINE, Key, L"name", L"text", false));
-}
-
-TEST(SetStringSetting, FailsWithoutATextButAfterTheKeyIsCreated) {
-    const PrivateRegistry registry;
+TEST_F(SetStringSettingTest, FailsWithoutATextButAfterTheKeyIsCreated) {
     EXPECT_FALSE(SetStringSetting(HKEY_LOCAL_MACHINE, Key, L"name", nullptr, false));
     EXPECT_TRUE(KeyExists(HKEY_LOCAL_MACHINE, Key));
     EXPECT_EQ(ValueHere(), std::nullopt);
-}
-
-TEST(SetSettings, WriteBelowTheRootTheyAreGiven) {
-    const PrivateRegistry registry;
-    const std::wstring path = L"Software\\FinasetTests key";
-    EXPECT_TRUE(SetDwordSetting(HKEY_CURRENT_USER, path, L"number", 1, false));
-    EXPECT_TRUE(SetStringSetting(HKEY_CURRENT_USER, path, L"text", L"a", false));
-    EXPECT_EQ(ValueOf(HKEY_CURRENT_USER, path, L"number"), DwordValue(1));
-    EXPECT_EQ(ValueOf(HKEY_CURRENT_USER, path, L"text"), TextValue(L"a"));
-    EXPECT_TRUE(DeleteSetting(Record(HKEY_CURRENT_USER, path, L"")));
-    EXPECT_FALSE(KeyExists(HKEY_CURRENT_USER, path));
 }
 
 // ---- DeleteSetting
@@ -514,8 +470,7 @@ RegistrySetting KeyToDelete(bool view32 = false) {
     return Record(HKEY_LOCAL_MACHINE, Key, L"", view32);
 }
 
-TEST(DeleteSetting, DeletesAValueAndNothingElse) {
-    const PrivateRegistry registry;
+TEST_F(DeleteSettingTest, DeletesAValueAndNothingElse) {
     PutHere(DwordValue(1));
     PutValue(HKEY_LOCAL_MACHINE, Key, L"", DwordValue(2));
     MakeKey(HKEY_LOCAL_MACHINE, Key + L"\\name");
@@ -525,8 +480,7 @@ TEST(DeleteSetting, DeletesAValueAndNothingElse) {
     EXPECT_TRUE(KeyExists(HKEY_LOCAL_MACHINE, Key + L"\\name"));
 }
 
-TEST(DeleteSetting, DeletesTheWholeKeyIfItNamesNoValue) {
-    const PrivateRegistry registry;
+TEST_F(DeleteSettingTest, DeletesTheWholeKeyIfItNamesNoValue) {
     MakeKey(HKEY_LOCAL_MACHINE, Key + L"\\1\\2\\3\\4\\5");
     MakeKey(HKEY_LOCAL_MACHINE, Key + L"\\6");
     PutHere(DwordValue(1));
@@ -535,28 +489,25 @@ TEST(DeleteSetting, DeletesTheWholeKeyIfItNamesNoValue) {
     EXPECT_TRUE(KeyExists(HKEY_LOCAL_MACHINE, L"Software"));
 }
 
-TEST(DeleteSetting, DoesNothingWithoutARoot) {
+TEST_F(DeleteSettingTest, DoesNothingWithoutARoot) {
     const RecordedImport<&::RegCreateKeyExW> create;
     EXPECT_FALSE(DeleteSetting(Record(nullptr, Key, L"name")));
     EXPECT_FALSE(DeleteSetting(Record(nullptr, Key, L"")));
     EXPECT_EQ(create.Made(), Calls{});
 }
 
-TEST(DeleteSetting, CreatesAMissingKeyAndFailsOnItsMissingValue) {
-    const PrivateRegistry registry;
+TEST_F(DeleteSettingTest, CreatesAMissingKeyAndFailsOnItsMissingValue) {
     EXPECT_FALSE(DeleteSetting(ValueToDelete()));
     EXPECT_TRUE(KeyExists(HKEY_LOCAL_MACHINE, Key));
 }
 
-TEST(DeleteSetting, CreatesAMissingKeyAndDeletesIt) {
-    const PrivateRegistry registry;
+TEST_F(DeleteSettingTest, CreatesAMissingKeyAndDeletesIt) {
     EXPECT_TRUE(DeleteSetting(KeyToDelete()));
     EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, Key));
     EXPECT_TRUE(KeyExists(HKEY_LOCAL_MACHINE, L"Software"));
 }
 
-TEST(DeleteSetting, CreatesWithTheRightToWriteInTheView) {
-    const PrivateRegistry registry;
+TEST_F(DeleteSettingTest, CreatesWithTheRightToWriteInTheView) {
     for (const bool view32 : {false, true}) {
         for (const RegistrySetting& record : {ValueToDelete(view32), KeyToDelete(view32)}) {
             PutHere(DwordValue(1));
@@ -567,25 +518,22 @@ TEST(DeleteSetting, CreatesWithTheRightToWriteInTheView) {
     }
 }
 
-TEST(DeleteSetting, FailsIfTheKeyCannotBeCreated) {
-    const PrivateRegistry registry;
+TEST_F(DeleteSettingTest, FailsIfTheKeyCannotBeCreated) {
     PutHere(DwordValue(1));
-    const CreateHook create(&RefuseToCreate);
+    const ImportHook<&::RegCreateKeyExW> create([](auto...) { return ERROR_ACCESS_DENIED; });
     EXPECT_FALSE(DeleteSetting(ValueToDelete()));
     EXPECT_FALSE(DeleteSetting(KeyToDelete()));
     EXPECT_EQ(ValueHere(), DwordValue(1));
 }
 
-TEST(DeleteSetting, FailsIfTheValueCannotBeDeleted) {
-    const PrivateRegistry registry;
+TEST_F(DeleteSettingTest, FailsIfTheValueCannotBeDeleted) {
     const RecordedImport<&::RegDeleteValueW> deleteValue(
-        [](HKEY, LPCWSTR) { return ERROR_ACCESS_DENIED; });
+        [](auto...) { return ERROR_ACCESS_DENIED; });
     EXPECT_FALSE(DeleteSetting(ValueToDelete()));
     EXPECT_THAT(deleteValue.Made(), ElementsAre(EndsWith(Call(L"name"))));
 }
 
-TEST(DeleteSetting, FailsIfTheKeyCannotBeDeleted) {
-    const PrivateRegistry registry;
+TEST_F(DeleteSettingTest, FailsIfTheKeyCannotBeDeleted) {
     MakeKey(HKEY_LOCAL_MACHINE, Key);
     {
         const ImportHook<&::RegEnumKeyExW> enumerate([](auto...) { return ERROR_ACCESS_DENIED; });

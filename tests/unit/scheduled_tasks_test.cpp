@@ -29,11 +29,8 @@ using test::ImportHook;
 using test::Narrow;
 using test::Printed;
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 using testing::IsEmpty;
 
-const std::string Creating = "   Creating Task Name [A Task] for Process [C:\\a b\\x.exe]....\n";
-const std::string Deleting = "   Deleting Task Name [A Task]....\n";
 const std::string Success = "     ====> SUCCESS\n";
 const std::string Failed = "     ====> FAILED\n";
 
@@ -44,20 +41,46 @@ const std::vector<std::string> CreationOfTheObject = {
     "Run()",
     "QueryInterface()",
 };
-const std::vector<std::string> Registration = {
-    "Connect(missing, missing, missing, missing)",
-    "NewTask(0)",
-    "put_XmlText(<the xml/>)",
-    "GetFolder(\\)",
-    "RegisterTaskDefinition(A Task, other, 6, empty, empty, 4, empty)",
-};
-const std::vector<std::string> Deletion = {
-    "Connect(missing, missing, missing, missing)",
-    "GetFolder(\\)",
-    "DeleteTask(A Task, 0)",
+
+// A routine that registers or deletes the task, and returns whether it counts as registered: its
+// name and the beginning of its output, its calls, how many strings it passes, and the calls of
+// which it needs the object.
+struct Routine {
+    const char* name;
+    bool (*run)();
+    std::string begin;
+    std::vector<std::string> calls;
+    int strings;
+    std::vector<const char*> objects;
 };
 
-// The calls of a routine up to the one that begins with `last`, or all of them.
+const Routine Creation = {
+    .name = "CreateScheduledTask",
+    .run = [] { return CreateScheduledTask(L"A Task", L"<the xml/>", L"C:\\a b\\x.exe"); },
+    .begin = "   Creating Task Name [A Task] for Process [C:\\a b\\x.exe]....\n",
+    .calls = {"Connect(missing, missing, missing, missing)", "NewTask(0)",
+              "put_XmlText(<the xml/>)", "GetFolder(\\)",
+              "RegisterTaskDefinition(A Task, other, 6, empty, empty, 4, empty)"},
+    .strings = 3,
+    .objects = {"QueryInterface", "NewTask", "GetFolder"},
+};
+
+const Routine Deletion = {
+    .name = "DeleteScheduledTask",
+    .run =
+        [] {
+            DeleteScheduledTask(L"A Task");
+            return false;
+        },
+    .begin = "   Deleting Task Name [A Task]....\n",
+    .calls = {"Connect(missing, missing, missing, missing)", "GetFolder(\\)",
+              "DeleteTask(A Task, 0)"},
+    .strings = 2,
+    .objects = {"QueryInterface", "GetFolder"},
+};
+
+// These calls and those that create the object before them, up to the one that begins with `last`,
+// or all.
 std::vector<std::string> CallsUpTo(const std::string& last,
                                    const std::vector<std::string>& routine) {
     std::vector<std::string> calls = CreationOfTheObject;
@@ -71,21 +94,26 @@ std::vector<std::string> CallsUpTo(const std::string& last,
     return calls;
 }
 
-std::vector<std::string> AllCalls(const std::vector<std::string>& routine) {
-    return CallsUpTo("", routine);
-}
-
 class Tasks : public testing::Test {
 protected:
     ~Tasks() override { EXPECT_EQ(service_.References(), 0U); }
 
     // The output, and in `created` whether the task counts as registered.
-    std::string Create() {
-        return Printed(
-            [this] { created = CreateScheduledTask(L"A Task", L"<the xml/>", L"C:\\a b\\x.exe"); });
+    std::string Run(const Routine& routine) {
+        return Printed([&] { created = routine.run(); });
     }
-    static std::string Delete() {
-        return Printed([] { DeleteScheduledTask(L"A Task"); });
+
+    // The output of a routine that an error ends.
+    static std::string Error(const Routine& routine, HRESULT result,
+                             const std::string& description = "(null)") {
+        return routine.begin + ErrorLine(routine.name, result, description) + Failed;
+    }
+
+    // A step of the routines fails, with this description.
+    void Fail(const char* step, HRESULT result, const std::wstring& description) {
+        service_.results = {{step, result}};
+        service_.leavesErrorInfo = true;
+        service_.description = description;
     }
 
     // The line of an error in a routine.
@@ -110,34 +138,36 @@ using CreateTask = Tasks;
 using DeleteTask = Tasks;
 
 TEST_F(CreateTask, RegistersTheXmlInTheRootFolder) {
-    EXPECT_EQ(Create(), Creating + Success);
+    EXPECT_EQ(Run(Creation), Creation.begin + Success);
     EXPECT_TRUE(created);
-    EXPECT_THAT(service_.calls.Lines(), ElementsAreArray(AllCalls(Registration)));
+    EXPECT_EQ(service_.calls.Lines(), CallsUpTo("", Creation.calls));
 }
 
 TEST_F(DeleteTask, DeletesItFromTheRootFolder) {
-    EXPECT_EQ(Delete(), Deleting + Success);
-    EXPECT_THAT(service_.calls.Lines(), ElementsAreArray(AllCalls(Deletion)));
+    EXPECT_EQ(Run(Deletion), Deletion.begin + Success);
+    EXPECT_EQ(service_.calls.Lines(), CallsUpTo("", Deletion.calls));
 }
 
 // A step of a routine, with the result of its failure.
 struct Failure {
+    const Routine* routine;
     const char* step;
     HRESULT result;
 };
 
 void PrintTo(const Failure& failure, std::ostream* out) {
-    *out << failure.step << " with " << std::hex << failure.result;
+    *out << failure.step << " of " << failure.routine->name << " with " << std::hex
+         << failure.result;
 }
 
-std::vector<Failure> Failures(std::initializer_list<const char*> steps) {
+std::vector<Failure> Failures(const Routine& routine, std::initializer_list<const char*> steps) {
     std::vector<Failure> failures;
     for (const char* step : steps) {
         // The first and last of the range of an interface's own codes, the next one, and a code for
         // which the system has no text.
         for (const DWORD result :
              {0x80004005U, 0x80070005U, 0x80040200U, 0x8004FFFFU, 0x80050000U, 0x8ABC1234U}) {
-            failures.push_back({step, static_cast<HRESULT>(result)});
+            failures.push_back({&routine, step, static_cast<HRESULT>(result)});
         }
     }
     return failures;
@@ -147,143 +177,97 @@ std::vector<Failure> Failures(std::initializer_list<const char*> steps) {
 
 class TasksWithoutObject : public Tasks, public testing::WithParamInterface<Failure> {};
 
-TEST_P(TasksWithoutObject, CountAsCreated) {
-    const auto& [step, result] = GetParam();
+TEST_P(TasksWithoutObject, CountAsDone) {
+    const auto& [routine, step, result] = GetParam();
     service_.results = {{step, result}};
-    EXPECT_EQ(Create(), Creating + Success);
-    EXPECT_TRUE(created);
-    EXPECT_THAT(service_.calls.Lines(), ElementsAreArray(CallsUpTo(step, {})));
+    EXPECT_EQ(Run(*routine), routine->begin + Success);
+    EXPECT_EQ(created, routine == &Creation);
+    EXPECT_EQ(service_.calls.Lines(), CallsUpTo(step, {}));
 }
 
-TEST_P(TasksWithoutObject, CountAsDeleted) {
-    const auto& [step, result] = GetParam();
-    service_.results = {{step, result}};
-    EXPECT_EQ(Delete(), Deleting + Success);
-    EXPECT_THAT(service_.calls.Lines(), ElementsAreArray(CallsUpTo(step, {})));
-}
-
-INSTANTIATE_TEST_SUITE_P(All, TasksWithoutObject,
-                         testing::ValuesIn(Failures({"CreateInstance", "Run", "QueryInterface"})));
+INSTANTIATE_TEST_SUITE_P(Creation, TasksWithoutObject,
+                         testing::ValuesIn(Failures(Creation,
+                                                    {"CreateInstance", "Run", "QueryInterface"})));
+INSTANTIATE_TEST_SUITE_P(Deletion, TasksWithoutObject,
+                         testing::ValuesIn(Failures(Deletion,
+                                                    {"CreateInstance", "Run", "QueryInterface"})));
 
 TEST(TasksWithoutCom, CountAsDone) {
     EXPECT_EQ(Printed([] {
-                  EXPECT_TRUE(CreateScheduledTask(L"A Task", L"<the xml/>", L"C:\\a b\\x.exe"));
-                  DeleteScheduledTask(L"A Task");
+                  EXPECT_TRUE(Creation.run());
+                  Deletion.run();
               }),
-              Creating + Success + Deleting + Success);
+              Creation.begin + Success + Deletion.begin + Success);
 }
 
 // ---- Errors
 
-class CreateTaskErrors : public Tasks, public testing::WithParamInterface<Failure> {};
+class TaskErrors : public Tasks, public testing::WithParamInterface<Failure> {};
 
-TEST_P(CreateTaskErrors, EndTheRoutineWithOneLine) {
-    const auto& [step, result] = GetParam();
+TEST_P(TaskErrors, EndTheRoutineWithOneLine) {
+    const auto& [routine, step, result] = GetParam();
     service_.results = {{step, result}};
-    EXPECT_EQ(Create(), Creating + ErrorLine("CreateScheduledTask", result, "(null)") + Failed);
+    EXPECT_EQ(Run(*routine), Error(*routine, result));
     EXPECT_FALSE(created);
-    EXPECT_THAT(service_.calls.Lines(), ElementsAreArray(CallsUpTo(step, Registration)));
+    EXPECT_EQ(service_.calls.Lines(), CallsUpTo(step, routine->calls));
 }
 
-TEST_P(CreateTaskErrors, AreDescribedByTheFailingObject) {
-    const auto& [step, result] = GetParam();
-    service_.results = {{step, result}};
-    service_.leavesErrorInfo = true;
-    service_.description = L"what is wrong";
-    EXPECT_EQ(Create(),
-              Creating + ErrorLine("CreateScheduledTask", result, "what is wrong") + Failed);
+TEST_P(TaskErrors, AreDescribedByTheFailingObject) {
+    const auto& [routine, step, result] = GetParam();
+    Fail(step, result, L"what is wrong");
+    EXPECT_EQ(Run(*routine), Error(*routine, result, "what is wrong"));
 }
 
-INSTANTIATE_TEST_SUITE_P(All, CreateTaskErrors,
-                         testing::ValuesIn(Failures({"Connect", "NewTask", "put_XmlText",
+INSTANTIATE_TEST_SUITE_P(Creation, TaskErrors,
+                         testing::ValuesIn(Failures(Creation,
+                                                    {"Connect", "NewTask", "put_XmlText",
                                                      "GetFolder", "RegisterTaskDefinition"})));
-
-class DeleteTaskErrors : public Tasks, public testing::WithParamInterface<Failure> {};
-
-TEST_P(DeleteTaskErrors, EndTheRoutineWithOneLine) {
-    const auto& [step, result] = GetParam();
-    service_.results = {{step, result}};
-    EXPECT_EQ(Delete(), Deleting + ErrorLine("DeleteScheduledTask", result, "(null)") + Failed);
-    EXPECT_THAT(service_.calls.Lines(), ElementsAreArray(CallsUpTo(step, Deletion)));
-}
-
-TEST_P(DeleteTaskErrors, AreDescribedByTheFailingObject) {
-    const auto& [step, result] = GetParam();
-    service_.results = {{step, result}};
-    service_.leavesErrorInfo = true;
-    service_.description = L"what is wrong";
-    EXPECT_EQ(Delete(),
-              Deleting + ErrorLine("DeleteScheduledTask", result, "what is wrong") + Failed);
-}
-
-INSTANTIATE_TEST_SUITE_P(All, DeleteTaskErrors,
-                         testing::ValuesIn(Failures({"Connect", "GetFolder"})));
+INSTANTIATE_TEST_SUITE_P(Deletion, TaskErrors,
+                         testing::ValuesIn(Failures(Deletion, {"Connect", "GetFolder"})));
 
 TEST_F(CreateTask, PrintsAnEmptyDescriptionAsSuch) {
-    service_.results = {{"Connect", E_FAIL}};
-    service_.leavesErrorInfo = true;
-    service_.description = L"";
-    EXPECT_EQ(Create(), Creating + ErrorLine("CreateScheduledTask", E_FAIL, "") + Failed);
+    Fail("Connect", E_FAIL, L"");
+    EXPECT_EQ(Run(Creation), Error(Creation, E_FAIL, ""));
 }
 
 TEST_F(CreateTask, PrintsNullForAnErrorObjectWithoutDescription) {
     service_.results = {{"Connect", E_FAIL}};
     service_.leavesErrorInfo = true;
-    EXPECT_EQ(Create(), Creating + ErrorLine("CreateScheduledTask", E_FAIL, "(null)") + Failed);
+    EXPECT_EQ(Run(Creation), Error(Creation, E_FAIL));
 }
 
 TEST_F(CreateTask, TakesNoDescriptionFromAnObjectThatDoesNotSayItLeavesOne) {
-    service_.results = {{"Connect", E_FAIL}};
-    service_.leavesErrorInfo = true;
-    service_.description = L"left by somebody else";
+    Fail("Connect", E_FAIL, L"left by somebody else");
     service_.supportsErrorInfo = false;
-    EXPECT_EQ(Create(), Creating + ErrorLine("CreateScheduledTask", E_FAIL, "(null)") + Failed);
+    EXPECT_EQ(Run(Creation), Error(Creation, E_FAIL));
     ::SetErrorInfo(0, nullptr);
 }
 
 TEST_F(CreateTask, WritesWhatTheLogCannotHoldAsQuestionMarks) {
-    service_.results = {{"Connect", E_FAIL}};
-    service_.leavesErrorInfo = true;
-    service_.description = L"a \u4E2D b";
-    EXPECT_EQ(Create(), Creating + ErrorLine("CreateScheduledTask", E_FAIL, "a ? b") + Failed);
+    Fail("Connect", E_FAIL, L"a \u4E2D b");
+    EXPECT_EQ(Run(Creation), Error(Creation, E_FAIL, "a ? b"));
 }
 
 TEST_F(CreateTask, PrintsTheSameLineWithAnotherRuntime) {
-    service_.results = {{"Connect", E_FAIL}};
-    service_.leavesErrorInfo = true;
-    service_.description = L"what is wrong";
+    Fail("Connect", E_FAIL, L"what is wrong");
     const test::OtherRuntime runtime;
-    EXPECT_EQ(Create(),
-              Creating + ErrorLine("CreateScheduledTask", E_FAIL, "what is wrong") + Failed);
+    EXPECT_EQ(Run(Creation), Error(Creation, E_FAIL, "what is wrong"));
 }
 
 TEST_F(CreateTask, PrintsALongDescriptionWhole) {
-    service_.results = {{"Connect", E_FAIL}};
-    service_.leavesErrorInfo = true;
-    service_.description = std::wstring(20'000, L'x');
-    EXPECT_EQ(
-        Create(),
-        Creating + ErrorLine("CreateScheduledTask", E_FAIL, std::string(20'000, 'x')) + Failed);
+    Fail("Connect", E_FAIL, std::wstring(20'000, L'x'));
+    EXPECT_EQ(Run(Creation), Error(Creation, E_FAIL, std::string(20'000, 'x')));
 }
 
 TEST_F(CreateTask, GoesOnAfterASuccessThatIsNotPlain) {
     service_.results = {{"RegisterTaskDefinition", S_FALSE}};
-    EXPECT_EQ(Create(), Creating + Success);
+    EXPECT_EQ(Run(Creation), Creation.begin + Success);
     EXPECT_TRUE(created);
-}
-
-TEST_F(CreateTask, FailsWithAnInvalidPointerWhereAnObjectIsMissing) {
-    for (const char* step : {"QueryInterface", "NewTask", "GetFolder"}) {
-        service_.givesNothing = {step};
-        EXPECT_EQ(Create(),
-                  Creating + ErrorLine("CreateScheduledTask", E_POINTER, "(null)") + Failed);
-        EXPECT_FALSE(created);
-    }
 }
 
 TEST_F(CreateTask, NeedsNoRegisteredTaskBack) {
     service_.givesNothing = {"RegisterTaskDefinition"};
-    EXPECT_EQ(Create(), Creating + Success);
+    EXPECT_EQ(Run(Creation), Creation.begin + Success);
     EXPECT_TRUE(created);
 }
 
@@ -293,16 +277,8 @@ TEST_F(CreateTask, FailsWithAnInvalidPointerIfThePlatformGivesNoObject) {
             *object = nullptr;
             return S_OK;
         });
-    EXPECT_EQ(Create(), Creating + ErrorLine("CreateScheduledTask", E_POINTER, "(null)") + Failed);
-    EXPECT_EQ(Delete(), Deleting + ErrorLine("DeleteScheduledTask", E_POINTER, "(null)") + Failed);
-}
-
-TEST_F(DeleteTask, FailsWithAnInvalidPointerWhereAnObjectIsMissing) {
-    for (const char* step : {"QueryInterface", "GetFolder"}) {
-        service_.givesNothing = {step};
-        EXPECT_EQ(Delete(),
-                  Deleting + ErrorLine("DeleteScheduledTask", E_POINTER, "(null)") + Failed);
-    }
+    EXPECT_EQ(Run(Creation), Error(Creation, E_POINTER));
+    EXPECT_EQ(Run(Deletion), Error(Deletion, E_POINTER));
 }
 
 // Out of memory for one of a routine's strings, by its number.
@@ -318,102 +294,75 @@ private:
         [this](const OLECHAR* text) { return number_-- == 0 ? nullptr : hook_.Forward(text); }};
 };
 
-TEST_F(CreateTask, FailsIfMemoryRunsOutForAnyOfItsStrings) {
-    for (int number = 0; number < 3; ++number) {
-        const WantOfMemory want(number);
-        EXPECT_EQ(Create(),
-                  Creating + ErrorLine("CreateScheduledTask", E_OUTOFMEMORY, "(null)") + Failed);
-        EXPECT_FALSE(created);
-        EXPECT_TRUE(want.Reached());
-    }
-}
-
-TEST_F(DeleteTask, FailsIfMemoryRunsOutForAnyOfItsStrings) {
-    for (int number = 0; number < 2; ++number) {
-        const WantOfMemory want(number);
-        EXPECT_EQ(Delete(),
-                  Deleting + ErrorLine("DeleteScheduledTask", E_OUTOFMEMORY, "(null)") + Failed);
-        EXPECT_TRUE(want.Reached());
-    }
-}
-
 // Out of memory from one of the strings on, for everyone. The system has no message then.
 std::string OutOfMemoryLine(const std::string& routine) {
     return "     ====> " + routine +
            ":[_com_error] Exception 0x8007000e, (null), Unknown error 0x8007000E\n";
 }
 
-TEST_F(CreateTask, ReportsThatThereIsNoMemoryAtAll) {
-    for (int strings = 0; strings < 3; ++strings) {
-        EXPECT_EQ(Printed([&] {
-                      const test::NoMemory none(strings);
-                      created = CreateScheduledTask(L"A Task", L"<the xml/>", L"C:\\a b\\x.exe");
-                      EXPECT_TRUE(none.Out());
-                  }),
-                  Creating + OutOfMemoryLine("CreateScheduledTask") + Failed);
+class TaskRoutines : public Tasks, public testing::WithParamInterface<const Routine*> {};
+
+INSTANTIATE_TEST_SUITE_P(Both, TaskRoutines, testing::Values(&Creation, &Deletion),
+                         [](const auto& test) { return test.param->name; });
+
+TEST_P(TaskRoutines, FailWithAnInvalidPointerWhereAnObjectIsMissing) {
+    for (const char* step : GetParam()->objects) {
+        service_.givesNothing = {step};
+        EXPECT_EQ(Run(*GetParam()), Error(*GetParam(), E_POINTER)) << step;
         EXPECT_FALSE(created);
     }
 }
 
-TEST_F(DeleteTask, ReportsThatThereIsNoMemoryAtAll) {
-    for (int strings = 0; strings < 2; ++strings) {
+TEST_P(TaskRoutines, FailIfMemoryRunsOutForAnyOfTheirStrings) {
+    for (int number = 0; number < GetParam()->strings; ++number) {
+        const WantOfMemory want(number);
+        EXPECT_EQ(Run(*GetParam()), Error(*GetParam(), E_OUTOFMEMORY));
+        EXPECT_FALSE(created);
+        EXPECT_TRUE(want.Reached());
+    }
+}
+
+TEST_P(TaskRoutines, ReportThatThereIsNoMemoryAtAll) {
+    for (int strings = 0; strings < GetParam()->strings; ++strings) {
         EXPECT_EQ(Printed([&] {
                       const test::NoMemory none(strings);
-                      DeleteScheduledTask(L"A Task");
+                      created = GetParam()->run();
                       EXPECT_TRUE(none.Out());
                   }),
-                  Deleting + OutOfMemoryLine("DeleteScheduledTask") + Failed);
+                  GetParam()->begin + OutOfMemoryLine(GetParam()->name) + Failed);
+        EXPECT_FALSE(created);
     }
 }
 
 // The program itself is out of memory, which is no COM error, at one step of a routine.
-class TasksWithoutMemory : public Tasks, public testing::WithParamInterface<const char*> {
-protected:
-    TasksWithoutMemory() {
-        service_.onCall = [](std::string_view call) -> std::optional<HRESULT> {
-            return call == GetParam() ? throw std::bad_alloc() : std::nullopt;
-        };
-    }
+class TasksWithoutMemory
+    : public Tasks,
+      public testing::WithParamInterface<std::pair<const Routine*, const char*>> {};
 
-    // The routine's output until then.
-    static std::string Cut(void (*routine)()) {
-        bool thrown = false;
-        std::string printed = Printed([&] {
-            try {
-                routine();
-            } catch (const std::bad_alloc&) {
-                thrown = true;
-            }
-        });
-        EXPECT_TRUE(thrown);
-        return printed;
-    }
-};
-
-using CreateTaskWithoutMemory = TasksWithoutMemory;
-using DeleteTaskWithoutMemory = TasksWithoutMemory;
-
-TEST_P(CreateTaskWithoutMemory, PassesThatOnWithoutALine) {
-    EXPECT_EQ(Cut([] { CreateScheduledTask(L"A Task", L"<the xml/>", L"C:\\a b\\x.exe"); }),
-              Creating);
+TEST_P(TasksWithoutMemory, PassThatOnWithoutALine) {
+    const Routine* routine = GetParam().first;
+    service_.onCall = [](std::string_view call) -> std::optional<HRESULT> {
+        return call == GetParam().second ? throw std::bad_alloc() : std::nullopt;
+    };
+    EXPECT_EQ(Printed([&] { EXPECT_THROW(routine->run(), std::bad_alloc); }), routine->begin);
 }
 
-TEST_P(DeleteTaskWithoutMemory, PassesThatOnWithoutALine) {
-    EXPECT_EQ(Cut([] { DeleteScheduledTask(L"A Task"); }), Deleting);
-}
-
-INSTANTIATE_TEST_SUITE_P(All, CreateTaskWithoutMemory,
-                         testing::Values("Connect", "NewTask", "put_XmlText", "GetFolder",
-                                         "RegisterTaskDefinition"));
-INSTANTIATE_TEST_SUITE_P(All, DeleteTaskWithoutMemory,
-                         testing::Values("Connect", "GetFolder", "DeleteTask"));
+INSTANTIATE_TEST_SUITE_P(
+    All, TasksWithoutMemory,
+    testing::Values(std::pair(&Creation, "Connect"), std::pair(&Creation, "NewTask"),
+                    std::pair(&Creation, "put_XmlText"), std::pair(&Creation, "GetFolder"),
+                    std::pair(&Creation, "RegisterTaskDefinition"), std::pair(&Deletion, "Connect"),
+                    std::pair(&Deletion, "GetFolder"), std::pair(&Deletion, "DeleteTask")),
+    [](const auto& test) {
+        return std::string(test.param.first->name) + "At" + test.param.second;
+    });
 
 TEST_F(DeleteTask, ReportsARefusalWithTheLastErrorAndCountsItAsSuccess) {
     for (const DWORD result : {0x80070002U, 0x80004005U, 0x80070005U, 0xFFFFFFFFU}) {
         service_.results = {{"DeleteTask", static_cast<HRESULT>(result)}};
         service_.lastError = 0x12AB;
-        EXPECT_EQ(Delete(),
-                  Deleting +
+        EXPECT_EQ(Run(Deletion),
+                  Deletion.begin +
                       "     ====> DeleteScheduledTask:[ERROR] A Task GetLastError 0x000012ab\n" +
                       Success);
     }
@@ -423,14 +372,15 @@ TEST_F(DeleteTask, ReportsARefusalWithAnotherRuntimeInTheSameLine) {
     service_.results = {{"DeleteTask", E_FAIL}};
     service_.lastError = 0x12AB;
     const test::OtherRuntime runtime;
-    EXPECT_EQ(Delete(),
-              Deleting + "     ====> DeleteScheduledTask:[ERROR] A Task GetLastError 0x000012ab\n" +
+    EXPECT_EQ(Run(Deletion),
+              Deletion.begin +
+                  "     ====> DeleteScheduledTask:[ERROR] A Task GetLastError 0x000012ab\n" +
                   Success);
 }
 
 TEST_F(DeleteTask, SaysNothingOfASuccessThatIsNotPlain) {
     service_.results = {{"DeleteTask", S_FALSE}};
-    EXPECT_EQ(Delete(), Deleting + Success);
+    EXPECT_EQ(Run(Deletion), Deletion.begin + Success);
 }
 
 // ---- The table

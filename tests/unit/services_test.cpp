@@ -5,7 +5,7 @@
 #include "support/fake_processes.h"
 #include "support/fake_services.h"
 #include "support/installed_service.h"
-#include "support/print_hook.h"
+#include "support/noted_steps.h"
 
 #include <windows.h>
 
@@ -81,8 +81,7 @@ protected:
     // Runs the step, and returns what it printed.
     std::string Run() {
         return Printed([this] {
-            const test::PrintHook prints(
-                [this](const std::string& text) { fake.calls.Add("print", text); });
+            const test::NotedPrints prints(fake.calls);
             result = GetParam().run(Corvo);
         });
     }
@@ -245,8 +244,7 @@ TEST(DisableServices, WalksItsListInOrderWithAConnectionForEachService) {
                                                {EntryKind::Service, L"Ardex", L""}};
     bool result = false;
     EXPECT_EQ(Printed([&] {
-                  const test::PrintHook prints(
-                      [&](const std::string& text) { fake.calls.Add("print", text); });
+                  const test::NotedPrints prints(fake.calls);
                   result = DisableServices(entries);
               }),
               std::string(DisableBanner) +

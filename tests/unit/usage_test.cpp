@@ -9,7 +9,6 @@
 #include <windows.h>
 
 #include <cerrno>
-#include <cstddef>
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <string>
@@ -71,8 +70,7 @@ TEST(GetFileTitle, IsEmptyIfThePathCannotBeSplitWhateverTheBufferHolds) {
 }
 
 TEST(GetFileTitle, IsEmptyIfTheExpansionFails) {
-    test::ImportHook<&::ExpandEnvironmentStringsW> expand(
-        [](LPCWSTR, LPWSTR, DWORD) { return 0u; });
+    test::ImportHook<&::ExpandEnvironmentStringsW> expand([](auto...) { return 0u; });
     EXPECT_EQ(GetFileTitle(L"C:\\Finaset.exe"), L"");
 }
 
