@@ -74,6 +74,32 @@ std::wstring PathOf(HKEY key) {
     return TextAt(information, 0);
 }
 
+// Says whether it could.
+bool RemoveTree(HKEY key) {
+    constexpr int BasicInformation = 0;
+    constexpr std::size_t NameOffset = 12;  // after the last write time and an index
+    static EnumerateKey& enumerate = Native<EnumerateKey>("NtEnumerateKey");
+    static OpenKey& open = Native<OpenKey>("NtOpenKey");
+    static DeleteKey& deleteKey = Native<DeleteKey>("NtDeleteKey");
+    std::vector<std::byte> information(0x1000);
+    ULONG length = 0;
+    while (enumerate(key, 0, BasicInformation, information.data(),
+                     static_cast<ULONG>(information.size()), &length) == 0) {
+        const std::wstring name = TextAt(information, NameOffset);
+        Named named(key, name, OBJ_CASE_INSENSITIVE | OpenTheLink);
+        HANDLE child = nullptr;
+        if (open(&child, KEY_ALL_ACCESS, named.Get()) != 0) {
+            return false;
+        }
+        const bool removed = RemoveTree(static_cast<HKEY>(child));
+        ::RegCloseKey(static_cast<HKEY>(child));
+        if (!removed) {
+            return false;
+        }
+    }
+    return deleteKey(key) == 0;
+}
+
 }  // namespace
 
 HKEY MakeNativeKey(HKEY parent, const std::wstring& name) {
@@ -100,26 +126,7 @@ void MakeLinkedKey(HKEY parent, const std::wstring& name, HKEY target) {
 }
 
 void RemoveNativeTree(HKEY key) {
-    constexpr int BasicInformation = 0;
-    constexpr std::size_t NameOffset = 12;  // after the last write time and an index
-    static EnumerateKey& enumerate = Native<EnumerateKey>("NtEnumerateKey");
-    static OpenKey& open = Native<OpenKey>("NtOpenKey");
-    static DeleteKey& deleteKey = Native<DeleteKey>("NtDeleteKey");
-    std::vector<std::byte> information(0x1000);
-    ULONG length = 0;
-    while (enumerate(key, 0, BasicInformation, information.data(),
-                     static_cast<ULONG>(information.size()), &length) == 0) {
-        const std::wstring name = TextAt(information, NameOffset);
-        Named named(key, name, OBJ_CASE_INSENSITIVE | OpenTheLink);
-        HANDLE child = nullptr;
-        if (open(&child, KEY_ALL_ACCESS, named.Get()) != 0) {
-            ADD_FAILURE() << "a key cannot be opened";
-            return;
-        }
-        RemoveNativeTree(static_cast<HKEY>(child));
-        ::RegCloseKey(static_cast<HKEY>(child));
-    }
-    EXPECT_EQ(deleteKey(key), 0) << "a key cannot be deleted";
+    EXPECT_TRUE(RemoveTree(key)) << "a damaged key cannot be removed";
 }
 
 }  // namespace test
