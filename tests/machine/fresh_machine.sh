@@ -56,6 +56,15 @@ mkdir -p "$machine"
 take_down() {
     "$wineserver" -k || true # it may have ended already
     "$wineserver" -w
+    # On a busy computer the server may end before it has ended all others. Those would wait for it
+    # for ever, and keep this script's output open.
+    local left
+    unset WINEPREFIX # of the commands that follow
+    while left=$({ grep -lzsxF "WINEPREFIX=$machine/prefix" /proc/[0-9]*/environ || true; } |
+        cut -d / -f 3) && [[ $left ]]; do
+        xargs kill -KILL <<<"$left" || true # it has just ended
+        sleep 0.1
+    done
     rm -rf "$machine"
 }
 if [[ -z ${FINASET_KEEP_MACHINE:-} ]]; then
