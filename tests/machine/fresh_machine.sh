@@ -50,7 +50,17 @@ if setarch --addr-no-randomize true 2>/dev/null; then
     wine=(setarch --addr-no-randomize "${wine[@]}")
 fi
 
-machine=${FINASET_KEEP_MACHINE:-$(mktemp -d "${TMPDIR:-/tmp}/finaset-machine.XXXXXX")}
+build=$(readlink -f "$(dirname "$0")/../../build")
+mkdir -p "$build"
+
+# with_build DIRECTORY: whether hard links can lead from there to the build directory.
+with_build() {
+    [[ $(stat --format %d "$1") == $(stat --format %d "$build") ]]
+}
+
+directory=${TMPDIR:-/tmp}
+with_build "$directory" || directory=$build
+machine=${FINASET_KEEP_MACHINE:-$(mktemp -d "$directory/finaset-machine.XXXXXX")}
 mkdir -p "$machine"
 
 take_down() {
@@ -91,10 +101,8 @@ set_up() {
 }
 
 # Setting one up takes seconds, a copy a fraction of one. It fits this Wine and this script.
-build=$(readlink -f "$(dirname "$0")/../../build")
 original=$build/machine
 state="$(dpkg-query -W wine64) $(md5sum <"$0")"
-mkdir -p "$build"
 exec {lock}>"$build/machine.lock"
 flock "$lock"
 if [[ $(cat "$original/state" 2>/dev/null) != "$state" ]]; then
@@ -126,7 +134,9 @@ taskset --pid --cpu-list "$chosen" $$ >/dev/null
 exec {lock}>&-
 cp -a "$original/prefix" "$machine/"
 # The system's own files, half a gigabyte, are never written to: hard links will do.
-cp -a --link "$original/system32" "$WINEPREFIX/drive_c/windows/"
+link=--link
+with_build "$machine" || link=--reflink=auto # a kept one, elsewhere
+cp -a "$link" "$original/system32" "$WINEPREFIX/drive_c/windows/"
 
 if [[ -n ${FINASET_FILES:-} ]]; then
     mv "$FINASET_FILES" "$WINEPREFIX/drive_c/files"

@@ -5,9 +5,11 @@
 #   fresh_machine_test.sh PROGRAM_THAT_ENDS_WITH_2 PROGRAM_THAT_DOES_NOT_END
 set -euo pipefail
 
-TMPDIR=$(mktemp -d)
+# On the file system of the first machine.
+TMPDIR=$(mktemp -d -p "$(dirname "$1")")
+memory=$(mktemp -d -p /dev/shm)
 export TMPDIR
-trap 'rm -rf "$TMPDIR"' EXIT
+trap 'rm -rf "$TMPDIR" "$memory"' EXIT
 failures=0
 
 # The programs of the machines here, as numbers and names.
@@ -38,6 +40,7 @@ kill_server() {
 }
 
 expect 2 "$1"
+TMPDIR=$memory expect 2 "$1" # on another file system
 FINASET_MACHINE_LIMIT=1 expect 124 "$2"
 kill_server &
 FINASET_MACHINE_LIMIT=5 expect 124 "$2"
