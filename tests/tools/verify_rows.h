@@ -10,13 +10,14 @@
 
 namespace test {
 
-// The effect and result of a function that denies access, and the text of its error.
+// The effect and result of a function that denies access, and the text of its error. That is not
+// inline, on purpose: see log_texts.h.
 template <typename Result>
 Result Deny(Result result) {
     ::SetLastError(ERROR_ACCESS_DENIED);
     return result;
 }
-inline const std::wstring Denied = verify::ErrorText(ERROR_ACCESS_DENIED);
+const std::wstring Denied = verify::ErrorText(ERROR_ACCESS_DENIED);
 
 // Each row as "verdict, kind, name, expected, found", separated by bars.
 inline std::vector<std::wstring> Shown(const verify::Rows& rows) {
